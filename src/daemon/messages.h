@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "rstp/config.h"
+
 constexpr char RSTP_IF_PIPE[] = "/tmp/rstp_if_pipe";
 constexpr char RSTP_DBG_IF_PIPE[] = "/tmp/rstp_dbg_if_pipe";
 constexpr char LACP_IF_PIPE[] = "/tmp/lacp_if_pipe";
@@ -59,34 +61,11 @@ struct rstp_port_status_t {
     uint8_t duplex; ///< 1: full
 };
 
-/// Bridge settings. Compared and copied as a whole.
-struct lvt_rstp_system_config_t {
-    uint16_t bridge_priority; ///< steps of 4096; the low twelve bits are not used
-    uint16_t max_age;         ///< seconds
-    uint16_t hello_time;      ///< seconds
-    uint16_t forward_delay;   ///< seconds
-    uint8_t force_version;    ///< below 2: STP only
-    uint8_t reserved;
-};
-
-/// Port settings. Compared and copied as a whole.
-struct lvt_rstp_port_config_t {
-    uint32_t adminPathCost;    ///< 0: from the link's speed
-    uint16_t port_priority;
-    uint8_t adminEnable;       ///< nonzero: the port takes part in the spanning tree
-    uint8_t adminEdge;         ///< nonzero: expected to lead to a host
-    uint8_t adminPointToPoint; ///< 0 force true, 1 force false, else from the duplex
-    uint8_t reserved[3];
-};
-
 constexpr uint32_t RSTP_PORT_CONFIG_RECORDS = 7;
 
 static_assert(sizeof(rstp_frame_header_t) == 8 && sizeof(rstp_msg_header_t) == 8);
 static_assert(sizeof(rstp_msg_t) == 1032);
 static_assert(sizeof(rstp_port_status_t) == 4);
-static_assert(sizeof(lvt_rstp_system_config_t) == 10 && offsetof(lvt_rstp_system_config_t, force_version) == 8);
-static_assert(sizeof(lvt_rstp_port_config_t) == 12 && offsetof(lvt_rstp_port_config_t, port_priority) == 4 &&
-              offsetof(lvt_rstp_port_config_t, adminPointToPoint) == 8);
 
 // ---- to the link-aggregation daemon ----------------------------------------------------
 
