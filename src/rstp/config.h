@@ -27,3 +27,23 @@ struct lvt_rstp_port_config_t {
 static_assert(sizeof(lvt_rstp_system_config_t) == 10 && offsetof(lvt_rstp_system_config_t, force_version) == 8);
 static_assert(sizeof(lvt_rstp_port_config_t) == 12 && offsetof(lvt_rstp_port_config_t, port_priority) == 4 &&
               offsetof(lvt_rstp_port_config_t, adminPointToPoint) == 8);
+
+/// What the daemon starts with.
+constexpr lvt_rstp_system_config_t LVT_RSTP_SYSTEM_DEFAULTS = {
+    .bridge_priority = 32768,
+    .max_age = 20,
+    .hello_time = 2,
+    .forward_delay = 15,
+    .force_version = 2,
+    .reserved = 0,
+};
+
+/// What every port and group starts with.
+constexpr lvt_rstp_port_config_t LVT_RSTP_PORT_DEFAULTS = {
+    .adminPathCost = 0,
+    .port_priority = 128,
+    .adminEnable = 0,
+    .adminEdge = 1,
+    .adminPointToPoint = 2,
+    .reserved = {},
+};
