@@ -1,0 +1,242 @@
+/// The commands that set the bridge, the ports, the groups and LACP: one control message each.
+#include <memory>
+
+#include <fmt/format.h>
+
+#include "tools/ctl.h"
+#include "tools/messages.h"
+
+namespace {
+
+// ---- bridge ----------------------------------------------------------------------------
+
+struct bridge_args_t {
+    long priority = LVT_RSTP_SYSTEM_DEFAULTS.bridge_priority;
+    long max_age = LVT_RSTP_SYSTEM_DEFAULTS.max_age;
+    long hello_time = LVT_RSTP_SYSTEM_DEFAULTS.hello_time;
+    long forward_delay = LVT_RSTP_SYSTEM_DEFAULTS.forward_delay;
+    long force_version = LVT_RSTP_SYSTEM_DEFAULTS.force_version;
+};
+
+lvt_rstp_system_config_t system_config_of(const bridge_args_t &args)
+{
+    demand(BRIDGE_PRIORITY, args.priority);
+    demand(MAX_AGE, args.max_age);
+    demand(HELLO_TIME, args.hello_time);
+    demand(FORWARD_DELAY, args.forward_delay);
+    demand(FORCE_VERSION, args.force_version);
+    const std::string fault = fault_of_times(args.max_age, args.hello_time, args.forward_delay);
+    if (!fault.empty())
+        throw refused_t(fault);
+
+    lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
+    config.bridge_priority = static_cast<uint16_t>(args.priority);
+    config.max_age = static_cast<uint16_t>(args.max_age);
+    config.hello_time = static_cast<uint16_t>(args.hello_time);
+    config.forward_delay = static_cast<uint16_t>(args.forward_delay);
+    config.force_version = static_cast<uint8_t>(args.force_version);
+    return config;
+}
+
+void add_bridge_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("bridge", "Sets the bridge's priority, times and protocol version");
+    command->footer("What is not named goes back to its default.\n"
+                    "The times must go together: 2 * (forward delay - 1) >= max age >= 2 * (hello + 1).\n"
+                    "Example, to become the root quickly:\n"
+                    "  lvt_rstpctl bridge --priority 4096 --max-age 6 --hello 1 --forward-delay 4");
+
+    auto args = std::make_shared<bridge_args_t>();
+    const auto option = [&](const char *name, long &value, const char *text) {
+        command->add_option(name, value, text)->capture_default_str();
+    };
+    option("--priority", args->priority, "0 to 61440 in steps of 4096; the lowest becomes the root");
+    option("--max-age", args->max_age, "Seconds that information stays valid, 6 to 40");
+    option("--hello", args->hello_time, "Seconds between two BPDUs, 1 or 2");
+    option("--forward-delay", args->forward_delay, "Seconds in each state on the way to forwarding, 4 to 30");
+    option("--force-version", args->force_version, "2 for RSTP, 0 for STP only");
+    command->callback([args, &ctl] { send_message(ctl, system_config_message(system_config_of(*args))); });
+}
+
+// ---- settings that ports and groups share ----------------------------------------------
+
+void set_path_cost(lvt_rstp_port_config_t &config, const std::string &text)
+{
+    const long cost = parse_number("--cost", text);
+    demand(PATH_COST, cost);
+    config.adminPathCost = static_cast<uint32_t>(cost);
+}
+
+void set_priority(lvt_rstp_port_config_t &config, const std::string &text)
+{
+    const long priority = parse_number("--priority", text);
+    demand(PORT_PRIORITY, priority);
+    config.port_priority = static_cast<uint16_t>(priority);
+}
+
+void set_edge(lvt_rstp_port_config_t &config, const std::string &text)
+{
+    config.adminEdge = static_cast<uint8_t>(parse_word("--edge", text, {"off", "on"}));
+}
+
+void set_point_to_point(lvt_rstp_port_config_t &config, const std::string &text)
+{
+    config.adminPointToPoint = static_cast<uint8_t>(parse_word("--p2p", text, {"on", "off", "auto"}));
+}
+
+struct port_setting_t {
+    const char *option;
+    const char *value; ///< as the help shows it
+    const char *text;
+    void (*set)(lvt_rstp_port_config_t &config, const std::string &text);
+};
+
+constexpr port_setting_t PORT_SETTINGS[] = {
+    {"--cost", "VALUE", "Path cost, 1 to 200000000; 0 (default) takes it from the speed", set_path_cost},
+    {"--priority", "VALUE", "Port priority, 0 to 240 in steps of 16, default 128", set_priority},
+    {"--edge", "on|off", "Whether a host is expected there, default on", set_edge},
+    {"--p2p", "on|off|auto", "Whether one bridge at most is there, default auto (from the duplex)",
+     set_point_to_point},
+};
+
+// ---- ports -----------------------------------------------------------------------------
+
+struct ports_args_t {
+    std::string enable;
+    std::vector<std::string> assignments[std::size(PORT_SETTINGS)]; ///< in the order of PORT_SETTINGS
+    bool no_groups = false;
+};
+
+port_configs_t port_configs_of(const ports_args_t &args)
+{
+    port_configs_t configs = default_port_configs();
+    if (!args.enable.empty())
+        for (const unsigned port : parse_ports("--enable", args.enable))
+            configs[port].adminEnable = 1;
+
+    for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
+        for (const std::string &text : args.assignments[i]) {
+            const assignment_t assignment = parse_assignment(PORT_SETTINGS[i].option, text);
+            const long port = parse_number(PORT_SETTINGS[i].option, assignment.left);
+            demand(FRONT_PORT, port);
+            PORT_SETTINGS[i].set(configs[static_cast<size_t>(port)], assignment.right);
+        }
+    return configs;
+}
+
+void add_ports_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("ports", "Sets all six ports");
+    command->footer("One message sets all ports: a port that --enable does not name leaves the spanning tree,\n"
+                    "and what is not named goes back to its default. N is a port, 1 to 6.\n"
+                    "Example, three ports of which the third leads to another bridge over a slow line:\n"
+                    "  lvt_rstpctl ports --enable 1,2,3 --cost 3=2000000 --edge 3=off");
+
+    auto args = std::make_shared<ports_args_t>();
+    command->add_option("--enable", args->enable, "Ports that take part in the spanning tree, or \"all\"")
+        ->type_name("N,N...");
+    for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
+        command->add_option(PORT_SETTINGS[i].option, args->assignments[i], PORT_SETTINGS[i].text)
+            ->type_name(fmt::format("N={}", PORT_SETTINGS[i].value))
+            ->allow_extra_args(false);
+    command->add_flag("--no-groups", args->no_groups, "Leave queued group work queued (type 9 instead of 5)");
+    command->callback([args, &ctl] {
+        const port_configs_t configs = port_configs_of(*args);
+        send_message(ctl, args->no_groups ? port_config_only_message(configs) : port_config_message(configs));
+    });
+}
+
+// ---- aggr-config -----------------------------------------------------------------------
+
+struct aggr_args_t {
+    bool enable = false;
+    std::string values[std::size(PORT_SETTINGS)]; ///< in the order of PORT_SETTINGS
+};
+
+lvt_rstp_port_config_t aggr_config_of(const aggr_args_t &args)
+{
+    lvt_rstp_port_config_t config = LVT_RSTP_PORT_DEFAULTS;
+    config.adminEnable = args.enable;
+    for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
+        if (!args.values[i].empty())
+            PORT_SETTINGS[i].set(config, args.values[i]);
+    return config;
+}
+
+void add_aggr_config_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("aggr-config", "Sets the groups 7, 8 and 9, all alike");
+    command->footer("What is not named goes back to its default.\n"
+                    "Example, groups take part and are preferred to single ports:\n"
+                    "  lvt_rstpctl aggr-config --enable --cost 10000 --edge off");
+
+    auto args = std::make_shared<aggr_args_t>();
+    command->add_flag("--enable", args->enable, "Groups take part in the spanning tree");
+    for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
+        command->add_option(PORT_SETTINGS[i].option, args->values[i], PORT_SETTINGS[i].text)
+            ->type_name(PORT_SETTINGS[i].value);
+    command->callback([args, &ctl] { send_message(ctl, aggr_config_message(aggr_config_of(*args))); });
+}
+
+// ---- groups ----------------------------------------------------------------------------
+
+aggr_status_t aggr_status_of(const std::vector<std::string> &assignments)
+{
+    aggr_status_t groups = AGGR_STATUS_ALONE;
+    for (const std::string &text : assignments) {
+        const assignment_t assignment = parse_assignment("GROUP", text);
+        const long group = parse_number("GROUP", assignment.left);
+        demand(GROUP, group);
+        for (const unsigned port : parse_ports("GROUP", assignment.right)) {
+            if (groups[port] != port)
+                throw refused_t(fmt::format("port {} is named twice: it belongs to one group at most", port));
+            groups[port] = static_cast<uint8_t>(group);
+        }
+    }
+    return groups;
+}
+
+void add_groups_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("groups", "Joins ports into the groups 7, 8 and 9");
+    command->footer("One message tells of all groups: a port that is not named stands alone, and without any\n"
+                    "GROUP all groups are dissolved.\n"
+                    "Example, two groups of two ports:\n"
+                    "  lvt_rstpctl groups 7=1,2 8=3,4");
+
+    auto assignments = std::make_shared<std::vector<std::string>>();
+    command->add_option("GROUP", *assignments, "A group, 7 to 9, and its ports")->type_name("G=N,N...");
+    command->callback([assignments, &ctl] { send_message(ctl, aggr_status_message(aggr_status_of(*assignments))); });
+}
+
+// ---- lacp ------------------------------------------------------------------------------
+
+void add_lacp_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("lacp", "Tells on which ports LACP runs");
+    command->footer("A port that --enable does not name runs no LACP. The spanning tree leaves the state of a\n"
+                    "port alone while LACP runs there and spanning tree does not.\n"
+                    "Example:\n"
+                    "  lvt_rstpctl lacp --enable 1,2");
+
+    auto enable = std::make_shared<std::string>();
+    command->add_option("--enable", *enable, "Ports with LACP, or \"all\"")->type_name("N,N...");
+    command->callback([enable, &ctl] {
+        lacp_enables_t enables{};
+        if (!enable->empty())
+            for (const unsigned port : parse_ports("--enable", *enable))
+                enables[port - 1] = 1;
+        send_message(ctl, lacp_enable_message(enables));
+    });
+}
+
+} // namespace
+
+void add_settings_commands(CLI::App &app, const ctl_t &ctl)
+{
+    add_bridge_command(app, ctl);
+    add_ports_command(app, ctl);
+    add_aggr_config_command(app, ctl);
+    add_groups_command(app, ctl);
+    add_lacp_command(app, ctl);
+}

@@ -1,0 +1,136 @@
+#include "tools/explain.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <fmt/format.h>
+
+#include "tools/messages.h"
+
+namespace {
+
+/// The body's record, zero where the body is too short, as the daemon reads it.
+template <typename record_t>
+record_t record_of(std::span<const uint8_t> body)
+{
+    record_t record{};
+    std::memcpy(&record, body.data(), std::min(body.size(), sizeof record));
+    return record;
+}
+
+const char *on_off(uint8_t value)
+{
+    return value ? "on" : "off";
+}
+
+const char *point_to_point_word(uint8_t value)
+{
+    return value == 0 ? "on" : value == 1 ? "off" : "auto";
+}
+
+std::string path_cost_word(uint32_t cost)
+{
+    return cost ? fmt::to_string(cost) : "auto";
+}
+
+std::string explain_system_config(std::span<const uint8_t> body)
+{
+    const auto config = record_of<lvt_rstp_system_config_t>(body);
+    return fmt::format("  priority       {}\n"
+                       "  max age        {} s\n"
+                       "  hello time     {} s\n"
+                       "  forward delay  {} s\n"
+                       "  force version  {} ({})\n",
+                       config.bridge_priority, config.max_age, config.hello_time, config.forward_delay,
+                       config.force_version, config.force_version < 2 ? "STP only" : "RSTP");
+}
+
+std::string port_config_heading(const char *first)
+{
+    return fmt::format("  {:<6}  {:<13}  {:>9}  {:>8}  {:<4}  {}\n", first, "spanning tree", "path cost", "priority",
+                       "edge", "point-to-point");
+}
+
+std::string port_config_line(const std::string &first, const lvt_rstp_port_config_t &config)
+{
+    return fmt::format("  {:<6}  {:<13}  {:>9}  {:>8}  {:<4}  {}\n", first, on_off(config.adminEnable),
+                       path_cost_word(config.adminPathCost), config.port_priority, on_off(config.adminEdge),
+                       point_to_point_word(config.adminPointToPoint));
+}
+
+std::string explain_port_configs(std::span<const uint8_t> body)
+{
+    const auto configs = record_of<port_configs_t>(body);
+    std::string text = port_config_heading("port");
+    for (size_t port = 1; port <= FRONT_PORTS; port++)
+        text += port_config_line(fmt::to_string(port), configs[port]);
+    return text;
+}
+
+std::string explain_aggr_config(std::span<const uint8_t> body)
+{
+    return port_config_heading("groups") +
+           port_config_line("7 to 9", record_of<lvt_rstp_port_config_t>(body));
+}
+
+std::string explain_aggr_status(std::span<const uint8_t> body)
+{
+    const auto groups = record_of<aggr_status_t>(body);
+    std::string text;
+    for (size_t port = 1; port <= FRONT_PORTS; port++)
+        text += groups[port] >= 7 ? fmt::format("  port {}  in group {}\n", port, groups[port])
+                                  : fmt::format("  port {}  alone\n", port);
+    return text;
+}
+
+std::string explain_lacp_enable(std::span<const uint8_t> body)
+{
+    const auto enables = record_of<lacp_enables_t>(body);
+    std::string text;
+    for (size_t port = 1; port <= FRONT_PORTS; port++)
+        text += fmt::format("  port {}  {}\n", port, on_off(enables[port - 1]));
+    return text;
+}
+
+} // namespace
+
+std::string explain_message(std::span<const uint8_t> frame)
+{
+    constexpr size_t headers = sizeof(rstp_frame_header_t) + sizeof(rstp_msg_header_t);
+    if (frame.size() < headers)
+        return fmt::format("no message: {} octets are less than its headers\n", frame.size());
+
+    const auto header = record_of<rstp_msg_header_t>(frame.subspan(sizeof(rstp_frame_header_t)));
+    const auto body = frame.subspan(headers);
+    const auto tell = [&](const char *name, const std::string &lines) {
+        return fmt::format("{} (type {})\n{}", name, header.type, lines);
+    };
+    switch (header.type) {
+    case RSTP_MSG_AGGR_STATUS:
+        return tell("groups of ports", explain_aggr_status(body));
+    case RSTP_MSG_SYSTEM_CONFIG:
+        return tell("bridge settings", explain_system_config(body));
+    case RSTP_MSG_AGGR_CONFIG:
+        return tell("settings of all groups", explain_aggr_config(body));
+    case RSTP_MSG_PORT_CONFIG:
+        return tell("port settings", explain_port_configs(body));
+    case RSTP_MSG_PORT_CONFIG_ONLY:
+        return tell("port settings, queued group work stays queued", explain_port_configs(body));
+    case RSTP_MSG_LACP_ENABLE:
+        return tell("LACP on ports", explain_lacp_enable(body));
+    default:
+        return tell("message", fmt::format("  body of {} octets\n", body.size()));
+    }
+}
+
+std::string hex_lines(std::span<const uint8_t> octets)
+{
+    constexpr size_t per_line = 16;
+    std::string text;
+    while (!octets.empty()) {
+        const auto line = octets.first(std::min(octets.size(), per_line));
+        text += fmt::format("  {:02x}\n", fmt::join(line, " "));
+        octets = octets.subspan(line.size());
+    }
+    return text;
+}
