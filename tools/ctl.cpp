@@ -65,11 +65,11 @@ std::vector<unsigned> parse_ports(const std::string &option, const std::string &
     return ports;
 }
 
-assignment_t parse_assignment(const std::string &option, const std::string &text)
+assignment_t parse_assignment(const std::string &option, const std::string &text, const std::string &form)
 {
     const size_t sign = text.find('=');
     if (sign == std::string::npos || sign == 0 || sign + 1 == text.size())
-        throw CLI::ValidationError(option, fmt::format("\"{}\" should read N=VALUE", text));
+        throw CLI::ValidationError(option, fmt::format("\"{}\" should read {}", text, form));
     return {text.substr(0, sign), text.substr(sign + 1)};
 }
 

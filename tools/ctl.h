@@ -53,8 +53,9 @@ struct assignment_t {
     std::string left, right;
 };
 
-/// Throws CLI::ValidationError unless there is something on either side of a "=".
-assignment_t parse_assignment(const std::string &option, const std::string &text);
+/// `form` is what a right one looks like. Throws CLI::ValidationError unless there is something on
+/// either side of a "=".
+assignment_t parse_assignment(const std::string &option, const std::string &text, const std::string &form);
 
 /// A whole decimal number. Throws CLI::ValidationError.
 long parse_number(const std::string &option, const std::string &text);

@@ -107,6 +107,11 @@ struct ports_args_t {
     bool no_groups = false;
 };
 
+std::string port_form(const port_setting_t &setting)
+{
+    return fmt::format("N={}", setting.value);
+}
+
 port_configs_t port_configs_of(const ports_args_t &args)
 {
     port_configs_t configs = default_port_configs();
@@ -116,10 +121,11 @@ port_configs_t port_configs_of(const ports_args_t &args)
 
     for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
         for (const std::string &text : args.assignments[i]) {
-            const assignment_t assignment = parse_assignment(PORT_SETTINGS[i].option, text);
-            const long port = parse_number(PORT_SETTINGS[i].option, assignment.left);
+            const port_setting_t &setting = PORT_SETTINGS[i];
+            const assignment_t assignment = parse_assignment(setting.option, text, port_form(setting));
+            const long port = parse_number(setting.option, assignment.left);
             demand(FRONT_PORT, port);
-            PORT_SETTINGS[i].set(configs[static_cast<size_t>(port)], assignment.right);
+            setting.set(configs[static_cast<size_t>(port)], assignment.right);
         }
     return configs;
 }
@@ -137,7 +143,7 @@ void add_ports_command(CLI::App &app, const ctl_t &ctl)
         ->type_name("N,N...");
     for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
         command->add_option(PORT_SETTINGS[i].option, args->assignments[i], PORT_SETTINGS[i].text)
-            ->type_name(fmt::format("N={}", PORT_SETTINGS[i].value))
+            ->type_name(port_form(PORT_SETTINGS[i]))
             ->allow_extra_args(false);
     command->add_flag("--no-groups", args->no_groups, "Leave queued group work queued (type 9 instead of 5)");
     command->callback([args, &ctl] {
@@ -180,11 +186,13 @@ void add_aggr_config_command(CLI::App &app, const ctl_t &ctl)
 
 // ---- groups ----------------------------------------------------------------------------
 
+constexpr char GROUP_FORM[] = "G=N,N...";
+
 aggr_status_t aggr_status_of(const std::vector<std::string> &assignments)
 {
     aggr_status_t groups = AGGR_STATUS_ALONE;
     for (const std::string &text : assignments) {
-        const assignment_t assignment = parse_assignment("GROUP", text);
+        const assignment_t assignment = parse_assignment("GROUP", text, GROUP_FORM);
         const long group = parse_number("GROUP", assignment.left);
         demand(GROUP, group);
         for (const unsigned port : parse_ports("GROUP", assignment.right)) {
@@ -205,7 +213,7 @@ void add_groups_command(CLI::App &app, const ctl_t &ctl)
                     "  lvt_rstpctl groups 7=1,2 8=3,4");
 
     auto assignments = std::make_shared<std::vector<std::string>>();
-    command->add_option("GROUP", *assignments, "A group, 7 to 9, and its ports")->type_name("G=N,N...");
+    command->add_option("GROUP", *assignments, "A group, 7 to 9, and its ports")->type_name(GROUP_FORM);
     command->callback([assignments, &ctl] { send_message(ctl, aggr_status_message(aggr_status_of(*assignments))); });
 }
 

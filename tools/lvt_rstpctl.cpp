@@ -20,7 +20,6 @@ int main(int argc, char **argv)
 {
     ctl_t ctl;
     CLI::App app("Sets up the spanning tree daemon of the switch", "lvt_rstpctl");
-    app.require_subcommand(1);
     app.fallthrough();
     app.add_option("--root", ctl.root, "Look for the daemon's pipes under DIR instead of /")->type_name("DIR");
     app.add_flag("--dry-run", ctl.dry_run, "Show the message in words and hex instead of sending it");
@@ -29,6 +28,10 @@ int main(int argc, char **argv)
                "Example, to speak to a board that runs in a namespace of its own:\n"
                "  lvt_rstpctl --root /proc/PID/root bridge --priority 4096");
     app.parse_complete_callback([&ctl] { trim_slashes(ctl.root); });
+    app.final_callback([&app] {
+        if (app.get_subcommands().empty())
+            throw CLI::RequiredError("A command");
+    });
     add_settings_commands(app, ctl);
     add_debug_command(app, ctl);
 

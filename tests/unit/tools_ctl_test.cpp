@@ -1,0 +1,302 @@
+/// lvt_rstpctl as its user meets it: what it writes, says and returns.
+#include <cstdio>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include "tools/messages.h"
+#include "tools_fixture.h"
+
+namespace {
+
+struct run_t {
+    int status;         ///< exit status; -1 when a signal ended it
+    std::string output; ///< standard output, then standard error as they came
+};
+
+/// Runs the tool with a command line in shell syntax.
+run_t run(const std::string &arguments)
+{
+    FILE *stream = popen((std::string(LVT_RSTPCTL) + " " + arguments + " 2>&1").c_str(), "r");
+    if (!stream)
+        abort();
+    run_t result{};
+    char buffer[4096];
+    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
+        result.output.append(buffer, count);
+    const int status = pclose(stream);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+/// A board's file system with both pipes, as --root finds it.
+struct ctl : testing::Test {
+    temp_folder_t board;
+    pipe_reader_t control{board.path + RSTP_IF_PIPE};
+    pipe_reader_t debug{board.path + RSTP_DBG_IF_PIPE};
+
+    run_t run_on_board(const std::string &arguments) { return run("--root " + board.path + " " + arguments); }
+
+    /// Runs a command that must be silent and send exactly `frame`.
+    void expect_sends(const std::string &arguments, const std::vector<uint8_t> &frame)
+    {
+        const run_t result = run_on_board(arguments);
+        EXPECT_EQ(result.status, 0) << arguments;
+        EXPECT_EQ(result.output, "") << arguments;
+        EXPECT_EQ(control.read_all(), frame) << arguments;
+    }
+
+    /// Runs a command that must send nothing and say `text`.
+    void expect_fails(const std::string &arguments, int status, const std::string &text)
+    {
+        const run_t result = run_on_board(arguments);
+        EXPECT_EQ(result.status, status) << arguments;
+        EXPECT_EQ(result.output, text) << arguments;
+        EXPECT_EQ(control.read_all().size() + debug.read_all().size(), 0u) << arguments;
+    }
+    void expect_refused(const std::string &arguments, const std::string &reason)
+    {
+        expect_fails(arguments, 1, "lvt_rstpctl: " + reason + "\n");
+    }
+    void expect_usage(const std::string &arguments, const std::string &reason)
+    {
+        expect_fails(arguments, 2, reason + "\nRun with --help for more information.\n");
+    }
+};
+
+std::vector<uint8_t> text_octets(const std::string &text)
+{
+    return {text.begin(), text.end()};
+}
+
+} // namespace
+
+TEST_F(ctl, bridge_sends_what_is_named_and_defaults_for_the_rest)
+{
+    lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
+    expect_sends("bridge", system_config_message(config));
+
+    config.bridge_priority = 4096;
+    config.force_version = 0;
+    expect_sends("bridge --priority 4096 --force-version 0", system_config_message(config));
+
+    config = {.bridge_priority = 0,
+              .max_age = 6,
+              .hello_time = 1,
+              .forward_delay = 4,
+              .force_version = 2,
+              .reserved = 0};
+    expect_sends("bridge --priority 0 --max-age 6 --hello 1 --forward-delay 4", system_config_message(config));
+}
+
+TEST_F(ctl, bridge_keeps_to_the_standard)
+{
+    expect_refused("bridge --priority 4097", "bridge priority 4097: allowed is 0 to 61440 in steps of 4096");
+    expect_refused("bridge --priority 65536", "bridge priority 65536: allowed is 0 to 61440 in steps of 4096");
+    expect_refused("bridge --max-age 41", "max age 41: allowed is 6 to 40 s");
+    expect_refused("bridge --hello 0", "hello time 0: allowed is 1 to 2 s");
+    expect_refused("bridge --forward-delay 3", "forward delay 3: allowed is 4 to 30 s");
+    expect_refused("bridge --force-version 3", "force version 3: allowed is 0 to 2 in steps of 2");
+    expect_refused("bridge --max-age 30",
+                   "max age 30 s is too long for forward delay 15 s: at most 2 * (15 - 1) = 28 s");
+}
+
+TEST_F(ctl, ports_sends_one_record_a_port)
+{
+    port_configs_t configs = default_port_configs();
+    expect_sends("ports", port_config_message(configs));
+
+    configs[1].adminEnable = configs[2].adminEnable = configs[6].adminEnable = 1;
+    expect_sends("ports --enable 1,2,6", port_config_message(configs));
+
+    configs[2].adminPathCost = 200'000'000;
+    configs[3].adminPathCost = 7;
+    configs[3].port_priority = 240;
+    configs[4].adminEdge = 0;
+    configs[5].adminPointToPoint = 0;
+    configs[6].adminPointToPoint = 1;
+    const std::string settings = " --enable 1,2,6 --cost 2=200000000 --cost 3=7 --priority 3=240 --edge 4=off"
+                                 " --edge 1=on --p2p 5=on --p2p 6=off --p2p 1=auto";
+    expect_sends("ports" + settings, port_config_message(configs));
+    expect_sends("ports --no-groups" + settings, port_config_only_message(configs));
+}
+
+TEST_F(ctl, ports_all_are_six)
+{
+    port_configs_t configs = default_port_configs();
+    for (size_t port = 1; port <= FRONT_PORTS; port++)
+        configs[port].adminEnable = 1;
+    expect_sends("ports --enable all", port_config_message(configs));
+}
+
+TEST_F(ctl, ports_refuses_what_is_no_port_or_setting)
+{
+    expect_refused("ports --enable 0", "port 0: allowed is 1 to 6");
+    expect_refused("ports --enable 1,7", "port 7: allowed is 1 to 6");
+    expect_refused("ports --cost 9=1", "port 9: allowed is 1 to 6");
+    expect_refused("ports --cost 1=200000001", "path cost 200000001: allowed is 0 to 200000000");
+    expect_refused("ports --priority 1=17", "port priority 17: allowed is 0 to 240 in steps of 16");
+    expect_usage("ports --enable 1,x", "--enable: \"x\" is not a number");
+    expect_usage("ports --enable 1,", "--enable: \"\" is not a number");
+    expect_usage("ports --cost 5", "--cost: \"5\" should read N=VALUE");
+    expect_usage("ports --cost 1=", "--cost: \"1=\" should read N=VALUE");
+    expect_usage("ports --edge on", "--edge: \"on\" should read N=on|off");
+    expect_usage("ports --edge 1=maybe", "--edge: \"maybe\" is none of off, on");
+    expect_usage("ports --p2p 1=2", "--p2p: \"2\" is none of on, off, auto");
+}
+
+TEST_F(ctl, aggr_config_sends_one_record)
+{
+    lvt_rstp_port_config_t config = LVT_RSTP_PORT_DEFAULTS;
+    expect_sends("aggr-config", aggr_config_message(config));
+
+    config = {.adminPathCost = 10000,
+              .port_priority = 16,
+              .adminEnable = 1,
+              .adminEdge = 0,
+              .adminPointToPoint = 1,
+              .reserved = {}};
+    expect_sends("aggr-config --enable --cost 10000 --priority 16 --edge off --p2p off", aggr_config_message(config));
+    expect_refused("aggr-config --priority 256", "port priority 256: allowed is 0 to 240 in steps of 16");
+}
+
+TEST_F(ctl, groups_sends_the_group_of_each_port)
+{
+    expect_sends("groups", aggr_status_message(AGGR_STATUS_ALONE));
+    expect_sends("groups 7=1,2 8=3,4", aggr_status_message({0, 7, 7, 8, 8, 5, 6}));
+    expect_sends("groups 9=all", aggr_status_message({0, 9, 9, 9, 9, 9, 9}));
+    expect_refused("groups 6=1", "group 6: allowed is 7 to 9");
+    expect_refused("groups 7=1,8", "port 8: allowed is 1 to 6");
+    expect_refused("groups 7=1,2 8=2", "port 2 is named twice: it belongs to one group at most");
+    expect_usage("groups 7", "GROUP: \"7\" should read G=N,N...");
+}
+
+TEST_F(ctl, lacp_sends_an_octet_a_port)
+{
+    expect_sends("lacp", lacp_enable_message({}));
+    expect_sends("lacp --enable 1,6", lacp_enable_message({1, 0, 0, 0, 0, 1}));
+    expect_refused("lacp --enable 7", "port 7: allowed is 1 to 6");
+}
+
+TEST_F(ctl, debug_sends_the_words)
+{
+    run_t result = run_on_board("debug show rstp_port_status 3");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_EQ(debug.read_all(), text_octets("debug show rstp_port_status 3\n"));
+
+    result = run_on_board("debug");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_EQ(debug.read_all(), text_octets("debug\n"));
+    EXPECT_EQ(control.read_all().size(), 0u);
+}
+
+TEST_F(ctl, debug_refuses_what_would_end_or_confuse_the_daemon)
+{
+    expect_refused("debug show rstp_port_status 0", "logical port 0: allowed is 1 to 9");
+    expect_refused("debug show rstp_port_status 10", "logical port 10: allowed is 1 to 9");
+    expect_refused("debug 'show rstp_port_status 10'", "logical port 10: allowed is 1 to 9");
+    expect_refused("debug show rstp_port_status all", "logical port 0: allowed is 1 to 9");
+    expect_refused("debug " + std::string(94, 'x'),
+                   "a debug command has at most 100 characters, this one has 101");
+}
+
+TEST_F(ctl, dry_run_shows_the_message_and_sends_nothing)
+{
+    const run_t result = run_on_board("bridge --priority 4096 --force-version 0 --dry-run");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "to " + board.path + "/tmp/rstp_if_pipe, 26 octets:\n"
+                             "bridge settings (type 3)\n"
+                             "  priority       4096\n"
+                             "  max age        20 s\n"
+                             "  hello time     2 s\n"
+                             "  forward delay  15 s\n"
+                             "  force version  0 (STP only)\n"
+                             "  bc 30 11 82 0a 00 00 00 03 00 0a 00 00 00 00 00\n"
+                             "  00 10 14 00 02 00 0f 00 00 00\n");
+    EXPECT_EQ(control.read_all().size(), 0u);
+}
+
+TEST_F(ctl, dry_run_of_the_ports)
+{
+    const run_t result = run("--dry-run ports --enable 1 --cost 3=2000000 --edge 3=off --p2p 1=off --p2p 2=on");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "to /tmp/rstp_if_pipe, 100 octets:\n"
+                             "port settings (type 5)\n"
+                             "  port    spanning tree  path cost  priority  edge  point-to-point\n"
+                             "  1       on                  auto       128  on    off\n"
+                             "  2       off                 auto       128  on    on\n"
+                             "  3       off              2000000       128  off   auto\n"
+                             "  4       off                 auto       128  on    auto\n"
+                             "  5       off                 auto       128  on    auto\n"
+                             "  6       off                 auto       128  on    auto\n"
+                             "  bc 30 11 82 54 00 00 00 05 00 54 00 00 00 00 00\n"
+                             "  00 00 00 00 80 00 00 01 02 00 00 00 00 00 00 00\n"
+                             "  80 00 01 01 01 00 00 00 00 00 00 00 80 00 00 01\n"
+                             "  00 00 00 00 80 84 1e 00 80 00 00 00 02 00 00 00\n"
+                             "  00 00 00 00 80 00 00 01 02 00 00 00 00 00 00 00\n"
+                             "  80 00 00 01 02 00 00 00 00 00 00 00 80 00 00 01\n"
+                             "  02 00 00 00\n");
+}
+
+TEST_F(ctl, dry_run_names_every_type)
+{
+    const auto first_words = [](const std::string &arguments) {
+        const std::string output = run("--dry-run " + arguments).output;
+        const size_t start = output.find('\n') + 1;
+        return output.substr(start, output.find('\n', start) - start);
+    };
+    EXPECT_EQ(first_words("groups 7=1"), "groups of ports (type 2)");
+    EXPECT_EQ(first_words("aggr-config"), "settings of all groups (type 4)");
+    EXPECT_EQ(first_words("ports --no-groups"), "port settings, queued group work stays queued (type 9)");
+    EXPECT_EQ(first_words("lacp"), "LACP on ports (type 10)");
+    EXPECT_EQ(first_words("debug show"), "debug command");
+}
+
+TEST_F(ctl, dry_run_still_refuses)
+{
+    expect_refused("--dry-run bridge --priority 1", "bridge priority 1: allowed is 0 to 61440 in steps of 4096");
+}
+
+TEST_F(ctl, root_may_end_in_slashes)
+{
+    const run_t result = run("--root " + board.path + "// lacp");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_EQ(control.read_all(), lacp_enable_message({}));
+}
+
+TEST_F(ctl, usage_errors_have_a_status_of_their_own)
+{
+    expect_usage("", "A command is required");
+    expect_usage("dance", "The following argument was not expected: dance");
+    expect_usage("bridge --dance", "The following argument was not expected: --dance");
+    expect_usage("bridge --priority x", "Could not convert: --priority = x");
+}
+
+TEST_F(ctl, a_board_without_pipes)
+{
+    const temp_folder_t empty;
+    const run_t result = run("--root " + empty.path + " bridge");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "lvt_rstpctl: no pipe at " + empty.path +
+                                 "/tmp/rstp_if_pipe: is the daemon's board running?\n");
+}
+
+TEST_F(ctl, a_board_without_daemon)
+{
+    close(control.fd);
+    control.fd = -1;
+    const run_t result = run_on_board("bridge");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running?\n");
+}
+
+TEST_F(ctl, help_has_an_example_for_every_command)
+{
+    for (const char *command : {"", "bridge", "ports", "aggr-config", "groups", "lacp", "debug"}) {
+        const run_t result = run(std::string(command) + " --help");
+        EXPECT_EQ(result.status, 0) << command;
+        EXPECT_NE(result.output.find("Example"), std::string::npos) << command;
+        EXPECT_NE(result.output.find(std::string("lvt_rstpctl ") + command), std::string::npos) << command;
+    }
+}

@@ -1,0 +1,90 @@
+/// Writing into named pipes, and each way in which it can fail.
+#include "tools/pipe.h"
+
+#include <cerrno>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "tools_fixture.h"
+
+namespace {
+
+const std::vector<uint8_t> OCTETS = {1, 2, 3, 4};
+
+struct pipe : testing::Test {
+    temp_folder_t folder;
+    std::string path = folder.path + "/pipe";
+};
+
+/// Fills the pipe behind `fd` to its last octet.
+void fill(int fd)
+{
+    const std::vector<uint8_t> zeros(4096);
+    while (write(fd, zeros.data(), zeros.size()) > 0) {}
+}
+
+} // namespace
+
+TEST_F(pipe, octets_arrive_whole)
+{
+    pipe_reader_t reader(path);
+    const pipe_result_t result = write_to_pipe(path, OCTETS);
+    EXPECT_TRUE(result.ok()) << result.message;
+    EXPECT_EQ(result.message, "");
+    EXPECT_EQ(reader.read_all(), OCTETS);
+}
+
+TEST_F(pipe, a_missing_one_is_told_and_not_created)
+{
+    const pipe_result_t result = write_to_pipe(path, OCTETS);
+    EXPECT_EQ(result.error, ENOENT);
+    EXPECT_EQ(result.message, "no pipe at " + path + ": is the daemon's board running?");
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(pipe, without_a_reader_it_does_not_wait)
+{
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const pipe_result_t result = write_to_pipe(path, OCTETS);
+    EXPECT_EQ(result.error, ENXIO);
+    EXPECT_EQ(result.message, "no reader on " + path + ": is the daemon running?");
+}
+
+TEST_F(pipe, a_full_one_takes_nothing)
+{
+    pipe_reader_t reader(path);
+    const int writer = open(path.c_str(), O_WRONLY | O_NONBLOCK);
+    ASSERT_GE(writer, 0);
+    fill(writer);
+    const pipe_result_t result = write_to_pipe(path, OCTETS);
+    EXPECT_EQ(result.error, EAGAIN);
+    EXPECT_EQ(result.message, path + " is full: the daemon does not read it; is it running, or stopped?");
+    close(writer);
+    EXPECT_EQ(reader.read_all().size() % 4096, 0u);
+}
+
+TEST_F(pipe, a_long_frame_that_fits_in_part_is_told)
+{
+    pipe_reader_t reader(path);
+    const std::vector<uint8_t> too_long(1 << 20);
+    const pipe_result_t result = write_to_pipe(path, too_long);
+    EXPECT_EQ(result.error, EMSGSIZE);
+    EXPECT_NE(result.message.find("of 1048576 octets fitted into " + path), std::string::npos) << result.message;
+}
+
+TEST_F(pipe, a_plain_file_is_left_alone)
+{
+    std::ofstream(path) << "precious";
+    const pipe_result_t result = write_to_pipe(path, OCTETS);
+    EXPECT_EQ(result.error, ENOTSUP);
+    EXPECT_EQ(result.message, path + " is not a named pipe: remove it and restart the daemon's board");
+    EXPECT_EQ(std::filesystem::file_size(path), 8u);
+}
+
+TEST_F(pipe, a_folder_is_no_pipe)
+{
+    const pipe_result_t result = write_to_pipe(folder.path, OCTETS);
+    EXPECT_EQ(result.error, EISDIR);
+    EXPECT_EQ(result.message, "cannot write to " + folder.path + ": Is a directory");
+}
