@@ -1,0 +1,168 @@
+// What the chip does with a frame: trap, learn, look up, flood.
+#include <algorithm>
+#include <functional>
+#include <numeric>
+
+#include "chip/chip.h"
+
+namespace {
+
+constexpr std::size_t ADDRESSES_OCTETS = 12;
+constexpr std::size_t HEADER_OCTETS = 14; // both addresses and the type
+constexpr std::size_t TAG_OCTETS = 4;
+
+constexpr std::array<std::uint8_t, 3> CPU_TAG = {0x88, 0x99, 0x84};
+constexpr std::uint8_t CPU_TAG_PORTS = 0x80; // always set in the tag's last octet; the rest are ports
+
+bool state_learns(unsigned state)
+{
+    return state == 3 || state == 4 || state == 5;
+}
+
+bool state_forwards(unsigned state)
+{
+    return state == 4 || state == 5;
+}
+
+mac_t mac_at(std::span<const std::uint8_t> frame, std::size_t offset)
+{
+    mac_t mac;
+    std::copy_n(frame.begin() + static_cast<std::ptrdiff_t>(offset), mac.size(), mac.begin());
+    return mac;
+}
+
+bool can_send_data(const chip_t &chip, unsigned port)
+{
+    return chip.link[port] && state_forwards(chip_port_state(chip, port));
+}
+
+bool same_logical_port(const chip_t &chip, unsigned a, unsigned b)
+{
+    return a == b || (chip.trunk[a] != 0 && chip.trunk[a] == chip.trunk[b]);
+}
+
+std::uint8_t bit(unsigned port)
+{
+    return static_cast<std::uint8_t>(1u << port);
+}
+
+// The one port, as a bit, by which a frame leaves towards `port` or the trunk that it belongs to;
+// 0 when none can send. The addresses choose the member, so that a flow keeps its order.
+std::uint8_t exit_towards(const chip_t &chip, unsigned port, std::span<const std::uint8_t> frame)
+{
+    std::array<unsigned, CHIP_PORTS> members;
+    std::size_t count = 0;
+    for (unsigned member = 1; member < CHIP_PORTS; member++)
+        if (same_logical_port(chip, member, port) && can_send_data(chip, member))
+            members[count++] = member;
+    if (count == 0)
+        return 0;
+
+    const auto addresses = frame.first(ADDRESSES_OCTETS);
+    const unsigned hash = std::accumulate(addresses.begin(), addresses.end(), 0u, std::bit_xor<>());
+    return bit(members[hash % count]);
+}
+
+std::uint8_t flood(const chip_t &chip, unsigned ingress, std::span<const std::uint8_t> frame)
+{
+    std::uint8_t ports = 0;
+    for (unsigned port = 1; port < CHIP_PORTS; port++)
+        if (!same_logical_port(chip, port, ingress))
+            ports |= exit_towards(chip, port, frame);
+    return ports;
+}
+
+chip_verdict_t decide(chip_t &chip, unsigned port, std::span<const std::uint8_t> frame, chip_time_t now)
+{
+    if (frame.size() < HEADER_OCTETS)
+        return {.drop = chip_drop_t::runt};
+    if (!chip.link[port])
+        return {.drop = chip_drop_t::link_down};
+
+    const unsigned state = chip_port_state(chip, port);
+    if (state == 0)
+        return {.drop = chip_drop_t::state};
+
+    const mac_t destination = mac_at(frame, 0);
+    if (chip.addresses.trapped.contains(destination))
+        return {.trapped = true};
+
+    if (state_learns(state))
+        address_learn(chip.addresses, mac_at(frame, destination.size()), port, now);
+    if (!state_forwards(state))
+        return {.drop = chip_drop_t::state};
+
+    std::uint8_t ports;
+    if (const auto known = address_find(chip.addresses, destination, now); !known)
+        ports = flood(chip, port, frame);
+    else if (same_logical_port(chip, *known, port))
+        ports = 0;
+    else
+        ports = exit_towards(chip, *known, frame);
+
+    if (ports == 0)
+        return {.drop = chip_drop_t::nowhere};
+    return {.ports = ports};
+}
+
+void count_sent(chip_t &chip, std::uint8_t ports)
+{
+    for (unsigned port = 1; port < CHIP_PORTS; port++)
+        if ((ports & bit(port)) != 0)
+            chip.counters[port].sent++;
+}
+
+} // namespace
+
+void chip_link_set(chip_t &chip, unsigned port, bool up)
+{
+    chip.link.at(port) = up;
+}
+
+void chip_trunk_set(chip_t &chip, unsigned port, std::uint8_t group)
+{
+    chip.trunk.at(port) = group;
+}
+
+chip_verdict_t chip_receive(chip_t &chip, unsigned port, std::span<const std::uint8_t> frame, chip_time_t now)
+{
+    chip_port_counters_t &counters = chip.counters.at(port);
+    counters.received++;
+
+    const chip_verdict_t verdict = decide(chip, port, frame, now);
+    counters.trapped += verdict.trapped;
+    counters.dropped += verdict.drop != chip_drop_t::none;
+    count_sent(chip, verdict.ports);
+    return verdict;
+}
+
+chip_verdict_t chip_receive_from_cpu(chip_t &chip, std::span<const std::uint8_t> frame)
+{
+    const bool tagged = frame.size() >= HEADER_OCTETS + TAG_OCTETS &&
+                        std::equal(CPU_TAG.begin(), CPU_TAG.end(), frame.begin() + ADDRESSES_OCTETS) &&
+                        (frame[ADDRESSES_OCTETS + CPU_TAG.size()] & CPU_TAG_PORTS) != 0;
+    if (!tagged) {
+        chip.cpu.untagged++;
+        return {.drop = chip_drop_t::untagged};
+    }
+
+    chip.cpu.tagged++;
+    const std::uint8_t named = frame[ADDRESSES_OCTETS + CPU_TAG.size()];
+    std::uint8_t ports = 0;
+    for (unsigned port = 1; port < CHIP_PORTS; port++)
+        if ((named & bit(port)) != 0 && chip.link[port] && chip_port_state(chip, port) != 0)
+            ports |= bit(port);
+    if (ports == 0) {
+        chip.cpu.undeliverable++;
+        return {.drop = chip_drop_t::nowhere};
+    }
+    count_sent(chip, ports);
+    return {.ports = ports};
+}
+
+std::span<std::uint8_t> chip_untag(std::span<std::uint8_t> frame)
+{
+    const auto after_tag = frame.begin() + ADDRESSES_OCTETS + TAG_OCTETS;
+    std::copy(after_tag, frame.end(), frame.begin() + ADDRESSES_OCTETS);
+    return frame.first(frame.size() - TAG_OCTETS);
+}
