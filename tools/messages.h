@@ -14,7 +14,7 @@
 
 #include "daemon/messages.h"
 
-constexpr size_t FRONT_PORTS = 6;
+constexpr size_t FRONT_PORTS = RSTP_PORT_CONFIG_RECORDS - 1; ///< record 0 is that of the groups
 
 /// Octet 0 is not used; octet p is the group (7 to 9) of front port p, or p when it stands alone.
 using aggr_status_t = std::array<uint8_t, FRONT_PORTS + 1>;
