@@ -1,0 +1,166 @@
+/// The worked examples of docs/messages.md against the encoder and the layouts in the code.
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <regex>
+#include <string>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "rstp/bpdu.h"
+#include "tools/messages.h"
+
+namespace {
+
+using octets_t = std::vector<uint8_t>;
+
+/// The octets at the start of a line; words behind them are its explanation.
+octets_t octets_of_line(const std::string &line)
+{
+    static const std::regex pairs("^([0-9a-f]{2}( |$))+");
+    octets_t octets;
+    std::smatch match;
+    if (std::regex_search(line, match, pairs)) {
+        const std::string text = match.str();
+        for (size_t i = 0; i + 1 < text.size(); i += 3)
+            octets.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    }
+    return octets;
+}
+
+/// What stands in the code blocks of the page, in order.
+std::vector<octets_t> documented_examples()
+{
+    std::ifstream page(LVT_DOCS "/messages.md");
+    std::vector<octets_t> examples;
+    bool inside = false;
+    for (std::string line; std::getline(page, line);) {
+        if (line.starts_with("```")) {
+            inside = !inside;
+            if (inside)
+                examples.emplace_back();
+        } else if (inside) {
+            const octets_t octets = octets_of_line(line);
+            examples.back().insert(examples.back().end(), octets.begin(), octets.end());
+        }
+    }
+    return examples;
+}
+
+template <typename record_t>
+octets_t octets_of(const record_t &record, size_t size = sizeof(record_t))
+{
+    octets_t octets(size);
+    std::memcpy(octets.data(), &record, size);
+    return octets;
+}
+
+/// A BPDU of the bridge 02:00:00:00:00:01 to the group address.
+bpdu_t bpdu_from(uint8_t source, uint8_t version, uint8_t type, uint16_t length)
+{
+    bpdu_t bpdu{};
+    std::copy_n(lvt_rstp_slowmac, sizeof bpdu.destination, bpdu.destination);
+    bpdu.source[0] = 0x02;
+    bpdu.source[5] = source;
+    bpdu_put16(bpdu.length, length);
+    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
+    bpdu.control = BPDU_LLC_CONTROL;
+    bpdu.version = version;
+    bpdu.type = type;
+    return bpdu;
+}
+
+/// The root's own, from a designated port that forwards.
+bpdu_t rst_bpdu(uint8_t source, uint16_t port_id)
+{
+    bpdu_t bpdu = bpdu_from(source, 2, BPDU_TYPE_RST, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
+    bpdu.flags = BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT | BPDU_FLAG_LEARNING | BPDU_FLAG_FORWARDING;
+    for (uint8_t *priority : {bpdu.root_priority, bpdu.bridge_priority})
+        bpdu_put16(priority, LVT_RSTP_SYSTEM_DEFAULTS.bridge_priority);
+    for (uint8_t *address : {bpdu.root_address, bpdu.bridge_address}) {
+        address[0] = 0x02;
+        address[5] = 0x01;
+    }
+    bpdu_put16(bpdu.port_id, port_id);
+    bpdu.max_age[0] = 20;
+    bpdu.hello_time[0] = 2;
+    bpdu.forward_delay[0] = 15;
+    return bpdu;
+}
+
+/// As it leaves on the CPU port: tagged behind the addresses, padded to 64 octets.
+octets_t tagged(const bpdu_t &bpdu, size_t size, uint8_t tag_end)
+{
+    octets_t frame = octets_of(bpdu, size);
+    frame.resize(60);
+    const octets_t tag = {0x88, 0x99, 0x84, tag_end};
+    frame.insert(frame.begin() + offsetof(bpdu_t, length), tag.begin(), tag.end());
+    return frame;
+}
+
+std::vector<octets_t> real_examples()
+{
+    port_statuses_t ports{};
+    ports[0] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
+    ports[5] = {.ignored = 0, .link = 1, .speed = 1, .duplex = 0};
+
+    lvt_rstp_system_config_t system = LVT_RSTP_SYSTEM_DEFAULTS;
+    system.bridge_priority = 4096;
+    system.max_age = 6;
+    system.hello_time = 1;
+    system.forward_delay = 4;
+
+    lvt_rstp_port_config_t groups = LVT_RSTP_PORT_DEFAULTS;
+    groups.adminEnable = 1;
+    groups.adminPathCost = 10000;
+    groups.adminEdge = 0;
+
+    port_configs_t configs = default_port_configs();
+    configs[1].adminEnable = configs[2].adminEnable = 1;
+
+    const std::string debug = "debug show bridge_status\n";
+
+    lacp_frame_t lacp{};
+    std::copy_n(LACP_MSG_MAGIC, sizeof lacp.magic, lacp.magic);
+    lacp.length = 6;
+    lacp.type = LACP_MSG_RSTP_STATUS;
+    lacp.body[0] = lacp.body[1] = 1;
+
+    port_mux_msg_t mux{};
+    std::copy_n(PORT_MUX_MAGIC, sizeof mux.magic, mux.magic);
+    mux.length = 100;
+    mux.type = PORT_MUX_MSG_FORWARDING;
+    mux.l2port = 2;
+    mux.forwarding = 1;
+
+    const bpdu_t tcn = bpdu_from(2, 0, BPDU_TYPE_TCN, BPDU_TCN_OCTETS + BPDU_LLC_OCTETS);
+
+    return {
+        bpdu_message(7, octets_of(rst_bpdu(2, 0x8002))),
+        port_status_message(ports),
+        aggr_status_message({0, 7, 7, 3, 4, 5, 6}),
+        system_config_message(system),
+        aggr_config_message(groups),
+        port_config_message(configs),
+        work_flush_message(),
+        lacp_enable_message({1, 1, 0, 0, 0, 0}),
+        {debug.begin(), debug.end()},
+        octets_of(lacp, offsetof(lacp_frame_t, body) + lacp.length),
+        octets_of(mux),
+        tagged(rst_bpdu(6, 0x8005), sizeof(bpdu_t), 0xC0),
+        tagged(tcn, BPDU_HEADER_OCTETS + BPDU_TCN_OCTETS, 0x82),
+    };
+}
+
+} // namespace
+
+TEST(docs, examples_of_messages_are_right)
+{
+    const auto documented = documented_examples();
+    const auto real = real_examples();
+    ASSERT_EQ(documented.size(), real.size());
+    for (size_t i = 0; i < real.size(); i++)
+        EXPECT_EQ(fmt::format("{:02x}", fmt::join(documented[i], " ")), fmt::format("{:02x}", fmt::join(real[i], " ")))
+            << "example " << i + 1;
+}
