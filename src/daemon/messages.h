@@ -86,10 +86,11 @@ static_assert(offsetof(lacp_frame_t, type) == 8 && offsetof(lacp_frame_t, body) 
 
 constexpr uint8_t PORT_MUX_MAGIC[4] = {0xB2, 0x06, 0x66, 0xA8};
 constexpr uint8_t PORT_MUX_MSG_FORWARDING = 2;
+constexpr uint32_t PORT_MUX_LENGTH = 100; ///< what the length field says
 
 struct port_mux_msg_t {
     uint8_t magic[4];
-    uint32_t length; ///< says 100 although the message always has 124 octets
+    uint32_t length; ///< PORT_MUX_LENGTH, although the message always has 124 octets
     uint8_t type;
     uint8_t reserved0;
     uint8_t l2port;

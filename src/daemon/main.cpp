@@ -1,0 +1,13 @@
+#include <cstdio>
+
+#include "daemon/rstp_daemon.h"
+#include "l2_proto_utility/os_api.h"
+
+int main()
+{
+    // Messages shall be seen when they are printed, also behind a pipe.
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    initSocket(&rstp_socket_fd, &rstp_socket_addr, RSTP_CPU_INTERFACE);
+    rstp_init();
+    return 0;
+}

@@ -1,0 +1,22 @@
+/// The two semaphores that serve as mutexes. Where both are needed, `rstp_data_sem` is taken
+/// first.
+#pragma once
+
+#include <semaphore.h>
+
+extern sem_t rstp_core_sem; ///< the engine and the adaptation layer
+extern sem_t rstp_data_sem; ///< the daemon's own shared data
+
+/// Holds a semaphore for the length of a block.
+struct sem_guard_t {
+    explicit sem_guard_t(sem_t &sem) : held(sem)
+    {
+        while (sem_wait(&held) != 0) {
+        }
+    }
+    ~sem_guard_t() { sem_post(&held); }
+    sem_guard_t(const sem_guard_t &) = delete;
+    sem_guard_t &operator=(const sem_guard_t &) = delete;
+
+    sem_t &held;
+};
