@@ -1,8 +1,8 @@
 /// The worked examples of docs/messages.md against the encoder and the layouts in the code.
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <fstream>
-#include <regex>
 #include <string>
 
 #include <fmt/format.h>
@@ -15,16 +15,16 @@ namespace {
 
 using octets_t = std::vector<uint8_t>;
 
-/// The octets at the start of a line; words behind them are its explanation.
+/// The octets at the start of a line; after two spaces comes their explanation.
 octets_t octets_of_line(const std::string &line)
 {
-    static const std::regex pairs("^([0-9a-f]{2}( |$))+");
     octets_t octets;
-    std::smatch match;
-    if (std::regex_search(line, match, pairs)) {
-        const std::string text = match.str();
-        for (size_t i = 0; i + 1 < text.size(); i += 3)
-            octets.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    for (size_t i = 0; i + 1 < line.size() && line[i] != ' '; i += 3) {
+        uint8_t octet = 0;
+        const auto [end, error] = std::from_chars(&line[i], &line[i] + 2, octet, 16);
+        if (error != std::errc{} || end != &line[i] + 2)
+            ADD_FAILURE() << "no octets in hex: " << line;
+        octets.push_back(octet);
     }
     return octets;
 }
