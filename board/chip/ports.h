@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-constexpr unsigned FRONT_PORTS = 6; ///< numbered from 1, as printed on the case
+constexpr unsigned BOARD_PORTS = 6; ///< numbered from 1, as printed on the case
 constexpr unsigned CHIP_PORTS = 7;  ///< numbered from 0, which leads to the CPU
 constexpr unsigned CHIP_CPU_PORT = 0;
 

@@ -14,7 +14,7 @@ constexpr mac_t bridge_group = {0x01, 0x80, 0xC2, 0, 0, 0};
 TEST(chip_wiring, ports_5_and_6_are_crossed_both_ways)
 {
     constexpr unsigned chip_ports[] = {1, 2, 3, 4, 6, 5};
-    for (unsigned front = 1; front <= FRONT_PORTS; front++) {
+    for (unsigned front = 1; front <= BOARD_PORTS; front++) {
         EXPECT_EQ(chip_port_of_front(front), chip_ports[front - 1]);
         EXPECT_EQ(front_port_of_chip(chip_port_of_front(front)), front);
     }

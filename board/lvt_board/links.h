@@ -1,0 +1,34 @@
+/// The state of network interfaces: who exists, who has carrier, how fast.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "lvt_board/fd.h"
+
+/// What a port's PHY reports. Without link, speed and duplex are 0.
+struct link_t {
+    bool up = false;
+    unsigned mbit = 0;
+    bool full_duplex = false;
+
+    bool operator==(const link_t &) const = default;
+};
+
+constexpr unsigned LINK_MBIT_MAX = 2500; ///< what the board's PHYs can do
+
+/// The speed code of link monitor and driver messages: 0 = 10, 1 = 100, 2 = 1000, 3 = 2500 Mbit/s
+/// or more; in between, that of the next lower speed.
+std::uint8_t link_speed_code(unsigned mbit);
+
+/// Looks at the interface called `name` now. `index` becomes its number, or 0 when there is none.
+/// What tells no speed counts as 1000 Mbit/s full duplex; what is faster than the PHYs, as theirs.
+link_t link_sample(const std::string &name, int &index);
+
+/// A socket on which the kernel announces changes of interfaces; throws std::system_error.
+fd_t link_events_open();
+
+/// Reads what was announced: `carrier_seen` gets each interface number and its carrier at that
+/// moment, in order, so that a short interruption is not missed.
+void link_events_read(const fd_t &events, const std::function<void(int index, bool carrier)> &carrier_seen);
