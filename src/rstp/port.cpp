@@ -1,6 +1,6 @@
 #include "rstp/port.h"
 
-#include "rstp/state_mach.h"
+#include "rstp/port_machines.h"
 #include "rstp/vect.h"
 
 void STP_port_create(stpm_t *bridge, port_t *port)

@@ -36,11 +36,6 @@ struct stp_machine_t {
     stp_name_t state_name;
 };
 
-constexpr size_t STP_PORT_MACHINES = 9;
-
-/// The machines of a port in the order of their evaluation.
-extern const stp_machine_t STP_port_machines[STP_PORT_MACHINES];
-
 /// Who a machine is, for a trace.
 struct stp_mach_identity_t {
     uint32_t port_number; ///< 0 for the role selection of a bridge

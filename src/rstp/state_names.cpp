@@ -1,5 +1,4 @@
-#include "rstp/machines.h"
-#include "rstp/state_mach.h"
+#include "rstp/port_machines.h"
 
 /// The names of all states, machine after machine. "DELEAYED" and "FORSE" are written so on
 /// purpose: tools match these spellings.
@@ -77,17 +76,6 @@ const char *STP_transmit_state_name(rstpstate_t state) { return name(state, NAME
 const char *STP_p2p_state_name(rstpstate_t state) { return name(state, NAMES_P2P, NAMES_EDGE); }
 const char *STP_edge_state_name(rstpstate_t state) { return name(state, NAMES_EDGE, NAMES_PCOST); }
 const char *STP_pcost_state_name(rstpstate_t state) { return name(state, NAMES_PCOST, NAMES_END); }
-
-// A row: the machine, the assertion that start makes of it, its place and its functions.
-#define STP_MACHINE(name, line)                                                               \
-    {#name, "port->" #name ".State == ((rstpstate_t)255)", line, &port_t::name,               \
-     STP_##name##_check_conditions, STP_##name##_enter_state, STP_##name##_state_name}
-
-const stp_machine_t STP_port_machines[STP_PORT_MACHINES] = {
-    STP_MACHINE(transmit, 198), STP_MACHINE(sttrans, 199), STP_MACHINE(roletrns, 200),
-    STP_MACHINE(info, 201),     STP_MACHINE(pcost, 202),   STP_MACHINE(edge, 203),
-    STP_MACHINE(p2p, 204),      STP_MACHINE(migrate, 205), STP_MACHINE(topoch, 206),
-};
 
 stp_mach_identity_t STP_mach_identify(const state_mach_t *mach)
 {

@@ -1,7 +1,8 @@
 #include "rstp/step.h"
 
-#include "rstp/machines.h"
-#include "rstp/state_mach.h"
+#include <utility>
+
+#include "rstp/port_machines.h"
 #include "rstp/stpm.h"
 
 namespace {
@@ -35,23 +36,31 @@ void finish_bridge(stpm_t *bridge)
     }
 }
 
+/// Written out over the indices of the machine table, so that every call is a direct one.
+template <size_t... i>
+uint32_t sweep(port_t *port, std::index_sequence<i...>)
+{
+    uint32_t moved = 0;
+    const auto check = [port, &moved](size_t index, const stp_machine_t &machine) {
+        if (machine.check_conditions(&(port->*machine.mach)))
+            moved |= 1u << index;
+    };
+    const auto enter = [port, &moved](size_t index, const stp_machine_t &machine) {
+        if (moved >> index & 1)
+            machine.enter_state(&(port->*machine.mach));
+    };
+
+    (check(i, STP_port_machines[i]), ...);
+    if (moved)
+        (enter(i, STP_port_machines[i]), ...);
+    return moved;
+}
+
 } // namespace
 
 uint32_t STP_port_sweep(port_t *port)
 {
-    bool moved[STP_PORT_MACHINES];
-    uint32_t moves = 0;
-
-    for (size_t i = 0; i < STP_PORT_MACHINES; i++) {
-        moved[i] = STP_port_machines[i].check_conditions(&(port->*STP_port_machines[i].mach));
-        moves += moved[i];
-    }
-    if (!moves)
-        return 0;
-    for (size_t i = 0; i < STP_PORT_MACHINES; i++)
-        if (moved[i])
-            STP_port_machines[i].enter_state(&(port->*STP_port_machines[i].mach));
-    return moves;
+    return sweep(port, std::make_index_sequence<STP_PORT_MACHINES>());
 }
 
 void lvt_rstp_more_work()

@@ -23,6 +23,6 @@ constexpr uint32_t STP_SWEEPS_MAX = 1000;
 
 struct port_t;
 
-/// One sweep: checks the nine machines of `port`, then enters those that moved. Returns how
-/// many moved.
+/// One sweep: checks the nine machines of `port`, then enters those that moved. Returns which
+/// moved, bit i for row i of the machine table; 0 when all are quiet.
 uint32_t STP_port_sweep(port_t *port);

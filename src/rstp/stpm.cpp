@@ -1,8 +1,7 @@
 #include "rstp/stpm.h"
 
-#include "rstp/machines.h"
 #include "rstp/port.h"
-#include "rstp/state_mach.h"
+#include "rstp/port_machines.h"
 #include "rstp/step.h"
 #include "rstp/vect.h"
 
