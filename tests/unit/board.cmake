@@ -1,10 +1,7 @@
-# Unit tests of the simulated board.
-include(GoogleTest)
-find_package(GTest REQUIRED)
-
+# The simulated board: its chip, the parts of its process, and the stand-in libraries.
 add_executable(unit_board
-    ${CMAKE_CURRENT_LIST_DIR}/board_chip_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/board_forwarding_test.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/board_words_test.cpp)
-target_link_libraries(unit_board PRIVATE lvt_chip lvt_warnings GTest::gtest_main)
+    board_chip_test.cpp board_forwarding_test.cpp board_parts_test.cpp board_platform_test.cpp
+    board_words_test.cpp)
+target_link_libraries(unit_board PRIVATE
+    lvt_board_parts mdio_intf link_mon_intf LvtCom lvt_warnings GTest::gtest_main)
 gtest_discover_tests(unit_board TEST_PREFIX board.)
