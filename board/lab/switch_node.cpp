@@ -1,0 +1,139 @@
+#include "board/lab/switch_node.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+
+#include "board/board_socket.h"
+#include "board/lab/within.h"
+#include "daemon/messages.h"
+#include "tools/pipe.h"
+
+namespace lab {
+
+namespace {
+
+constexpr int CPU_PORT_MAC = 0xFE;   ///< the chip's end of the CPU cable; no frame carries it
+constexpr auto START_PATIENCE = 10s; ///< a sanitized daemon under load takes its time
+
+std::string program(const std::string &wanted, const char *variable, const char *name)
+{
+    if (!wanted.empty())
+        return wanted;
+    if (const char *path = getenv(variable); path != nullptr && *path != '\0')
+        return path;
+    return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
+}
+
+bool is_ready(const switch_t &board)
+{
+    try {
+        board.client();
+        return true;
+    } catch (const board_error_t &) {
+        return false;
+    }
+}
+
+} // namespace
+
+switch_t::switch_t(switch_settings_t settings)
+    : settings_(std::move(settings)), node_(settings_.name, settings_.number)
+{
+    settings_.board = program(settings_.board, "LVT_BOARD", "lvt_board");
+    settings_.daemon =
+        program(settings_.daemon, "LVT_RSTPD", settings_.trace ? "lvt_rstpd_traced" : "lvt_rstpd");
+
+    node_.ip(fmt::format("link add name eth0 address {} type veth peer name cpu0 address {}\n"
+                         "link set eth0 addrgenmode none\n"
+                         "link set cpu0 addrgenmode none\n"
+                         "link set eth0 up\n"
+                         "link set cpu0 up",
+                         node_.mac(), node_.mac(CPU_PORT_MAC)));
+}
+
+cable_end_t switch_t::port(int number) const
+{
+    return {&node_, fmt::format("port{}", number), node_.mac(number)};
+}
+
+process_t switch_t::launch(std::vector<std::string> argv, std::vector<std::string> environment,
+                           const char *output, const char *error) const
+{
+    const auto create = [this](const char *path) {
+        const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
+        return fd_t(checked(open(node_.path(path).c_str(), flags, 0644), path));
+    };
+    const fd_t out = create(output);
+    const fd_t err = create(error);
+    return node_.start({.argv = std::move(argv),
+                        .environment = std::move(environment),
+                        .out = out.number(),
+                        .err = err.number()});
+}
+
+void switch_t::start_board()
+{
+    board_ =
+        launch({settings_.board, "run", "--log", BOARD_LOG_FILE}, {}, BOARD_OUTPUT_FILE, BOARD_OUTPUT_FILE);
+    const bool ready = within(START_PATIENCE, [&] { return is_ready(*this) || !board_.running(); });
+    if (!ready || !board_.running())
+        throw std::runtime_error(fmt::format("{}: the board did not start\n{}", node_.name(), story()));
+}
+
+void switch_t::start_daemon()
+{
+    std::vector<std::string> argv = settings_.daemon_wrapper;
+    argv.push_back(settings_.daemon);
+    std::vector<std::string> environment = settings_.daemon_environment;
+    environment.push_back(fmt::format("LVT_CONSOLE={}", CONSOLE_FILE));
+
+    std::filesystem::remove(node_.path(CONSOLE_FILE));
+    daemon_ = launch(std::move(argv), std::move(environment), DAEMON_OUTPUT_FILE, DAEMON_ERROR_FILE);
+    const bool ready = within(START_PATIENCE, [&] {
+        return node_.read(CONSOLE_FILE).find("RSTP Initial Complete") != std::string::npos ||
+               !daemon_.running();
+    });
+    if (!ready || !daemon_.running())
+        throw std::runtime_error(fmt::format("{}: the daemon did not start\n{}", node_.name(), story()));
+}
+
+void switch_t::start()
+{
+    start_board();
+    start_daemon();
+}
+
+board_client_t switch_t::client() const
+{
+    return board_client_t(node_.path(BOARD_SOCKET));
+}
+
+void switch_t::send(std::span<const uint8_t> message) const
+{
+    const pipe_result_t result = write_to_pipe(node_.path(RSTP_IF_PIPE), message);
+    if (!result.ok())
+        throw std::runtime_error(fmt::format("{}: {}", node_.name(), result.message));
+}
+
+std::optional<bridge_status_t> switch_t::status() const
+{
+    return parse_status(node_.read(STATUS_FILE));
+}
+
+std::string switch_t::story() const
+{
+    std::string text;
+    for (const char *file : {BOARD_OUTPUT_FILE, BOARD_LOG_FILE, CONSOLE_FILE, DAEMON_OUTPUT_FILE,
+                             DAEMON_ERROR_FILE, STATUS_FILE}) {
+        if (const std::string content = node_.read(file); !content.empty())
+            text += fmt::format("--- {}:{}\n{}\n", node_.name(), file, content);
+    }
+    return text;
+}
+
+} // namespace lab
