@@ -264,14 +264,19 @@ void lvt_rstp_port_config_init(uint32_t index, lvt_rstp_port_config_t *config)
     config->adminPointToPoint = stored.adminPointToPoint;
 }
 
-uint8_t lvt_port_enable_rstp_get(uint32_t index) { return record_of(index + 1)->config.adminEnable; }
+uint8_t lvt_port_enable_rstp_get(uint32_t index)
+{
+    need_defaults();
+    return record_of(index + 1)->config.adminEnable;
+}
 
-uint8_t lvt_rstp_aggr_enable_get() { return record_of(RSTP_PHYSICAL_PORTS + 1)->config.adminEnable; }
+uint8_t lvt_rstp_aggr_enable_get() { return lvt_port_enable_rstp_get(RSTP_PHYSICAL_PORTS); }
 
 int lvt_rstp_port_is_aggregated(uint32_t index)
 {
     if (index >= RSTP_PHYSICAL_PORTS)
         return 0;
+    need_defaults();
     return representative_of(index + 1)->port_number > RSTP_PHYSICAL_PORTS;
 }
 
