@@ -296,3 +296,12 @@ void board_t::read_mux()
         keep(std::move(message));
     }
 }
+
+void board_t::catch_up_with_daemon()
+{
+    receive(0);
+    if (faults.pipes_unread)
+        return;
+    read_lacp();
+    read_mux();
+}

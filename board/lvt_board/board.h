@@ -80,6 +80,9 @@ public:
     void read_lacp();
     void read_mux();
 
+    /// Takes in what the daemon sent by any other way, so that what it asks for next comes after it.
+    void catch_up_with_daemon();
+
     // ---- what the operator sees -----------------------------------------------------------
 
     chip_time_t now() const { return clock_.now(); }

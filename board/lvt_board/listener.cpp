@@ -133,6 +133,8 @@ bool serve(board_t &board, const fd_t &caller)
     if (head.magic != BOARD_MAGIC || head.length != request.size() - sizeof head)
         return false;
 
+    board.catch_up_with_daemon();
+
     octets_t answer;
     switch (head.kind) {
     case BOARD_MDIO: answer = answer_mdio(board, request); break;
