@@ -84,7 +84,7 @@ lab::node_t make_node()
 double measure(const std::string &program)
 {
     lab::node_t node = make_node();
-    const lab::fd_t pipe(lab::checked(open(node.path(RSTP_IF_PIPE).c_str(), O_RDWR), RSTP_IF_PIPE));
+    const fd_t pipe(lab::checked(open(node.path(RSTP_IF_PIPE).c_str(), O_RDWR), RSTP_IF_PIPE));
     lab::process_t process = node.start({.argv = {program}});
 
     port_configs_t configs = default_port_configs();
@@ -93,18 +93,18 @@ double measure(const std::string &program)
         configs[port].adminEnable = 1;
         links[port - 1] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
     }
-    put(pipe.get(), port_status_message(links));
-    put(pipe.get(), port_config_message(configs));
+    put(pipe.number(), port_status_message(links));
+    put(pipe.number(), port_config_message(configs));
 
     const std::vector<uint8_t> bpdu = neighbours_bpdu();
     for (int i = 0; i < 1000; i++)
-        put(pipe.get(), bpdu);
-    wait_until_read(pipe.get());
+        put(pipe.number(), bpdu);
+    wait_until_read(pipe.number());
 
     const double before = cpu_ns(process.pid());
     for (int i = 0; i < BPDUS; i++)
-        put(pipe.get(), bpdu);
-    wait_until_read(pipe.get());
+        put(pipe.number(), bpdu);
+    wait_until_read(pipe.number());
     return (cpu_ns(process.pid()) - before) / BPDUS;
 }
 
