@@ -97,8 +97,9 @@ std::vector<board_port_t> board_client_t::ports()
 {
     std::vector<board_port_t> ports;
     for (const auto &port : show("ports"))
-        ports.push_back({port.at("port"), port.at("chip"), port.at("present"), port.at("link"), port.at("mbit"),
-                         port.at("full_duplex"), port.at("state"), port.at("state_name"), port.at("trunk")});
+        ports.push_back({port.at("port"), port.at("chip"), port.at("present"), port.at("link"),
+                         port.at("mbit"), port.at("full_duplex"), port.at("state"), port.at("state_name"),
+                         port.at("trunk")});
     return ports;
 }
 

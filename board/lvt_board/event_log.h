@@ -14,7 +14,8 @@ class board_clock_t {
 public:
     std::chrono::microseconds now() const
     {
-        return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start_);
+        const auto elapsed = std::chrono::steady_clock::now() - start_;
+        return std::chrono::duration_cast<std::chrono::microseconds>(elapsed);
     }
     double seconds() const { return std::chrono::duration<double>(now()).count(); }
 

@@ -97,7 +97,8 @@ void add_set(CLI::App &app, const std::string &socket)
 
     CLI::App *speed = set->add_subcommand("speed", "What a port's PHY reports while it has link");
     speed->add_option("port", first, "Front port, 1 to 6")->required();
-    speed->add_option("mbit", second, "10, 100, 1000, 2500, or auto for that of its interface")->required();
+    speed->add_option("mbit", second, "10, 100, 1000, 2500, or auto for what its interface says")
+        ->required();
     speed->add_option("duplex", third, "full or half")->check(CLI::IsMember({"full", "half"}));
     speed->callback([&socket] {
         board_client_t board(socket);
@@ -108,7 +109,8 @@ void add_set(CLI::App &app, const std::string &socket)
     });
 
     CLI::App *trunk = set->add_subcommand("trunk", "The members of a trunk");
-    trunk->add_option("members", first, "PORTS=GROUP: 1,2=7 joins ports 1 and 2, none=7 dissolves")->required();
+    trunk->add_option("members", first, "PORTS=GROUP: 1,2=7 joins ports 1 and 2, none=7 dissolves")
+        ->required();
     trunk->callback([&socket] {
         board_client_t board(socket);
         set_trunk(board, first);
@@ -128,7 +130,8 @@ void add_set(CLI::App &app, const std::string &socket)
     link->add_option("value", first, "on or off")->required()->check(on_off);
     link->callback([&socket] { board_client_t(socket).set_link_fail(is_on(first)); });
 
-    CLI::App *unread = set->add_subcommand("pipes-unread", "Leave LACP and multiplexer pipes unread, so that they fill");
+    CLI::App *unread =
+        set->add_subcommand("pipes-unread", "Leave LACP and multiplexer pipes unread, so that they fill");
     unread->add_option("value", first, "on or off")->required()->check(on_off);
     unread->callback([&socket] { board_client_t(socket).set_pipes_unread(is_on(first)); });
 }

@@ -21,7 +21,8 @@ unsigned front_port_in(const json &value)
 {
     const auto front = value.get<unsigned>();
     if (front < 1 || front > BOARD_PORTS)
-        throw std::invalid_argument(fmt::format("there is no port {}; ports are 1 to {}", front, BOARD_PORTS));
+        throw std::invalid_argument(
+            fmt::format("there is no port {}; ports are 1 to {}", front, BOARD_PORTS));
     return front;
 }
 
@@ -82,7 +83,8 @@ json show_rules(board_t &board, const json &)
     for (unsigned entry = 0; entry < CHIP_RULES; entry++) {
         const auto &parts = board.chip.rules[entry].parts;
         if (parts != chip_rule_t{}.parts)
-            rules.push_back({{"rule", entry}, {"pattern", parts[0]}, {"mask", parts[1]}, {"action", parts[2]}});
+            rules.push_back(
+                {{"rule", entry}, {"pattern", parts[0]}, {"mask", parts[1]}, {"action", parts[2]}});
     }
     return rules;
 }
@@ -128,7 +130,8 @@ json set_speed(board_t &board, const json &request)
 {
     const unsigned front = front_port_in(request.at("port"));
     if (request.contains("mbit"))
-        board.set_speed(front, speed_of(request["mbit"].get<unsigned>(), request.at("full_duplex").get<bool>()));
+        board.set_speed(front, speed_of(request["mbit"].get<unsigned>(),
+                                        request.at("full_duplex").get<bool>()));
     else
         board.set_speed(front, std::nullopt);
     return true;

@@ -10,20 +10,38 @@ namespace {
 using nlohmann::json;
 using words_t = std::vector<std::uint32_t>;
 
+template <typename... arguments_t>
+void append(std::string &text, fmt::format_string<arguments_t...> format, arguments_t &&...arguments)
+{
+    fmt::format_to(std::back_inserter(text), format, std::forward<arguments_t>(arguments)...);
+}
+
+unsigned number_at(const json &record, const char *name)
+{
+    return record.at(name).get<unsigned>();
+}
+
+std::string text_at(const json &record, const char *name)
+{
+    return record.at(name).get<std::string>();
+}
+
+std::string link_text(const json &port)
+{
+    if (port.at("link"))
+        return fmt::format("{} {}", number_at(port, "mbit"), port.at("full_duplex") ? "full" : "half");
+    return port.at("present") ? "down" : "no interface";
+}
+
 std::string ports_text(const json &ports)
 {
-    std::string text = fmt::format("{:<6}{:<6}{:<11}{:<18}{:<7}{}\n", "port", "chip", "interface", "link", "trunk", "state");
+    static constexpr char row[] = "{:<6}{:<6}{:<11}{:<18}{:<7}{}\n";
+    std::string text = fmt::format(row, "port", "chip", "interface", "link", "trunk", "state");
     for (const json &port : ports) {
-        std::string link = "no interface";
-        if (port.at("link"))
-            link = fmt::format("{} {}", port.at("mbit").get<unsigned>(), port.at("full_duplex") ? "full" : "half");
-        else if (port.at("present"))
-            link = "down";
-        const unsigned trunk = port.at("trunk");
-        fmt::format_to(std::back_inserter(text), "{:<6}{:<6}{:<11}{:<18}{:<7}{} {}\n", port.at("port").get<unsigned>(),
-                       port.at("chip").get<unsigned>(), port.at("interface").get<std::string>(), link,
-                       trunk == 0 ? "-" : std::to_string(trunk), port.at("state").get<unsigned>(),
-                       port.at("state_name").get<std::string>());
+        const unsigned trunk = number_at(port, "trunk");
+        append(text, row, number_at(port, "port"), number_at(port, "chip"), text_at(port, "interface"),
+               link_text(port), trunk == 0 ? "-" : std::to_string(trunk),
+               fmt::format("{} {}", number_at(port, "state"), text_at(port, "state_name")));
     }
     return text;
 }
@@ -32,10 +50,10 @@ std::string addresses_text(const json &table)
 {
     std::string text = fmt::format("{:<19}{:<8}{}\n", "address", "port", "last heard");
     for (const json &address : table.at("trapped"))
-        fmt::format_to(std::back_inserter(text), "{:<19}{:<8}{}\n", address.get<std::string>(), "CPU", "trapped");
+        append(text, "{:<19}{:<8}{}\n", address.get<std::string>(), "CPU", "trapped");
     for (const json &entry : table.at("learned"))
-        fmt::format_to(std::back_inserter(text), "{:<19}{:<8}{:.0f} s ago\n", entry.at("address").get<std::string>(),
-                       entry.at("port").get<unsigned>(), entry.at("age").get<double>());
+        append(text, "{:<19}{:<8}{:.0f} s ago\n", text_at(entry, "address"),
+                       number_at(entry, "port"), entry.at("age").get<double>());
     return text;
 }
 
@@ -43,7 +61,7 @@ std::string registers_text(const json &registers)
 {
     std::string text = fmt::format("{:<10}{}\n", "register", "value");
     for (const json &entry : registers)
-        fmt::format_to(std::back_inserter(text), "0x{:<8x}0x{:08x}\n", entry.at("register").get<std::uint32_t>(),
+        append(text, "0x{:<8x}0x{:08x}\n", entry.at("register").get<std::uint32_t>(),
                        entry.at("value").get<std::uint32_t>());
     return text;
 }
@@ -53,7 +71,7 @@ std::string rules_text(const json &rules)
     std::string text = fmt::format("{:<6}{:<9}{}\n", "rule", "part", "words");
     for (const json &rule : rules)
         for (const char *part : {"pattern", "mask", "action"})
-            fmt::format_to(std::back_inserter(text), "{:<6}{:<9}{:08x}\n", rule.at("rule").get<unsigned>(), part,
+            append(text, "{:<6}{:<9}{:08x}\n", number_at(rule, "rule"), part,
                            fmt::join(rule.at(part).get<words_t>(), " "));
     return text;
 }
@@ -63,24 +81,24 @@ std::string counters_text(const json &counters)
     constexpr const char *columns[] = {"received", "sent", "trapped", "dropped"};
     std::string text = fmt::format("{:<6}", "port");
     for (const char *column : columns)
-        fmt::format_to(std::back_inserter(text), "{:>12}", column);
+        append(text, "{:>12}", column);
     text += '\n';
     for (const json &port : counters.at("ports")) {
-        fmt::format_to(std::back_inserter(text), "{:<6}", port.at("port").get<unsigned>());
+        append(text, "{:<6}", number_at(port, "port"));
         for (const char *column : columns)
-            fmt::format_to(std::back_inserter(text), "{:>12}", port.at(column).get<std::uint64_t>());
+            append(text, "{:>12}", port.at(column).get<std::uint64_t>());
         text += '\n';
     }
     text += '\n';
     for (const auto &[name, value] : counters.at("board").items())
-        fmt::format_to(std::back_inserter(text), "{:<18}{:>12}\n", name, value.get<std::uint64_t>());
+        append(text, "{:<18}{:>12}\n", name, value.get<std::uint64_t>());
     return text;
 }
 
 std::string message_words(const json &message)
 {
     if (message.contains("port"))
-        return fmt::format("port {} {}", message.at("port").get<unsigned>(),
+        return fmt::format("port {} {}", number_at(message, "port"),
                            message.at("forwarding") ? "forwards" : "does not forward");
     if (message.contains("enabled"))
         return fmt::format("spanning tree on at ports [{}]",
@@ -92,8 +110,8 @@ std::string messages_text(const json &messages)
 {
     std::string text = fmt::format("{:>12}  {:<6}{}\n", "seconds", "pipe", "message");
     for (const json &message : messages)
-        fmt::format_to(std::back_inserter(text), "{:>12.6f}  {:<6}{}\n", message.at("seconds").get<double>(),
-                       message.at("pipe").get<std::string>(), message_words(message));
+        append(text, "{:>12.6f}  {:<6}{}\n", message.at("seconds").get<double>(),
+                       text_at(message, "pipe"), message_words(message));
     return text;
 }
 

@@ -96,7 +96,8 @@ wire_result_t wire_receive(const fd_t &wire, wire_frame_t &frame)
 
     frame.size = static_cast<std::size_t>(got) - sizeof frame.offload;
     const tpacket_auxdata *auxdata = auxdata_of(message);
-    if (auxdata != nullptr && (auxdata->tp_status & TP_STATUS_VLAN_VALID) != 0 && frame.size > ADDRESSES_OCTETS)
+    if (auxdata != nullptr && (auxdata->tp_status & TP_STATUS_VLAN_VALID) != 0 &&
+        frame.size > ADDRESSES_OCTETS)
         restore_vlan_tag(frame, *auxdata);
     if (frame.size < FRAME_OCTETS_MIN) {
         std::fill(frame.octets.begin() + static_cast<std::ptrdiff_t>(frame.size),

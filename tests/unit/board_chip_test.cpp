@@ -238,8 +238,12 @@ TEST(chip_addresses, an_entry_ages_after_300_seconds_of_silence)
 TEST(chip_addresses, a_full_table_learns_again_once_entries_have_aged)
 {
     address_table_t table;
-    for (unsigned i = 0; i < ADDRESSES_MAX; i++)
-        address_learn(table, {2, 1, 0, 0, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)}, 1, 0us);
+    mac_t station = {2, 1};
+    for (unsigned i = 0; i < ADDRESSES_MAX; i++) {
+        station[4] = static_cast<std::uint8_t>(i >> 8);
+        station[5] = static_cast<std::uint8_t>(i);
+        address_learn(table, station, 1, 0us);
+    }
     address_learn(table, station_a, 2, 1s);
     EXPECT_EQ(address_find(table, station_a, 1s), std::nullopt);
     EXPECT_EQ(table.learned.size(), ADDRESSES_MAX);
