@@ -1,0 +1,384 @@
+#include "daemon_board.h"
+
+#include <dirent.h>
+#include <net/if.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+#include <ctime>
+#include <fcntl.h>
+
+#include "platform/link_mon_intf.h"
+#include "platform/lvt_com.h"
+
+board_t board;
+
+namespace {
+
+constexpr size_t MUX_OCTETS = 124;
+
+std::string format(const char *text, ...) __attribute__((format(printf, 1, 2)));
+
+std::string format(const char *text, ...)
+{
+    char line[200];
+    va_list arguments;
+    va_start(arguments, text);
+    vsnprintf(line, sizeof line, text, arguments);
+    va_end(arguments);
+    return line;
+}
+
+/// Front port of a port control word, 0 for none: ports 5 and 6 are crossed on the board.
+int port_of_register(uint32_t reg)
+{
+    switch (reg) {
+    case 0x66C: return 1;
+    case 0x678: return 2;
+    case 0x684: return 3;
+    case 0x690: return 4;
+    case 0x6A8: return 5;
+    case 0x69C: return 6;
+    default: return 0;
+    }
+}
+
+std::string words_of(const std::vector<mdio_op_t> &batch)
+{
+    const mdio_op_t &last = batch.back();
+    if (batch.size() == 1 && last.op == 10 && last.mask == 0x70000 && port_of_register(last.reg))
+        return format("state %d %u", port_of_register(last.reg), last.value >> 16);
+    if (batch.size() == 2 && last.reg == 0x60C && last.value == 0x80000004)
+        return "flush";
+    if (batch.size() == 5 && last.reg == 0x60C && last.value == 0x80020022)
+        return "trap on";
+    if (batch.size() == 5 && last.reg == 0x60C && last.value == 0x80020023)
+        return "trap off";
+    if (batch.size() == 21 && last.reg == 0x400 && (last.value & ~0x7Fu) == 0x80000200)
+        return format("rule %u", last.value & 0x7F);
+    return "?" + batch_text(batch);
+}
+
+/// Takes over what waits in the multiplexer's pipe, so that the log keeps the true order.
+void note_mux(std::vector<octets_t> *messages = nullptr)
+{
+    octets_t message(MUX_OCTETS);
+    while (board.mux_reader >= 0 && read(board.mux_reader, message.data(), message.size()) == MUX_OCTETS) {
+        board.log.push_back(format("mux %u %u", message[10], message[24]));
+        if (messages)
+            messages->push_back(message);
+    }
+}
+
+const char *kind_of(uint8_t type)
+{
+    return type == 0x00 ? "config" : type == 0x02 ? "rst" : type == 0x80 ? "tcn" : "?";
+}
+
+/// Front port of a tag's last octet, 0 for none.
+int port_of_tag(uint8_t octet)
+{
+    switch (octet) {
+    case 0x82: return 1;
+    case 0x84: return 2;
+    case 0x88: return 3;
+    case 0x90: return 4;
+    case 0xC0: return 5;
+    case 0xA0: return 6;
+    default: return 0;
+    }
+}
+
+bool execute(const mdio_op_t &op)
+{
+    uint32_t &word = board.registers[op.reg];
+    switch (op.op) {
+    case 9:
+        word = op.reg == 0x60C || op.reg == 0x400 ? op.value & 0x7FFFFFFF : op.value;
+        return true;
+    case 10:
+        word = (word & ~op.mask) | (op.value & op.mask);
+        return true;
+    case 11:
+        return (word & op.mask) == op.value;
+    default:
+        return false;
+    }
+}
+
+/// Files of the daemon under /tmp lie in the test's own folder.
+std::string redirected(const char *path)
+{
+    for (const char *ours : {"/tmp/rstp_", "/tmp/lacp_if_pipe", "/tmp/port_mux_if_pipe"})
+        if (!board.folder.empty() && strncmp(path, ours, strlen(ours)) == 0)
+            return board.folder + (path + strlen("/tmp"));
+    return path;
+}
+
+octets_t octets_of(const void *start, size_t count)
+{
+    const auto *octets = static_cast<const uint8_t *>(start);
+    return {octets, octets + count};
+}
+
+} // namespace
+
+std::vector<std::string> board_log()
+{
+    note_mux();
+    return std::move(board.log);
+}
+
+std::vector<std::string> board_chip_log()
+{
+    std::vector<std::string> log = board_log();
+    std::erase_if(log, [](const std::string &line) { return line.starts_with("frame"); });
+    return log;
+}
+
+std::vector<octets_t> board_mux_messages()
+{
+    std::vector<octets_t> messages;
+    note_mux(&messages);
+    return messages;
+}
+
+uint32_t board_port_state(uint32_t port)
+{
+    for (const auto &[reg, word] : board.registers)
+        if (port_of_register(reg) == static_cast<int>(port))
+            return word >> 16 & 7;
+    return 0;
+}
+
+std::string batch_text(const std::vector<mdio_op_t> &batch)
+{
+    std::string text;
+    for (const mdio_op_t &op : batch)
+        text += format("%u %X %X %X\n", op.op, op.reg, op.mask, op.value);
+    return text;
+}
+
+std::string board_console() { return std::exchange(board.console, {}); }
+
+std::string hex(const uint8_t *octets, size_t count)
+{
+    std::string text;
+    for (size_t i = 0; i < count; i++)
+        text += format(i ? " %02x" : "%02x", octets[i]);
+    return text;
+}
+
+std::string hex(const octets_t &octets) { return hex(octets.data(), octets.size()); }
+
+// ---- the board's libraries ----------------------------------------------------------------
+
+int mdio_intf_access_multi(mdio_multi_t *request)
+{
+    note_mux();
+    const std::vector<mdio_op_t> batch(request->operations, request->operations + request->count);
+    const bool fails = board.chip_fails || board.failing_batches.contains(board.batches.size());
+    board.batches.push_back(batch);
+    board.log.push_back(words_of(batch));
+    if (fails)
+        return -1;
+    for (const mdio_op_t &op : batch)
+        if (!execute(op))
+            return -1;
+    return 0;
+}
+
+int link_mon_intf_param_get(link_mon_status_t *status)
+{
+    if (board.link_monitor_fails)
+        return 1;
+    memset(status, 0xA5, sizeof *status); // nothing but the six words may be read
+    memcpy(status->status, board.link_words, sizeof board.link_words);
+    return 0;
+}
+
+int osPrintfConsole(const char *text, ...)
+{
+    char line[4096];
+    va_list arguments;
+    va_start(arguments, text);
+    const int count = vsnprintf(line, sizeof line, text, arguments);
+    va_end(arguments);
+    board.console += line;
+    return count;
+}
+
+// ---- calls of the system ------------------------------------------------------------------
+
+extern "C" {
+
+int __real_bind(int fd, const sockaddr *address, socklen_t length);
+FILE *__real_fopen(const char *path, const char *mode);
+FILE *__real_fopen64(const char *path, const char *mode);
+unsigned __real_if_nametoindex(const char *name);
+int __real_ioctl(int fd, unsigned long request, void *argument);
+void *__real_malloc(size_t size);
+int __real_nanosleep(const timespec *time, timespec *left);
+int __real_open(const char *path, int flags, ...);
+int __real_open64(const char *path, int flags, ...);
+int __real_pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*body)(void *), void *argument);
+ssize_t __real_recvfrom(int fd, void *buffer, size_t length, int flags, sockaddr *from, socklen_t *from_length);
+int __real_remove(const char *path);
+int __real_rename(const char *from, const char *to);
+int __real_select(int width, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout);
+ssize_t __real_sendto(int fd, const void *octets, size_t length, int flags, const sockaddr *to, socklen_t to_length);
+int __real_socket(int domain, int type, int protocol);
+time_t __real_time(time_t *out);
+
+int __wrap_bind(int fd, const sockaddr *address, socklen_t length)
+{
+    if (!board.sockets_are_ours)
+        return __real_bind(fd, address, length);
+    board.bound_fd = fd;
+    board.bound_address = octets_of(address, length);
+    errno = fd < 0 ? EBADF : board.bind_error;
+    return errno ? -1 : 0;
+}
+
+FILE *__wrap_fopen(const char *path, const char *mode) { return __real_fopen(redirected(path).c_str(), mode); }
+FILE *__wrap_fopen64(const char *path, const char *mode) { return __real_fopen(redirected(path).c_str(), mode); }
+
+unsigned __wrap_if_nametoindex(const char *name)
+{
+    return board.sockets_are_ours ? (strcmp(name, "eth0") == 0 ? 42 : 0) : __real_if_nametoindex(name);
+}
+
+int __wrap_ioctl(int fd, unsigned long request, void *argument)
+{
+    if (request != SIOCGIFHWADDR)
+        return __real_ioctl(fd, request, argument);
+    auto *interface = static_cast<ifreq *>(argument);
+    board.cpu_mac_interface = interface->ifr_name;
+    if ((errno = board.cpu_mac_error) != 0)
+        return -1;
+    interface->ifr_hwaddr.sa_family = board.cpu_family;
+    memcpy(interface->ifr_hwaddr.sa_data, board.cpu_mac.data(), board.cpu_mac.size());
+    return 0;
+}
+
+void *__wrap_malloc(size_t size)
+{
+    if (board.malloc_calls_left == 0)
+        return nullptr;
+    if (board.malloc_calls_left > 0)
+        board.malloc_calls_left--;
+    return __real_malloc(size);
+}
+
+int __wrap_nanosleep(const timespec *time, timespec *left)
+{
+    if (!board.on_sleep)
+        return __real_nanosleep(time, left);
+    board.on_sleep(time);
+    return 0;
+}
+
+int __wrap_open(const char *path, int flags, ...)
+{
+    mode_t mode = 0;
+    if (flags & O_CREAT) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    if (board.on_open)
+        board.on_open(path);
+    return __real_open(redirected(path).c_str(), flags, mode);
+}
+
+int __wrap_open64(const char *path, int flags, ...)
+{
+    mode_t mode = 0;
+    if (flags & O_CREAT) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    return __wrap_open(path, flags, mode);
+}
+
+int __wrap_pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*body)(void *), void *argument)
+{
+    if (board.on_thread)
+        if (const std::optional<int> result = board.on_thread(body))
+            return *result;
+    return __real_pthread_create(handle, attributes, body, argument);
+}
+
+ssize_t __wrap_recvfrom(int fd, void *buffer, size_t length, int flags, sockaddr *from, socklen_t *from_length)
+{
+    if (!board.sockets_are_ours)
+        return __real_recvfrom(fd, buffer, length, flags, from, from_length);
+    if (!board.arriving) {
+        errno = ENETDOWN;
+        return -1;
+    }
+    const size_t count = std::min(length, board.arriving->size());
+    memcpy(buffer, board.arriving->data(), count);
+    return static_cast<ssize_t>(count);
+}
+
+int __wrap_remove(const char *path) { return __real_remove(redirected(path).c_str()); }
+
+int __wrap_rename(const char *from, const char *to)
+{
+    return __real_rename(redirected(from).c_str(), redirected(to).c_str());
+}
+
+int __wrap_select(int width, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout)
+{
+    if (board.on_select)
+        if (const std::optional<int> result = board.on_select(width, readable, timeout)) {
+            if (*result < 0)
+                errno = EINTR;
+            return *result;
+        }
+    return __real_select(width, readable, writable, exceptional, timeout);
+}
+
+ssize_t __wrap_sendto(int fd, const void *octets, size_t length, int flags, const sockaddr *to, socklen_t to_length)
+{
+    note_mux();
+    const octets_t frame = octets_of(octets, length);
+    board.frames.push_back({fd, flags, frame, octets_of(to, to_length)});
+    board.log.push_back(frame.size() < 25 ? "?short frame"
+                                          : format("frame %d %s", port_of_tag(frame[15]), kind_of(frame[24])));
+    if ((errno = board.send_error) != 0)
+        return -1;
+    return static_cast<ssize_t>(length);
+}
+
+int __wrap_socket(int domain, int type, int protocol)
+{
+    if (!board.sockets_are_ours)
+        return __real_socket(domain, type, protocol);
+    board.socket_arguments.insert(board.socket_arguments.end(), {domain, type, protocol});
+    if (board.socket_result < 0)
+        errno = EPERM;
+    return board.socket_result;
+}
+
+time_t __wrap_time(time_t *out)
+{
+    if (!board.now)
+        return __real_time(out);
+    if (out)
+        *out = *board.now;
+    return *board.now;
+}
+}

@@ -1,0 +1,96 @@
+/// The board under the daemon, as one record that tests set and read. It answers the three board
+/// libraries, and the calls of the system that a test must watch or let fail (the linker sends them
+/// here: see daemon.cmake). Whatever is not set below goes on to the system.
+#pragma once
+
+#include <sys/select.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/mdio_intf.h"
+
+using octets_t = std::vector<uint8_t>;
+
+constexpr size_t FRONT_PORTS_OF_BOARD = 6;
+
+struct sent_frame_t {
+    int fd;
+    int flags;
+    octets_t octets;
+    octets_t address;
+};
+
+struct board_t {
+    // ---- switch chip ------------------------------------------------------------------
+    std::vector<std::vector<mdio_op_t>> batches; ///< every request, in order
+    std::map<uint32_t, uint32_t> registers;      ///< commands are done at once: busy bits are never left
+    std::set<size_t> failing_batches;            ///< by their index in `batches`
+    bool chip_fails = false;                     ///< all of them
+
+    // ---- link monitor and console -----------------------------------------------------
+    uint32_t link_words[FRONT_PORTS_OF_BOARD] = {};
+    bool link_monitor_fails = false;
+    std::string console;
+
+    // ---- sockets ----------------------------------------------------------------------
+    std::vector<sent_frame_t> frames;
+    int send_error = 0;                 ///< errno of sendto; 0: frames are taken
+    bool sockets_are_ours = false;      ///< socket, bind and recvfrom are answered here
+    int socket_result = 77;             ///< below 0: socket fails
+    int bind_error = 0;
+    octets_t bound_address;
+    int bound_fd = -2;
+    std::vector<int> socket_arguments;  ///< domain, type and protocol of each socket call
+    std::optional<octets_t> arriving;   ///< what recvfrom gives; nothing: it fails
+    octets_t cpu_mac = {0x00, 0x11, 0x22, 0x33, 0x44, 0x50};
+    uint16_t cpu_family = 1;            ///< hardware type of the CPU interface
+    int cpu_mac_error = 0;              ///< errno of the address request
+    std::string cpu_mac_interface;      ///< asked for
+
+    // ---- files, pipes, memory, threads, time ------------------------------------------
+    std::string folder;                 ///< stands for /tmp, for the daemon's own files there
+    int mux_reader = -1;                ///< reading end of the port multiplexer's pipe
+    int malloc_calls_left = -1;         ///< fails when they are used up; below 0: never
+    std::optional<int64_t> now;         ///< seconds since 1970
+    std::function<std::optional<int>(int width, fd_set *readable, const timeval *timeout)> on_select;
+    std::function<std::optional<int>(void *(*body)(void *))> on_thread;
+    std::function<void(const timespec *)> on_sleep;
+    std::function<void(const std::string &path)> on_open;
+
+    /// All that the board saw, in order and in words, see board_log().
+    std::vector<std::string> log;
+};
+
+extern board_t board;
+
+/// Everything since the last call, in order:
+///   "state P C"  port P's state field was set to C     "rule E"       bypass rule E was written
+///   "flush"      all addresses were deleted            "mux P F"      the multiplexer heard of port P
+///   "trap on|off" the trap was armed or disarmed       "frame P KIND" a BPDU left through front port P
+/// Anything else shows as "?...".
+std::vector<std::string> board_log();
+
+/// The same without frames.
+std::vector<std::string> board_chip_log();
+
+/// Messages waiting in the multiplexer's pipe, whole; they are taken into the log as well.
+std::vector<octets_t> board_mux_messages();
+
+/// State field of front port 1 to 6 in the chip.
+uint32_t board_port_state(uint32_t port);
+
+/// A batch as text: a line "op reg mask value" (decimal, then hexadecimal) for each operation.
+std::string batch_text(const std::vector<mdio_op_t> &batch);
+
+/// What the console showed since the last call.
+std::string board_console();
+
+/// Octets as "01 80 c2".
+std::string hex(const octets_t &octets);
+std::string hex(const uint8_t *octets, size_t count);

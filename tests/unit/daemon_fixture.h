@@ -1,0 +1,114 @@
+/// What the tests of the daemon share: a daemon that starts anew for each test on a board of its
+/// own, and short ways to send it what other processes and neighbours would.
+#pragma once
+
+#include <array>
+#include <initializer_list>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "daemon/messages.h"
+#include "daemon_board.h"
+#include "lvt_rstp.h"
+#include "tools/messages.h"
+
+using mac_t = std::array<uint8_t, 6>;
+
+/// Status words of the link monitor.
+constexpr uint32_t LINK_1000_FULL = 0x142;
+constexpr uint32_t LINK_100_HALF = 0x101;
+
+/// A BPDU to receive. The defaults are those of a root bridge that proposes.
+struct bpdu_fields_t {
+    uint16_t stated = 0; ///< 802.3 length; 0: the right one
+    uint8_t version = 2;
+    uint8_t type = 2;
+    uint8_t flags = 0x0E; ///< designated, proposal
+    uint16_t root_priority = 4096;
+    mac_t root = {0x02, 0, 0, 0, 0, 0x01};
+    uint32_t cost = 0;
+    uint16_t bridge_priority = 4096;
+    mac_t bridge = {0x02, 0, 0, 0, 0, 0x01};
+    uint16_t port_id = 0x8001;
+    uint8_t age = 0, max_age = 20, hello = 2, forward_delay = 15;
+};
+
+/// A frame from its destination address on: 53 octets, a configuration BPDU 52, a notification 21.
+octets_t bpdu_frame(const bpdu_fields_t &fields);
+
+/// A valid frame that has nothing to tell.
+octets_t tcn_frame();
+
+class daemon_test : public testing::Test {
+protected:
+    daemon_test();
+    ~daemon_test() override;
+
+    /// Starts the adaptation layer and the mirrors as the main thread does, with link at full
+    /// 1000 Mbit/s on the ports named, and clears the log.
+    void boot(std::initializer_list<uint32_t> ports_up = {});
+
+    /// Writes octets into the control pipe; nothing reads them yet.
+    void write_control(const octets_t &octets) const;
+    void write_debug(const std::string &text) const;
+
+    /// Lets the daemon wait for input once and act on it. Returns what rstp_msg_recv did.
+    int serve();
+
+    /// Both: the message passes through the pipe and is acted upon.
+    int control(const octets_t &octets);
+
+    // Messages, each through the pipe. The members keep what was sent last.
+    void send_links(std::initializer_list<uint32_t> ports_up);
+    void send_links();
+    void send_groups(const aggr_status_t &groups);
+    void send_system(const lvt_rstp_system_config_t &config);
+    void send_ports(uint8_t type = RSTP_MSG_PORT_CONFIG);
+    void send_enabled(std::initializer_list<uint32_t> ports);
+    void send_group_settings(const lvt_rstp_port_config_t &config);
+    void send_lacp(const lacp_enables_t &enables);
+    /// A frame received by front port 1 to 6.
+    void send_bpdu(uint32_t port, const octets_t &frame);
+
+    /// What the daemon prints on the console for a debug command.
+    std::string debug(const std::string &text);
+
+    /// Seconds pass, and the last pass is finished.
+    void seconds(uint32_t count);
+
+    /// What the link-aggregation daemon received since the last call.
+    octets_t lacp_received() const;
+
+    std::string path(const std::string &name) const { return board.folder + "/" + name; }
+
+    port_statuses_t links = {};
+    port_configs_t ports = default_port_configs();
+
+    int control_fd = -1;
+    int debug_fd = -1;
+    int lacp_reader = -1;
+};
+
+/// Logical port 1 to 9.
+inline port_t &record(uint32_t l2port) { return lvt_rstp_vars.ports[l2port - 1]; }
+
+/// The octets as text of gmock's ElementsAre, for logs.
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+using log_t = std::vector<std::string>;
+
+log_t operator+(log_t a, const log_t &b);
+
+/// "state P C" and the multiplexer's message of it.
+log_t state_written(uint32_t port, uint32_t code);
+
+/// What an assertion prints.
+std::string assertion(const std::string &source_and_line, const std::string &function, const std::string &text);
+
+/// Runs `action` and gives what it wrote to a standard stream.
+std::string stdout_of(const std::function<void()> &action);
+std::string stderr_of(const std::function<void()> &action);
