@@ -1,0 +1,224 @@
+#include "tree_speaker.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include <linux/if_packet.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "board/lab/within.h"
+
+namespace lab {
+
+namespace {
+
+constexpr size_t FRAME_OCTETS_MIN = 60;
+using clock_t = std::chrono::steady_clock;
+
+bpdu_t opened(uint8_t type, uint8_t version, uint32_t octets)
+{
+    bpdu_t bpdu = {};
+    std::copy(std::begin(lvt_rstp_slowmac), std::end(lvt_rstp_slowmac), bpdu.destination);
+    bpdu_put16(bpdu.length, static_cast<uint16_t>(octets + BPDU_LLC_OCTETS));
+    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
+    bpdu.control = BPDU_LLC_CONTROL;
+    bpdu.version = version;
+    bpdu.type = type;
+    return bpdu;
+}
+
+void tell(bpdu_t &bpdu, const told_t &told, uint8_t flags)
+{
+    bpdu.flags = flags;
+    bpdu_put16(bpdu.root_priority, told.root.prio);
+    std::copy_n(told.root.addr, RSTP_MAC_OCTETS, bpdu.root_address);
+    bpdu_put32(bpdu.root_path_cost, told.cost);
+    bpdu_put16(bpdu.bridge_priority, told.bridge.prio);
+    std::copy_n(told.bridge.addr, RSTP_MAC_OCTETS, bpdu.bridge_address);
+    bpdu_put16(bpdu.port_id, told.port);
+    bpdu.message_age[0] = told.times.MessageAge;
+    bpdu.max_age[0] = told.times.MaxAge;
+    bpdu.hello_time[0] = told.times.HelloTime;
+    bpdu.forward_delay[0] = told.times.ForwardDelay;
+}
+
+} // namespace
+
+bridge_id_t made_up_bridge(uint16_t priority, uint8_t last)
+{
+    return {priority, {0x02, 0, 0, 0, last, 0}};
+}
+
+told_t root_bridge(uint16_t priority, uint8_t last)
+{
+    const bridge_id_t id = made_up_bridge(priority, last);
+    return {.root = id, .cost = 0, .bridge = id};
+}
+
+int role_code_of(uint8_t flags)
+{
+    return flags >> BPDU_FLAG_ROLE_SHIFT & 3;
+}
+
+uint8_t role_flags(int code)
+{
+    return static_cast<uint8_t>(code << BPDU_FLAG_ROLE_SHIFT);
+}
+
+bpdu_t config_bpdu(const told_t &told, uint8_t flags)
+{
+    bpdu_t bpdu = opened(BPDU_TYPE_CONFIG, 0, BPDU_CONFIG_OCTETS);
+    tell(bpdu, told, flags);
+    return bpdu;
+}
+
+bpdu_t rst_bpdu(const told_t &told, uint8_t flags, int role_code)
+{
+    bpdu_t bpdu = opened(BPDU_TYPE_RST, 2, BPDU_RST_OCTETS);
+    tell(bpdu, told, static_cast<uint8_t>(flags | role_flags(role_code)));
+    return bpdu;
+}
+
+bpdu_t tcn_bpdu()
+{
+    return opened(BPDU_TYPE_TCN, 0, BPDU_TCN_OCTETS);
+}
+
+bool is_rst(const bpdu_t &bpdu)
+{
+    return bpdu.type == BPDU_TYPE_RST;
+}
+
+bool is_config(const bpdu_t &bpdu)
+{
+    return bpdu.type == BPDU_TYPE_CONFIG;
+}
+
+bool is_tcn(const bpdu_t &bpdu)
+{
+    return bpdu.type == BPDU_TYPE_TCN;
+}
+
+bool has_flag(const bpdu_t &bpdu, uint8_t flag)
+{
+    return (bpdu.flags & flag) != 0;
+}
+
+// ---- hearing ----------------------------------------------------------------------------------
+
+listener_t::listener_t(const node_t &node, const std::string &interface, bool tap)
+    : socket_(node.packet_socket(interface)), tap_(tap), thread_([this] { listen(); })
+{
+}
+
+listener_t::~listener_t()
+{
+    ending_ = true;
+    thread_.join();
+}
+
+void listener_t::listen()
+{
+    std::array<uint8_t, 2048> frame;
+    while (!ending_) {
+        pollfd readable = {socket_.number(), POLLIN, 0};
+        if (poll(&readable, 1, 20) <= 0)
+            continue;
+        sockaddr_ll from = {};
+        socklen_t from_octets = sizeof from;
+        frame.fill(0);
+        const ssize_t got = recvfrom(socket_.number(), frame.data(), frame.size(), MSG_DONTWAIT,
+                                     reinterpret_cast<sockaddr *>(&from), &from_octets);
+        const bool outgoing = from.sll_pkttype == PACKET_OUTGOING;
+        if (got < static_cast<ssize_t>(offsetof(bpdu_t, flags)) || (outgoing && !tap_) ||
+            !std::equal(std::begin(lvt_rstp_slowmac), std::end(lvt_rstp_slowmac), frame.begin()))
+            continue;
+        heard_bpdu_t heard = {clock_t::now(), {}, outgoing};
+        std::memcpy(&heard.bpdu, frame.data(), sizeof heard.bpdu);
+        const std::lock_guard lock(mutex_);
+        heard_.push_back(heard);
+    }
+}
+
+std::vector<heard_bpdu_t> listener_t::heard() const
+{
+    const std::lock_guard lock(mutex_);
+    return heard_;
+}
+
+size_t listener_t::count(const std::function<bool(const bpdu_t &)> &is_wanted, clock_t::time_point since) const
+{
+    const std::lock_guard lock(mutex_);
+    return static_cast<size_t>(std::count_if(heard_.begin(), heard_.end(), [&](const heard_bpdu_t &heard) {
+        return heard.at >= since && is_wanted(heard.bpdu);
+    }));
+}
+
+// ---- speaking ---------------------------------------------------------------------------------
+
+speaker_t::speaker_t(const node_t &node) : listener_t(node, "eth0")
+{
+    unsigned octets[RSTP_MAC_OCTETS] = {};
+    std::sscanf(node.mac().c_str(), "%x:%x:%x:%x:%x:%x", &octets[0], &octets[1], &octets[2], &octets[3],
+                &octets[4], &octets[5]);
+    std::copy(std::begin(octets), std::end(octets), source_.source);
+    thread_ = std::thread([this] { talk(); });
+}
+
+speaker_t::~speaker_t()
+{
+    ending_ = true;
+    thread_.join();
+}
+
+void speaker_t::say_once(bpdu_t bpdu) const
+{
+    std::copy(std::begin(source_.source), std::end(source_.source), bpdu.source);
+    std::array<uint8_t, FRAME_OCTETS_MIN> frame = {};
+    std::memcpy(frame.data(), &bpdu, sizeof bpdu);
+    // It may find the cable unplugged.
+    [[maybe_unused]] const ssize_t sent = send(socket().number(), frame.data(), frame.size(), MSG_DONTWAIT);
+}
+
+void speaker_t::say(std::vector<bpdu_t> bpdus, std::chrono::milliseconds pause)
+{
+    const std::lock_guard lock(words_);
+    bpdus_ = std::move(bpdus);
+    pause_ = pause;
+    topic_++;
+}
+
+void speaker_t::say(const bpdu_t &bpdu, std::chrono::milliseconds pause)
+{
+    say(std::vector{bpdu}, pause);
+}
+
+void speaker_t::be_silent()
+{
+    say(std::vector<bpdu_t>{}, std::chrono::milliseconds(20));
+}
+
+void speaker_t::talk()
+{
+    unsigned topic = 0;
+    size_t next = 0;
+    while (!ending_) {
+        std::chrono::milliseconds pause;
+        {
+            const std::lock_guard lock(words_);
+            if (topic != topic_) {
+                topic = topic_;
+                next = 0;
+            }
+            pause = bpdus_.empty() ? std::chrono::milliseconds(20) : pause_;
+            if (!bpdus_.empty())
+                say_once(bpdus_[next++ % bpdus_.size()]);
+        }
+        within(pause, [&] { return ending_ || topic != topic_; }, std::min(pause, 20ms));
+    }
+}
+
+} // namespace lab

@@ -1,0 +1,97 @@
+#include "tree_traffic.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <linux/if_packet.h>
+#include <sys/socket.h>
+
+namespace lab {
+
+namespace {
+
+constexpr size_t MAC_OCTETS = 6;
+using mac_octets_t = std::array<uint8_t, MAC_OCTETS>;
+
+struct frame_t {
+    mac_octets_t to;
+    mac_octets_t from;
+    std::array<uint8_t, 2> type;
+    std::array<uint8_t, 4> number;
+    std::array<uint8_t, 42> padding;
+};
+static_assert(sizeof(frame_t) == 60);
+
+constexpr std::array<uint8_t, 2> TYPE = {0x88, 0xB5}; // for local experiments
+
+mac_octets_t octets_of(const std::string &mac)
+{
+    unsigned octets[MAC_OCTETS] = {};
+    std::sscanf(mac.c_str(), "%x:%x:%x:%x:%x:%x", &octets[0], &octets[1], &octets[2], &octets[3], &octets[4],
+                &octets[5]);
+    mac_octets_t result;
+    std::copy(std::begin(octets), std::end(octets), result.begin());
+    return result;
+}
+
+std::string text_of(const mac_octets_t &mac)
+{
+    return fmt::format("{:02x}", fmt::join(mac, ":"));
+}
+
+void set_option(const fd_t &socket, int level, int name, const void *value, socklen_t octets)
+{
+    checked(setsockopt(socket.number(), level, name, value, octets), "packet socket");
+}
+
+} // namespace
+
+station_t::station_t(const node_t &node) : socket_(node.packet_socket("eth0")), mac_(node.mac())
+{
+    sockaddr_ll address = {};
+    socklen_t octets = sizeof address;
+    checked(getsockname(socket_.number(), reinterpret_cast<sockaddr *>(&address), &octets), "packet socket");
+
+    packet_mreq everything = {};
+    everything.mr_ifindex = address.sll_ifindex;
+    everything.mr_type = PACKET_MR_PROMISC;
+    set_option(socket_, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &everything, sizeof everything);
+    const int on = 1;
+    set_option(socket_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on);
+    const int room = 8 << 20;
+    set_option(socket_, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
+}
+
+void station_t::send(const std::string &from, const std::string &to, uint32_t number) const
+{
+    frame_t frame = {octets_of(to), octets_of(from), TYPE, {}, {}};
+    std::memcpy(frame.number.data(), &number, sizeof number);
+    checked(static_cast<int>(::send(socket_.number(), &frame, sizeof frame, 0)), "numbered frame");
+}
+
+const std::vector<numbered_frame_t> &station_t::received()
+{
+    frame_t frame;
+    for (ssize_t got; (got = recv(socket_.number(), &frame, sizeof frame, MSG_DONTWAIT)) >= 0;) {
+        if (got < static_cast<ssize_t>(sizeof frame) || frame.type != TYPE)
+            continue;
+        uint32_t number;
+        std::memcpy(&number, frame.number.data(), sizeof number);
+        received_.push_back({text_of(frame.from), text_of(frame.to), number});
+    }
+    return received_;
+}
+
+size_t station_t::times_received(const std::string &from, uint32_t number)
+{
+    const auto &frames = received();
+    return static_cast<size_t>(std::count_if(frames.begin(), frames.end(), [&](const numbered_frame_t &frame) {
+        return frame.from == from && frame.number == number;
+    }));
+}
+
+} // namespace lab
