@@ -1,0 +1,12 @@
+# The engine against its rules, in a world that records what it does.
+find_package(fmt REQUIRED)
+
+add_executable(unit_engine
+    engine_world.cpp engine_table.cpp
+    engine_vect_test.cpp engine_bpdu_test.cpp engine_names_test.cpp
+    engine_info_test.cpp engine_rolesel_test.cpp engine_roletrns_test.cpp engine_sttrans_topoch_test.cpp
+    engine_migrate_transmit_test.cpp engine_link_test.cpp
+    # Assertions end a test as they end the daemon.
+    ${PROJECT_SOURCE_DIR}/src/l2_proto_utility/assert_fail.cpp)
+target_link_libraries(unit_engine PRIVATE rstp_engine_traced lvt_warnings fmt::fmt GTest::gtest_main)
+gtest_discover_tests(unit_engine TEST_PREFIX engine.)
