@@ -1,18 +1,140 @@
+// From the first register write to the first tick.
+#include <list>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include "board/lab/cable.h"
+#include "daemon_actions.h"
 #include "fixture.h"
 
 namespace {
 
 using namespace e2e;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
 
 class daemon_boot : public switches_test_t {};
 
-TEST_F(daemon_boot, says_that_it_is_ready_once)
+constexpr char BANNER[] = "*****************************\n"
+                          "*   RSTP Initial Complete   *\n"
+                          "*****************************\n";
+
+/// The switch's own address is 02:00:00:00:01:00.
+actions_t whole_boot()
+{
+    actions_t boot;
+    for (int port = 1; port <= 6; port++)
+        boot.push_back(writes_rule(port, 0x000100 + static_cast<unsigned>(port) - 1));
+    for (int port = 1; port <= 6; port++)
+        for (int time = 0; time < 2; time++)
+            boot = boot + actions_t{writes_state(port, 4), tells_mux(port, true)};
+    boot.push_back(flushes());
+    return boot;
+}
+
+TEST_F(daemon_boot, writes_rules_then_states_then_flushes)
 {
     lab::switch_t &device = add_switch();
     device.start();
-    serve_all(device);
-    EXPECT_EQ(count_of(device.node().read(lab::CONSOLE_FILE), "RSTP Initial Complete"), 1u);
+
+    EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
+    const auto counters = device.client().show("counters").at("board");
+    EXPECT_EQ(counters.at("batches"), 19);
+    EXPECT_EQ(counters.at("batches_failed"), 0);
+    for (int port = 1; port <= 6; port++)
+        EXPECT_EQ(device.client().port(static_cast<unsigned>(port)).state, 4u) << port;
+}
+
+TEST_F(daemon_boot, does_the_same_when_ports_have_link)
+{
+    lab::switch_t &device = add_switch();
+    const lab::node_t far("far", 100);
+    std::list<lab::cable_t> cables;
+    for (const int port : {1, 4, 5})
+        cables.emplace_back(device.port(port), lab::cable_end_t{&far, fmt::format("port{}", port), far.mac(port)});
+    device.start();
+
+    EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
+    EXPECT_THAT(ask(device, "debug show port_status"), HasSubstr("   1      1       3     1\n"
+                                                                 "   2      0       0     0\n"
+                                                                 "   3      0       0     0\n"
+                                                                 "   4      1       3     1\n"
+                                                                 "   5      1       3     1\n"
+                                                                 "   6      0       0     0\n"));
+}
+
+TEST_F(daemon_boot, asks_for_the_links_once_between_rules_and_states)
+{
+    lab::switch_t &device = add_switch();
+    device.start();
+
+    std::string order;
+    for (const event_t &event : diary(device)) {
+        if (event.topic == "link" && event.values.contains("asked"))
+            order += "link ";
+        if (event.topic == "mdio" && event.values.contains("ops"))
+            order += event.values.at("ops") + " ";
+    }
+    EXPECT_EQ(order, "21 21 21 21 21 21 link 1 1 1 1 1 1 1 1 1 1 1 1 2 ");
+}
+
+TEST_F(daemon_boot, tells_the_multiplexer_twice_per_port)
+{
+    lab::switch_t &device = add_switch();
+    device.start();
+
+    const auto messages = device.client().messages();
+    ASSERT_EQ(messages.size(), 12u);
+    for (size_t i = 0; i < messages.size(); i++) {
+        EXPECT_EQ(messages[i].at("pipe"), "mux");
+        // Magic, a length of 100, type 2, the port at octet 10, forwarding at octet 24, 124 octets in all.
+        const std::string expected = fmt::format("b20666a8{}0200{:02x}{}01{}", "64000000", i / 2 + 1,
+                                                 std::string(26, '0'), std::string(198, '0'));
+        EXPECT_EQ(expected.size(), 2 * 124u);
+        EXPECT_EQ(messages[i].at("raw"), expected);
+    }
+}
+
+TEST_F(daemon_boot, prints_its_banner_once_and_nothing_else)
+{
+    lab::switch_t &device = add_switch();
+    device.start();
     EXPECT_TRUE(ticks(device, 2));
+    EXPECT_EQ(device.node().read(lab::CONSOLE_FILE), BANNER);
+    EXPECT_EQ(device.node().read(lab::DAEMON_OUTPUT_FILE), "");
+    EXPECT_EQ(device.node().read(lab::DAEMON_ERROR_FILE), "");
+}
+
+TEST_F(daemon_boot, starts_outside_the_spanning_tree)
+{
+    lab::switch_t &device = add_switch();
+    device.start();
+    ASSERT_TRUE(ticks(device, 1));
+
+    const std::string status = device.node().read(lab::STATUS_FILE);
+    const size_t time = status.find("bridge_time=");
+    ASSERT_NE(time, std::string::npos);
+    EXPECT_EQ(status.substr(0, time),
+              "@rstp_bridge_overview\n"
+              "bridge_overview=32768:02-00-00-00-01-00,20,2,15,0,32768:02-00-00-00-01-00,0\n"
+              "\n"
+              "@rstp_bridge_time\n");
+    std::string ports = "\n\n@rstp_port_status\n", counters = "\n@rstp_statistics\n";
+    for (int port = 1; port <= 9; port++) {
+        ports += fmt::format("port{:02}=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n", port);
+        counters += fmt::format("port{:02}=0,0,0,0,0,0,0,0\n", port);
+    }
+    EXPECT_EQ(status.substr(status.find('\n', time)), ports + counters + "!\n");
+    EXPECT_TRUE(ticks(device, 1));
+    EXPECT_EQ(diary(device, "tx").size(), 0u) << "a BPDU was sent";
+}
+
+TEST_F(daemon_boot, needs_no_environment_and_ignores_arguments)
+{
+    lab::switch_t &device = add_switch({.daemon_wrapper = {"sh", "-c", "exec \"$0\" --help 17 /etc"}});
+    device.start();
+    EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
 }
 
 } // namespace
