@@ -295,6 +295,7 @@ TEST_F(steps, a_unit_is_one_port)
 TEST_F(steps, a_unit_runs_its_port_to_rest)
 {
     bridge_start({1});
+    tick(5);
     give_tasks();
     STP_stpm_update();
     EXPECT_EQ(path_of(1, "p2p"), (names_t{"RECOMPUTE", "STABLE"}));
@@ -488,6 +489,8 @@ TEST_F(steps, roles_are_selected_once_after_the_last_port)
 TEST_F(steps, roles_are_not_selected_unasked)
 {
     bridge_start({1, 2});
+    tick(5);
+    settle();
     world_forget();
     STP_stpm_update();
     settle();
@@ -497,7 +500,7 @@ TEST_F(steps, roles_are_not_selected_unasked)
 TEST_F(steps, a_selected_role_is_taken_up_in_the_next_pass)
 {
     bridge_start({1});
-    tick(2);
+    tick(5);
     ASSERT_EQ(port_of(1)->role, ROLE_DESIGNATED);
     receive(port_of(1), heard_t{});
     EXPECT_EQ(port_of(1)->selectedRole, ROLE_ROOT);
@@ -509,7 +512,7 @@ TEST_F(steps, a_selected_role_is_taken_up_in_the_next_pass)
 TEST_F(steps, a_timer_that_runs_out_in_one_tick_is_acted_on_in_the_units_after_it)
 {
     bridge_start({1, 2});
-    tick(2);
+    tick(5);
     receive(port_of(1), heard_t{});
     settle();
     ASSERT_EQ(port_of(1)->infoIs, INFO_IS_RECEIVED);
