@@ -54,13 +54,20 @@ kernel_view_t kernel_bridge_t::view() const
         if (link["ifname"] == "br0") {
             const auto &bridge = info["info_data"];
             view.bridge = bridge_id(bridge["bridge_id"]);
-            view.root = bridge_id(bridge["root_id"]);
             view.root_port = bridge["root_port"];
         } else if (link.value("master", "") == "br0") {
             const auto &port = info["info_slave_data"];
             const std::string number = port["no"];
-            view.ports[link["ifname"]] = {std::stoi(number, nullptr, 16), port["state"]};
+            view.ports[link["ifname"]] = {std::stoi(number, nullptr, 16), port["state"],
+                                          bridge_id(port["root_id"])};
         }
+    }
+
+    // The bridge's own "root_id" is of no use: older versions of `ip` print its "bridge_id" there.
+    view.root = view.bridge;
+    for (const auto &[interface, port] : view.ports) {
+        if (port.number == view.root_port)
+            view.root = port.root;
     }
     return view;
 }

@@ -20,6 +20,7 @@ struct bridge_settings_t {
 struct kernel_port_t {
     int number;
     std::string state; ///< "disabled", "listening", "learning", "forwarding" or "blocking"
+    bridge_id_t root;  ///< as the designated bridge of its cable tells
 };
 
 struct kernel_view_t {

@@ -1,0 +1,244 @@
+// lvt_demo: a simulated switch cuts a loop with a neighbour that speaks the older spanning tree
+// protocol, recovers from pulled cables and becomes the root. It judges what it sees.
+#include <cstdlib>
+#include <exception>
+#include <functional>
+
+#include <fmt/format.h>
+
+#include "board/lab/demo_stage.h"
+#include "board/lab/demo_view.h"
+#include "board/lab/within.h"
+#include "board/lab/world.h"
+#include "tools/messages.h"
+
+namespace {
+
+using namespace lab;
+using std::chrono::steady_clock;
+
+constexpr char INTRODUCTION[] =
+    R"(A switch with a rapid spanning tree daemon (RSTP) meets a Linux kernel bridge (STP).
+
+     host A                                                      host B
+       |                                                           |
+    port 3                                                       port3
+  +------------+                                            +--------------+
+  |            | port 1  ========== cable 1 ==========  port1 |              |
+  | our switch |                                            | Linux kernel |
+  |   (RSTP)   |                                            | bridge (STP) |
+  |            | port 2  ========== cable 2 ==========  port2 |              |
+  +------------+                                            +--------------+
+
+In the tables out/in counts the BPDUs that a port has sent and received, and the last column tells
+whether host B has answered host A's pings in that second. A line with an asterisk tells what is
+done, or what the kernel bridge says of itself.)";
+
+constexpr int ORDINARY_PRIORITY = 32768;
+constexpr int BEST_PRIORITY = 4096;
+
+constexpr int FRAMES_TO_HOLD = 3; // a state counts when it lasts
+constexpr auto PATIENCE = 25s;
+
+bool is_port(const frame_t &frame, int number, int role, int state)
+{
+    return frame.port(number).role == role && frame.port(number).state == state;
+}
+
+/// Cable 1 leads to the root, the kernel bridge, and cable 2 is cut at our end.
+bool loop_is_cut_here(const frame_t &frame)
+{
+    return is_port(frame, 1, ROLE_ROOT, STATE_FORWARDING) && frame.kernel_forwards(1) &&
+           is_port(frame, 2, ROLE_ALTERNATE, STATE_BLOCKING) && frame.kernel_forwards(2);
+}
+
+/// Both our ends are open, and the kernel bridge has cut just one of its own.
+bool loop_is_cut_there(const frame_t &frame)
+{
+    return is_port(frame, 1, ROLE_DESIGNATED, STATE_FORWARDING) &&
+           is_port(frame, 2, ROLE_DESIGNATED, STATE_FORWARDING) &&
+           frame.kernel_forwards(1) != frame.kernel_forwards(2);
+}
+
+class demo_t {
+public:
+    /// Returns whether everything was right.
+    bool play()
+    {
+        cut_the_loop();
+        lose_the_root_port();
+        become_the_root();
+        lose_the_open_cable();
+
+        view_.epilogue();
+        view_.check(!stage_.pings().any_answered_twice(),
+                    "no ping was ever answered twice: nothing went round in circles");
+        view_.check(stage_.ours().daemon().running() && stage_.ours().board().running(),
+                    "daemon and board are still running");
+        return view_.summary(stage_.seconds());
+    }
+
+private:
+    void cut_the_loop()
+    {
+        view_.act(
+            "The loop is cut",
+            "Two cables between two bridges are a loop, in which a broadcast would circle for ever. "
+            "Spanning\n"
+            "tree is enabled on our ports 1 to 3, and both cables are plugged in. The kernel bridge has the\n"
+            "better priority, so it becomes the root, and our switch blocks its end of the second cable. "
+            "The\n"
+            "kernel bridge speaks only the older STP: our ports fall back to that after 3 seconds, and the\n"
+            "kernel's own ports wait for two forward delays of 4 seconds before they forward.");
+        enable_ports();
+        set_bridge(ORDINARY_PRIORITY);
+        plug(1);
+        plug(2);
+        const bool cut = watch([](const frame_t &f) { return loop_is_cut_here(f) && f.replies > 0; });
+
+        view_.check(same_bridge(last_.ours.root, last_.kernel.bridge) && last_.kernel.root_port == 0,
+                    "both bridges say that the kernel bridge is the root");
+        view_.check(cut,
+                    "the loop is cut: port 1 is the root port and forwards, port 2 the alternate and blocks");
+        view_.check(chip_state(1) == HW_FORWARDING && chip_state(2) == HW_DISCARDING,
+                    "the switch chip does the same: it forwards at port 1 and discards at port 2");
+        view_.check(last_.port(1).stp_neighbour && last_.port(2).stp_neighbour,
+                    "our ports have noticed that their neighbour speaks STP");
+        view_.check(last_.replies > 0, "host A reaches host B");
+    }
+
+    void lose_the_root_port()
+    {
+        view_.act("The way to the root breaks",
+                  "Cable 1 is pulled. Our switch knows another way to the root already, so its alternate "
+                  "port takes\n"
+                  "over at once, without a forward delay, although the neighbour speaks STP. Then cable 1 "
+                  "comes back\n"
+                  "and is used again, but the kernel's end of it takes its two forward delays.");
+        const size_t answers = stage_.pings().answered();
+        pull(1);
+        const bool took_over = watch([](const frame_t &f) {
+            return is_port(f, 1, ROLE_DISABLED, STATE_DISABLED) &&
+                   is_port(f, 2, ROLE_ROOT, STATE_FORWARDING) && f.replies > 0;
+        });
+        const double silence = stage_.pings().longest_silence(answers);
+        view_.check(took_over, "port 2 became the root port and forwards; host A reaches host B");
+        view_.check(took_over && silence < FORWARD_DELAY,
+                    fmt::format("the hosts were apart for {:.1f} s, less than one forward delay", silence));
+
+        plug(1);
+        const bool back = watch([](const frame_t &f) { return loop_is_cut_here(f) && f.replies > 0; });
+        view_.check(back, "with cable 1 plugged in, all is as before");
+    }
+
+    void become_the_root()
+    {
+        view_.act(
+            "Our bridge becomes the root",
+            "Our switch gets the better priority. New settings make its ports try RSTP again, which the "
+            "kernel\n"
+            "bridge ignores; after 3 seconds they speak STP, and it learns who is the root. As the root our\n"
+            "switch opens both its ports, and it is up to the kernel bridge to block its end of one cable.");
+        set_bridge(BEST_PRIORITY);
+        const bool cut =
+            watch([](const frame_t &f) { return f.ours.is_root() && loop_is_cut_there(f) && f.replies > 0; });
+
+        view_.check(last_.ours.is_root() && last_.ours.bridge.prio == BEST_PRIORITY &&
+                        same_bridge(last_.kernel.root, last_.ours.bridge),
+                    "both bridges say that our bridge is the root");
+        view_.check(cut, "the loop is cut at the kernel's end of one cable; host A reaches host B");
+    }
+
+    void lose_the_open_cable()
+    {
+        const int lost = last_.kernel_forwards(1) ? 1 : 2;
+        const int other = 3 - lost;
+        view_.act("The open cable breaks",
+                  fmt::format("Cable {} is pulled, the one that carries the traffic. Now the kernel bridge has\n"
+                              "to open its end of cable {}. With STP that takes two forward delays.",
+                              lost, other));
+        const size_t answers = stage_.pings().answered();
+        pull(lost);
+        const bool took_over = watch([&](const frame_t &f) {
+            return is_port(f, lost, ROLE_DISABLED, STATE_DISABLED) &&
+                   is_port(f, other, ROLE_DESIGNATED, STATE_FORWARDING) && f.kernel_forwards(other) &&
+                   f.replies > 0;
+        });
+        const double silence = stage_.pings().longest_silence(answers);
+        constexpr int ALLOWED = MAX_AGE + 2 * FORWARD_DELAY;
+        view_.check(took_over, fmt::format("cable {} carries the traffic; host A reaches host B", other));
+        view_.check(
+            took_over && silence <= ALLOWED,
+            fmt::format("the hosts were apart for {:.1f} s; STP may take max age + 2 forward delays, {} s",
+                        silence, ALLOWED));
+    }
+
+    void enable_ports()
+    {
+        port_configs_t ports = default_port_configs();
+        for (const size_t port : {1, 2, 3})
+            ports[port].adminEnable = 1;
+        stage_.ours().send(port_config_message(ports));
+        view_.event("lvt_rstpctl ports --enable 1,2,3");
+    }
+
+    void set_bridge(int priority)
+    {
+        stage_.ours().send(system_config_message({.bridge_priority = static_cast<uint16_t>(priority),
+                                                  .max_age = MAX_AGE,
+                                                  .hello_time = HELLO_TIME,
+                                                  .forward_delay = FORWARD_DELAY,
+                                                  .force_version = 2,
+                                                  .reserved = 0}));
+        view_.event(fmt::format("lvt_rstpctl bridge --priority {} --max-age {} --hello {} --forward-delay {}",
+                                priority, MAX_AGE, HELLO_TIME, FORWARD_DELAY));
+    }
+
+    void pull(int cable)
+    {
+        stage_.cable(cable).pull();
+        view_.event(fmt::format("cable {} is pulled", cable));
+    }
+
+    void plug(int cable)
+    {
+        stage_.cable(cable).plug();
+        view_.event(fmt::format("cable {} is plugged in", cable));
+    }
+
+    unsigned chip_state(unsigned port) { return stage_.ours().client().port(port).state; }
+
+    /// Shows frame after frame until `condition` has held for a while or the patience is over.
+    /// Returns whether it held.
+    bool watch(const std::function<bool(const frame_t &)> &condition)
+    {
+        const auto deadline = steady_clock::now() + PATIENCE;
+        int held = 0;
+        while (held < FRAMES_TO_HOLD && steady_clock::now() < deadline) {
+            last_ = stage_.next_frame();
+            view_.row(last_);
+            held = condition(last_) ? held + 1 : 0;
+        }
+        return held == FRAMES_TO_HOLD;
+    }
+
+    demo_view_t view_{INTRODUCTION};
+    stage_t stage_;
+    frame_t last_ = {};
+};
+
+} // namespace
+
+int main(int, char **argv)
+{
+    try {
+        enter_world(argv);
+        return demo_t().play() ? EXIT_SUCCESS : EXIT_FAILURE;
+    } catch (const cannot_run_t &reason) {
+        fmt::print(stderr, "{}", reason.what());
+        return EXIT_CANNOT_RUN;
+    } catch (const std::exception &reason) {
+        fmt::print(stderr, "lvt_demo: {}\n", reason.what());
+        return EXIT_FAILURE;
+    }
+}
