@@ -120,6 +120,19 @@ void switch_t::send(std::span<const uint8_t> message) const
         throw std::runtime_error(fmt::format("{}: {}", node_.name(), result.message));
 }
 
+void switch_t::group(const aggr_status_t &groups) const
+{
+    board_client_t board = client();
+    for (unsigned group = RSTP_PHYSICAL_PORTS + 1; group <= RSTP_PORTS; group++) {
+        std::vector<unsigned> members;
+        for (unsigned port = 1; port <= RSTP_PHYSICAL_PORTS; port++)
+            if (groups.at(port) == group)
+                members.push_back(port);
+        board.set_trunk(group, members);
+    }
+    send(aggr_status_message(groups));
+}
+
 std::optional<bridge_status_t> switch_t::status() const
 {
     return parse_status(node_.read(STATUS_FILE));

@@ -11,6 +11,7 @@
 #include "board/client/board_client.h"
 #include "board/lab/cable.h"
 #include "board/lab/status_file.h"
+#include "tools/messages.h"
 
 namespace lab {
 
@@ -56,6 +57,15 @@ public:
 
     /// Writes a frame into the daemon's control pipe. Throws std::runtime_error.
     void send(std::span<const uint8_t> message) const;
+
+    /// Joins front ports into groups, as the link-aggregation daemon of the board does: first in the
+    /// chip, then with a report to the daemon.
+    ///
+    /// groups  octet p is the group of port p, 7 to 9; with any other value the port stands alone in
+    ///         the chip. The daemon gets all octets as they are.
+    ///
+    /// Throws board_error_t, std::runtime_error.
+    void group(const aggr_status_t &groups) const;
 
     /// The daemon's status file; nothing while there is none, or only a part of one.
     std::optional<bridge_status_t> status() const;
