@@ -25,7 +25,7 @@ bool kernel_ports_are(const kernel_bridge_t &bridge, const std::string &first, c
 
 TEST_F(tree_kernel, kernel_is_root)
 {
-    switch_t &ours = add_bridge(8192, port_configs({1, 2, 6}));
+    switch_t &ours = add_bridge(8192, port_configs({1, 2}, {6}));
     kernel_bridge_t &kernel = add_kernel_bridge(4096, KERNEL_ADDRESS);
     host_t &host = add_host(ours, 6);
     const cable_t &first = connect(ours, 1, kernel, 1);
@@ -71,7 +71,7 @@ TEST_F(tree_kernel, kernel_is_root)
 
 TEST_F(tree_kernel, our_bridge_is_root)
 {
-    switch_t &ours = add_bridge(4096, port_configs({1, 2, 6}));
+    switch_t &ours = add_bridge(4096, port_configs({1, 2}, {6}));
     kernel_bridge_t &kernel = add_kernel_bridge(8192, KERNEL_ADDRESS);
     host_t &host = add_host(ours, 6);
     const cable_t &first = connect(ours, 1, kernel, 1);

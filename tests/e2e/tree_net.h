@@ -29,8 +29,9 @@ constexpr auto AT_ONCE = std::chrono::seconds(4);
 
 lvt_rstp_system_config_t bridge_config(uint16_t priority);
 
-/// Spanning tree on for the ports named, off for the others.
-port_configs_t port_configs(std::initializer_list<int> ports);
+/// Spanning tree on for the ports named, off for the others. Those that lead to bridges are no
+/// edge ports, so that their first seconds do not hang on whose clock ticks first.
+port_configs_t port_configs(std::initializer_list<int> to_bridges, std::initializer_list<int> to_hosts = {});
 
 /// A test with a network of switches, kernel bridges, hosts and cables. Switches are configured
 /// before they get their cables.
