@@ -79,7 +79,8 @@ struct trial_t {
 const trial_t trials[] = {
     {"a user namespace, to be root in",
      [](const user_t &user) {
-         checked(unshare(user.flags), "unshare");
+         if (user.flags != 0)
+             checked(unshare(user.flags), "unshare");
          take_root(user);
      },
      cure_for_user_namespace},
@@ -130,6 +131,11 @@ struct failure_t {
     _exit(0);
 }
 
+const char *reason_of(int error)
+{
+    return error == ENOSPC ? "no more of them are allowed" : std::strerror(error);
+}
+
 std::string text_of(const std::vector<lack_t> &lacks)
 {
     std::string text = "This machine cannot run the simulated network yet. What is missing:\n";
@@ -168,7 +174,7 @@ std::vector<lack_t> find_lacks()
     if (read(report.number(), &failure, sizeof failure) == sizeof failure) {
         const trial_t &trial = trials[failure.trial];
         lacks.push_back(
-            {fmt::format("{}: {}", trial.what, std::strerror(failure.error)), trial.cure(failure.error)});
+            {fmt::format("{}: {}", trial.what, reason_of(failure.error)), trial.cure(failure.error)});
     }
     waitpid(child, nullptr, 0);
     return lacks;
