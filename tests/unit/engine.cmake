@@ -6,7 +6,7 @@ add_executable(unit_engine
     engine_vect_test.cpp engine_bpdu_test.cpp engine_names_test.cpp
     engine_info_test.cpp engine_rolesel_test.cpp engine_roletrns_test.cpp engine_sttrans_topoch_test.cpp
     engine_migrate_transmit_test.cpp engine_link_test.cpp
-    engine_step_test.cpp engine_life_test.cpp engine_stp_in_test.cpp
+    engine_step_test.cpp engine_life_test.cpp engine_stp_in_test.cpp engine_scenario_test.cpp
     # Assertions end a test as they end the daemon.
     ${PROJECT_SOURCE_DIR}/src/l2_proto_utility/assert_fail.cpp)
 target_link_libraries(unit_engine PRIVATE rstp_engine_traced lvt_warnings fmt::fmt GTest::gtest_main)
