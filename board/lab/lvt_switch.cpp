@@ -1,12 +1,9 @@
 // lvt_switch: one simulated switch, board and daemon, in namespaces of its own.
-#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <list>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -14,8 +11,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "board/lab/neighbours.h"
+#include "board/lab/surroundings.h"
 #include "board/lab/switch_node.h"
+#include "board/lab/tail.h"
 #include "board/lab/within.h"
 #include "board/lab/world.h"
 
@@ -43,183 +41,6 @@ struct options_t {
     std::vector<int> hosts;
     std::vector<std::string> bridges; ///< "N,M,..." each
     std::string command;
-};
-
-int port_number(const std::string &text)
-{
-    int port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (error != std::errc() || end != text.data() + text.size() || port < 1 || port > 6)
-        throw std::runtime_error(fmt::format("there is no port '{}', only 1 to 6", text));
-    return port;
-}
-
-/// Everything that is cabled to the switch.
-class surroundings_t {
-public:
-    surroundings_t(switch_t &device, const world_t &world, const options_t &options)
-        : device_(device), first_number_(options.settings.number * 256)
-    {
-        for (const std::string &text : options.outside)
-            add_outside(world, text);
-        for (const int port : options.hosts)
-            add_host(port);
-        for (const std::string &ports : options.bridges)
-            add_bridge(ports);
-    }
-
-    /// One line per neighbour, for people; `pid` is this process as they see it.
-    std::vector<std::string> lines(const std::string &pid) const
-    {
-        std::vector<std::string> lines;
-        for (const auto &[port, neighbour] : neighbours_) {
-            std::string line = fmt::format("port {}: {}", port, neighbour.what);
-            if (neighbour.node != nullptr)
-                line += fmt::format(" (--net={})", namespace_path(pid, *neighbour.node));
-            lines.push_back(line);
-        }
-        return lines;
-    }
-
-    /// Where the neighbours' network namespaces are, as NAME=path.
-    std::vector<std::string> variables(const std::string &pid) const
-    {
-        std::vector<std::string> variables;
-        for (const auto &[port, neighbour] : neighbours_) {
-            if (neighbour.node != nullptr)
-                variables.push_back(
-                    fmt::format("{}_{}={}", neighbour.variable, port, namespace_path(pid, *neighbour.node)));
-        }
-        return variables;
-    }
-
-private:
-    struct neighbour_t {
-        std::string what;
-        std::string variable;
-        const node_t *node; ///< nullptr: this machine
-    };
-
-    static std::string namespace_path(const std::string &pid, const node_t &node)
-    {
-        return fmt::format("/proc/{}/fd/{}", pid, node.place().net);
-    }
-
-    void claim(int port, const neighbour_t &neighbour)
-    {
-        if (!neighbours_.emplace(port, neighbour).second)
-            throw std::runtime_error(fmt::format("port {} has a cable already", port));
-    }
-
-    void add_outside(const world_t &world, const std::string &text)
-    {
-        const size_t colon = text.find(':');
-        if (colon == std::string::npos || colon + 1 == text.size())
-            throw std::runtime_error(fmt::format("'{}' is not N:IFNAME, as in 1:sw1p1", text));
-        if (world.unprivileged)
-            throw std::runtime_error("--port puts an interface into this machine's network: run it as root");
-
-        const int port = port_number(text.substr(0, colon));
-        const std::string interface = text.substr(colon + 1);
-        claim(port, {fmt::format("the interface {} of this machine", interface), "", nullptr});
-
-        const int net = world.caller_net.number();
-        const cable_end_t near = device_.port(port);
-        near.node->ip(
-            fmt::format("link add name {0} address {1} type veth peer name {2} netns /proc/self/fd/{3}\n"
-                        "link set {0} addrgenmode none\n"
-                        "link set {0} up",
-                        near.interface, near.mac, interface, net),
-            {net});
-        lab::run({.argv = {"ip", "link", "set", interface, "up"}, .place = {.net = net}});
-    }
-
-    void add_host(int port)
-    {
-        const std::string address = fmt::format("10.0.0.{}", port);
-        const host_t &host = hosts_.emplace_back(fmt::format("host {}", port), first_number_ + port, address);
-        claim(port, {fmt::format("a host with address {}", address), "LVT_HOST", &host.node()});
-        cable(port, host.node(), "eth0", 0);
-        host.set_address();
-    }
-
-    void add_bridge(const std::string &ports)
-    {
-        const std::vector<std::string> words = CLI::detail::split(ports, ',');
-        const int number = first_number_ + 16 + port_number(words.at(0));
-        const kernel_bridge_t &bridge = bridges_.emplace_back("bridge " + ports, number, bridge_settings_t());
-        for (const std::string &word : words) {
-            const int port = port_number(word);
-            const std::string interface = fmt::format("port{}", port);
-            claim(port,
-                  {fmt::format("a Linux bridge with STP, its {}", interface), "LVT_BRIDGE", &bridge.node()});
-            cable(port, bridge.node(), interface, port);
-            bridge.add_port(interface);
-        }
-    }
-
-    void cable(int port, const node_t &node, const std::string &interface, int mac)
-    {
-        cables_.emplace_back(device_.port(port), cable_end_t{&node, interface, node.mac(mac)});
-    }
-
-    switch_t &device_;
-    int first_number_;
-    std::map<int, neighbour_t> neighbours_; ///< by port
-    std::list<host_t> hosts_;
-    std::list<kernel_bridge_t> bridges_;
-    std::list<cable_t> cables_;
-};
-
-/// Shows what is appended to files, line by line.
-class tail_t {
-public:
-    /// words_only  shows of each line what follows its first " | ", and no line without one.
-    void add(const std::string &path, const std::string &title, bool words_only = false)
-    {
-        files_.push_back({path, title, words_only, 0, {}});
-    }
-
-    void show()
-    {
-        for (file_t &file : files_) {
-            std::FILE *const stream = std::fopen(file.path.c_str(), "re");
-            if (stream == nullptr)
-                continue;
-            std::fseek(stream, file.at, SEEK_SET);
-            for (int letter; (letter = std::fgetc(stream)) != EOF;) {
-                if (letter != '\n') {
-                    file.line += static_cast<char>(letter);
-                    continue;
-                }
-                show_line(file);
-                file.line.clear();
-            }
-            file.at = std::ftell(stream);
-            std::fclose(stream);
-        }
-        std::fflush(stdout);
-    }
-
-private:
-    struct file_t {
-        std::string path;
-        std::string title;
-        bool words_only;
-        long at;
-        std::string line; ///< whose end has not been written yet
-    };
-
-    static void show_line(const file_t &file)
-    {
-        const size_t bar = file.line.find(" | ");
-        if (!file.words_only)
-            fmt::print("{:<7} | {}\n", file.title, file.line);
-        else if (bar != std::string::npos)
-            fmt::print("{:<7}{}\n", file.title, file.line.substr(bar));
-    }
-
-    std::vector<file_t> files_;
 };
 
 volatile std::sig_atomic_t interrupted;
@@ -288,7 +109,13 @@ int run_switch(const options_t &options, char **argv)
 {
     const world_t world = enter_world(argv);
     switch_t device(options.settings);
-    const surroundings_t surroundings(device, world, options);
+    surroundings_t surroundings(device, world, options.settings.number);
+    for (const std::string &outside : options.outside)
+        surroundings.add_outside(outside);
+    for (const int port : options.hosts)
+        surroundings.add_host(port);
+    for (const std::string &ports : options.bridges)
+        surroundings.add_bridge(ports);
     device.start();
     device.node().enter();
 

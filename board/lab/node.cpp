@@ -1,7 +1,5 @@
 #include "board/lab/node.h"
 
-#include <climits>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>

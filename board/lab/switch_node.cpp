@@ -20,13 +20,22 @@ namespace {
 constexpr int CPU_PORT_MAC = 0xFE;   ///< the chip's end of the CPU cable; no frame carries it
 constexpr auto START_PATIENCE = 10s; ///< a sanitized daemon under load takes its time
 
+/// The program to run; absolute, since a node's programs start in its root folder.
 std::string program(const std::string &wanted, const char *variable, const char *name)
 {
     if (!wanted.empty())
-        return wanted;
+        return std::filesystem::absolute(wanted);
     if (const char *path = getenv(variable); path != nullptr && *path != '\0')
-        return path;
+        return std::filesystem::absolute(path);
     return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
+}
+
+/// What to say of a program that was not ready in time, or not alive.
+std::string complaint(const char *name, process_t &process)
+{
+    if (process.running())
+        return fmt::format("the {} was not ready in time", name);
+    return fmt::format("the {} ended with status {} instead of getting ready", name, *process.exit_code());
 }
 
 bool is_ready(const switch_t &board)
@@ -82,7 +91,8 @@ void switch_t::start_board()
         launch({settings_.board, "run", "--log", BOARD_LOG_FILE}, {}, BOARD_OUTPUT_FILE, BOARD_OUTPUT_FILE);
     const bool ready = within(START_PATIENCE, [&] { return is_ready(*this) || !board_.running(); });
     if (!ready || !board_.running())
-        throw std::runtime_error(fmt::format("{}: the board did not start\n{}", node_.name(), story()));
+        throw std::runtime_error(
+            fmt::format("{}: {}\n{}", node_.name(), complaint("board", board_), story()));
 }
 
 void switch_t::start_daemon()
@@ -99,7 +109,8 @@ void switch_t::start_daemon()
                !daemon_.running();
     });
     if (!ready || !daemon_.running())
-        throw std::runtime_error(fmt::format("{}: the daemon did not start\n{}", node_.name(), story()));
+        throw std::runtime_error(
+            fmt::format("{}: {}\n{}", node_.name(), complaint("daemon", daemon_), story()));
 }
 
 void switch_t::start()
