@@ -1,9 +1,11 @@
 # The daemon's parts, stepped on the desk: a board made of records stands behind its libraries and
 # behind the calls of the system that a test must watch or let fail.
 add_executable(unit_daemon
-    daemon_board.cpp daemon_fixture.cpp
+    daemon_board.cpp daemon_fixture.cpp daemon_invariants.cpp
     daemon_sw_cfg_test.cpp daemon_os_api_test.cpp daemon_frames_test.cpp daemon_hw_state_test.cpp
     daemon_config_test.cpp daemon_vlan_test.cpp daemon_events_test.cpp
+    daemon_aggr_tables_test.cpp daemon_aggr_test.cpp daemon_lacp_test.cpp daemon_msg_test.cpp
+    daemon_threads_test.cpp
     ${PROJECT_SOURCE_DIR}/tools/messages.cpp)
 target_include_directories(unit_daemon PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(unit_daemon PRIVATE

@@ -73,6 +73,7 @@ void note_mux(std::vector<octets_t> *messages = nullptr)
     octets_t message(MUX_OCTETS);
     while (board.mux_reader >= 0 && read(board.mux_reader, message.data(), message.size()) == MUX_OCTETS) {
         board.log.push_back(format("mux %u %u", message[10], message[24]));
+        board.mux_forwards[message[10]] = message[24] != 0;
         if (messages)
             messages->push_back(message);
     }
@@ -149,6 +150,12 @@ std::vector<octets_t> board_mux_messages()
     std::vector<octets_t> messages;
     note_mux(&messages);
     return messages;
+}
+
+bool board_multiplexer_forwards(uint32_t port)
+{
+    note_mux();
+    return board.mux_forwards[port];
 }
 
 uint32_t board_port_state(uint32_t port)

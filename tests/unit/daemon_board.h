@@ -56,6 +56,7 @@ struct board_t {
     // ---- files, pipes, memory, threads, time ------------------------------------------
     std::string folder;                 ///< stands for /tmp, for the daemon's own files there
     int mux_reader = -1;                ///< reading end of the port multiplexer's pipe
+    std::map<uint32_t, bool> mux_forwards; ///< by logical port: what the multiplexer heard last
     int malloc_calls_left = -1;         ///< fails when they are used up; below 0: never
     std::optional<int64_t> now;         ///< seconds since 1970
     std::function<std::optional<int>(int width, fd_set *readable, const timeval *timeout)> on_select;
@@ -81,6 +82,9 @@ std::vector<std::string> board_chip_log();
 
 /// Messages waiting in the multiplexer's pipe, whole; they are taken into the log as well.
 std::vector<octets_t> board_mux_messages();
+
+/// What the multiplexer heard last of front port 1 to 6.
+bool board_multiplexer_forwards(uint32_t port);
 
 /// State field of front port 1 to 6 in the chip.
 uint32_t board_port_state(uint32_t port);

@@ -1,0 +1,265 @@
+/// Start-up and the bodies of the threads. Each runs in a process of its own, which ends when the
+/// wait that the test watches is told to fail; what it prints is compared.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "daemon/rstp_daemon.h"
+#include "daemon/semaphores.h"
+#include "daemon_fixture.h"
+
+namespace {
+
+class threads : public daemon_test {
+protected:
+    /// In the process of a death test: standard output counts as well.
+    static void join_streams()
+    {
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+    }
+
+    static void print(const std::string &text) { fprintf(stderr, "%s", text.c_str()); }
+
+    static bool is_free(sem_t &sem)
+    {
+        int value = -1;
+        sem_getvalue(&sem, &value);
+        return value == 1;
+    }
+
+    /// Starts the daemon with its main thread in the place of a thread. The tick thread is noted.
+    static void run_main_thread()
+    {
+        join_streams();
+        board.on_thread = [](void *(*body)(void *)) -> std::optional<int> {
+            if (body == rstp_thread)
+                body(nullptr);
+            print("tick thread\n");
+            return 0;
+        };
+        rstp_init();
+    }
+
+    /// Runs the tick thread until it has waited `waits` times; each wait answers the next result.
+    static void run_tick_thread(std::vector<int> results)
+    {
+        size_t waits = 0;
+        board.on_select = [&](int width, fd_set *readable, const timeval *timeout) -> std::optional<int> {
+            if (width != 1 || readable || !timeout || timeout->tv_sec != 1 || timeout->tv_usec != 0)
+                print("another wait\n");
+            if (!is_free(rstp_core_sem) || !is_free(rstp_data_sem))
+                print("waits with a lock\n");
+            if (waits == results.size()) {
+                print("time " + std::to_string(lvt_rstp_vars.time) + ", file " +
+                      (access((board.folder + "/rstp_monitor").c_str(), R_OK) == 0 ? "there" : "missing") + "\n");
+                _exit(0);
+            }
+            const_cast<timeval *>(timeout)->tv_sec = 0; // as the kernel leaves it
+            return results[waits++];
+        };
+        run_ready_tick_thread();
+    }
+
+    /// The tick thread in the place of the first thread of a start.
+    static void run_ready_tick_thread()
+    {
+        board.on_sleep = [](const timespec *) { print("not ready\n"); };
+        board.on_thread = [](void *(*)(void *)) -> std::optional<int> {
+            rstp_tick_thread(nullptr);
+            return 0;
+        };
+        rstp_init();
+    }
+};
+
+const std::string BANNER = "*****************************\n"
+                           "*   RSTP Initial Complete   *\n"
+                           "*****************************\n";
+
+} // namespace
+
+// ---- start ------------------------------------------------------------------------------
+
+TEST_F(threads, first_thread_fails)
+{
+    const auto start = [] {
+        join_streams();
+        board.on_thread = [](void *(*body)(void *)) -> std::optional<int> {
+            print(body == rstp_thread ? "main thread\n" : "another thread\n");
+            return EAGAIN;
+        };
+        rstp_init();
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(1), testing::StrEq("main thread\nThread creation failed!!\n"));
+}
+
+TEST_F(threads, tick_thread_fails)
+{
+    const auto start = [] {
+        join_streams();
+        board.on_thread = [](void *(*body)(void *)) -> std::optional<int> {
+            if (body == rstp_thread)
+                body(nullptr);
+            return EAGAIN;
+        };
+        rstp_init();
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(1), testing::StrEq("Thread creation failed!!\n"));
+}
+
+TEST_F(threads, control_pipe_is_missing)
+{
+    unlink(path("rstp_if_pipe").c_str());
+    EXPECT_EXIT(run_main_thread(), testing::ExitedWithCode(1), testing::StrEq("tick thread\nRSTP pipe initial fail\n"));
+}
+
+TEST_F(threads, debug_pipe_is_missing)
+{
+    unlink(path("rstp_dbg_if_pipe").c_str());
+    EXPECT_EXIT(run_main_thread(), testing::ExitedWithCode(1),
+                testing::StrEq("tick thread\nRSTP DEBUG pipe initial fail\n"));
+}
+
+TEST_F(threads, the_whole_start)
+{
+    std::string expected;
+    for (int entry = 37; entry <= 42; entry++)
+        expected += "rule " + std::to_string(entry) + "\n";
+    expected += "asks for links\nopens /tmp/port_mux_if_pipe\n";
+    for (uint32_t port = 1; port <= 6; port++)
+        for (const std::string &line : state_written(port, 4) + state_written(port, 4))
+            expected += line + "\n";
+    expected += "flush\ntick thread\nopens /tmp/rstp_if_pipe\nopens /tmp/rstp_dbg_if_pipe\n" + BANNER +
+                "RSTP: select() failed: Interrupted system call\n";
+
+    const auto start = [] {
+        board.link_words[0] = LINK_1000_FULL;
+        board.on_open = [](const std::string &name) {
+            for (const std::string &line : board_log())
+                print(line + "\n");
+            if (name == "/tmp/port_mux_if_pipe")
+                print(lvt_rstp_vars.initialised == 0 && lvt_aggr_get_linkspeed(1) == 1000 ? "asks for links\n" : "?\n");
+            print("opens " + name + "\n");
+        };
+        board.on_select = [](int, fd_set *, const timeval *) {
+            print(board.console);
+            return -1;
+        };
+        join_streams();
+        board.on_thread = [](void *(*body)(void *)) -> std::optional<int> {
+            if (body == rstp_thread)
+                body(nullptr);
+            for (const std::string &line : board_log())
+                print(line + "\n");
+            print("tick thread\n");
+            return 0;
+        };
+        rstp_init();
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(1), testing::StrEq(expected));
+}
+
+TEST_F(threads, pipes_are_opened_for_reading_and_writing)
+{
+    const auto start = [] {
+        static int last = open("/dev/null", O_RDONLY);
+        board.on_select = [](int width, fd_set *, const timeval *) {
+            for (int fd = last + 1; fd < width; fd++)
+                print(std::to_string(fcntl(fd, F_GETFL) & (O_ACCMODE | O_NONBLOCK)) + "\n");
+            return -1;
+        };
+        run_main_thread();
+    };
+    // The multiplexer's, then the two that are read.
+    const std::string modes = std::to_string(O_RDWR | O_NONBLOCK) + "\n" + std::to_string(O_RDWR) + "\n" +
+                              std::to_string(O_RDWR) + "\n";
+    EXPECT_EXIT(start(), testing::ExitedWithCode(1), HasSubstr(modes));
+}
+
+TEST_F(threads, the_main_loop_serves_messages_and_outlives_bad_ones)
+{
+    lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
+    config.max_age = 28;
+    write_control({1, 2, 3, 4, 5, 6, 7, 8});
+    write_control(system_config_message(config));
+    write_control(raw_message(77, {}));
+    config.hello_time = 3;
+    write_control(system_config_message(config));
+    write_debug("debug show system_config");
+
+    const auto start = [] {
+        static int waits = 0;
+        board.on_select = [](int, fd_set *, const timeval *) -> std::optional<int> {
+            if (!is_free(rstp_core_sem) || !is_free(rstp_data_sem))
+                print("waits with a lock\n");
+            if (waits++ < 4)
+                return {};
+            print("max age " + std::to_string(lvt_rstp_vars.config.max_age) + ", hello time " +
+                  std::to_string(lvt_rstp_vars.config.hello_time) + "\n");
+            return 0;
+        };
+        run_main_thread();
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(1), HasSubstr("tick thread\nmax age 28, hello time 3\n"));
+}
+
+// ---- tick -------------------------------------------------------------------------------
+
+TEST_F(threads, a_tick_follows_each_wait)
+{
+    boot();
+    EXPECT_EXIT(run_tick_thread({0, 0, 0}), testing::ExitedWithCode(0), testing::StrEq("time 3, file there\n"));
+}
+
+TEST_F(threads, no_tick_before_the_start_is_complete)
+{
+    const auto body = [] {
+        board.on_sleep = [](const timespec *time) {
+            static int sleeps = 0;
+            print("sleeps " + std::to_string(time->tv_sec) + " s " + std::to_string(time->tv_nsec) + " ns\n");
+            if (++sleeps == 2)
+                _exit(0);
+        };
+        rstp_tick_thread(nullptr);
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), testing::StrEq("sleeps 1 s 0 ns\nsleeps 1 s 0 ns\n"));
+}
+
+TEST_F(threads, an_interrupted_wait_begins_anew_without_a_tick)
+{
+    boot();
+    EXPECT_EXIT(run_tick_thread({-1, 0, -1, -1, 1}), testing::ExitedWithCode(0), testing::StrEq("time 1, file there\n"));
+}
+
+TEST_F(threads, an_interrupted_wait_writes_no_file)
+{
+    boot();
+    EXPECT_EXIT(run_tick_thread({-1}), testing::ExitedWithCode(0), testing::StrEq("time 0, file missing\n"));
+}
+
+TEST_F(threads, no_tick_while_the_lock_is_held)
+{
+    boot();
+    const auto body = [] {
+        board.on_select = [](int, fd_set *, const timeval *) {
+            static int waits = 0;
+            if (waits++)
+                _exit(0);
+            sem_wait(&rstp_core_sem);
+            return 0;
+        };
+        // The tick must now wait for the lock; an alarm gives it back.
+        signal(SIGALRM, [](int) {
+            if (lvt_rstp_vars.time == 0)
+                print("waited\n");
+            sem_post(&rstp_core_sem);
+        });
+        ualarm(50000, 0);
+        run_ready_tick_thread();
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), testing::StrEq("waited\n"));
+}
