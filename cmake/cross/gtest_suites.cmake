@@ -1,0 +1,16 @@
+# Read by ctest: adds a test for each suite of `program`, which `command` starts.
+if(NOT EXISTS ${program})
+    add_test(${prefix}NOT_BUILT ${program})
+    return()
+endif()
+execute_process(COMMAND ${command} --gtest_list_tests OUTPUT_VARIABLE listing RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${program} cannot list its tests: ${result}")
+endif()
+
+string(REGEX MATCHALL "\n[^ \n]+\\." suites "${listing}")
+foreach(suite IN LISTS suites)
+    string(STRIP ${suite} suite)
+    string(REGEX REPLACE "\\.$" "" name ${suite})
+    add_test(${prefix}${name} ${command} --gtest_filter=${suite}*)
+endforeach()
