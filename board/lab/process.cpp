@@ -90,7 +90,8 @@ bool put(int fd, int place)
         setsid();
     if (command.place.net >= 0 && setns(command.place.net, CLONE_NEWNET) != 0)
         give_up(launch);
-    if (command.place.mount >= 0 && setns(command.place.mount, CLONE_NEWNS) != 0)
+    // A sanitizer's own thread shares the root folder; the kernel wants it unshared for this.
+    if (command.place.mount >= 0 && (unshare(CLONE_FS) != 0 || setns(command.place.mount, CLONE_NEWNS) != 0))
         give_up(launch);
 
     // Copies above the standard three first, so that none of them is overwritten before its turn.
