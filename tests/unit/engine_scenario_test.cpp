@@ -102,7 +102,21 @@ protected:
     port_t *other;
 };
 
-TEST_F(engine_test, a_port_alone_forwards_after_twice_the_forward_delay)
+/// A bridge that has just started.
+using from_start = engine_test;
+
+/// Starts a bridge with port 1, which is configured as an edge port.
+port_t *start_with_edge_port()
+{
+    stpm_t *bridge = bridge_create();
+    port_t *port = port_attach(bridge, 1);
+    port->config.adminEdge = 1;
+    STP_port_cfg(port);
+    STP_stpm_enable(bridge, 1);
+    return port;
+}
+
+TEST_F(from_start, a_port_alone_forwards_after_twice_the_forward_delay)
 {
     bridge_start({1});
     const port_t *port = port_of(1);
@@ -120,13 +134,9 @@ TEST_F(engine_test, a_port_alone_forwards_after_twice_the_forward_delay)
         EXPECT_EQ(flags_of(world.sent[i]) & 0x0E, 0x0E) << "then its proposal, frame " << i;
 }
 
-TEST_F(engine_test, an_edge_port_forwards_when_nothing_was_heard_for_three_seconds)
+TEST_F(from_start, an_edge_port_forwards_when_nothing_was_heard_for_three_seconds)
 {
-    stpm_t *bridge = bridge_create();
-    port_t *port = port_attach(bridge, 1);
-    port->config.adminEdge = 1;
-    STP_port_cfg(port);
-    STP_stpm_enable(bridge, 1);
+    port_t *port = start_with_edge_port();
     settle();
     const unsigned seconds = seconds_until([=] { return port->forwarding; });
     EXPECT_GE(seconds, 3u);
@@ -135,13 +145,9 @@ TEST_F(engine_test, an_edge_port_forwards_when_nothing_was_heard_for_three_secon
     EXPECT_EQ(port->tcWhile, 0) << "an edge port that forwards is no topology change";
 }
 
-TEST_F(engine_test, an_edge_port_that_hears_a_bpdu_in_time_stays_none_until_its_link_returns)
+TEST_F(from_start, an_edge_port_that_hears_a_bpdu_in_time_stays_none_until_its_link_returns)
 {
-    stpm_t *bridge = bridge_create();
-    port_t *port = port_attach(bridge, 1);
-    port->config.adminEdge = 1;
-    STP_port_cfg(port);
-    STP_stpm_enable(bridge, 1);
+    port_t *port = start_with_edge_port();
     tick(2);
     receive(port, heard_t{.root = {61440, {2}}, .bridge = {61440, {2}}});
     tick(20);
@@ -157,13 +163,9 @@ TEST_F(engine_test, an_edge_port_that_hears_a_bpdu_in_time_stays_none_until_its_
     EXPECT_EQ(port->operEdge, 1);
 }
 
-TEST_F(engine_test, a_bpdu_on_a_settled_edge_port_is_a_topology_change)
+TEST_F(from_start, a_bpdu_on_a_settled_edge_port_is_a_topology_change)
 {
-    stpm_t *bridge = bridge_create();
-    port_t *port = port_attach(bridge, 1);
-    port->config.adminEdge = 1;
-    STP_port_cfg(port);
-    STP_stpm_enable(bridge, 1);
+    port_t *port = start_with_edge_port();
     tick(10);
     settle();
     ASSERT_TRUE(port->operEdge && port->forwarding);
@@ -447,7 +449,7 @@ TEST_F(one_bridge, acknowledges_the_notification_of_an_stp_bridge_once)
     EXPECT_NE(other->tcWhile, 0) << "and passes it on";
 }
 
-TEST_F(engine_test, a_bridge_forced_to_version_0_speaks_stp_only_and_takes_its_time)
+TEST_F(from_start, a_bridge_forced_to_version_0_speaks_stp_only_and_takes_its_time)
 {
     world.force_version = 0;
     bridge_start({1, 2});
@@ -474,7 +476,7 @@ TEST_F(engine_test, a_bridge_forced_to_version_0_speaks_stp_only_and_takes_its_t
 
 // ---- in and out of the tree -------------------------------------------------------------
 
-TEST_F(engine_test, a_port_that_joins_the_tree_first_passes_through_learning)
+TEST_F(from_start, a_port_that_joins_the_tree_first_passes_through_learning)
 {
     stpm_t *bridge = bridge_create();
     port_t *port = boring_port_attach(bridge, 1);
