@@ -1,12 +1,17 @@
-/// The commands that set the bridge, the ports, the groups and LACP: one control message each.
+/// The commands that set the bridge, the ports, the groups and LACP by one control message each, from
+/// the command line alone.
 #include <memory>
 
 #include <fmt/format.h>
 
-#include "tools/ctl.h"
+#include "tools/ctl/arguments.h"
+#include "tools/ctl/cli.h"
+#include "tools/ctl/send.h"
 #include "tools/messages.h"
 
 namespace {
+
+constexpr char HEADING[] = "Send one message, without the file";
 
 // ---- bridge ----------------------------------------------------------------------------
 
@@ -40,7 +45,7 @@ lvt_rstp_system_config_t system_config_of(const bridge_args_t &args)
 
 void add_bridge_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("bridge", "Sets the bridge's priority, times and protocol version");
+    auto *command = app.add_subcommand("bridge", "Sets the bridge")->group(HEADING);
     command->footer("What is not named goes back to its default.\n"
                     "The times must go together: 2 * (forward delay - 1) >= max age >= 2 * (hello + 1).\n"
                     "Example, to become the root quickly:\n"
@@ -85,17 +90,17 @@ void set_point_to_point(lvt_rstp_port_config_t &config, const std::string &text)
 }
 
 struct port_setting_t {
-    const char *option;
+    const char *names;
     const char *value; ///< as the help shows it
     const char *text;
     void (*set)(lvt_rstp_port_config_t &config, const std::string &text);
 };
 
 constexpr port_setting_t PORT_SETTINGS[] = {
-    {"--cost", "VALUE", "Path cost, 1 to 200000000; 0 (default) takes it from the speed", set_path_cost},
+    {"--cost,--path-cost", "VALUE", "Path cost, 1 to 200000000; 0 (default) takes it from the speed", set_path_cost},
     {"--priority", "VALUE", "Port priority, 0 to 240 in steps of 16, default 128", set_priority},
     {"--edge", "on|off", "Whether a host is expected there, default on", set_edge},
-    {"--p2p", "on|off|auto", "Whether one bridge at most is there, default auto (from the duplex)",
+    {"--p2p,--point-to-point", "on|off|auto", "Whether one bridge at most is there, default auto (from the duplex)",
      set_point_to_point},
 };
 
@@ -122,8 +127,9 @@ port_configs_t port_configs_of(const ports_args_t &args)
     for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
         for (const std::string &text : args.assignments[i]) {
             const port_setting_t &setting = PORT_SETTINGS[i];
-            const assignment_t assignment = parse_assignment(setting.option, text, port_form(setting));
-            const long port = parse_number(setting.option, assignment.left);
+            const std::string option = first_name(setting.names);
+            const assignment_t assignment = parse_assignment(option, text, port_form(setting));
+            const long port = parse_number(option, assignment.left);
             demand(FRONT_PORT, port);
             setting.set(configs[static_cast<size_t>(port)], assignment.right);
         }
@@ -132,7 +138,7 @@ port_configs_t port_configs_of(const ports_args_t &args)
 
 void add_ports_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("ports", "Sets all six ports");
+    auto *command = app.add_subcommand("ports", "Sets all six ports")->group(HEADING);
     command->footer("One message sets all ports: a port that --enable does not name leaves the spanning tree,\n"
                     "and what is not named goes back to its default. N is a port, 1 to 6.\n"
                     "Example, three ports of which the third leads to another bridge over a slow line:\n"
@@ -142,7 +148,7 @@ void add_ports_command(CLI::App &app, const ctl_t &ctl)
     command->add_option("--enable", args->enable, "Ports that take part in the spanning tree, or \"all\"")
         ->type_name("N,N...");
     for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
-        command->add_option(PORT_SETTINGS[i].option, args->assignments[i], PORT_SETTINGS[i].text)
+        command->add_option(PORT_SETTINGS[i].names, args->assignments[i], PORT_SETTINGS[i].text)
             ->type_name(port_form(PORT_SETTINGS[i]))
             ->allow_extra_args(false);
     command->add_flag("--no-groups", args->no_groups, "Leave queued group work queued (type 9 instead of 5)");
@@ -171,7 +177,7 @@ lvt_rstp_port_config_t aggr_config_of(const aggr_args_t &args)
 
 void add_aggr_config_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("aggr-config", "Sets the groups 7, 8 and 9, all alike");
+    auto *command = app.add_subcommand("aggr-config", "Sets what the groups 7, 8 and 9 have in common")->group(HEADING);
     command->footer("What is not named goes back to its default.\n"
                     "Example, groups take part and are preferred to single ports:\n"
                     "  lvt_rstpctl aggr-config --enable --cost 10000 --edge off");
@@ -179,7 +185,7 @@ void add_aggr_config_command(CLI::App &app, const ctl_t &ctl)
     auto args = std::make_shared<aggr_args_t>();
     command->add_flag("--enable", args->enable, "Groups take part in the spanning tree");
     for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
-        command->add_option(PORT_SETTINGS[i].option, args->values[i], PORT_SETTINGS[i].text)
+        command->add_option(PORT_SETTINGS[i].names, args->values[i], PORT_SETTINGS[i].text)
             ->type_name(PORT_SETTINGS[i].value);
     command->callback([args, &ctl] { send_message(ctl, aggr_config_message(aggr_config_of(*args))); });
 }
@@ -204,9 +210,11 @@ aggr_status_t aggr_status_of(const std::vector<std::string> &assignments)
     return groups;
 }
 
+} // namespace
+
 void add_groups_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("groups", "Joins ports into the groups 7, 8 and 9");
+    auto *command = app.add_subcommand("groups", "Joins ports into the groups 7, 8 and 9")->group(HEADING);
     command->footer("One message tells of all groups: a port that is not named stands alone, and without any\n"
                     "GROUP all groups are dissolved.\n"
                     "Example, two groups of two ports:\n"
@@ -219,9 +227,11 @@ void add_groups_command(CLI::App &app, const ctl_t &ctl)
 
 // ---- lacp ------------------------------------------------------------------------------
 
+namespace {
+
 void add_lacp_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("lacp", "Tells on which ports LACP runs");
+    auto *command = app.add_subcommand("lacp", "Tells on which ports LACP runs")->group(HEADING);
     command->footer("A port that --enable does not name runs no LACP. The spanning tree leaves the state of a\n"
                     "port alone while LACP runs there and spanning tree does not.\n"
                     "Example:\n"
@@ -240,7 +250,7 @@ void add_lacp_command(CLI::App &app, const ctl_t &ctl)
 
 } // namespace
 
-void add_settings_commands(CLI::App &app, const ctl_t &ctl)
+void add_message_commands(CLI::App &app, const ctl_t &ctl)
 {
     add_bridge_command(app, ctl);
     add_ports_command(app, ctl);

@@ -1,0 +1,22 @@
+/// The commands that put a configuration file in force: check, apply and set.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/ctl/config_edit.h"
+#include "tools/ctl/ctl.h"
+
+/// Throws refused_t with all that is wrong in the file.
+void check_config(const std::string &path);
+
+/// Checks the file and sends all that it sets, or shows it on a dry run. Throws refused_t.
+void apply_config(const ctl_t &ctl, const std::string &path);
+
+/// Changes settings of the file, which is made if it is not there, and sends what it then sets; on
+/// a dry run shows both. Nothing is written or sent unless the whole file is in order.
+/// Throws refused_t.
+void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<edit_t> &edits);
+
+/// Where the configuration is kept on the board that `ctl` speaks to.
+std::string default_config_path(const ctl_t &ctl);

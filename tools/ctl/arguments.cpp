@@ -1,0 +1,66 @@
+#include "tools/ctl/arguments.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include <fmt/format.h>
+
+void demand(const setting_rule_t &rule, long value)
+{
+    const std::string fault = fault_of(rule, value);
+    if (!fault.empty())
+        throw refused_t(fault);
+}
+
+std::vector<unsigned> parse_ports(const std::string &option, const std::string &text, const setting_rule_t &rule)
+{
+    const std::string list = text == "all" ? fmt::format("{}-{}", rule.min, rule.max) : text;
+
+    std::vector<unsigned> ports;
+    for (size_t start = 0, comma = 0; comma != std::string::npos; start = comma + 1) {
+        comma = list.find(',', start);
+        const std::string part = list.substr(start, comma - start);
+        const size_t dash = part.find('-', 1);
+        const long first = parse_number(option, part.substr(0, dash));
+        const long last = dash == std::string::npos ? first : parse_number(option, part.substr(dash + 1));
+        demand(rule, first);
+        demand(rule, last);
+        if (last < first)
+            throw usage_t(fmt::format("{}: \"{}\" runs backwards", option, part));
+        for (long port = first; port <= last; port++)
+            ports.push_back(static_cast<unsigned>(port));
+    }
+    return ports;
+}
+
+assignment_t parse_assignment(const std::string &option, const std::string &text, const std::string &form)
+{
+    const size_t sign = text.find('=');
+    if (sign == std::string::npos || sign == 0 || sign + 1 == text.size())
+        throw usage_t(fmt::format("{}: \"{}\" should read {}", option, text, form));
+    return {text.substr(0, sign), text.substr(sign + 1)};
+}
+
+std::string first_name(const std::string &names)
+{
+    return names.substr(0, names.find(','));
+}
+
+long parse_number(const std::string &option, const std::string &text)
+{
+    const bool hex = text.starts_with("0x");
+    const char *begin = text.data() + (hex ? 2 : 0), *end = text.data() + text.size();
+    long value = 0;
+    const auto [stop, error] = std::from_chars(begin, end, value, hex ? 16 : 10);
+    if (error != std::errc{} || stop != end)
+        throw usage_t(fmt::format("{}: \"{}\" is not a number", option, text));
+    return value;
+}
+
+size_t parse_word(const std::string &option, const std::string &text, const std::vector<std::string> &words)
+{
+    const auto found = std::ranges::find(words, text);
+    if (found == words.end())
+        throw usage_t(fmt::format("{}: \"{}\" is none of {}", option, text, fmt::join(words, ", ")));
+    return static_cast<size_t>(found - words.begin());
+}

@@ -1,0 +1,34 @@
+/// Reading the words of a command line beyond what its options say of themselves.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/ctl/ctl.h"
+#include "tools/rules.h"
+
+/// Throws refused_t unless the rule allows the value.
+void demand(const setting_rule_t &rule, long value);
+
+/// A list as in "1,2,5" or "1-3,5", or "all" that the rule allows, in the order given. Throws
+/// usage_t for what is no list of numbers, refused_t for a number that the rule does not allow.
+std::vector<unsigned> parse_ports(const std::string &option, const std::string &text,
+                                  const setting_rule_t &rule = FRONT_PORT);
+
+/// The two sides of "3=200".
+struct assignment_t {
+    std::string left, right;
+};
+
+/// `form` is what a right one looks like. Throws usage_t unless there is something on either side
+/// of a "=".
+assignment_t parse_assignment(const std::string &option, const std::string &text, const std::string &form);
+
+/// The first of an option's names, "--cost" of "--cost,--path-cost", for messages.
+std::string first_name(const std::string &names);
+
+/// A whole number, decimal or in hex after "0x". Throws usage_t.
+long parse_number(const std::string &option, const std::string &text);
+
+/// One of `words`; returns its place in the list. Throws usage_t.
+size_t parse_word(const std::string &option, const std::string &text, const std::vector<std::string> &words);

@@ -1,0 +1,22 @@
+/// The command line: each group of commands has a source file of its own, which adds them; main only
+/// puts the groups together. `ctl` must outlive the parsing.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "tools/ctl/ctl.h"
+
+/// show, monitor, expect
+void add_status_commands(CLI::App &app, const ctl_t &ctl);
+
+/// check, apply, set
+void add_config_commands(CLI::App &app, const ctl_t &ctl);
+
+/// bridge, ports, aggr-config, groups, lacp: one message each
+void add_message_commands(CLI::App &app, const ctl_t &ctl);
+
+/// inject, decode, debug
+void add_lab_commands(CLI::App &app, const ctl_t &ctl);
+
+/// groups, which also is one of the messages to inject
+void add_groups_command(CLI::App &app, const ctl_t &ctl);

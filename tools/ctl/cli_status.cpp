@@ -1,0 +1,117 @@
+/// The commands that look: show, monitor, expect.
+#include <memory>
+
+#include <fmt/format.h>
+
+#include "tools/ctl/arguments.h"
+#include "tools/ctl/cli.h"
+#include "tools/ctl/expect.h"
+#include "tools/ctl/show.h"
+
+namespace {
+
+constexpr char HEADING[] = "Look";
+
+struct show_words_t {
+    std::vector<std::string> subject;
+    bool json = false, pretty = false, lines = false, watch = false;
+    std::optional<double> seconds;
+};
+
+subject_t subject_of(const std::vector<std::string> &words)
+{
+    if (words.empty())
+        return {};
+    const size_t word = parse_word("SUBJECT", words[0], {"bridge", "ports", "statistics", "port"});
+    const bool one_port = word == 3;
+    if (words.size() != (one_port ? 2 : 1))
+        throw usage_t(one_port ? "SUBJECT: port should read port N" : "SUBJECT: one is enough");
+
+    subject_t subject = {.bridge = word == 0, .ports = word == 1, .statistics = word == 2};
+    if (one_port) {
+        const long port = parse_number("port", words[1]);
+        demand(LOGICAL_PORT, port);
+        subject.port = static_cast<int>(port);
+    }
+    return subject;
+}
+
+format_t format_of(const show_words_t &words)
+{
+    if (words.pretty)
+        return format_t::pretty_json;
+    return words.json ? format_t::json : words.lines ? format_t::lines : format_t::table;
+}
+
+void add_show_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("show", "Shows what the daemon reports")->group(HEADING);
+    command->footer("SUBJECT is bridge, ports, statistics, or port N with N from 1 to 9; without one all is shown.\n"
+                    "The JSON has one shape whatever is shown: the subject says whose entries are in \"ports\".\n"
+                    "Examples:\n"
+                    "  lvt_rstpctl show\n"
+                    "  lvt_rstpctl show port 3\n"
+                    "  lvt_rstpctl show ports --watch\n"
+                    "  lvt_rstpctl show -j | jq '.bridge.root'");
+
+    auto words = std::make_shared<show_words_t>();
+    command->add_option("SUBJECT", words->subject, "What to show")->type_name("");
+    auto *json = command->add_flag("-j,--json", words->json, "JSON, one document to a line");
+    auto *pretty = command->add_flag("-p,--pretty", words->pretty, "JSON, indented for people");
+    command->add_flag("-o,--oneline", words->lines, "Text for scripts, one line for the bridge and each port")
+        ->excludes(json)
+        ->excludes(pretty);
+    auto *watch = command->add_flag("--watch", words->watch, "Show it anew each second, with a * on what changed");
+    command->add_option("--for", words->seconds, "Stop watching after so long")->type_name("SECONDS")->needs(watch);
+    command->callback([words, &ctl] {
+        show(ctl, {subject_of(words->subject), format_of(*words), words->watch, words->seconds});
+    });
+}
+
+void add_monitor_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("monitor", "Tells of each change as it happens")->group(HEADING);
+    command->footer("One line for each change of a role, a state, the root or the topology. The daemon reports\n"
+                    "once a second: what comes and goes between two reports is not seen.\n"
+                    "Example:\n"
+                    "  lvt_rstpctl monitor --json >> /var/log/spanning_tree");
+
+    auto args = std::make_shared<monitor_args_t>();
+    command->add_flag("-j,--json", args->json, "One JSON document to a line");
+    command->add_option("--for", args->seconds, "Stop after so long")->type_name("SECONDS");
+    command->callback([args, &ctl] { monitor(ctl, *args); });
+}
+
+struct expect_words_t {
+    std::vector<std::string> statement;
+    std::optional<double> seconds;
+};
+
+void add_expect_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("expect", "Checks a statement: status 0 if it is so, 1 if not")->group(HEADING);
+    command->footer(std::string("Statements:\n") + STATEMENTS +
+                    "\n"
+                    "Examples:\n"
+                    "  lvt_rstpctl expect \"root is this bridge\"\n"
+                    "  lvt_rstpctl expect \"port 1-3 forwards\" --within 30\n"
+                    "  lvt_rstpctl expect \"topology changes below 2\" --within 60");
+
+    auto words = std::make_shared<expect_words_t>();
+    command->add_option("STATEMENT", words->statement, "One statement, in quotes or not")->type_name("")->required();
+    command
+        ->add_option("--within", words->seconds,
+                     "Wait so long for it to become true; count topology changes for so long")
+        ->type_name("SECONDS");
+    command->callback(
+        [words, &ctl] { expect(ctl, fmt::format("{}", fmt::join(words->statement, " ")), words->seconds); });
+}
+
+} // namespace
+
+void add_status_commands(CLI::App &app, const ctl_t &ctl)
+{
+    add_show_command(app, ctl);
+    add_monitor_command(app, ctl);
+    add_expect_command(app, ctl);
+}

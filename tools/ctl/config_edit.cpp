@@ -1,0 +1,121 @@
+#include "tools/ctl/config_edit.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <toml++/toml.h>
+#include <unistd.h>
+
+#include "tools/ctl/ctl.h"
+
+namespace {
+
+/// The octet of the text at a place in lines and columns, both from 1. Columns count characters,
+/// which may have several octets.
+size_t offset_of(const std::string &text, const toml::source_position &place)
+{
+    size_t at = 0;
+    for (unsigned line = 1; line < place.line; line++)
+        at = text.find('\n', at) + 1;
+    const auto goes_on = [&] { return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80; };
+    for (unsigned column = 1; column < place.column; column++)
+        for (at++; goes_on();)
+            at++;
+    return at;
+}
+
+/// The line end after `at`, or the text's end.
+size_t end_of_line(const std::string &text, size_t at)
+{
+    return std::min(text.find('\n', at), text.size());
+}
+
+std::string line_of(const edit_t &edit)
+{
+    return fmt::format("{} = {}", edit.key, edit.value);
+}
+
+std::string with_section(std::string text, const edit_t &edit)
+{
+    if (!text.empty() && !text.ends_with('\n'))
+        text += '\n';
+    return fmt::format("{}{}[{}]\n{}\n", text, text.empty() ? "" : "\n", edit.section, line_of(edit));
+}
+
+/// A new line goes below the last line that sets something in the section.
+std::string with_line(std::string text, const toml::table &section, const edit_t &edit)
+{
+    const size_t start = offset_of(text, section.source().begin);
+    if (section.is_inline() || text[start] != '[')
+        throw refused_t(fmt::format("there is no place for a new line \"{}\": write [{}] as a section of its own",
+                                    line_of(edit), edit.section));
+
+    size_t last = end_of_line(text, start);
+    for (const auto &[key, node] : section)
+        if (!node.is_table())
+            last = std::max(last, end_of_line(text, offset_of(text, node.source().end)));
+    return text.insert(last, fmt::format("\n{}", line_of(edit)));
+}
+
+[[noreturn]] void refuse(const std::string &path)
+{
+    throw refused_t(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
+}
+
+void write_file(const std::string &path, const std::string &text, mode_t mode)
+{
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    if (fd < 0)
+        refuse(path);
+    const bool whole = fchmod(fd, mode) == 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+                       fsync(fd) == 0;
+    const int error = errno;
+    close(fd);
+    if (whole)
+        return;
+    unlink(path.c_str());
+    errno = error;
+    refuse(path);
+}
+
+} // namespace
+
+std::string with_setting(const std::string &text, const edit_t &edit)
+{
+    const toml::table file = toml::parse(text);
+    const auto section = file.at_path(edit.section);
+    if (!section)
+        return with_section(text, edit);
+    const toml::node *value = section.as_table() ? section.as_table()->get(edit.key) : nullptr;
+    if (!value)
+        return section.as_table() ? with_line(text, *section.as_table(), edit) : with_section(text, edit);
+
+    const size_t begin = offset_of(text, value->source().begin);
+    const size_t end = offset_of(text, value->source().end);
+    return text.substr(0, begin) + edit.value + text.substr(end);
+}
+
+void save_config(const std::string &path, const std::string &text)
+{
+    // A link stays one: what it leads to is replaced.
+    std::error_code none;
+    const std::filesystem::path real = std::filesystem::weakly_canonical(path, none);
+    const std::string target = none ? path : real.string();
+    const std::string temporary = target + ".new";
+
+    struct stat before = {};
+    const mode_t mode = stat(target.c_str(), &before) == 0 ? before.st_mode & 07777 : 0644;
+    write_file(temporary, text, mode);
+    if (rename(temporary.c_str(), target.c_str()) != 0) {
+        const int error = errno;
+        unlink(temporary.c_str());
+        errno = error;
+        refuse(target);
+    }
+}

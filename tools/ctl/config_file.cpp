@@ -1,0 +1,303 @@
+#include "tools/ctl/config_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <sstream>
+
+#include <fmt/format.h>
+#include <toml++/toml.h>
+
+#include "tools/ctl/ctl.h"
+#include "tools/rules.h"
+
+namespace {
+
+/// Goes through the file's tables and collects settings and faults.
+class reader_t {
+public:
+    config_t config;
+
+    void blame(const toml::source_region &place, const std::string &text)
+    {
+        config.faults.push_back({place.begin.line, place.begin.column, text});
+    }
+
+    /// A number that the rule allows. A fault leaves `value` alone.
+    template <typename number_t>
+    void number(const toml::node &node, const setting_rule_t &rule, number_t &value)
+    {
+        const auto read = node.value_exact<int64_t>();
+        if (!read) {
+            blame(node.source(), fmt::format("{} should be a whole number", rule.name));
+            return;
+        }
+        const std::string fault = fault_of(rule, *read);
+        if (fault.empty())
+            value = static_cast<number_t>(*read);
+        else
+            blame(node.source(), fault);
+    }
+
+    void flag(const toml::node &node, const char *name, uint8_t &value)
+    {
+        if (const auto read = node.value_exact<bool>())
+            value = *read;
+        else
+            blame(node.source(), fmt::format("{} should be true or false", name));
+    }
+
+    /// The section `node`, or nothing when it is something else.
+    const toml::table *section(const toml::node &node, const std::string &name)
+    {
+        if (!node.is_table())
+            blame(node.source(), fmt::format("{} should be a section, [{}]", name, name));
+        return node.as_table();
+    }
+
+    void unknown(const toml::key &key, const std::string &section, const std::string &known)
+    {
+        blame(key.source(), fmt::format("there is no \"{}\" in {}: known are {}", key.str(), section, known));
+    }
+};
+
+bool is_auto(const toml::node &node)
+{
+    return node.value_exact<std::string>() == "auto";
+}
+
+/// How one setting is read into its record.
+template <typename record_t>
+struct setting_t {
+    const char *key;
+    void (*read)(reader_t &reader, const toml::node &node, record_t &record);
+};
+
+template <typename record_t>
+using settings_list_t = std::span<const setting_t<record_t>>;
+
+template <typename record_t>
+std::string keys_of(settings_list_t<record_t> settings)
+{
+    std::string keys;
+    for (const auto &setting : settings)
+        keys += fmt::format("{}{}", keys.empty() ? "" : ", ", setting.key);
+    return keys;
+}
+
+template <typename record_t>
+const setting_t<record_t> *find_setting(settings_list_t<record_t> settings, std::string_view key)
+{
+    const auto found = std::ranges::find_if(settings, [&](const auto &setting) { return setting.key == key; });
+    return found == settings.end() ? nullptr : &*found;
+}
+
+// ---- [bridge] --------------------------------------------------------------------------
+
+constexpr setting_t<lvt_rstp_system_config_t> BRIDGE_TABLE[] = {
+    {"priority", [](reader_t &r, const toml::node &n, auto &c) { r.number(n, BRIDGE_PRIORITY, c.bridge_priority); }},
+    {"max_age", [](reader_t &r, const toml::node &n, auto &c) { r.number(n, MAX_AGE, c.max_age); }},
+    {"hello_time", [](reader_t &r, const toml::node &n, auto &c) { r.number(n, HELLO_TIME, c.hello_time); }},
+    {"forward_delay", [](reader_t &r, const toml::node &n, auto &c) { r.number(n, FORWARD_DELAY, c.forward_delay); }},
+    {"force_version", [](reader_t &r, const toml::node &n, auto &c) { r.number(n, FORCE_VERSION, c.force_version); }},
+};
+constexpr settings_list_t<lvt_rstp_system_config_t> BRIDGE_SETTINGS = BRIDGE_TABLE;
+
+/// Where the file has a hand in the times: the first of these that it sets.
+std::optional<toml::source_region> place_of_times(const toml::table &bridge)
+{
+    for (const char *key : {"max_age", "forward_delay", "hello_time"})
+        if (const toml::node *node = bridge.get(key))
+            return node->source();
+    return {};
+}
+
+void read_bridge(reader_t &reader, const toml::table &bridge)
+{
+    auto &config = reader.config.settings.bridge;
+    for (const auto &[key, node] : bridge) {
+        if (const auto *setting = find_setting(BRIDGE_SETTINGS, key.str()))
+            setting->read(reader, node, config);
+        else
+            reader.unknown(key, "[bridge]", keys_of(BRIDGE_SETTINGS));
+    }
+
+    const std::string fault = fault_of_times(config.max_age, config.hello_time, config.forward_delay);
+    const auto place = place_of_times(bridge);
+    if (!fault.empty() && place)
+        reader.blame(*place, fault);
+}
+
+// ---- [port.N] --------------------------------------------------------------------------
+
+void read_path_cost(reader_t &reader, const toml::node &node, lvt_rstp_port_config_t &config)
+{
+    if (is_auto(node))
+        config.adminPathCost = 0;
+    else if (node.is_integer())
+        reader.number(node, PATH_COST, config.adminPathCost);
+    else
+        reader.blame(node.source(), "path_cost should be a whole number or \"auto\"");
+}
+
+void read_point_to_point(reader_t &reader, const toml::node &node, lvt_rstp_port_config_t &config)
+{
+    if (is_auto(node))
+        config.adminPointToPoint = LVT_RSTP_PORT_DEFAULTS.adminPointToPoint;
+    else if (const auto on = node.value_exact<bool>())
+        config.adminPointToPoint = *on ? 0 : 1;
+    else
+        reader.blame(node.source(), "point_to_point should be true, false or \"auto\"");
+}
+
+/// Those that groups have, too, come first.
+constexpr setting_t<lvt_rstp_port_config_t> PORT_TABLE[] = {
+    {"spanning_tree", [](reader_t &r, const toml::node &n, auto &c) { r.flag(n, "spanning_tree", c.adminEnable); }},
+    {"path_cost", read_path_cost},
+    {"priority", [](reader_t &r, const toml::node &n, auto &c) { r.number(n, PORT_PRIORITY, c.port_priority); }},
+    {"point_to_point", read_point_to_point},
+    {"edge", [](reader_t &r, const toml::node &n, auto &c) { r.flag(n, "edge", c.adminEdge); }},
+};
+constexpr settings_list_t<lvt_rstp_port_config_t> PORT_SETTINGS = PORT_TABLE;
+constexpr settings_list_t<lvt_rstp_port_config_t> GROUP_SETTINGS = PORT_SETTINGS.first(4);
+
+void read_port(reader_t &reader, const toml::table &section, size_t port)
+{
+    for (const auto &[key, node] : section) {
+        if (key.str() == "lacp")
+            reader.flag(node, "lacp", reader.config.settings.lacp[port - 1]);
+        else if (const auto *setting = find_setting(PORT_SETTINGS, key.str()))
+            setting->read(reader, node, reader.config.settings.ports[port]);
+        else
+            reader.unknown(key, fmt::format("[port.{}]", port), keys_of(PORT_SETTINGS) + ", lacp");
+    }
+}
+
+/// The number that a key is; nothing when it is none, or not one that the rule allows.
+std::optional<size_t> number_in(const toml::key &key, const setting_rule_t &rule)
+{
+    long number = 0;
+    const char *end = key.data() + key.length();
+    const auto [stop, error] = std::from_chars(key.data(), end, number);
+    if (error != std::errc{} || stop != end || !fault_of(rule, number).empty())
+        return {};
+    return static_cast<size_t>(number);
+}
+
+void read_ports(reader_t &reader, const toml::table &ports)
+{
+    for (const auto &[key, node] : ports) {
+        const auto port = number_in(key, FRONT_PORT);
+        if (!port)
+            reader.blame(key.source(), fmt::format("there is no port \"{}\": write [port.{}] to [port.{}]", key.str(),
+                                                   FRONT_PORT.min, FRONT_PORT.max));
+        else if (const toml::table *section = reader.section(node, fmt::format("port.{}", *port)))
+            read_port(reader, *section, *port);
+    }
+}
+
+// ---- [groups] --------------------------------------------------------------------------
+
+void read_member(reader_t &reader, const toml::node &node, size_t group)
+{
+    size_t port = 0;
+    reader.number(node, FRONT_PORT, port);
+    if (!port)
+        return;
+    uint8_t &place = reader.config.settings.groups[port];
+    if (place != port)
+        reader.blame(node.source(), fmt::format("port {} is in group {} already", port, place));
+    else
+        place = static_cast<uint8_t>(group);
+}
+
+void read_members(reader_t &reader, const toml::node &node, size_t group)
+{
+    reader.config.settings.groups_stated = true;
+    const toml::array *members = node.as_array();
+    if (!members) {
+        reader.blame(node.source(), fmt::format("group {} should be a list of ports, as in {} = [1, 2]", group, group));
+        return;
+    }
+    for (const toml::node &member : *members)
+        read_member(reader, member, group);
+}
+
+void read_groups(reader_t &reader, const toml::table &groups)
+{
+    for (const auto &[key, node] : groups) {
+        if (const auto group = number_in(key, GROUP))
+            read_members(reader, node, *group);
+        else if (const auto *setting = find_setting(GROUP_SETTINGS, key.str()))
+            setting->read(reader, node, reader.config.settings.ports[0]);
+        else if (key.str() == "edge")
+            reader.blame(key.source(), "a group has no edge setting: it is edge when all its members are");
+        else
+            reader.unknown(key, "[groups]",
+                           fmt::format("the groups {} to {}, {}", GROUP.min, GROUP.max,
+                                       keys_of(GROUP_SETTINGS)));
+    }
+}
+
+// ---- the whole -------------------------------------------------------------------------
+
+void read_file(reader_t &reader, const toml::table &file)
+{
+    const std::pair<const char *, void (*)(reader_t &, const toml::table &)> sections[] = {
+        {"bridge", read_bridge}, {"port", read_ports}, {"groups", read_groups}};
+
+    for (const auto &[key, node] : file) {
+        const auto known = std::ranges::find_if(sections, [&](const auto &s) { return s.first == key.str(); });
+        if (known == std::end(sections))
+            reader.unknown(key, "the file", "[bridge], [port.1] to [port.6], [groups]");
+        else if (const toml::table *section = reader.section(node, std::string(key.str())))
+            known->second(reader, *section);
+    }
+}
+
+} // namespace
+
+config_t parse_config(const std::string &text)
+{
+    reader_t reader;
+    try {
+        read_file(reader, toml::parse(text));
+    } catch (const toml::parse_error &error) {
+        reader.blame(error.source(), std::string(error.description()));
+    }
+    std::ranges::stable_sort(reader.config.faults, {}, [](const config_fault_t &fault) {
+        return std::pair(fault.line, fault.column);
+    });
+    return reader.config;
+}
+
+settings_t settings_in(const std::string &text, const std::string &path)
+{
+    const config_t config = parse_config(text);
+    std::string faults;
+    for (const config_fault_t &fault : config.faults)
+        faults += fmt::format("{}{}:{}:{}: {}", faults.empty() ? "" : "\n", path, fault.line, fault.column, fault.text);
+    if (!faults.empty())
+        throw refused_t(faults);
+    return config.settings;
+}
+
+std::string read_config_text(const std::string &path)
+{
+    errno = 0;
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file && errno)
+        throw refused_t(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
+    return text.str();
+}
+
+settings_t load_config(const std::string &path)
+{
+    return settings_in(read_config_text(path), path);
+}

@@ -1,0 +1,44 @@
+/// The configuration file: everything that an operator sets, in one readable file.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/messages.h"
+
+/// Where the configuration is kept unless another file is named.
+constexpr char CONFIG_FILE[] = "/etc/lvt_rstp.toml";
+
+/// All settings. What a file does not set has the daemon's default.
+struct settings_t {
+    lvt_rstp_system_config_t bridge = LVT_RSTP_SYSTEM_DEFAULTS;
+    port_configs_t ports = default_port_configs(); ///< record 0: all groups
+    lacp_enables_t lacp = {};
+    aggr_status_t groups = AGGR_STATUS_ALONE;
+    bool groups_stated = false; ///< the file says which ports form groups
+};
+
+/// Something in the file that may not be there, with its place, counted from 1.
+struct config_fault_t {
+    unsigned line;
+    unsigned column;
+    std::string text;
+};
+
+struct config_t {
+    settings_t settings; ///< whole only without faults
+    std::vector<config_fault_t> faults;
+};
+
+/// Reads a configuration as a whole: all faults are found, in the order of the file, but after one
+/// of the file's grammar nothing more is looked at.
+config_t parse_config(const std::string &text);
+
+/// Reads and parses a file. Throws refused_t with a line "FILE:LINE:COLUMN: ..." for each fault.
+settings_t load_config(const std::string &path);
+
+/// The settings in `text`, said to come from `path`. Throws refused_t as load_config does.
+settings_t settings_in(const std::string &text, const std::string &path);
+
+/// A file's text. Throws refused_t.
+std::string read_config_text(const std::string &path);

@@ -1,0 +1,26 @@
+/// lvt_rstpctl, the operator's tool: what its commands share. The command line is described in the
+/// cli_*.cpp files, one for each group of commands; the rest does not know of it.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+/// Options that every command knows.
+struct ctl_t {
+    std::string root; ///< put in front of every path of the daemon; empty for this machine
+    bool dry_run = false;
+    bool colour = false;
+};
+
+/// Ends the tool with status 1: understood, but not allowed, not possible or not so.
+struct refused_t : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// Ends the tool with status 2: the command line was not understood.
+struct usage_t : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// A hint for messages about what was not found in this machine's own /tmp.
+std::string root_hint(const ctl_t &ctl);

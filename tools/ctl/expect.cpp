@@ -1,0 +1,243 @@
+#include "tools/ctl/expect.h"
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <iterator>
+#include <span>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "tools/ctl/arguments.h"
+#include "tools/ctl/changes.h"
+#include "tools/ctl/status.h"
+
+const char STATEMENTS[] =
+    "  root is [not] this bridge | ADDRESS | PRIORITY/ADDRESS\n"
+    "  root port is [not] N | none\n"
+    "  port LIST forwards | learns | discards\n"
+    "  port LIST is [not] root | designated | alternate | backup | disabled | off | member\n"
+    "                     | forwarding | learning | discarding | down | edge | point-to-point\n"
+    "  topology changes below N\n"
+    "LIST is a port, or several as in 1,3-5; then it has to be so for each of them.";
+
+namespace {
+
+using steady_t = std::chrono::steady_clock;
+using words_t = std::vector<std::string>;
+
+constexpr std::chrono::milliseconds RETRY_PAUSE{50};
+
+/// Says what is not so; empty when the statement is true.
+using test_t = std::function<std::string(const bridge_status_t &status)>;
+
+/// A statement as the engine of this file understands it: a state to reach, or a limit to keep.
+struct statement_t {
+    test_t test;
+    std::optional<long> changes_below;
+};
+
+[[noreturn]] void not_understood(const std::string &statement)
+{
+    throw usage_t(fmt::format("\"{}\" is not a statement. These are understood:\n{}", statement, STATEMENTS));
+}
+
+words_t words_of(std::string statement)
+{
+    std::ranges::transform(statement, statement.begin(), [](unsigned char letter) { return std::tolower(letter); });
+    std::istringstream stream(statement);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+bool begins(const words_t &words, const words_t &start)
+{
+    return words.size() >= start.size() && std::equal(start.begin(), start.end(), words.begin());
+}
+
+/// The words from `first` on, and whether a "not" stood in front of them.
+struct predicate_t {
+    bool negated;
+    std::string text;
+};
+
+predicate_t predicate_from(const words_t &words, size_t first)
+{
+    const bool negated = first < words.size() && words[first] == "not";
+    const auto begin = words.begin() + static_cast<long>(std::min(words.size(), first + negated));
+    return {negated, fmt::format("{}", fmt::join(begin, words.end(), " "))};
+}
+
+// ---- root ------------------------------------------------------------------------------
+
+bool is_address(const std::string &text)
+{
+    const std::string form = "xx:xx:xx:xx:xx:xx";
+    return std::ranges::equal(text, form, [](unsigned char letter, char place) {
+        return place == ':' ? letter == ':' : std::isxdigit(letter);
+    });
+}
+
+bool is_bridge(const std::string &text)
+{
+    const size_t slash = text.find('/');
+    return is_address(slash == std::string::npos ? text : text.substr(slash + 1));
+}
+
+bool is_root(const bridge_status_t &status, const std::string &name)
+{
+    if (name == "this bridge")
+        return status.is_root();
+    const std::string root = bridge_id_text(status.root);
+    return name == root || name == root.substr(root.find('/') + 1);
+}
+
+test_t root_test(const predicate_t &predicate)
+{
+    return [predicate](const bridge_status_t &status) -> std::string {
+        if (is_root(status, predicate.text) != predicate.negated)
+            return {};
+        return fmt::format("the root is {}{}", status.is_root() ? "this bridge, " : "", bridge_id_text(status.root));
+    };
+}
+
+test_t root_port_test(const predicate_t &predicate)
+{
+    const long wanted = predicate.text == "none" ? 0 : parse_number("root port", predicate.text);
+    if (wanted)
+        demand(LOGICAL_PORT, wanted);
+    return [wanted, negated = predicate.negated](const bridge_status_t &status) -> std::string {
+        if ((status.root_port == wanted) != negated)
+            return {};
+        return status.is_root() ? "there is no root port: this bridge is the root"
+                                : fmt::format("the root port is {}", status.root_port);
+    };
+}
+
+// ---- ports -----------------------------------------------------------------------------
+
+constexpr const char *ROLES[] = {"root", "designated", "alternate", "backup", "disabled", "off", "member"};
+constexpr const char *STATES[] = {"forwarding", "learning", "discarding", "down"};
+
+bool contains(std::span<const char *const> words, const std::string &word)
+{
+    return std::ranges::find(words, word) != words.end();
+}
+
+bool is_port_word(const std::string &word)
+{
+    return contains(ROLES, word) || contains(STATES, word) || word == "edge" || word == "point-to-point";
+}
+
+bool port_is(const bridge_status_t &status, int port, const std::string &word)
+{
+    if (word == "edge")
+        return status.port(port).edge;
+    if (word == "point-to-point")
+        return status.port(port).point_to_point;
+    return contains(ROLES, word) ? role_name(status.port(port)) == word : state_name(status, port) == word;
+}
+
+std::string port_facts(const bridge_status_t &status, int port)
+{
+    const port_status_t &values = status.port(port);
+    return fmt::format("port {} is {}, {}, {}edge, {}point-to-point", port, role_name(values),
+                       state_name(status, port), values.edge ? "" : "not ", values.point_to_point ? "" : "not ");
+}
+
+test_t port_test(const std::vector<unsigned> &ports, const predicate_t &predicate)
+{
+    return [ports, predicate](const bridge_status_t &status) -> std::string {
+        for (const unsigned port : ports)
+            if (port_is(status, static_cast<int>(port), predicate.text) == predicate.negated)
+                return port_facts(status, static_cast<int>(port));
+        return {};
+    };
+}
+
+/// The predicate in "port 3 forwards" or "ports 1-3 are not edge"; its text is empty for another.
+predicate_t port_predicate(const words_t &words)
+{
+    const std::pair<const char *, const char *> verbs[] = {
+        {"forwards", "forwarding"}, {"forward", "forwarding"},   {"learns", "learning"},
+        {"learn", "learning"},      {"discards", "discarding"}, {"discard", "discarding"},
+    };
+    for (const auto &[verb, state] : verbs)
+        if (words.size() == 3 && words[2] == verb)
+            return {false, state};
+    if (words.size() > 3 && (words[2] == "is" || words[2] == "are"))
+        return predicate_from(words, 3);
+    return {false, ""};
+}
+
+// ---- all -------------------------------------------------------------------------------
+
+statement_t parse_statement(const std::string &text)
+{
+    const words_t words = words_of(text);
+    if (begins(words, {"root", "is"})) {
+        const predicate_t predicate = predicate_from(words, 2);
+        if (predicate.text == "this bridge" || is_bridge(predicate.text))
+            return {root_test(predicate), {}};
+    }
+    if (begins(words, {"root", "port", "is"}))
+        return {root_port_test(predicate_from(words, 3)), {}};
+    if (begins(words, {"topology", "changes", "below"}) && words.size() == 4)
+        return {{}, parse_number("topology changes below", words[3])};
+    if (words.size() > 2 && (words[0] == "port" || words[0] == "ports")) {
+        const predicate_t predicate = port_predicate(words);
+        if (is_port_word(predicate.text))
+            return {port_test(parse_ports("port", words[1], LOGICAL_PORT), predicate), {}};
+    }
+    not_understood(text);
+}
+
+/// Waits until the test succeeds. A daemon that does not report yet may still come.
+void expect_state(const ctl_t &ctl, const std::string &text, const test_t &test, steady_t::time_point deadline)
+{
+    for (;;) {
+        std::string fault;
+        try {
+            fault = test(read_status(ctl).status);
+        } catch (const refused_t &) {
+            if (steady_t::now() >= deadline)
+                throw;
+            fault = "no report";
+        }
+        if (fault.empty())
+            return;
+        if (steady_t::now() >= deadline)
+            throw refused_t(fmt::format("not so: {}: {}", text, fault));
+        std::this_thread::sleep_for(RETRY_PAUSE);
+    }
+}
+
+/// Counts to the end. A change that runs at the start counts.
+void expect_few_changes(const ctl_t &ctl, const std::string &text, long limit, steady_t::time_point deadline)
+{
+    reading_t reading = read_status(ctl);
+    long count = reading.status.topology_change;
+    while (count < limit) {
+        const auto next = next_status(ctl, reading, deadline);
+        if (!next)
+            return;
+        count += topology_changes_between(reading.status, next->status);
+        reading = *next;
+    }
+    throw refused_t(fmt::format("not so: {}: {} seen", text, count));
+}
+
+} // namespace
+
+void expect(const ctl_t &ctl, const std::string &text, const std::optional<double> &within_seconds)
+{
+    const statement_t statement = parse_statement(text);
+    const auto deadline = steady_t::now() + std::chrono::duration_cast<steady_t::duration>(
+                                                std::chrono::duration<double>(within_seconds.value_or(0)));
+    if (statement.changes_below)
+        expect_few_changes(ctl, text, *statement.changes_below, deadline);
+    else
+        expect_state(ctl, text, statement.test, deadline);
+}

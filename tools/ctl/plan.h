@@ -1,0 +1,38 @@
+/// From a configuration to the messages that put it in force.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/ctl/config_file.h"
+#include "tools/status_file.h"
+
+/// One message, and what it is sent for at its place.
+struct plan_step_t {
+    std::vector<uint8_t> frame;
+    std::string reason;
+};
+
+/// Whether the settings of the groups are new. They are costly: the daemon forms each group anew.
+enum class groups_t { may_be_new, unchanged };
+
+/// The sequence of messages for all settings, made so that each has its effect once:
+///
+/// 1. LACP (type 10) is only stored, and counts when a port's state changes: before all that.
+/// 2. The bridge (type 3): ports that are enabled then speak for it as it is to be.
+/// 3. Ports that leave a group or change it (type 2): the daemon moves a port soundly only by way of
+///    standing alone.
+/// 4. The ports (type 9): groups whose members changed wait.
+/// 5. The groups' settings (type 4): existing groups are formed, with what waits.
+/// 6. The groups (type 2): new ones are formed, once, from members that are as they are to be.
+///
+/// Without 5 and 6, 4 is of type 5, which forms what waits.
+///
+/// The daemon traps spanning tree frames as the last changed port wants it. When a port may be
+/// turned off while others are on, 4 is sent twice, first with a reserved octet set in the record of
+/// one port that is on: that port then is the last that changes.
+///
+/// `now` is what the daemon reports; without it more is taken for needed.
+std::vector<plan_step_t> plan_of(const settings_t &settings, const std::optional<bridge_status_t> &now,
+                                 groups_t groups);

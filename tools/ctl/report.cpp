@@ -1,0 +1,202 @@
+#include "tools/ctl/report.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "tools/ctl/status.h"
+#include "tools/messages.h"
+
+namespace {
+
+cell_t number(uint32_t value)
+{
+    return {.text = fmt::to_string(value), .right = true};
+}
+
+cell_t faint_if(bool faint, const std::string &text)
+{
+    return {.text = text, .tone = faint ? tone_t::faint : tone_t::plain};
+}
+
+row_t titles(std::initializer_list<const char *> names)
+{
+    row_t row;
+    for (const char *name : names)
+        row.push_back({.text = name, .tone = tone_t::title});
+    return row;
+}
+
+row_t named(const char *name, cell_t cell)
+{
+    return {{.text = name, .tone = tone_t::title}, std::move(cell)};
+}
+
+bool takes_part(const port_status_t &port)
+{
+    return !port.group && port.role != ROLE_DISABLED && port.role != ROLE_NON_STP;
+}
+
+const char *yes_no(bool value)
+{
+    return value ? "yes" : "no";
+}
+
+cell_t role_cell(const port_status_t &port)
+{
+    return faint_if(!takes_part(port), role_name(port));
+}
+
+cell_t state_cell(const bridge_status_t &status, int port)
+{
+    const std::string name = state_name(status, port);
+    const tone_t tone = name == "forwarding"   ? tone_t::good
+                        : name == "learning"   ? tone_t::passing
+                        : name == "discarding" ? tone_t::bad
+                                               : tone_t::faint;
+    return {.text = name, .tone = tone};
+}
+
+// ---- bridge ----------------------------------------------------------------------------
+
+std::string root_words(const bridge_status_t &status)
+{
+    return status.is_root() ? "this bridge"
+                            : fmt::format("{} through port {}", bridge_id_text(status.root), status.root_port);
+}
+
+cell_t topology_change_cell(const bridge_status_t &status)
+{
+    if (status.topology_change)
+        return {.text = "running", .tone = tone_t::passing};
+    std::string text = status.changed_at.empty() ? "none" : "none, the last about " + status.changed_at;
+    if (status.changed_by)
+        text += fmt::format(", told by port {}", status.changed_by);
+    return {.text = text};
+}
+
+table_t bridge_table(const bridge_status_t &status)
+{
+    return {
+        named("bridge", {.text = bridge_id_text(status.bridge)}),
+        named("root", {.text = root_words(status)}),
+        named("times", {.text = fmt::format("max age {} s, hello time {} s, forward delay {} s", status.max_age,
+                                            status.hello_time, status.forward_delay)}),
+        named("topology change", topology_change_cell(status)),
+    };
+}
+
+// ---- ports -----------------------------------------------------------------------------
+
+std::string port_name(const bridge_status_t &status, int port)
+{
+    const std::string members = members_text(status, port);
+    return members.empty() ? fmt::to_string(port) : fmt::format("{} ({})", port, members);
+}
+
+row_t port_row(const bridge_status_t &status, int number_of_port)
+{
+    const port_status_t &port = status.port(number_of_port);
+    row_t row = {{.text = port_name(status, number_of_port)}, role_cell(port), state_cell(status, number_of_port)};
+    if (port.group)
+        row.push_back(faint_if(true, fmt::format("of group {}", port.group)));
+    if (!takes_part(port))
+        return row;
+    row.push_back(number(port.path_cost));
+    row.push_back({.text = yes_no(port.edge)});
+    row.push_back({.text = yes_no(port.point_to_point)});
+    row.push_back(faint_if(neighbour_name(port) == "none", neighbour_name(port)));
+    row.push_back({.text = bridge_id_text(port.designated_bridge)});
+    row.push_back(number(static_cast<uint32_t>(port.designated_port)));
+    return row;
+}
+
+template <typename make_row_t>
+table_t shown_ports(const bridge_status_t &status, row_t heading, make_row_t make_row)
+{
+    table_t table = {std::move(heading)};
+    for (int port = 1; port <= static_cast<int>(RSTP_PORTS); port++)
+        if (is_shown(status, port))
+            table.push_back(make_row(status, port));
+    return table;
+}
+
+table_t ports_table(const bridge_status_t &status)
+{
+    return shown_ports(status,
+                       titles({"port", "role", "state", "cost", "edge", "point-to-point", "neighbour",
+                               "designated bridge", "its port"}),
+                       port_row);
+}
+
+// ---- statistics ------------------------------------------------------------------------
+
+row_t statistics_row(const bridge_status_t &status, int number_of_port)
+{
+    const port_status_t &port = status.port(number_of_port);
+    row_t row = {{.text = port_name(status, number_of_port)}};
+    for (const uint32_t count : {port.sent.rstp, port.sent.stp, port.sent.tcn, port.received.rstp, port.received.stp,
+                                 port.received.tcn, port.illegal, port.unknown})
+        row.push_back(number(count));
+    return row;
+}
+
+table_t statistics_table(const bridge_status_t &status)
+{
+    row_t heading = titles({"port", "sent RST", "config", "TCN", "received RST", "config", "TCN", "illegal", "unknown"});
+    for (cell_t &cell : heading)
+        cell.right = cell.text != "port";
+    return shown_ports(status, std::move(heading), statistics_row);
+}
+
+// ---- one port --------------------------------------------------------------------------
+
+std::string counts_text(const frame_counts_t &counts)
+{
+    return fmt::format("{} RST, {} configuration, {} topology change notification", counts.rstp, counts.stp,
+                       counts.tcn);
+}
+
+table_t port_table(const bridge_status_t &status, int number_of_port)
+{
+    const port_status_t &port = status.port(number_of_port);
+    table_t table = {
+        named("port", {.text = fmt::to_string(number_of_port)}),
+        named("role", role_cell(port)),
+        named("state", state_cell(status, number_of_port)),
+    };
+    if (port.group)
+        table.push_back(named("group", {.text = fmt::to_string(port.group)}));
+    if (number_of_port > static_cast<int>(FRONT_PORTS)) {
+        const std::string members = members_text(status, number_of_port);
+        table.push_back(named("members", faint_if(members.empty(), members.empty() ? "none" : members)));
+    }
+    table.push_back(named("edge", {.text = yes_no(port.edge)}));
+    table.push_back(named("point-to-point", {.text = yes_no(port.point_to_point)}));
+    if (takes_part(port)) {
+        table.push_back(named("cost", {.text = fmt::to_string(port.path_cost)}));
+        table.push_back(named("neighbour", {.text = neighbour_name(port)}));
+        table.push_back(named("designated", {.text = fmt::format("{} port {}", bridge_id_text(port.designated_bridge),
+                                                                 port.designated_port)}));
+    }
+    table.push_back(named("sent", {.text = counts_text(port.sent)}));
+    table.push_back(named("received", {.text = fmt::format("{}, {} illegal, {} unknown", counts_text(port.received),
+                                                           port.illegal, port.unknown)}));
+    return table;
+}
+
+} // namespace
+
+std::vector<table_t> report_of(const bridge_status_t &status, const subject_t &subject)
+{
+    std::vector<table_t> tables;
+    if (subject.port)
+        return {port_table(status, subject.port)};
+    if (subject.bridge)
+        tables.push_back(bridge_table(status));
+    if (subject.ports)
+        tables.push_back(ports_table(status));
+    if (subject.statistics)
+        tables.push_back(statistics_table(status));
+    return tables;
+}

@@ -1,0 +1,28 @@
+/// The commands that tell what the daemon does: show and monitor.
+#pragma once
+
+#include <optional>
+
+#include "tools/ctl/ctl.h"
+#include "tools/ctl/report.h"
+
+enum class format_t { table, json, pretty_json, lines };
+
+struct show_args_t {
+    subject_t subject;
+    format_t format = format_t::table;
+    bool watch = false;
+    std::optional<double> seconds; ///< end of watching; empty: never
+};
+
+/// Prints the state once, or each second anew with marks on what changed. Throws refused_t.
+void show(const ctl_t &ctl, const show_args_t &args);
+
+struct monitor_args_t {
+    bool json = false;
+    std::optional<double> seconds; ///< empty: for ever
+};
+
+/// Prints a line for each change of a role, a state, the root or the topology. Throws refused_t when
+/// the daemon no longer reports.
+void monitor(const ctl_t &ctl, const monitor_args_t &args);

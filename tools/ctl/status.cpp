@@ -1,0 +1,167 @@
+#include "tools/ctl/status.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include "diag/monitor.h"
+#include "tools/messages.h"
+
+namespace {
+
+using std::chrono::system_clock;
+using namespace std::chrono_literals;
+
+constexpr auto POLL_PAUSE = 20ms;
+
+std::string path_of(const ctl_t &ctl)
+{
+    return ctl.root + RSTP_MONITOR_FILE;
+}
+
+[[noreturn]] void refuse(int error, const ctl_t &ctl)
+{
+    const std::string path = path_of(ctl);
+    if (error == ENOENT || error == ENOTDIR)
+        throw refused_t(fmt::format("no status file at {}: is the daemon running? It writes the file every second.{}",
+                                    path, root_hint(ctl)));
+    throw refused_t(fmt::format("cannot read {}: {}", path, std::strerror(error)));
+}
+
+system_clock::time_point time_of(const timespec &time)
+{
+    return system_clock::time_point(std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_nsec / 1000));
+}
+
+system_clock::time_point written_at(const ctl_t &ctl)
+{
+    struct stat file = {};
+    if (stat(path_of(ctl).c_str(), &file) != 0)
+        refuse(errno, ctl);
+    return time_of(file.st_mtim);
+}
+
+void demand_fresh(const ctl_t &ctl, system_clock::time_point written)
+{
+    const auto age = system_clock::now() - written;
+    if (age > STATUS_STALE_AFTER)
+        throw refused_t(fmt::format("{} is {} s old: the daemon writes it every second, so it has ended or hangs. "
+                                    "Look at what it printed last, and start it again.",
+                                    path_of(ctl), std::chrono::duration_cast<std::chrono::seconds>(age).count()));
+}
+
+std::string content_of(const ctl_t &ctl)
+{
+    errno = 0;
+    std::ifstream file(path_of(ctl));
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file)
+        refuse(errno ? errno : EIO, ctl);
+    return text.str();
+}
+
+} // namespace
+
+reading_t read_status(const ctl_t &ctl)
+{
+    // The time comes first: should a new file come between, the next look sees it once more.
+    const system_clock::time_point written = written_at(ctl);
+    demand_fresh(ctl, written);
+
+    std::string fault;
+    const auto status = parse_status(content_of(ctl), &fault);
+    if (!status)
+        throw refused_t(fmt::format("{} is no status file of this daemon: {}. Does another program write there? "
+                                    "The daemon puts a sound one in its place within a second.",
+                                    path_of(ctl), fault));
+    return {*status, written};
+}
+
+std::optional<reading_t> try_status(const ctl_t &ctl)
+{
+    try {
+        return read_status(ctl);
+    } catch (const refused_t &) {
+        return {};
+    }
+}
+
+std::optional<reading_t> next_status(const ctl_t &ctl, const reading_t &last,
+                                     std::chrono::steady_clock::time_point deadline)
+{
+    for (;;) {
+        const system_clock::time_point written = written_at(ctl);
+        if (written != last.written)
+            return read_status(ctl);
+        demand_fresh(ctl, written);
+        if (std::chrono::steady_clock::now() >= deadline)
+            return {};
+        std::this_thread::sleep_for(POLL_PAUSE);
+    }
+}
+
+reading_t next_status(const ctl_t &ctl, const reading_t &last)
+{
+    return *next_status(ctl, last, std::chrono::steady_clock::time_point::max());
+}
+
+bool is_shown(const bridge_status_t &status, int port)
+{
+    return port <= static_cast<int>(FRONT_PORTS) || !members_text(status, port).empty();
+}
+
+std::string members_text(const bridge_status_t &status, int group)
+{
+    std::string text;
+    for (int port = 1; port <= static_cast<int>(FRONT_PORTS); port++)
+        if (status.port(port).group == group)
+            text += fmt::format("{}{}", text.empty() ? "" : ", ", port);
+    return text;
+}
+
+std::string role_name(const port_status_t &port)
+{
+    if (port.group)
+        return "member";
+    switch (port.role) {
+    case ROLE_DISABLED: return "disabled";
+    case ROLE_ALTERNATE: return "alternate";
+    case ROLE_BACKUP: return "backup";
+    case ROLE_ROOT: return "root";
+    case ROLE_DESIGNATED: return "designated";
+    default: return "off";
+    }
+}
+
+std::string state_name(const bridge_status_t &status, int port)
+{
+    const int group = status.port(port).group;
+    switch (status.port(group ? group : port).state) {
+    case STATE_DISABLED: return "down";
+    case STATE_BLOCKING: return "discarding";
+    case STATE_LEARNING: return "learning";
+    case STATE_FORWARDING: return "forwarding";
+    default: return "off";
+    }
+}
+
+std::string neighbour_name(const port_status_t &port)
+{
+    const bool outside = port.group || port.role == ROLE_DISABLED || port.role == ROLE_NON_STP;
+    if (outside || port.edge)
+        return "none";
+    return port.stp_neighbour ? "STP" : "RSTP";
+}
+
+std::string time_text(system_clock::time_point time)
+{
+    return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(system_clock::to_time_t(time)));
+}

@@ -1,0 +1,54 @@
+/// What the daemon reports, as the commands read it: the status file, judged by its age.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "tools/ctl/ctl.h"
+#include "tools/status_file.h"
+
+/// One state of the status file.
+struct reading_t {
+    bridge_status_t status;
+    std::chrono::system_clock::time_point written;
+};
+
+/// A status file that has not been written for longer than this tells of a daemon that is no more.
+constexpr std::chrono::seconds STATUS_STALE_AFTER{3};
+
+/// Reads the status file. Throws refused_t when it is missing, stale or malformed, and says what that
+/// means and what to do.
+reading_t read_status(const ctl_t &ctl);
+
+/// The same without the reasons.
+std::optional<reading_t> try_status(const ctl_t &ctl);
+
+/// Waits until the file is written anew after `last`. Throws refused_t as read_status does, so that
+/// it waits no longer than a file needs to become stale.
+reading_t next_status(const ctl_t &ctl, const reading_t &last);
+
+/// As next_status, but gives up at `deadline` and returns nothing then.
+std::optional<reading_t> next_status(const ctl_t &ctl, const reading_t &last,
+                                     std::chrono::steady_clock::time_point deadline);
+
+// ---- the words of reports ---------------------------------------------------------------
+
+/// Formed groups and all ports are shown; a group without members is not there.
+bool is_shown(const bridge_status_t &status, int port);
+
+/// The members of group `group`, in words "1, 2"; empty when it has none.
+std::string members_text(const bridge_status_t &status, int group);
+
+/// "root", "alternate" ... "disabled" without link, "off" without spanning tree, "member" of a group.
+std::string role_name(const port_status_t &port);
+
+/// "discarding", "learning", "forwarding", "down" without link, "off" where the spanning tree does
+/// not rule; a member of a group has the group's.
+std::string state_name(const bridge_status_t &status, int port);
+
+/// The kind of BPDUs that suit the neighbour, "RSTP" or "STP"; "none" where no bridge is expected.
+std::string neighbour_name(const port_status_t &port);
+
+/// "2026-11-20 14:08:15" of a time, on this machine's clock.
+std::string time_text(std::chrono::system_clock::time_point time);

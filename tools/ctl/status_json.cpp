@@ -1,0 +1,141 @@
+#include "tools/ctl/status_json.h"
+
+#include <algorithm>
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "tools/messages.h"
+
+namespace {
+
+using json_t = nlohmann::ordered_json;
+
+/// "2026-11-20T13:08:15Z"
+std::string utc_text(std::chrono::system_clock::time_point time)
+{
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::chrono::system_clock::to_time_t(time)));
+}
+
+/// As the daemon writes it, "2026/11/20 14:08:15", in the form that programs expect.
+std::string iso_text(std::string text)
+{
+    std::ranges::replace(text, '/', '-');
+    std::ranges::replace(text, ' ', 'T');
+    return text;
+}
+
+json_t or_null(bool there, const json_t &value)
+{
+    return there ? value : json_t(nullptr);
+}
+
+json_t counts_of(const frame_counts_t &counts)
+{
+    return {{"rst", counts.rstp}, {"configuration", counts.stp}, {"tcn", counts.tcn}};
+}
+
+json_t bridge_of(const bridge_status_t &status)
+{
+    return {
+        {"id", bridge_id_text(status.bridge)},
+        {"root", bridge_id_text(status.root)},
+        {"is_root", status.is_root()},
+        {"root_port", or_null(!status.is_root(), status.root_port)},
+        {"max_age", status.max_age},
+        {"hello_time", status.hello_time},
+        {"forward_delay", status.forward_delay},
+        {"topology_change",
+         {{"running", status.topology_change},
+          {"last", or_null(!status.changed_at.empty(), iso_text(status.changed_at))},
+          {"port", or_null(status.changed_by != 0, status.changed_by)},
+          {"passes_since", status.since_change}}},
+    };
+}
+
+json_t members_of(const bridge_status_t &status, int group)
+{
+    json_t members = json_t::array();
+    for (int port = 1; port <= static_cast<int>(FRONT_PORTS); port++)
+        if (status.port(port).group == group)
+            members.push_back(port);
+    return members;
+}
+
+json_t port_of(const bridge_status_t &status, int number)
+{
+    const port_status_t &port = status.port(number);
+    const bool designated = port.designated_port != 0 && !port.group;
+    json_t received = counts_of(port.received);
+    received["illegal"] = port.illegal;
+    received["unknown"] = port.unknown;
+    std::string neighbour = neighbour_name(port);
+    std::ranges::transform(neighbour, neighbour.begin(), [](char letter) { return std::tolower(letter); });
+    return {
+        {"port", number},
+        {"role", role_name(port)},
+        {"state", state_name(status, number)},
+        {"path_cost", port.path_cost},
+        {"edge", port.edge},
+        {"point_to_point", port.point_to_point},
+        {"neighbour", neighbour},
+        {"group", or_null(port.group != 0, port.group)},
+        {"members", members_of(status, number)},
+        {"designated_bridge", or_null(designated, bridge_id_text(port.designated_bridge))},
+        {"designated_port", or_null(designated, port.designated_port)},
+        {"sent", counts_of(port.sent)},
+        {"received", received},
+    };
+}
+
+/// The values of an object as "key=value", those of an object within it as "key.inner=value".
+std::string assignments(const json_t &object, const std::string &prefix = {})
+{
+    std::string text;
+    for (const auto &[key, value] : object.items()) {
+        if (value.is_object())
+            text += assignments(value, prefix + key + ".");
+        else
+            text += fmt::format(" {}{}={}", prefix, key, value.is_string() ? value.get<std::string>() : value.dump());
+    }
+    return text;
+}
+
+} // namespace
+
+std::string status_json(const reading_t &reading, const std::vector<int> &ports, json_layout_t layout)
+{
+    json_t list = json_t::array();
+    for (const int port : ports)
+        list.push_back(port_of(reading.status, port));
+    const json_t document = {{"version", JSON_VERSION},
+                             {"written", utc_text(reading.written)},
+                             {"bridge", bridge_of(reading.status)},
+                             {"ports", list}};
+    return document.dump(layout == json_layout_t::indented ? 2 : -1);
+}
+
+std::string status_lines(const reading_t &reading, bool bridge, const std::vector<int> &ports)
+{
+    std::string text;
+    if (bridge)
+        text += "bridge" + assignments(bridge_of(reading.status)) + "\n";
+    for (const int port : ports) {
+        json_t values = port_of(reading.status, port);
+        values.erase("port");
+        text += fmt::format("port {}{}\n", port, assignments(values));
+    }
+    return text;
+}
+
+std::string change_json(const change_t &change, std::chrono::system_clock::time_point when)
+{
+    return json_t({{"version", JSON_VERSION},
+                   {"time", utc_text(when)},
+                   {"what", change.what},
+                   {"port", or_null(change.port != 0, change.port)},
+                   {"from", change.from},
+                   {"to", change.to}})
+        .dump();
+}

@@ -1,0 +1,23 @@
+/// The daemon's state for programs.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/ctl/changes.h"
+#include "tools/ctl/status.h"
+
+/// Rises when something in the JSON goes or changes its meaning. What is added leaves it as it is.
+constexpr int JSON_VERSION = 1;
+
+enum class json_layout_t { compact, indented };
+
+/// The state as one JSON document, without line end. It has always the same shape; only `ports`
+/// (1 to 9) says whose entries are in its list of ports.
+std::string status_json(const reading_t &reading, const std::vector<int> &ports, json_layout_t layout);
+
+/// The same values as text, one line for the bridge (unless it is not wanted) and one for each port.
+std::string status_lines(const reading_t &reading, bool bridge, const std::vector<int> &ports);
+
+/// One change as a JSON document in one line, without line end.
+std::string change_json(const change_t &change, std::chrono::system_clock::time_point when);

@@ -1,0 +1,71 @@
+#include "tools/ctl/table.h"
+
+#include <algorithm>
+
+#include <fmt/color.h>
+#include <fmt/format.h>
+
+namespace {
+
+fmt::text_style style_of(const cell_t &cell)
+{
+    fmt::text_style style;
+    switch (cell.tone) {
+    case tone_t::plain: break;
+    case tone_t::title: style = fmt::emphasis::bold; break;
+    case tone_t::good: style = fg(fmt::terminal_color::green); break;
+    case tone_t::passing: style = fg(fmt::terminal_color::yellow); break;
+    case tone_t::bad: style = fg(fmt::terminal_color::red); break;
+    case tone_t::faint: style = fmt::emphasis::faint; break;
+    }
+    return cell.changed ? style | fmt::emphasis::reverse : style;
+}
+
+std::vector<size_t> widths_of(const table_t &table)
+{
+    std::vector<size_t> widths;
+    for (const row_t &row : table) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (size_t i = 0; i < row.size(); i++)
+            widths[i] = std::max(widths[i], row[i].text.size());
+    }
+    return widths;
+}
+
+std::string cell_text(const cell_t &cell, size_t width, bool colour, bool marks)
+{
+    const std::string padding(width - cell.text.size(), ' ');
+    const std::string mark = marks ? cell.changed ? "*" : " " : "";
+    const std::string text = colour ? fmt::format(style_of(cell), "{}", cell.text) : cell.text;
+    return cell.right ? padding + text + mark : text + mark + padding;
+}
+
+} // namespace
+
+void mark_changes(table_t &now, const table_t &before)
+{
+    for (row_t &row : now) {
+        const auto old = std::ranges::find_if(
+            before, [&](const row_t &other) { return other.front().text == row.front().text; });
+        if (old == before.end()) {
+            row.front().changed = true;
+            continue;
+        }
+        for (size_t i = 0; i < row.size(); i++)
+            row[i].changed = i >= old->size() || (*old)[i].text != row[i].text;
+    }
+}
+
+std::string table_text(const table_t &table, bool colour, bool marks)
+{
+    const std::vector<size_t> widths = widths_of(table);
+    std::string text;
+    for (const row_t &row : table) {
+        std::string line;
+        for (size_t i = 0; i < row.size(); i++)
+            line += fmt::format("{}{}", i ? "  " : "", cell_text(row[i], widths[i], colour, marks));
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + "\n";
+    }
+    return text;
+}

@@ -1,0 +1,68 @@
+/// Reading /tmp/rstp_monitor, the status file that the daemon writes after every tick.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "rstp/records.h"
+
+/// Port states as the status file numbers them.
+enum port_state_t {
+    STATE_DISABLED = 0,
+    STATE_BLOCKING = 1,
+    STATE_LISTENING = 2, ///< of the older protocol; no port is ever in it
+    STATE_LEARNING = 3,
+    STATE_FORWARDING = 4,
+    STATE_NON_STP = 5,
+};
+
+struct frame_counts_t {
+    uint32_t rstp;
+    uint32_t stp;
+    uint32_t tcn;
+    uint32_t all() const { return rstp + stp + tcn; }
+};
+
+struct port_status_t {
+    uint32_t path_cost;
+    bool edge;
+    bool point_to_point;
+    bool stp_neighbour;
+    int role;  ///< lvt_rstp_port_role_t
+    int state; ///< port_state_t
+    int group; ///< 7 to 9 for a member of a group, else 0
+    bridge_id_t designated_bridge;
+    int designated_port;
+    frame_counts_t sent;
+    frame_counts_t received;
+    uint32_t illegal;
+    uint32_t unknown;
+};
+
+struct bridge_status_t {
+    bridge_id_t bridge;
+    int max_age;
+    int hello_time;
+    int forward_delay;
+    bool topology_change;
+    bridge_id_t root;
+    int root_port;                               ///< 0: this bridge is the root
+    std::string changed_at;                      ///< date and time of the last topology change; empty during one
+    int changed_by;                              ///< the port that told it; 0: none yet, or one is running
+    unsigned since_change;                       ///< passes of the daemon, 0 to 65535
+    std::array<port_status_t, RSTP_PORTS> ports; ///< entry i belongs to port i + 1
+
+    const port_status_t &port(int number) const { return ports.at(static_cast<size_t>(number) - 1); }
+    bool is_root() const { return root_port == 0; }
+};
+
+/// Reads a whole status file. Returns nothing when `text` is none, or only a part of one; then
+/// `fault`, unless null, says which line is not as it should be.
+std::optional<bridge_status_t> parse_status(const std::string &text, std::string *fault = nullptr);
+
+/// "32768/02:00:00:00:01:00"
+std::string bridge_id_text(const bridge_id_t &id);
+
+bool same_bridge(const bridge_id_t &a, const bridge_id_t &b);
