@@ -99,13 +99,10 @@ void network_test_t::TearDown()
 
 bridge_status_t status_of(const switch_t &device)
 {
-    if (const auto status = device.status())
-        return *status;
-    bridge_status_t none = {};
-    for (port_status_t &port : none.ports)
-        port.role = port.state = -1;
-    none.root_port = -1;
-    return none;
+    std::optional<bridge_status_t> status;
+    if (!within(e2e::SOON, [&] { return (status = device.status()).has_value(); }, 5ms))
+        throw std::runtime_error(device.node().name() + ": no status file");
+    return *status;
 }
 
 int role_of(const switch_t &device, int port)
@@ -137,7 +134,6 @@ std::string ports_text(const switch_t &device)
 testing::AssertionResult becomes(const switch_t &device, const std::string &wanted,
                                  std::chrono::milliseconds limit)
 {
-    // A status file that is being written reads as none.
     std::string seen;
     if (within(limit, [&] { return (seen = ports_text(device)) == wanted; }))
         return testing::AssertionSuccess();

@@ -69,7 +69,8 @@ private:
 
 // ---- what the daemon's status file says ---------------------------------------------------
 
-/// The status; one of zeros, with impossible roles, while there is none.
+/// The status, once there is a whole one: not before the first tick, nor while it is written anew.
+/// Throws std::runtime_error when none comes.
 bridge_status_t status_of(const switch_t &device);
 
 int role_of(const switch_t &device, int port);
