@@ -1,5 +1,8 @@
 // From the first register write to the first tick.
+#include <filesystem>
 #include <list>
+#include <set>
+#include <sstream>
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -136,5 +139,23 @@ TEST_F(daemon_boot, needs_no_environment_and_ignores_arguments)
     device.start();
     EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
 }
+
+// Sanitizers bring libraries of their own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(daemon_program, needs_the_board_libraries_and_libc_only)
+{
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").replace_filename("lvt_rstpd");
+    const lab::outcome_t outcome = lab::run({.argv = {"readelf", "--dynamic", "--wide", program}});
+    ASSERT_EQ(outcome.exit_code, 0) << outcome.output;
+
+    std::istringstream lines(outcome.output);
+    std::set<std::string> needed;
+    for (std::string line; std::getline(lines, line);)
+        if (line.find("(NEEDED)") != std::string::npos)
+            needed.insert(line.substr(line.find('[')));
+    EXPECT_THAT(needed, testing::ElementsAre("[libLvtCom.so]", "[libc.so.6]", "[liblink_mon_intf.so]",
+                                             "[libmdio_intf.so]"));
+}
+#endif
 
 } // namespace
