@@ -109,4 +109,16 @@ void group_test_t::expect_tables_agree(const switch_t &device)
                        << testing::PrintToString(shown);
 }
 
+void group_test_t::expect_states_together(const switch_t &device, double since)
+{
+    for (const int state : {HW_DISCARDING, HW_LEARNING, HW_FORWARDING}) {
+        const auto firsts = times_of_state(device, 1, state, since);
+        const auto seconds = times_of_state(device, 2, state, since);
+        ASSERT_FALSE(firsts.empty()) << "state " << state;
+        ASSERT_EQ(firsts.size(), seconds.size()) << "state " << state;
+        for (size_t i = 0; i < firsts.size(); i++)
+            EXPECT_NEAR(firsts[i], seconds[i], 0.3) << "state " << state;
+    }
+}
+
 } // namespace lab

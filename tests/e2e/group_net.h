@@ -33,6 +33,9 @@ protected:
     /// What holds after every message: the status file, the engine's table and the chip tell the
     /// same, and all members of a group are in the same state.
     static void expect_tables_agree(const switch_t &device);
+
+    /// Ports 1 and 2, members of one group, have come to each state at the same time.
+    static void expect_states_together(const switch_t &device, double since);
 };
 
 } // namespace lab
