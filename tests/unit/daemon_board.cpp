@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -336,7 +337,7 @@ ssize_t __wrap_recvfrom(int fd, void *buffer, size_t length, int flags, sockaddr
         return -1;
     }
     const size_t count = std::min(length, board.arriving->size());
-    memcpy(buffer, board.arriving->data(), count);
+    std::copy_n(board.arriving->data(), count, static_cast<uint8_t *>(buffer));
     return static_cast<ssize_t>(count);
 }
 
