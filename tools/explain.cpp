@@ -5,7 +5,9 @@
 
 #include <fmt/format.h>
 
+#include "tools/decode.h"
 #include "tools/messages.h"
+#include "tools/words.h"
 
 namespace {
 
@@ -18,21 +20,6 @@ record_t record_of(std::span<const uint8_t> body)
     return record;
 }
 
-const char *on_off(uint8_t value)
-{
-    return value ? "on" : "off";
-}
-
-const char *point_to_point_word(uint8_t value)
-{
-    return value == 0 ? "on" : value == 1 ? "off" : "auto";
-}
-
-std::string path_cost_word(uint32_t cost)
-{
-    return cost ? fmt::to_string(cost) : "auto";
-}
-
 std::string explain_system_config(std::span<const uint8_t> body)
 {
     const auto config = record_of<lvt_rstp_system_config_t>(body);
@@ -42,7 +29,7 @@ std::string explain_system_config(std::span<const uint8_t> body)
                        "  forward delay  {} s\n"
                        "  force version  {} ({})\n",
                        config.bridge_priority, config.max_age, config.hello_time, config.forward_delay,
-                       config.force_version, config.force_version < 2 ? "STP only" : "RSTP");
+                       config.force_version, force_version_word(config.force_version));
 }
 
 std::string port_config_heading(const char *first)
@@ -78,8 +65,7 @@ std::string explain_aggr_status(std::span<const uint8_t> body)
     const auto groups = record_of<aggr_status_t>(body);
     std::string text;
     for (size_t port = 1; port <= FRONT_PORTS; port++)
-        text += groups[port] >= 7 ? fmt::format("  port {}  in group {}\n", port, groups[port])
-                                  : fmt::format("  port {}  alone\n", port);
+        text += fmt::format("  port {}  {}\n", port, group_word(groups[port]));
     return text;
 }
 
@@ -92,6 +78,40 @@ std::string explain_lacp_enable(std::span<const uint8_t> body)
     return text;
 }
 
+std::string explain_port_statuses(std::span<const uint8_t> body)
+{
+    const auto ports = record_of<port_statuses_t>(body);
+    std::string text;
+    for (size_t i = 0; i < FRONT_PORTS; i++)
+        text += ports[i].link ? fmt::format("  port {}  up, {}, {} duplex\n", i + 1, speed_word(ports[i].speed),
+                                            ports[i].duplex == 1 ? "full" : "half")
+                              : fmt::format("  port {}  down\n", i + 1);
+    return text;
+}
+
+std::string explain_body(const rstp_msg_header_t &header, std::span<const uint8_t> body)
+{
+    switch (header.type) {
+    case RSTP_MSG_BPDU:
+        return fmt::format("  port octet {}\n  {}\n", header.port, frame_summary(body));
+    case RSTP_MSG_PORT_STATUS:
+        return explain_port_statuses(body);
+    case RSTP_MSG_AGGR_STATUS:
+        return explain_aggr_status(body);
+    case RSTP_MSG_SYSTEM_CONFIG:
+        return explain_system_config(body);
+    case RSTP_MSG_AGGR_CONFIG:
+        return explain_aggr_config(body);
+    case RSTP_MSG_PORT_CONFIG:
+    case RSTP_MSG_PORT_CONFIG_ONLY:
+        return explain_port_configs(body);
+    case RSTP_MSG_LACP_ENABLE:
+        return explain_lacp_enable(body);
+    default:
+        return fmt::format("  body of {} octets\n", body.size());
+    }
+}
+
 } // namespace
 
 std::string explain_message(std::span<const uint8_t> frame)
@@ -102,25 +122,7 @@ std::string explain_message(std::span<const uint8_t> frame)
 
     const auto header = record_of<rstp_msg_header_t>(frame.subspan(sizeof(rstp_frame_header_t)));
     const auto body = frame.subspan(headers);
-    const auto tell = [&](const char *name, const std::string &lines) {
-        return fmt::format("{} (type {})\n{}", name, header.type, lines);
-    };
-    switch (header.type) {
-    case RSTP_MSG_AGGR_STATUS:
-        return tell("groups of ports", explain_aggr_status(body));
-    case RSTP_MSG_SYSTEM_CONFIG:
-        return tell("bridge settings", explain_system_config(body));
-    case RSTP_MSG_AGGR_CONFIG:
-        return tell("settings of all groups", explain_aggr_config(body));
-    case RSTP_MSG_PORT_CONFIG:
-        return tell("port settings", explain_port_configs(body));
-    case RSTP_MSG_PORT_CONFIG_ONLY:
-        return tell("port settings, queued group work stays queued", explain_port_configs(body));
-    case RSTP_MSG_LACP_ENABLE:
-        return tell("LACP on ports", explain_lacp_enable(body));
-    default:
-        return tell("message", fmt::format("  body of {} octets\n", body.size()));
-    }
+    return fmt::format("{} (type {})\n{}", message_name(header.type), header.type, explain_body(header, body));
 }
 
 std::string hex_lines(std::span<const uint8_t> octets)

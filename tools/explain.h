@@ -6,7 +6,7 @@
 #include <string>
 
 /// Says what a whole control message sets, one line for its name and one for each setting.
-/// A message of another kind than the tool sends is told by its type and body length only.
+/// A message of a type without a meaning is told by its body length only.
 std::string explain_message(std::span<const uint8_t> frame);
 
 /// Sixteen octets a line, indented by two.

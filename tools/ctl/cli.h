@@ -18,5 +18,5 @@ void add_message_commands(CLI::App &app, const ctl_t &ctl);
 /// inject, decode, debug
 void add_lab_commands(CLI::App &app, const ctl_t &ctl);
 
-/// groups, which also is one of the messages to inject
-void add_groups_command(CLI::App &app, const ctl_t &ctl);
+/// groups, which also is one of the messages to inject. Returns it.
+CLI::App *add_groups_command(CLI::App &app, const ctl_t &ctl);

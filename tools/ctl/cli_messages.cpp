@@ -212,9 +212,9 @@ aggr_status_t aggr_status_of(const std::vector<std::string> &assignments)
 
 } // namespace
 
-void add_groups_command(CLI::App &app, const ctl_t &ctl)
+CLI::App *add_groups_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("groups", "Joins ports into the groups 7, 8 and 9")->group(HEADING);
+    auto *command = app.add_subcommand("groups", "Joins ports into the groups 7, 8 and 9");
     command->footer("One message tells of all groups: a port that is not named stands alone, and without any\n"
                     "GROUP all groups are dissolved.\n"
                     "Example, two groups of two ports:\n"
@@ -223,6 +223,7 @@ void add_groups_command(CLI::App &app, const ctl_t &ctl)
     auto assignments = std::make_shared<std::vector<std::string>>();
     command->add_option("GROUP", *assignments, "A group, 7 to 9, and its ports")->type_name(GROUP_FORM);
     command->callback([assignments, &ctl] { send_message(ctl, aggr_status_message(aggr_status_of(*assignments))); });
+    return command;
 }
 
 // ---- lacp ------------------------------------------------------------------------------
@@ -255,6 +256,6 @@ void add_message_commands(CLI::App &app, const ctl_t &ctl)
     add_bridge_command(app, ctl);
     add_ports_command(app, ctl);
     add_aggr_config_command(app, ctl);
-    add_groups_command(app, ctl);
+    add_groups_command(app, ctl)->group(HEADING);
     add_lacp_command(app, ctl);
 }

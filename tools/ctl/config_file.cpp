@@ -282,7 +282,7 @@ settings_t settings_in(const std::string &text, const std::string &path)
     for (const config_fault_t &fault : config.faults)
         faults += fmt::format("{}{}:{}:{}: {}", faults.empty() ? "" : "\n", path, fault.line, fault.column, fault.text);
     if (!faults.empty())
-        throw refused_t(faults);
+        throw faults_t(faults);
     return config.settings;
 }
 

@@ -34,10 +34,11 @@ struct config_t {
 /// of the file's grammar nothing more is looked at.
 config_t parse_config(const std::string &text);
 
-/// Reads and parses a file. Throws refused_t with a line "FILE:LINE:COLUMN: ..." for each fault.
+/// Reads and parses a file. Throws faults_t with a line for each fault, refused_t when it cannot be
+/// read.
 settings_t load_config(const std::string &path);
 
-/// The settings in `text`, said to come from `path`. Throws refused_t as load_config does.
+/// The settings in `text`, said to come from `path`. Throws faults_t as load_config does.
 settings_t settings_in(const std::string &text, const std::string &path);
 
 /// A file's text. Throws refused_t.

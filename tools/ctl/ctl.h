@@ -17,6 +17,11 @@ struct refused_t : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// The same, with lines "FILE:LINE:COLUMN: ..." that are told as they are, as compilers do.
+struct faults_t : refused_t {
+    using refused_t::refused_t;
+};
+
 /// Ends the tool with status 2: the command line was not understood.
 struct usage_t : std::runtime_error {
     using std::runtime_error::runtime_error;

@@ -71,6 +71,9 @@ int main(int argc, char **argv)
     } catch (const usage_t &error) {
         std::fprintf(stderr, "%s\nRun with --help for more information.\n", error.what());
         return EXIT_USAGE;
+    } catch (const faults_t &faults) {
+        std::fprintf(stderr, "%s\n", faults.what());
+        return EXIT_REFUSED;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "lvt_rstpctl: %s\n", error.what());
         return EXIT_REFUSED;

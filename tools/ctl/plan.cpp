@@ -116,7 +116,7 @@ std::vector<plan_step_t> plan_of(const settings_t &settings, const std::optional
                                     port)});
     }
     const bool configure = groups_need_settings(settings, now, groups);
-    plan.push_back(configure || form ? plan_step_t{port_config_only_message(settings.ports), "the ports, alone or not"}
+    plan.push_back(configure || form ? plan_step_t{port_config_only_message(settings.ports), "the ports; groups wait for what follows"}
                                      : plan_step_t{port_config_message(settings.ports), "the ports"});
     if (configure)
         plan.push_back({aggr_config_message(settings.ports[0]), "what all groups have in common"});

@@ -1,0 +1,63 @@
+#include "tools/ctl/explain_octets.h"
+
+#include <iostream>
+#include <iterator>
+
+#include <fmt/format.h>
+
+#include "tools/ctl/arguments.h"
+#include "tools/ctl/capture.h"
+#include "tools/ctl/hex.h"
+#include "tools/ctl/status.h"
+#include "tools/decode.h"
+
+namespace {
+
+std::string text_of(const std::vector<std::string> &words)
+{
+    if (words == std::vector<std::string>{"-"})
+        return {std::istreambuf_iterator<char>(std::cin), {}};
+    return fmt::format("{}", fmt::join(words, " "));
+}
+
+void print(const decoded_t &decoded, bool brief)
+{
+    fmt::print("{}", brief ? decoded.title + "\n" : decoded_text(decoded));
+}
+
+/// Returns whether all is well.
+bool decode_hex(const decode_args_t &args, kind_t kind)
+{
+    const std::vector<uint8_t> octets = parse_hex(text_of(args.hex));
+    if (octets.empty())
+        throw usage_t("decode: give octets in hex, or --capture FILE");
+
+    bool good = true;
+    for (const decoded_t &decoded : decode_all(octets, kind)) {
+        print(decoded, args.brief);
+        good = good && decoded.fault.empty();
+    }
+    return good;
+}
+
+bool decode_capture(const decode_args_t &args)
+{
+    bool good = true;
+    for (const captured_t &frame : read_capture(args.capture)) {
+        const decoded_t decoded = decode(frame.octets, kind_t::frame);
+        fmt::print("frame {}, {}: ", frame.number, time_text(frame.time));
+        print(decoded, args.brief);
+        good = good && decoded.fault.empty();
+    }
+    return good;
+}
+
+} // namespace
+
+void decode_octets(const decode_args_t &args)
+{
+    const auto kind =
+        static_cast<kind_t>(parse_word("--as", args.kind, {"any", "control", "lacp", "mux", "frame"}));
+    if (!(args.capture.empty() ? decode_hex(args, kind) : decode_capture(args)))
+        throw refused_t("not all of it is sound: see the faults above");
+}

@@ -1,0 +1,35 @@
+#include "tools/ctl/hex.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+
+#include <fmt/format.h>
+
+#include "tools/ctl/ctl.h"
+
+std::vector<uint8_t> parse_hex(const std::string &text)
+{
+    std::string digits = text;
+    std::erase_if(digits, [](unsigned char letter) { return std::isspace(letter) || letter == ':' || letter == '-'; });
+
+    const auto wrong = std::ranges::find_if_not(digits, [](unsigned char letter) { return std::isxdigit(letter); });
+    if (wrong != digits.end())
+        throw usage_t(fmt::format("\"{}\" is no digit of octets in hex", *wrong));
+    if (digits.size() % 2)
+        throw usage_t(fmt::format("{} digits in hex are no whole octets", digits.size()));
+
+    std::vector<uint8_t> octets(digits.size() / 2);
+    for (size_t i = 0; i < octets.size(); i++)
+        std::from_chars(&digits[2 * i], &digits[2 * i] + 2, octets[i], 16);
+    return octets;
+}
+
+std::vector<uint8_t> parse_address(const std::string &option, const std::string &text)
+{
+    const bool form = text.size() == 17 && std::ranges::count(text, ':') == 5;
+    const std::vector<uint8_t> octets = form ? parse_hex(text) : std::vector<uint8_t>();
+    if (octets.size() != 6)
+        throw usage_t(fmt::format("{}: \"{}\" should read as 02:00:00:00:01:00", option, text));
+    return octets;
+}

@@ -1,0 +1,153 @@
+#include "tools/ctl/inject.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "board/chip/ports.h"
+#include "rstp/bpdu.h"
+#include "tools/ctl/arguments.h"
+#include "tools/ctl/capture.h"
+#include "tools/ctl/hex.h"
+#include "tools/ctl/send.h"
+#include "tools/decode.h"
+
+namespace {
+
+constexpr char LINK_FORM[] = "LIST=up|down|SPEED/full|SPEED/half";
+
+constexpr setting_rule_t OCTET = {"seconds", 0, 255, 1, " s"};
+constexpr setting_rule_t ANY_PATH_COST = {"path cost", 0, UINT32_MAX, 1, ""};
+constexpr setting_rule_t ANY_PRIORITY = {"priority", 0, UINT16_MAX, 1, ""};
+constexpr setting_rule_t ANY_PORT_ID = {"port identifier", 0, UINT16_MAX, 1, ""};
+
+rstp_port_status_t parse_link(const std::string &text)
+{
+    if (text == "down")
+        return {};
+    if (text == "up")
+        return parse_link("1000/full");
+
+    const size_t slash = text.find('/');
+    if (slash == std::string::npos)
+        throw usage_t(fmt::format("LINK: \"{}\" should read up, down, SPEED/full or SPEED/half", text));
+    const size_t speed = parse_word("LINK", text.substr(0, slash), {"10", "100", "1000", "2500", "5000", "10000"});
+    const size_t duplex = parse_word("LINK", text.substr(slash + 1), {"half", "full"});
+    return {.ignored = 0, .link = 1, .speed = static_cast<uint8_t>(speed), .duplex = static_cast<uint8_t>(duplex)};
+}
+
+// ---- fields of a BPDU ------------------------------------------------------------------
+
+long number_within(const char *option, const std::string &text, const setting_rule_t &rule)
+{
+    const long value = parse_number(option, text);
+    demand(rule, value);
+    return value;
+}
+
+void put_bridge(const char *option, const std::string &text, uint8_t *priority, uint8_t *address)
+{
+    const size_t slash = text.find('/');
+    if (slash == std::string::npos)
+        throw usage_t(fmt::format("{}: \"{}\" should read PRIORITY/ADDRESS", option, text));
+    bpdu_put16(priority, static_cast<uint16_t>(number_within(option, text.substr(0, slash), ANY_PRIORITY)));
+    std::ranges::copy(parse_address(option, text.substr(slash + 1)), address);
+}
+
+void put_seconds(const char *option, const std::string &text, uint8_t *time)
+{
+    time[0] = static_cast<uint8_t>(number_within(option, text, OCTET));
+}
+
+uint8_t parse_flags(const std::string &text)
+{
+    constexpr uint8_t bits[] = {BPDU_FLAG_TC,         BPDU_FLAG_PROPOSAL,  BPDU_FLAG_LEARNING,
+                                BPDU_FLAG_FORWARDING, BPDU_FLAG_AGREEMENT, BPDU_FLAG_TC_ACK};
+    uint8_t flags = 0;
+    for (size_t start = 0, comma = 0; !text.empty() && comma != std::string::npos; start = comma + 1) {
+        comma = text.find(',', start);
+        flags = static_cast<uint8_t>(
+            flags | bits[parse_word("--flags", text.substr(start, comma - start),
+                                    {"tc", "proposal", "learning", "forwarding", "agreement", "tc-ack"})]);
+    }
+    return flags;
+}
+
+/// Kinds in the order of their words.
+struct bpdu_kind_t {
+    uint8_t type, version;
+    uint32_t octets; ///< from the protocol identifier on
+};
+constexpr bpdu_kind_t KINDS[] = {{BPDU_TYPE_RST, 2, BPDU_RST_OCTETS},
+                                 {BPDU_TYPE_CONFIG, 0, BPDU_CONFIG_OCTETS},
+                                 {BPDU_TYPE_TCN, 0, BPDU_TCN_OCTETS}};
+
+} // namespace
+
+port_statuses_t parse_links(const std::vector<std::string> &assignments)
+{
+    port_statuses_t ports{};
+    for (const std::string &text : assignments) {
+        const assignment_t assignment = parse_assignment("LINK", text, LINK_FORM);
+        const rstp_port_status_t link = parse_link(assignment.right);
+        for (const unsigned port : parse_ports("LINK", assignment.left))
+            ports[port - 1] = link;
+    }
+    return ports;
+}
+
+std::vector<uint8_t> make_bpdu(const bpdu_words_t &words)
+{
+    const bpdu_kind_t &kind = KINDS[parse_word("--type", words.type, {"rst", "config", "tcn"})];
+    const size_t role = parse_word("--role", words.role, {"unknown", "alternate", "root", "designated"});
+
+    bpdu_t bpdu{};
+    std::ranges::copy(lvt_rstp_slowmac, bpdu.destination);
+    std::ranges::copy(parse_address("--source", words.source), bpdu.source);
+    bpdu_put16(bpdu.length, static_cast<uint16_t>(kind.octets + BPDU_LLC_OCTETS));
+    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
+    bpdu.control = BPDU_LLC_CONTROL;
+    bpdu.version = kind.version;
+    bpdu.type = kind.type;
+    bpdu.flags = parse_flags(words.flags);
+    if (kind.type == BPDU_TYPE_RST)
+        bpdu.flags = static_cast<uint8_t>(bpdu.flags | role << BPDU_FLAG_ROLE_SHIFT);
+    put_bridge("--root-id", words.root, bpdu.root_priority, bpdu.root_address);
+    bpdu_put32(bpdu.root_path_cost, static_cast<uint32_t>(number_within("--cost", words.cost, ANY_PATH_COST)));
+    put_bridge("--bridge-id", words.bridge.empty() ? words.root : words.bridge, bpdu.bridge_priority,
+               bpdu.bridge_address);
+    bpdu_put16(bpdu.port_id, static_cast<uint16_t>(number_within("--port-id", words.port_id, ANY_PORT_ID)));
+    put_seconds("--message-age", words.message_age, bpdu.message_age);
+    put_seconds("--max-age", words.max_age, bpdu.max_age);
+    put_seconds("--hello", words.hello_time, bpdu.hello_time);
+    put_seconds("--forward-delay", words.forward_delay, bpdu.forward_delay);
+
+    const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
+    return {octets, octets + BPDU_HEADER_OCTETS + kind.octets};
+}
+
+void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &frame)
+{
+    const std::vector<uint8_t> plain = without_switch_tag(frame);
+    if (plain.empty() || plain.size() > RSTP_BODY_MAX)
+        throw refused_t(fmt::format("a frame has 1 to {} octets, this one has {}", RSTP_BODY_MAX, plain.size()));
+    send_message(ctl, bpdu_message(static_cast<uint8_t>(chip_port_of_front(port) + 1), plain));
+}
+
+void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<size_t> number)
+{
+    const std::vector<captured_t> frames = read_capture(path);
+    if (number && (*number < 1 || *number > frames.size()))
+        throw refused_t(fmt::format("{} has no frame {}: it has {}", path, *number, frames.size()));
+
+    size_t sent = 0;
+    for (const captured_t &frame : frames) {
+        const bool wanted = number ? frame.number == *number : is_bpdu(without_switch_tag(frame.octets));
+        if (wanted)
+            inject_frame(ctl, port, frame.octets);
+        sent += wanted;
+    }
+    if (!sent)
+        throw refused_t(fmt::format("none of the {} frames of {} is a BPDU", frames.size(), path));
+    fmt::print("{} of {} frames sent\n", sent, frames.size());
+}

@@ -1,0 +1,429 @@
+#include "tools/decode.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "board/chip/ports.h"
+#include "rstp/bpdu.h"
+#include "tools/messages.h"
+#include "tools/words.h"
+
+namespace {
+
+using octets_t = std::span<const uint8_t>;
+
+/// Behind the addresses of a frame on the CPU port. The last octet names the chip port.
+constexpr uint8_t SWITCH_TAG[] = {0x88, 0x99, 0x84};
+constexpr size_t SWITCH_TAG_OCTETS = 4;
+
+bool begins(octets_t octets, octets_t start)
+{
+    return octets.size() >= start.size() && std::ranges::equal(octets.first(start.size()), start);
+}
+
+/// Collects the fields of records, one record after the other.
+class fields_t {
+public:
+    explicit fields_t(octets_t octets) : octets_(octets) {}
+
+    std::vector<decoded_field_t> fields;
+    bool truncated = false;
+
+    /// A record that begins at `offset`, zero where octets are missing, as the daemon reads it.
+    template <typename record_t>
+    record_t record(size_t offset) const
+    {
+        record_t record{};
+        const octets_t there = from(offset);
+        std::copy_n(there.begin(), std::min(there.size(), sizeof record), reinterpret_cast<uint8_t *>(&record));
+        return record;
+    }
+
+    void add(size_t offset, size_t size, const std::string &name, const std::string &value)
+    {
+        const octets_t there = from(offset).first(std::min(size, from(offset).size()));
+        truncated = truncated || there.size() < size;
+        fields.push_back({offset, {there.begin(), there.end()}, name, there.size() < size ? "cut off" : value});
+    }
+
+    /// The member of a record that was read at `offset`.
+    template <typename record_t, typename member_t>
+    void add(size_t offset, const record_t &record, const member_t &member, const std::string &name,
+             const std::string &value)
+    {
+        const auto place = reinterpret_cast<const char *>(&member) - reinterpret_cast<const char *>(&record);
+        add(offset + static_cast<size_t>(place), sizeof member, name, value);
+    }
+
+    octets_t from(size_t offset) const { return octets_.subspan(std::min(offset, octets_.size())); }
+
+private:
+    octets_t octets_;
+};
+
+std::string number(uint64_t value)
+{
+    return fmt::to_string(value);
+}
+
+// ---- frames ----------------------------------------------------------------------------
+
+bool is_tagged(octets_t frame)
+{
+    return frame.size() >= offsetof(bpdu_t, length) + SWITCH_TAG_OCTETS &&
+           begins(frame.subspan(offsetof(bpdu_t, length)), SWITCH_TAG);
+}
+
+std::string tag_words(uint8_t last)
+{
+    for (unsigned front = 1; front <= BOARD_PORTS; front++)
+        if (last == (0x80 | 1u << chip_port_of_front(front)))
+            return fmt::format("out of front port {}", front);
+    return "no single front port";
+}
+
+const char *bpdu_name(uint8_t type)
+{
+    switch (type) {
+    case BPDU_TYPE_CONFIG: return "configuration BPDU";
+    case BPDU_TYPE_RST: return "RST BPDU";
+    case BPDU_TYPE_TCN: return "topology change notification";
+    default: return "BPDU of unknown type";
+    }
+}
+
+std::string time_words(const uint8_t *time)
+{
+    return fmt::format("{} s", bpdu_get16(time) / 256.0);
+}
+
+std::string port_id_words(const uint8_t *id)
+{
+    return fmt::format("port {}, priority {}", bpdu_get16(id) & 0xFFF, id[0] & 0xF0);
+}
+
+/// The fields behind the type, which a notification does not have.
+void add_bpdu_body(fields_t &fields, size_t at, const bpdu_t &bpdu)
+{
+    fields.add(at, bpdu, bpdu.flags, "flags", bpdu_flags_words(bpdu.type, bpdu.flags));
+    fields.add(at, bpdu, bpdu.root_priority, "root priority", number(bpdu_get16(bpdu.root_priority)));
+    fields.add(at, bpdu, bpdu.root_address, "root address", address_text(bpdu.root_address));
+    fields.add(at, bpdu, bpdu.root_path_cost, "root path cost", number(bpdu_get32(bpdu.root_path_cost)));
+    fields.add(at, bpdu, bpdu.bridge_priority, "bridge priority", number(bpdu_get16(bpdu.bridge_priority)));
+    fields.add(at, bpdu, bpdu.bridge_address, "bridge address", address_text(bpdu.bridge_address));
+    fields.add(at, bpdu, bpdu.port_id, "port identifier", port_id_words(bpdu.port_id));
+    fields.add(at, bpdu, bpdu.message_age, "message age", time_words(bpdu.message_age));
+    fields.add(at, bpdu, bpdu.max_age, "max age", time_words(bpdu.max_age));
+    fields.add(at, bpdu, bpdu.hello_time, "hello time", time_words(bpdu.hello_time));
+    fields.add(at, bpdu, bpdu.forward_delay, "forward delay", time_words(bpdu.forward_delay));
+    if (bpdu.type == BPDU_TYPE_RST)
+        fields.add(at, bpdu, bpdu.version_1_length, "version 1 length", number(bpdu.version_1_length));
+}
+
+/// A frame from `offset` to the end.
+void add_frame(fields_t &fields, size_t offset)
+{
+    const octets_t frame = fields.from(offset);
+    const bool tagged = is_tagged(frame);
+    const size_t at = offset + (tagged ? SWITCH_TAG_OCTETS : 0); // of all that comes behind the addresses
+
+    const auto plain = without_switch_tag(frame);
+    const auto bpdu = fields_t(plain).record<bpdu_t>(0);
+    fields.add(offset, bpdu, bpdu.destination, "destination", address_text(bpdu.destination));
+    fields.add(offset, bpdu, bpdu.source, "source", address_text(bpdu.source));
+    if (tagged)
+        fields.add(offset + offsetof(bpdu_t, length), SWITCH_TAG_OCTETS, "switch tag",
+                   tag_words(frame[offsetof(bpdu_t, length) + SWITCH_TAG_OCTETS - 1]));
+    fields.add(at, bpdu, bpdu.length, "length", number(bpdu_get16(bpdu.length)));
+    if (!is_bpdu(plain)) {
+        fields.add(at + BPDU_ETHERNET_OCTETS, fields.from(at + BPDU_ETHERNET_OCTETS).size(), "payload", "no BPDU");
+        return;
+    }
+
+    fields.add(at + offsetof(bpdu_t, dsap), BPDU_LLC_OCTETS, "LLC", "spanning tree");
+    fields.add(at, bpdu, bpdu.protocol, "protocol", number(bpdu_get16(bpdu.protocol)));
+    fields.add(at, bpdu, bpdu.version, "version", number(bpdu.version));
+    fields.add(at, bpdu, bpdu.type, "type", bpdu_name(bpdu.type));
+    size_t end = at + offsetof(bpdu_t, flags);
+    if (bpdu.type != BPDU_TYPE_TCN) {
+        add_bpdu_body(fields, at, bpdu);
+        end = at + (bpdu.type == BPDU_TYPE_RST ? sizeof bpdu : offsetof(bpdu_t, version_1_length));
+    }
+    if (const size_t rest = fields.from(end).size())
+        fields.add(end, rest, "rest", "padding or later additions");
+}
+
+std::string frame_fault(octets_t frame, bool truncated)
+{
+    if (truncated)
+        return "the frame is cut off";
+    const auto plain = without_switch_tag(frame);
+    const auto bpdu = fields_t(plain).record<bpdu_t>(0);
+    const size_t stated = BPDU_ETHERNET_OCTETS + bpdu_get16(bpdu.length);
+    if (is_bpdu(plain) && stated > plain.size())
+        return fmt::format("its length field speaks of {} octets, but there are {}", stated, plain.size());
+    return "";
+}
+
+decoded_t decode_frame(octets_t octets)
+{
+    fields_t fields(octets);
+    add_frame(fields, 0);
+    return {.title = frame_summary(octets),
+            .fields = fields.fields,
+            .fault = frame_fault(octets, fields.truncated),
+            .octets = octets.size()};
+}
+
+// ---- control messages ------------------------------------------------------------------
+
+void add_system_config(fields_t &fields, size_t at)
+{
+    const auto config = fields.record<lvt_rstp_system_config_t>(at);
+    fields.add(at, config, config.bridge_priority, "bridge priority", number(config.bridge_priority));
+    fields.add(at, config, config.max_age, "max age", fmt::format("{} s", config.max_age));
+    fields.add(at, config, config.hello_time, "hello time", fmt::format("{} s", config.hello_time));
+    fields.add(at, config, config.forward_delay, "forward delay", fmt::format("{} s", config.forward_delay));
+    fields.add(at, config, config.force_version, "force version",
+               fmt::format("{}, {}", config.force_version, force_version_word(config.force_version)));
+    fields.add(at, config, config.reserved, "reserved", "");
+}
+
+void add_port_config(fields_t &fields, size_t at, const std::string &whose)
+{
+    const auto config = fields.record<lvt_rstp_port_config_t>(at);
+    fields.add(at, config, config.adminPathCost, whose + " path cost", path_cost_word(config.adminPathCost));
+    fields.add(at, config, config.port_priority, whose + " priority", number(config.port_priority));
+    fields.add(at, config, config.adminEnable, whose + " spanning tree", on_off(config.adminEnable));
+    fields.add(at, config, config.adminEdge, whose + " edge", on_off(config.adminEdge));
+    fields.add(at, config, config.adminPointToPoint, whose + " point-to-point",
+               point_to_point_word(config.adminPointToPoint));
+    fields.add(at, config, config.reserved, whose + " reserved", "");
+}
+
+void add_port_configs(fields_t &fields, size_t at)
+{
+    fields.add(at, sizeof(lvt_rstp_port_config_t), "not used", "");
+    for (size_t port = 1; port <= FRONT_PORTS; port++)
+        add_port_config(fields, at + port * sizeof(lvt_rstp_port_config_t), fmt::format("port {}", port));
+}
+
+void add_port_statuses(fields_t &fields, size_t at)
+{
+    for (size_t port = 1; port <= FRONT_PORTS; port++, at += sizeof(rstp_port_status_t)) {
+        const auto status = fields.record<rstp_port_status_t>(at);
+        const std::string whose = fmt::format("port {} ", port);
+        fields.add(at, status, status.ignored, whose + "reserved", "");
+        fields.add(at, status, status.link, whose + "link", status.link ? "up" : "down");
+        fields.add(at, status, status.speed, whose + "speed", speed_word(status.speed));
+        fields.add(at, status, status.duplex, whose + "duplex", status.duplex == 1 ? "full" : "half");
+    }
+}
+
+void add_aggr_status(fields_t &fields, size_t at)
+{
+    const auto groups = fields.record<aggr_status_t>(at);
+    fields.add(at, 1, "not used", "");
+    for (size_t port = 1; port <= FRONT_PORTS; port++)
+        fields.add(at + port, 1, fmt::format("port {}", port), group_word(groups[port]));
+}
+
+void add_flags(fields_t &fields, size_t at, const char *what)
+{
+    const auto flags = fields.record<lacp_enables_t>(at);
+    for (size_t port = 1; port <= FRONT_PORTS; port++)
+        fields.add(at + port - 1, 1, fmt::format("port {} {}", port, what), on_off(flags[port - 1]));
+}
+
+std::string received_on(uint8_t port_octet)
+{
+    const unsigned chip_port = port_octet - 1u;
+    if (chip_port == CHIP_CPU_PORT || chip_port >= CHIP_PORTS)
+        return fmt::format("{}, which is no front port", port_octet);
+    return fmt::format("{}, front port {}", port_octet, front_port_of_chip(chip_port));
+}
+
+void add_control_body(fields_t &fields, size_t at, uint8_t type, size_t size)
+{
+    const size_t before = fields.fields.size();
+    switch (type) {
+    case RSTP_MSG_BPDU: add_frame(fields, at); break;
+    case RSTP_MSG_PORT_STATUS: add_port_statuses(fields, at); break;
+    case RSTP_MSG_AGGR_STATUS: add_aggr_status(fields, at); break;
+    case RSTP_MSG_SYSTEM_CONFIG: add_system_config(fields, at); break;
+    case RSTP_MSG_AGGR_CONFIG: add_port_config(fields, at, "groups"); break;
+    case RSTP_MSG_PORT_CONFIG:
+    case RSTP_MSG_PORT_CONFIG_ONLY: add_port_configs(fields, at); break;
+    case RSTP_MSG_LACP_ENABLE: add_flags(fields, at, "LACP"); break;
+    default: break;
+    }
+    if (before == fields.fields.size() && size)
+        fields.add(at, size, "body", "");
+}
+
+decoded_t decode_control(octets_t octets)
+{
+    const auto frame = fields_t(octets).record<rstp_frame_header_t>(0);
+    constexpr size_t headers = sizeof(rstp_frame_header_t) + sizeof(rstp_msg_header_t);
+    const size_t whole = headers + frame.length;
+    fields_t fields(octets.first(std::min(octets.size(), whole)));
+
+    const auto message = fields.record<rstp_msg_header_t>(sizeof frame);
+    const bool is_bpdu_message = message.type == RSTP_MSG_BPDU;
+    fields.add(0, frame, frame.magic, "magic", "control message");
+    fields.add(0, frame, frame.length, "frame length", fmt::format("{} octets of body", frame.length));
+    fields.add(sizeof frame, message, message.type, "type",
+               fmt::format("{}, {}", message.type, message_name(message.type)));
+    fields.add(sizeof frame, message, message.port, "port", is_bpdu_message ? received_on(message.port) : "ignored");
+    fields.add(sizeof frame, message, message.length, "length",
+               is_bpdu_message ? fmt::format("{} octets of frame", message.length) : "ignored");
+    fields.add(sizeof frame, message, message.reserved, "reserved", "");
+    add_control_body(fields, headers, message.type, frame.length);
+
+    std::string fault;
+    if (frame.length > RSTP_BODY_MAX)
+        fault = fmt::format("a body has at most {} octets: the daemon drops this message", RSTP_BODY_MAX);
+    else if (octets.size() < whole)
+        fault = fmt::format("{} of its {} octets are missing", whole - octets.size(), whole);
+    else if (fields.truncated)
+        fault = fmt::format("the body is too short for type {}", message.type);
+    return {.title = fmt::format("control message, {}", message_name(message.type)),
+            .fields = fields.fields,
+            .fault = fault,
+            .octets = std::min(octets.size(), whole)};
+}
+
+// ---- what the daemon sends -------------------------------------------------------------
+
+decoded_t decode_lacp(octets_t octets)
+{
+    const auto frame = fields_t(octets).record<lacp_frame_t>(0);
+    const size_t whole = offsetof(lacp_frame_t, body) + frame.length;
+    fields_t fields(octets.first(std::min(octets.size(), whole)));
+
+    const bool known = frame.type == LACP_MSG_RSTP_STATUS;
+    fields.add(0, frame, frame.magic, "magic", "to the LACP daemon");
+    fields.add(0, frame, frame.length, "body length", number(frame.length));
+    fields.add(0, frame, frame.type, "type", fmt::format("{}{}", frame.type, known ? ", spanning tree on ports" : ""));
+    fields.add(0, frame, frame.reserved, "reserved", "");
+    if (known)
+        add_flags(fields, offsetof(lacp_frame_t, body), "spanning tree");
+    else
+        fields.add(offsetof(lacp_frame_t, body), frame.length, "body", "");
+    return {.title = "message to the LACP daemon",
+            .fields = fields.fields,
+            .fault = fields.truncated ? "the message is cut off" : "",
+            .octets = std::min(octets.size(), whole)};
+}
+
+decoded_t decode_mux(octets_t octets)
+{
+    fields_t fields(octets.first(std::min(octets.size(), sizeof(port_mux_msg_t))));
+    const auto message = fields.record<port_mux_msg_t>(0);
+    fields.add(0, message, message.magic, "magic", "to the port multiplexer");
+    fields.add(0, message, message.length, "length", fmt::format("{}, whatever follows", message.length));
+    fields.add(0, message, message.type, "type",
+               fmt::format("{}{}", message.type, message.type == PORT_MUX_MSG_FORWARDING ? ", forwarding" : ""));
+    fields.add(0, message, message.reserved0, "reserved", "");
+    fields.add(0, message, message.l2port, "port", number(message.l2port));
+    fields.add(0, message, message.reserved1, "reserved", "");
+    fields.add(0, message, message.forwarding, "forwarding", message.forwarding ? "yes" : "no");
+    fields.add(0, message, message.reserved2, "reserved", "");
+    return {.title = fmt::format("message to the port multiplexer, port {} {}", message.l2port,
+                                 message.forwarding ? "forwards" : "does not forward"),
+            .fields = fields.fields,
+            .fault = fields.truncated ? "the message is cut off" : "",
+            .octets = std::min(octets.size(), sizeof message)};
+}
+
+kind_t kind_by_magic(octets_t octets)
+{
+    if (begins(octets, RSTP_MAGIC))
+        return kind_t::control;
+    if (begins(octets, LACP_MSG_MAGIC))
+        return kind_t::lacp;
+    if (begins(octets, PORT_MUX_MAGIC))
+        return kind_t::mux;
+    return kind_t::any;
+}
+
+std::string field_octets_text(const std::vector<uint8_t> &octets)
+{
+    constexpr size_t shown_max = 8;
+    if (octets.size() <= shown_max)
+        return fmt::format("{:02x}", fmt::join(octets, " "));
+    return fmt::format("{:02x} ...", fmt::join(std::span(octets).first(shown_max - 1), " "));
+}
+
+} // namespace
+
+bool is_bpdu(octets_t frame)
+{
+    const uint8_t llc[] = {BPDU_LLC_SAP, BPDU_LLC_SAP, BPDU_LLC_CONTROL};
+    return frame.size() >= BPDU_HEADER_OCTETS && begins(frame.subspan(BPDU_ETHERNET_OCTETS), llc);
+}
+
+std::vector<uint8_t> without_switch_tag(octets_t frame)
+{
+    std::vector<uint8_t> plain(frame.begin(), frame.end());
+    if (is_tagged(frame)) {
+        const auto tag = plain.begin() + offsetof(bpdu_t, length);
+        plain.erase(tag, tag + SWITCH_TAG_OCTETS);
+    }
+    return plain;
+}
+
+std::string frame_summary(octets_t frame)
+{
+    const auto plain = without_switch_tag(frame);
+    const auto bpdu = fields_t(plain).record<bpdu_t>(0);
+    if (!is_bpdu(plain))
+        return fmt::format("frame of {} octets, no BPDU", frame.size());
+    if (bpdu.type != BPDU_TYPE_CONFIG && bpdu.type != BPDU_TYPE_RST)
+        return fmt::format("{} from {}", bpdu_name(bpdu.type), address_text(bpdu.source));
+    return fmt::format("{} of {}, root {}, cost {}, {} ({})", bpdu_name(bpdu.type),
+                       bpdu_bridge_text(bpdu.bridge_priority, bpdu.bridge_address),
+                       bpdu_bridge_text(bpdu.root_priority, bpdu.root_address), bpdu_get32(bpdu.root_path_cost),
+                       port_id_words(bpdu.port_id), bpdu_flags_words(bpdu.type, bpdu.flags));
+}
+
+decoded_t decode(octets_t octets, kind_t kind)
+{
+    switch (kind == kind_t::any ? kind_by_magic(octets) : kind) {
+    case kind_t::control: return decode_control(octets);
+    case kind_t::lacp: return decode_lacp(octets);
+    case kind_t::mux: return decode_mux(octets);
+    case kind_t::frame: return decode_frame(octets);
+    case kind_t::any: break;
+    }
+
+    decoded_t frame = decode_frame(octets);
+    if (!is_bpdu(without_switch_tag(octets)))
+        frame.fault = "this begins as none of the daemon's messages, and as a frame it carries no BPDU";
+    return frame;
+}
+
+std::vector<decoded_t> decode_all(octets_t octets, kind_t kind)
+{
+    std::vector<decoded_t> all;
+    while (!octets.empty()) {
+        all.push_back(decode(octets, kind));
+        octets = octets.subspan(all.back().octets);
+    }
+    return all;
+}
+
+std::string decoded_text(const decoded_t &decoded)
+{
+    std::string text = decoded.title + "\n";
+    for (const decoded_field_t &field : decoded.fields) {
+        std::string line = fmt::format("  {:>3}  {:<24}  {:<22}  {}", field.offset, field_octets_text(field.octets),
+                                       field.name, field.value);
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += fmt::format("{}\n", line);
+    }
+    if (!decoded.fault.empty())
+        text += fmt::format("  fault: {}\n", decoded.fault);
+    return text;
+}

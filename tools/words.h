@@ -1,0 +1,34 @@
+/// The words for values of messages, for all who show them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+const char *on_off(uint8_t value);
+
+/// Of a port record: 0 on, 1 off, else from the duplex.
+const char *point_to_point_word(uint8_t value);
+
+/// "auto" for 0, from the speed.
+std::string path_cost_word(uint32_t cost);
+
+/// "1000 Mbit/s" of the speed code of a port status message.
+std::string speed_word(uint8_t code);
+
+/// "in group 7" or "alone", of the octet of a port in a message about groups.
+std::string group_word(uint8_t group);
+
+/// "RSTP" or "STP only".
+const char *force_version_word(uint8_t version);
+
+/// "bridge settings" of a control message's type; "message" of one without a meaning.
+const char *message_name(uint8_t type);
+
+/// "02:00:00:00:01:00"
+std::string address_text(const uint8_t *octets);
+
+/// "32768/02:00:00:00:01:00" of a bridge identifier in a BPDU.
+std::string bpdu_bridge_text(const uint8_t *priority, const uint8_t *address);
+
+/// "designated, learning, forwarding" of a BPDU's flags; "none" without any.
+std::string bpdu_flags_words(uint8_t type, uint8_t flags);
