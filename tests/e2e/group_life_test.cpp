@@ -43,7 +43,8 @@ TEST_F(group_life, form_reform_dissolve_and_form_again)
 
     report_to_both(AGGR_STATUS_ALONE);
     EXPECT_EQ(engine_groups(b), ports_t({0, 0, 0, 0, 0, 0}));
-    EXPECT_TRUE(becomes(b, "1 root forwards, 2 alternate blocks, 3 alternate blocks, 6 designated forwards", 8s));
+    EXPECT_TRUE(
+        becomes(b, "1 root forwards, 2 alternate blocks, 3 alternate blocks, 6 designated forwards", 8s));
     EXPECT_EQ(status_of(b).port(7).role, ROLE_NON_STP);
 
     report_to_both(groups({8, 8, 8}));
@@ -233,7 +234,8 @@ TEST_P(group_lacp, decides_whether_members_are_forced_to_forward)
 
     for (const int port : {1, 2}) {
         for (const int state : {HW_DISABLED, HW_DISCARDING, HW_LEARNING, HW_NO_STP})
-            EXPECT_TRUE(times_of_state(ours, port, state, mark).empty()) << "port " << port << ", state " << state;
+            EXPECT_TRUE(times_of_state(ours, port, state, mark).empty())
+                << "port " << port << ", state " << state;
         const auto forced = times_of_state(ours, port, HW_FORWARDING, mark);
         if (lacp)
             EXPECT_TRUE(forced.empty());
@@ -302,8 +304,8 @@ TEST_F(group_life, full_lacp_pipe_changes_nothing_else)
     ours.client().set_pipes_unread(true);
     {
         const std::array<uint8_t, 18> message = {0xAC, 0x01, 0x43, 0x52, 6, 0, 0, 0, 7};
-        const fd_t pipe(checked(open(ours.node().path(LACP_IF_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC),
-                                LACP_IF_PIPE));
+        const fd_t pipe(checked(
+            open(ours.node().path(LACP_IF_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), LACP_IF_PIPE));
         while (write(pipe.number(), message.data(), message.size()) > 0)
             continue;
         ASSERT_EQ(errno, EAGAIN);

@@ -55,7 +55,6 @@ TEST_F(tree_kernel, kernel_is_root)
     first.pull();
     EXPECT_TRUE(becomes(ours, "2 root forwards, 6 designated forwards", AT_ONCE));
     EXPECT_TRUE(reaches_kernel(host, AT_ONCE));
-    const auto is_ack = [](const bpdu_t &bpdu) { return is_config(bpdu) && has_flag(bpdu, BPDU_FLAG_TC_ACK); };
     EXPECT_TRUE(within(AT_ONCE, [&] { return tap.count(is_tcn) > 0 && tap.count(is_ack) > 0; }));
     EXPECT_EQ(tap.count(is_rst), 0u);
 
@@ -119,8 +118,9 @@ TEST_F(tree_kernel, priority_moves_the_root)
         const kernel_view_t view = kernel.view();
         return view.root_port == 0 && follows(ours, view.bridge) && status_of(ours).bridge.prio == 12288;
     }));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return role_of(ours, 1) == ROLE_ROOT && role_of(ours, 2) == ROLE_ALTERNATE; }))
-        << ports_text(ours);
+    EXPECT_TRUE(within(AT_ONCE, [&] {
+        return role_of(ours, 1) == ROLE_ROOT && role_of(ours, 2) == ROLE_ALTERNATE;
+    })) << ports_text(ours);
     EXPECT_EQ(state_of(ours, 2), STATE_BLOCKING);
 
     e2e::serve(ours, system_config_message(bridge_config(0)));

@@ -39,18 +39,20 @@ std::vector<bpdu_t> our_own_identifier(const bridge_id_t &ours)
 std::vector<bpdu_t> too_old(const bridge_id_t &)
 {
     const told_t best = root_bridge(0, 1);
-    return {rst_bpdu(with_times(best, {.MessageAge = 6, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1})),
-            rst_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1})),
-            config_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 0, .ForwardDelay = 4, .HelloTime = 1}))};
+    return {
+        rst_bpdu(with_times(best, {.MessageAge = 6, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1})),
+        rst_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1})),
+        config_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 0, .ForwardDelay = 4, .HelloTime = 1}))};
 }
 
 std::vector<bpdu_t> absurd_times(const bridge_id_t &)
 {
     const told_t best = root_bridge(0, 1);
-    return {rst_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0})),
-            rst_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 0, .HelloTime = 255})),
-            config_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 0, .ForwardDelay = 0, .HelloTime = 0})),
-            rst_bpdu(with_times(best, {.MessageAge = 254, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0}))};
+    return {
+        rst_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0})),
+        rst_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 0, .HelloTime = 255})),
+        config_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 0, .ForwardDelay = 0, .HelloTime = 0})),
+        rst_bpdu(with_times(best, {.MessageAge = 254, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0}))};
 }
 
 std::vector<bpdu_t> no_hello(const bridge_id_t &)
@@ -64,7 +66,8 @@ std::vector<bpdu_t> ever_other_roots(const bridge_id_t &)
     std::vector<bpdu_t> words;
     for (uint8_t i = 0; i < 100; i++) {
         const told_t root = root_bridge(static_cast<uint16_t>(i % 3 * 4096), static_cast<uint8_t>(i * 37));
-        words.push_back(i % 2 == 0 ? rst_bpdu(root, BPDU_FLAG_PROPOSAL | BPDU_FLAG_TC) : config_bpdu(root, BPDU_FLAG_TC));
+        words.push_back(i % 2 == 0 ? rst_bpdu(root, BPDU_FLAG_PROPOSAL | BPDU_FLAG_TC)
+                                   : config_bpdu(root, BPDU_FLAG_TC));
     }
     words.push_back(tcn_bpdu());
     return words;
@@ -74,7 +77,8 @@ std::vector<bpdu_t> every_role_and_flag(const bridge_id_t &ours)
 {
     std::vector<bpdu_t> words;
     for (int flags = 0; flags < 256; flags++) {
-        bpdu_t bpdu = rst_bpdu(flags % 5 == 0 ? told_t{.root = ours, .cost = 7, .bridge = ours} : root_bridge(0, 1));
+        bpdu_t bpdu =
+            rst_bpdu(flags % 5 == 0 ? told_t{.root = ours, .cost = 7, .bridge = ours} : root_bridge(0, 1));
         bpdu.flags = static_cast<uint8_t>(flags);
         words.push_back(bpdu);
     }
@@ -91,7 +95,8 @@ TEST_P(tree_liar, does_no_lasting_harm)
     add_host(ours, 6);
     speaker_t liar(add_machine(ours, 1));
     liar.say(GetParam().words(status_of(ours).bridge), GetParam().pause);
-    ASSERT_TRUE(within(10s, [&] { return ours.client().show("counters").at("ports").at(0).at("trapped") >= 300; }));
+    ASSERT_TRUE(
+        within(10s, [&] { return ours.client().show("counters").at("ports").at(0).at("trapped") >= 300; }));
     EXPECT_TRUE(is_alive(ours)) << "while it lies";
     liar.be_silent();
 
@@ -131,7 +136,8 @@ TEST_F(tree_cable, that_flaps_settles)
     for (int flap = 1; flap <= 20; flap++) {
         loose.pull();
         loose.plug();
-        ASSERT_TRUE(within(1s, [&] { return std::chrono::steady_clock::now() - start >= flap * 100ms; }, 1ms));
+        ASSERT_TRUE(within(
+            1s, [&] { return std::chrono::steady_clock::now() - start >= flap * 100ms; }, 1ms));
     }
     EXPECT_TRUE(is_alive(a));
     EXPECT_TRUE(is_alive(b));

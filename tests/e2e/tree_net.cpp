@@ -53,7 +53,8 @@ kernel_bridge_t &network_test_t::add_kernel_bridge(int priority, const std::stri
 host_t &network_test_t::add_host(const switch_t &at, int port)
 {
     const int number = next_number_++;
-    host_t &host = hosts_.emplace_back(fmt::format("host {}", number), number, fmt::format("10.0.0.{}", number));
+    host_t &host =
+        hosts_.emplace_back(fmt::format("host {}", number), number, fmt::format("10.0.0.{}", number));
     cables_.emplace_back(at.port(port), cable_end_t{&host.node(), "eth0", host.node().mac()});
     host.set_address();
     return host;
@@ -64,7 +65,8 @@ const cable_t &network_test_t::connect(const switch_t &near, int near_port, cons
     return cables_.emplace_back(near.port(near_port), far.port(far_port));
 }
 
-const cable_t &network_test_t::connect(const switch_t &near, int near_port, const kernel_bridge_t &far, int far_port)
+const cable_t &network_test_t::connect(const switch_t &near, int near_port, const kernel_bridge_t &far,
+                                       int far_port)
 {
     const std::string interface = fmt::format("port{}", far_port);
     const cable_t &cable = cables_.emplace_back(
@@ -88,8 +90,8 @@ void network_test_t::TearDown()
         return;
     for (const kernel_bridge_t &bridge : bridges_) {
         const kernel_view_t view = bridge.view();
-        fmt::print("--- {} is {}, its root {} at port {}\n", bridge.node().name(), bridge_id_text(view.bridge),
-                   bridge_id_text(view.root), view.root_port);
+        fmt::print("--- {} is {}, its root {} at port {}\n", bridge.node().name(),
+                   bridge_id_text(view.bridge), bridge_id_text(view.root), view.root_port);
         for (const auto &[interface, port] : view.ports)
             fmt::print("{}: {}\n", interface, port.state);
     }
@@ -137,8 +139,8 @@ testing::AssertionResult becomes(const switch_t &device, const std::string &want
     std::string seen;
     if (within(limit, [&] { return (seen = ports_text(device)) == wanted; }))
         return testing::AssertionSuccess();
-    return testing::AssertionFailure() << device.node().name() << ": \"" << seen << "\" instead of \"" << wanted
-                                       << "\" after " << limit.count() << " ms";
+    return testing::AssertionFailure() << device.node().name() << ": \"" << seen << "\" instead of \""
+                                       << wanted << "\" after " << limit.count() << " ms";
 }
 
 bool is_root(const switch_t &device)
@@ -180,8 +182,8 @@ double now_of(const switch_t &device)
     return e2e::diary(device).back().seconds;
 }
 
-std::vector<e2e::event_t> events_with(const switch_t &device, const std::string &topic, const std::string &words,
-                                      double since)
+std::vector<e2e::event_t> events_with(const switch_t &device, const std::string &topic,
+                                      const std::string &words, double since)
 {
     std::vector<e2e::event_t> events = e2e::diary(device, topic);
     std::erase_if(events, [&](const e2e::event_t &event) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include <linux/if_packet.h>
@@ -10,6 +9,7 @@
 #include <sys/socket.h>
 
 #include "board/lab/within.h"
+#include "tree_traffic.h"
 
 namespace lab {
 
@@ -102,6 +102,11 @@ bool is_tcn(const bpdu_t &bpdu)
     return bpdu.type == BPDU_TYPE_TCN;
 }
 
+bool is_ack(const bpdu_t &bpdu)
+{
+    return is_config(bpdu) && has_flag(bpdu, BPDU_FLAG_TC_ACK);
+}
+
 bool has_flag(const bpdu_t &bpdu, uint8_t flag)
 {
     return (bpdu.flags & flag) != 0;
@@ -149,7 +154,8 @@ std::vector<heard_bpdu_t> listener_t::heard() const
     return heard_;
 }
 
-size_t listener_t::count(const std::function<bool(const bpdu_t &)> &is_wanted, clock_t::time_point since) const
+size_t listener_t::count(const std::function<bool(const bpdu_t &)> &is_wanted,
+                         clock_t::time_point since) const
 {
     const std::lock_guard lock(mutex_);
     return static_cast<size_t>(std::count_if(heard_.begin(), heard_.end(), [&](const heard_bpdu_t &heard) {
@@ -161,10 +167,8 @@ size_t listener_t::count(const std::function<bool(const bpdu_t &)> &is_wanted, c
 
 speaker_t::speaker_t(const node_t &node) : listener_t(node, "eth0")
 {
-    unsigned octets[RSTP_MAC_OCTETS] = {};
-    std::sscanf(node.mac().c_str(), "%x:%x:%x:%x:%x:%x", &octets[0], &octets[1], &octets[2], &octets[3],
-                &octets[4], &octets[5]);
-    std::copy(std::begin(octets), std::end(octets), source_.source);
+    const mac_octets_t mac = mac_octets(node.mac());
+    std::copy(mac.begin(), mac.end(), source_.source);
     thread_ = std::thread([this] { talk(); });
 }
 

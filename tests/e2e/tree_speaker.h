@@ -103,6 +103,7 @@ private:
 bool is_rst(const bpdu_t &bpdu);
 bool is_config(const bpdu_t &bpdu);
 bool is_tcn(const bpdu_t &bpdu);
+bool is_ack(const bpdu_t &bpdu); ///< a configuration BPDU that acknowledges a notification
 bool has_flag(const bpdu_t &bpdu, uint8_t flag);
 
 } // namespace lab

@@ -93,7 +93,6 @@ TEST_F(tree_topology, notification_is_acknowledged)
     ASSERT_TRUE(within(8s, [&] { return status_of(*ours).port(1).stp_neighbour; }));
     EXPECT_TRUE(is_quiet(*second, 8s));
     ASSERT_TRUE(is_learned());
-    const auto is_ack = [](const bpdu_t &bpdu) { return is_config(bpdu) && has_flag(bpdu, BPDU_FLAG_TC_ACK); };
     EXPECT_EQ(first->count(is_ack), 0u);
 
     const double mark = now_of(*ours);

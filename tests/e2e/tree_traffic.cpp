@@ -14,9 +14,6 @@ namespace lab {
 
 namespace {
 
-constexpr size_t MAC_OCTETS = 6;
-using mac_octets_t = std::array<uint8_t, MAC_OCTETS>;
-
 struct frame_t {
     mac_octets_t to;
     mac_octets_t from;
@@ -27,16 +24,6 @@ struct frame_t {
 static_assert(sizeof(frame_t) == 60);
 
 constexpr std::array<uint8_t, 2> TYPE = {0x88, 0xB5}; // for local experiments
-
-mac_octets_t octets_of(const std::string &mac)
-{
-    unsigned octets[MAC_OCTETS] = {};
-    std::sscanf(mac.c_str(), "%x:%x:%x:%x:%x:%x", &octets[0], &octets[1], &octets[2], &octets[3], &octets[4],
-                &octets[5]);
-    mac_octets_t result;
-    std::copy(std::begin(octets), std::end(octets), result.begin());
-    return result;
-}
 
 std::string text_of(const mac_octets_t &mac)
 {
@@ -49,6 +36,14 @@ void set_option(const fd_t &socket, int level, int name, const void *value, sock
 }
 
 } // namespace
+
+mac_octets_t mac_octets(const std::string &mac)
+{
+    mac_octets_t octets = {};
+    std::sscanf(mac.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &octets[0], &octets[1], &octets[2],
+                &octets[3], &octets[4], &octets[5]);
+    return octets;
+}
 
 station_t::station_t(const node_t &node) : socket_(node.packet_socket("eth0")), mac_(node.mac())
 {
@@ -68,7 +63,7 @@ station_t::station_t(const node_t &node) : socket_(node.packet_socket("eth0")), 
 
 void station_t::send(const std::string &from, const std::string &to, uint32_t number) const
 {
-    frame_t frame = {octets_of(to), octets_of(from), TYPE, {}, {}};
+    frame_t frame = {mac_octets(to), mac_octets(from), TYPE, {}, {}};
     std::memcpy(frame.number.data(), &number, sizeof number);
     checked(static_cast<int>(::send(socket_.number(), &frame, sizeof frame, 0)), "numbered frame");
 }
@@ -89,9 +84,10 @@ const std::vector<numbered_frame_t> &station_t::received()
 size_t station_t::times_received(const std::string &from, uint32_t number)
 {
     const auto &frames = received();
-    return static_cast<size_t>(std::count_if(frames.begin(), frames.end(), [&](const numbered_frame_t &frame) {
-        return frame.from == from && frame.number == number;
-    }));
+    return static_cast<size_t>(
+        std::count_if(frames.begin(), frames.end(), [&](const numbered_frame_t &frame) {
+            return frame.from == from && frame.number == number;
+        }));
 }
 
 } // namespace lab
