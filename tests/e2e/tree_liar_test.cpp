@@ -50,7 +50,7 @@ std::vector<bpdu_t> absurd_times(const bridge_id_t &)
     const told_t best = root_bridge(0, 1);
     return {
         rst_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0})),
-        rst_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 0, .HelloTime = 255})),
+        rst_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 255, .ForwardDelay = 0, .HelloTime = 255})),
         config_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 0, .ForwardDelay = 0, .HelloTime = 0})),
         rst_bpdu(with_times(best, {.MessageAge = 254, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0}))};
 }
@@ -145,6 +145,27 @@ TEST_F(tree_cable, that_flaps_settles)
     EXPECT_TRUE(becomes(b, "1 root forwards, 2 alternate blocks", BY_TIMERS));
     EXPECT_TRUE(follows(b, status_of(a).bridge));
     EXPECT_GE(events_with(b, "link", "port 1: no link").size(), 20u);
+}
+
+TEST_F(tree_cable, that_is_pulled_ends_the_longest_promise)
+{
+    switch_t &ours = add_bridge(32768, port_configs({1}));
+    speaker_t neighbour(add_machine(ours, 1));
+    const told_t for_minutes =
+        with_times(root_bridge(0, 1), {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 4, .HelloTime = 255});
+    neighbour.say(rst_bpdu(for_minutes), 200ms);
+    ASSERT_TRUE(becomes(ours, "1 root forwards", 8s));
+
+    // It need not say so again for four minutes.
+    neighbour.be_silent();
+    EXPECT_FALSE(within(5s, [&] { return is_root(ours); }, 100ms));
+    EXPECT_EQ(status_of(ours).hello_time, 255);
+
+    last_cable().pull();
+    EXPECT_TRUE(within(AT_ONCE, [&] { return is_root(ours); }));
+    EXPECT_EQ(status_of(ours).hello_time, HELLO_TIME);
+    last_cable().plug();
+    EXPECT_TRUE(becomes(ours, "1 designated forwards", BY_TIMERS));
 }
 
 } // namespace
