@@ -13,10 +13,10 @@
 #include <tins/tins.h>
 
 #include "board/lab/cable.h"
+#include "bpdus.h"
 #include "daemon_support.h"
 #include "fixture.h"
 #include "tools/messages.h"
-#include "tree_speaker.h"
 
 namespace {
 

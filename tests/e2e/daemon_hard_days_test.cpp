@@ -10,11 +10,11 @@
 #include <sys/stat.h>
 
 #include "board/lab/cable.h"
+#include "bpdus.h"
 #include "daemon_actions.h"
 #include "daemon_support.h"
 #include "fixture.h"
 #include "tools/messages.h"
-#include "tree_speaker.h"
 
 namespace {
 

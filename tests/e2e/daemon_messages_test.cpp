@@ -3,11 +3,11 @@
 
 #include <fmt/format.h>
 
+#include "bpdus.h"
 #include "daemon_actions.h"
 #include "daemon_support.h"
 #include "fixture.h"
 #include "tools/messages.h"
-#include "tree_speaker.h"
 
 namespace {
 

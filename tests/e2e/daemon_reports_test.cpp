@@ -6,11 +6,11 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include "bpdus.h"
 #include "daemon_actions.h"
 #include "daemon_support.h"
 #include "fixture.h"
 #include "tools/messages.h"
-#include "tree_speaker.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "tree_speaker.h"
+#include "bpdus.h"
 
 namespace e2e {
 

@@ -1,0 +1,45 @@
+/// BPDUs as neighbours say them.
+#pragma once
+
+#include <cstdint>
+
+#include "rstp/bpdu.h"
+#include "rstp/records.h"
+
+namespace lab {
+
+/// What a configuration or RST BPDU tells.
+struct told_t {
+    bridge_id_t root;
+    uint32_t cost;
+    bridge_id_t bridge;
+    uint16_t port = 0x8001;
+    timevalues_t times = {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1};
+};
+
+/// A bridge identifier with the address 02:00:00:00:LAST:00, as the lab's machines have.
+bridge_id_t made_up_bridge(uint16_t priority, uint8_t last);
+
+/// A bridge that calls itself the root.
+told_t root_bridge(uint16_t priority, uint8_t last);
+
+/// The role code of a flags octet, and back.
+int role_code_of(uint8_t flags);
+uint8_t role_flags(int code);
+
+bpdu_t config_bpdu(const told_t &told, uint8_t flags = 0);
+
+/// By default that of a designated port.
+bpdu_t rst_bpdu(const told_t &told, uint8_t flags = 0, int role_code = BPDU_ROLE_DESIGNATED);
+
+bpdu_t tcn_bpdu();
+
+// ---- kinds of BPDUs ---------------------------------------------------------------------------
+
+bool is_rst(const bpdu_t &bpdu);
+bool is_config(const bpdu_t &bpdu);
+bool is_tcn(const bpdu_t &bpdu);
+bool is_ack(const bpdu_t &bpdu); ///< a configuration BPDU that acknowledges a notification
+bool has_flag(const bpdu_t &bpdu, uint8_t flag);
+
+} // namespace lab
