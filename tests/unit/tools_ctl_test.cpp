@@ -1,69 +1,10 @@
-/// lvt_rstpctl as its user meets it: what it writes, says and returns.
-#include <cstdio>
-
+/// lvt_rstpctl as its user meets it: what its commands for single messages write, say and return.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include "tools/messages.h"
-#include "tools_fixture.h"
+#include "tools_ctl.h"
 
 namespace {
-
-struct run_t {
-    int status;         ///< exit status; -1 when a signal ended it
-    std::string output; ///< standard output, then standard error as they came
-};
-
-/// Runs the tool with a command line in shell syntax.
-run_t run(const std::string &arguments)
-{
-    FILE *stream = popen((std::string(LVT_RSTPCTL) + " " + arguments + " 2>&1").c_str(), "r");
-    if (!stream)
-        abort();
-    run_t result{};
-    char buffer[4096];
-    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-        result.output.append(buffer, count);
-    const int status = pclose(stream);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
-
-/// A board's file system with both pipes, as --root finds it.
-struct ctl : testing::Test {
-    temp_folder_t board;
-    pipe_reader_t control{board.path + RSTP_IF_PIPE};
-    pipe_reader_t debug{board.path + RSTP_DBG_IF_PIPE};
-
-    run_t run_on_board(const std::string &arguments) { return run("--root " + board.path + " " + arguments); }
-
-    /// Runs a command that must be silent and send exactly `frame`.
-    void expect_sends(const std::string &arguments, const std::vector<uint8_t> &frame)
-    {
-        const run_t result = run_on_board(arguments);
-        EXPECT_EQ(result.status, 0) << arguments;
-        EXPECT_EQ(result.output, "") << arguments;
-        EXPECT_EQ(control.read_all(), frame) << arguments;
-    }
-
-    /// Runs a command that must send nothing and say `text`.
-    void expect_fails(const std::string &arguments, int status, const std::string &text)
-    {
-        const run_t result = run_on_board(arguments);
-        EXPECT_EQ(result.status, status) << arguments;
-        EXPECT_EQ(result.output, text) << arguments;
-        EXPECT_EQ(control.read_all().size() + debug.read_all().size(), 0u) << arguments;
-    }
-    void expect_refused(const std::string &arguments, const std::string &reason)
-    {
-        expect_fails(arguments, 1, "lvt_rstpctl: " + reason + "\n");
-    }
-    void expect_usage(const std::string &arguments, const std::string &reason)
-    {
-        expect_fails(arguments, 2, reason + "\nRun with --help for more information.\n");
-    }
-};
 
 std::vector<uint8_t> text_octets(const std::string &text)
 {
@@ -110,6 +51,8 @@ TEST_F(ctl, ports_sends_one_record_a_port)
     configs[1].adminEnable = configs[2].adminEnable = configs[6].adminEnable = 1;
     expect_sends("ports --enable 1,2,6", port_config_message(configs));
 
+    expect_sends("ports --enable 1-2,6", port_config_message(configs));
+
     configs[2].adminPathCost = 200'000'000;
     configs[3].adminPathCost = 7;
     configs[3].port_priority = 240;
@@ -137,6 +80,9 @@ TEST_F(ctl, ports_refuses_what_is_no_port_or_setting)
     expect_refused("ports --cost 9=1", "port 9: allowed is 1 to 6");
     expect_refused("ports --cost 1=200000001", "path cost 200000001: allowed is 0 to 200000000");
     expect_refused("ports --priority 1=17", "port priority 17: allowed is 0 to 240 in steps of 16");
+    expect_refused("ports --enable 1-7", "port 7: allowed is 1 to 6");
+    expect_usage("ports --enable 3-1", "--enable: \"3-1\" runs backwards");
+    expect_usage("ports --enable 1-", "--enable: \"\" is not a number");
     expect_usage("ports --enable 1,x", "--enable: \"x\" is not a number");
     expect_usage("ports --enable 1,", "--enable: \"\" is not a number");
     expect_usage("ports --cost 5", "--cost: \"5\" should read N=VALUE");
@@ -293,10 +239,21 @@ TEST_F(ctl, a_board_without_daemon)
 
 TEST_F(ctl, help_has_an_example_for_every_command)
 {
-    for (const char *command : {"", "bridge", "ports", "aggr-config", "groups", "lacp", "debug"}) {
+    for (const char *command :
+         {"", "show", "monitor", "expect", "check", "apply", "set", "set bridge", "set port", "bridge", "ports",
+          "aggr-config", "groups", "lacp", "inject", "inject link", "inject groups", "inject bpdu", "decode",
+          "debug"}) {
         const run_t result = run(std::string(command) + " --help");
         EXPECT_EQ(result.status, 0) << command;
         EXPECT_NE(result.output.find("Example"), std::string::npos) << command;
-        EXPECT_NE(result.output.find(std::string("lvt_rstpctl ") + command), std::string::npos) << command;
+        const bool shared = std::string(command) == "inject groups"; // with the command of its own
+        EXPECT_NE(result.output.find(std::string("  lvt_rstpctl ") + (shared ? "groups" : command)),
+                  std::string::npos)
+            << command;
     }
+}
+
+TEST_F(ctl, version)
+{
+    expect_says("--version", LVT_VERSION "\n");
 }

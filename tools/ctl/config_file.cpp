@@ -4,15 +4,14 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <optional>
-#include <sstream>
 
 #include <fmt/format.h>
 #include <toml++/toml.h>
 
 #include "tools/ctl/ctl.h"
+#include "tools/ctl/text_file.h"
 #include "tools/rules.h"
 
 namespace {
@@ -288,13 +287,10 @@ settings_t settings_in(const std::string &text, const std::string &path)
 
 std::string read_config_text(const std::string &path)
 {
-    errno = 0;
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file && errno)
+    const auto text = read_text_file(path);
+    if (!text)
         throw refused_t(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
-    return text.str();
+    return *text;
 }
 
 settings_t load_config(const std::string &path)

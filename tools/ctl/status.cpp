@@ -3,8 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include <fmt/chrono.h>
@@ -12,6 +10,7 @@
 #include <sys/stat.h>
 
 #include "diag/monitor.h"
+#include "tools/ctl/text_file.h"
 #include "tools/messages.h"
 
 namespace {
@@ -59,13 +58,10 @@ void demand_fresh(const ctl_t &ctl, system_clock::time_point written)
 
 std::string content_of(const ctl_t &ctl)
 {
-    errno = 0;
-    std::ifstream file(path_of(ctl));
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file)
-        refuse(errno ? errno : EIO, ctl);
-    return text.str();
+    const auto text = read_text_file(path_of(ctl));
+    if (!text)
+        refuse(errno, ctl);
+    return *text;
 }
 
 } // namespace

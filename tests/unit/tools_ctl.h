@@ -1,0 +1,190 @@
+/// Running lvt_rstpctl, as a program, on a board's file system that a test prepares.
+#pragma once
+
+#include <climits>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/wait.h>
+
+#include "diag/monitor.h"
+#include "tools/messages.h"
+#include "tools_fixture.h"
+
+struct run_t {
+    int status;         ///< exit status; -1 when a signal ended it
+    std::string output; ///< standard output, then standard error as they came
+};
+
+/// Runs the tool with a command line in shell syntax.
+inline run_t run(const std::string &arguments)
+{
+    FILE *stream = popen((std::string(LVT_RSTPCTL) + " " + arguments + " 2>&1").c_str(), "r");
+    if (!stream)
+        abort();
+    run_t result{};
+    char buffer[4096];
+    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
+        result.output.append(buffer, count);
+    const int status = pclose(stream);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+/// A status file: port 1 root, port 2 alternate, both towards an STP bridge; port 3 designated, to a
+/// host; ports 4 to 6 off, no groups.
+constexpr char STATUS[] = R"(@rstp_bridge_overview
+bridge_overview=61440:02-00-00-00-01-00,20,2,15,0,32768:02-00-00-01-11-00,1
+
+@rstp_bridge_time
+bridge_time=2026/11/20 14:08:15,3,72
+
+@rstp_port_status
+port01=8000,0,1,1,3,4,0,32768:02-00-00-01-11-00/1
+port02=8000,0,1,1,1,1,0,32768:02-00-00-01-11-00/2
+port03=8000,1,1,0,4,4,0,61440:02-00-00-00-01-00/3
+port04=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0
+port05=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0
+port06=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0
+port07=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0
+port08=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0
+port09=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0
+
+@rstp_statistics
+port01=4,5,6,7,20,8,9,10
+port02=3,0,0,0,20,0,0,0
+port03=23,0,0,0,0,0,0,0
+port04=0,0,0,0,0,0,0,0
+port05=0,0,0,0,0,0,0,0
+port06=0,0,0,0,0,0,0,0
+port07=0,0,0,0,0,0,0,0
+port08=0,0,0,0,0,0,0,0
+port09=0,0,0,0,0,0,0,0
+!
+)";
+
+/// `text` with its one `part` replaced.
+inline std::string replaced(std::string text, const std::string &part, const std::string &by)
+{
+    const size_t at = text.find(part);
+    if (at == std::string::npos || text.find(part, at + 1) != std::string::npos)
+        ADD_FAILURE() << "there is not one \"" << part << "\" in the text";
+    else
+        text.replace(at, part.size(), by);
+    return text;
+}
+
+/// Sees when a file in a folder has been read and closed.
+class reads_t {
+public:
+    explicit reads_t(const std::string &folder) : fd_(inotify_init1(IN_CLOEXEC))
+    {
+        if (fd_ < 0 || inotify_add_watch(fd_, folder.c_str(), IN_CLOSE_NOWRITE) < 0)
+            abort();
+    }
+    ~reads_t() { close(fd_); }
+    reads_t(const reads_t &) = delete;
+    reads_t &operator=(const reads_t &) = delete;
+
+    /// Waits for the next time, but no longer than anything should take.
+    void wait() const
+    {
+        pollfd event = {fd_, POLLIN, 0};
+        char buffer[sizeof(inotify_event) + NAME_MAX + 1];
+        if (poll(&event, 1, 10'000) != 1 || read(fd_, buffer, sizeof buffer) <= 0)
+            ADD_FAILURE() << "nobody read the file";
+    }
+
+private:
+    int fd_;
+};
+
+/// A board's file system with both pipes, as --root finds it.
+struct ctl : testing::Test {
+    temp_folder_t board;
+    pipe_reader_t control{board.path + RSTP_IF_PIPE};
+    pipe_reader_t debug{board.path + RSTP_DBG_IF_PIPE};
+
+    run_t run_on_board(const std::string &arguments) { return run("--root " + board.path + " " + arguments); }
+
+    std::string path(const std::string &name) const { return board.path + "/" + name; }
+
+    /// Puts a file in place whole, as the daemon does.
+    void write_file(const std::string &file_path, const std::string &text) const
+    {
+        std::ofstream(file_path + ".new") << text;
+        std::filesystem::rename(file_path + ".new", file_path);
+    }
+    std::string read_file(const std::string &file_path) const
+    {
+        std::ifstream file(file_path);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    /// What the daemon reports now.
+    void report(const std::string &status_text) const
+    {
+        const std::string next = board.path + RSTP_MONITOR_FILE + ".new";
+        std::ofstream(next) << status_text;
+        // The time at which the kernel says that a file was written may be the same for two of them.
+        std::filesystem::last_write_time(next, std::filesystem::file_time_type::clock::now());
+        std::filesystem::rename(next, board.path + RSTP_MONITOR_FILE);
+    }
+
+    /// Runs a command that watches while the daemon reports one state after the other. Each is there
+    /// until the command has read it; after the last the file is gone, which ends the command.
+    run_t run_through(const std::vector<std::string> &reports, const std::string &arguments)
+    {
+        report(reports.front());
+        const reads_t reads(board.path + "/tmp");
+        std::thread daemon([&] {
+            for (size_t i = 1; i < reports.size(); i++) {
+                reads.wait();
+                report(reports[i]);
+            }
+            reads.wait();
+            std::filesystem::remove(board.path + RSTP_MONITOR_FILE);
+        });
+        const run_t result = run_on_board(arguments);
+        daemon.join();
+        return result;
+    }
+
+    /// Runs a command that must be silent and send exactly `frame`.
+    void expect_sends(const std::string &arguments, const std::vector<uint8_t> &frame)
+    {
+        const run_t result = run_on_board(arguments);
+        EXPECT_EQ(result.status, 0) << arguments;
+        EXPECT_EQ(result.output, "") << arguments;
+        EXPECT_EQ(control.read_all(), frame) << arguments;
+    }
+
+    /// Runs a command that must send nothing and say `text`.
+    void expect_fails(const std::string &arguments, int status, const std::string &text)
+    {
+        const run_t result = run_on_board(arguments);
+        EXPECT_EQ(result.status, status) << arguments;
+        EXPECT_EQ(result.output, text) << arguments;
+        EXPECT_EQ(control.read_all().size() + debug.read_all().size(), 0u) << arguments;
+    }
+    void expect_refused(const std::string &arguments, const std::string &reason)
+    {
+        expect_fails(arguments, 1, "lvt_rstpctl: " + reason + "\n");
+    }
+    void expect_usage(const std::string &arguments, const std::string &reason)
+    {
+        expect_fails(arguments, 2, reason + "\nRun with --help for more information.\n");
+    }
+    /// Runs a command that must succeed and say `text`.
+    void expect_says(const std::string &arguments, const std::string &text)
+    {
+        const run_t result = run_on_board(arguments);
+        EXPECT_EQ(result.status, 0) << arguments;
+        EXPECT_EQ(result.output, text) << arguments;
+    }
+};

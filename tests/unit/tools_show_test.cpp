@@ -1,0 +1,326 @@
+/// lvt_rstpctl show and monitor on prepared status files.
+#include <algorithm>
+#include <chrono>
+#include <sstream>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "tools_ctl.h"
+
+namespace {
+
+using json_t = nlohmann::json;
+using namespace std::chrono_literals;
+
+constexpr char BRIDGE_TABLE[] = "bridge           61440/02:00:00:00:01:00\n"
+                                "root             32768/02:00:00:01:11:00 through port 1\n"
+                                "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
+                                "topology change  none, the last about 2026/11/20 14:08:15, told by port 3\n";
+
+constexpr char PORTS_TABLE[] =
+    "port  role        state       cost  edge  point-to-point  neighbour  designated bridge        its port\n"
+    "1     root        forwarding  8000  no    yes             STP        32768/02:00:00:01:11:00         1\n"
+    "2     alternate   discarding  8000  no    yes             STP        32768/02:00:00:01:11:00         2\n"
+    "3     designated  forwarding  8000  yes   yes             none       61440/02:00:00:00:01:00         3\n"
+    "4     off         off\n"
+    "5     off         off\n"
+    "6     off         off\n";
+
+constexpr char STATISTICS_TABLE[] = "port  sent RST  config  TCN  received RST  config  TCN  illegal  unknown\n"
+                                    "1            4       5    6             7      20    8        9       10\n"
+                                    "2            3       0    0             0      20    0        0        0\n"
+                                    "3           23       0    0             0       0    0        0        0\n"
+                                    "4            0       0    0             0       0    0        0        0\n"
+                                    "5            0       0    0             0       0    0        0        0\n"
+                                    "6            0       0    0             0       0    0        0        0\n";
+
+/// Ports 1 and 2 in group 7, whose state is that of a root port.
+std::string grouped()
+{
+    std::string text = replaced(STATUS, "port01=8000,0,1,1,3,4,0", "port01=8000,0,1,1,5,5,7");
+    text = replaced(text, "port02=8000,0,1,1,1,1,0", "port02=0,1,1,0,5,5,7");
+    return replaced(text, "port07=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0",
+                    "port07=4000,0,1,0,3,4,0,32768:02-00-00-01-11-00/1");
+}
+
+class show : public ctl {
+protected:
+    void set_age(std::chrono::milliseconds age)
+    {
+        std::filesystem::last_write_time(board.path + RSTP_MONITOR_FILE,
+                                         std::filesystem::file_time_type::clock::now() - age);
+    }
+    json_t json_of(const std::string &arguments) { return json_t::parse(run_on_board(arguments).output); }
+};
+
+} // namespace
+
+TEST_F(show, everything_by_default)
+{
+    report(STATUS);
+    expect_says("show", fmt::format("{}\n{}\n{}", BRIDGE_TABLE, PORTS_TABLE, STATISTICS_TABLE));
+}
+
+TEST_F(show, one_subject)
+{
+    report(STATUS);
+    expect_says("show bridge", BRIDGE_TABLE);
+    expect_says("show ports", PORTS_TABLE);
+    expect_says("show statistics", STATISTICS_TABLE);
+    expect_says("show port 2", "port            2\n"
+                               "role            alternate\n"
+                               "state           discarding\n"
+                               "edge            no\n"
+                               "point-to-point  yes\n"
+                               "cost            8000\n"
+                               "neighbour       STP\n"
+                               "designated      32768/02:00:00:01:11:00 port 2\n"
+                               "sent            3 RST, 0 configuration, 0 topology change notification\n"
+                               "received        0 RST, 20 configuration, 0 topology change notification, 0 illegal, "
+                               "0 unknown\n");
+}
+
+TEST_F(show, the_root_itself_during_a_topology_change)
+{
+    report(replaced(replaced(STATUS, "15,0,32768:02-00-00-01-11-00,1", "15,1,61440:02-00-00-00-01-00,0"),
+                    "2026/11/20 14:08:15,3,72", ",0,0"));
+    expect_says("show bridge", "bridge           61440/02:00:00:00:01:00\n"
+                               "root             this bridge\n"
+                               "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
+                               "topology change  running\n");
+}
+
+TEST_F(show, groups_and_their_members)
+{
+    report(grouped());
+    expect_says(
+        "show ports",
+        "port      role        state       cost        edge  point-to-point  neighbour  designated bridge        its port\n"
+        "1         member      forwarding  of group 7\n"
+        "2         member      forwarding  of group 7\n"
+        "3         designated  forwarding        8000  yes   yes             none       61440/02:00:00:00:01:00         3\n"
+        "4         off         off\n"
+        "5         off         off\n"
+        "6         off         off\n"
+        "7 (1, 2)  root        forwarding        4000  no    yes             RSTP       32768/02:00:00:01:11:00         1\n");
+    EXPECT_NE(run_on_board("show port 7").output.find("members         1, 2\n"), std::string::npos);
+    EXPECT_NE(run_on_board("show port 8").output.find("members         none\n"), std::string::npos);
+    EXPECT_NE(run_on_board("show port 1").output.find("group           7\n"), std::string::npos);
+}
+
+TEST_F(show, states_have_colours_when_wanted)
+{
+    report(STATUS);
+    EXPECT_EQ(run_on_board("show").output.find('\033'), std::string::npos);
+    const std::string text = run_on_board("show --color always").output;
+    EXPECT_NE(text.find("\033[32mforwarding\033[0m"), std::string::npos) << text;
+    EXPECT_NE(text.find("\033[31mdiscarding\033[0m"), std::string::npos) << text;
+    EXPECT_EQ(run_on_board("show --color perhaps").status, 2);
+}
+
+TEST_F(show, json_has_a_version_and_every_value)
+{
+    report(STATUS);
+    const json_t document = json_of("show -j");
+    EXPECT_EQ(document["version"], 1);
+    EXPECT_EQ(document["bridge"], json_t::parse(R"({
+        "id": "61440/02:00:00:00:01:00", "root": "32768/02:00:00:01:11:00", "is_root": false, "root_port": 1,
+        "max_age": 20, "hello_time": 2, "forward_delay": 15,
+        "topology_change": {"running": false, "last": "2026-11-20T14:08:15", "port": 3, "passes_since": 72}})"));
+    ASSERT_EQ(document["ports"].size(), 9u);
+    EXPECT_EQ(document["ports"][0], json_t::parse(R"({
+        "port": 1, "role": "root", "state": "forwarding", "path_cost": 8000, "edge": false,
+        "point_to_point": true, "neighbour": "stp", "group": null, "members": [],
+        "designated_bridge": "32768/02:00:00:01:11:00", "designated_port": 1,
+        "sent": {"rst": 4, "configuration": 5, "tcn": 6},
+        "received": {"rst": 7, "configuration": 20, "tcn": 8, "illegal": 9, "unknown": 10}})"));
+    EXPECT_EQ(document["ports"][8]["designated_bridge"], nullptr);
+}
+
+TEST_F(show, json_keeps_its_shape_whatever_is_shown)
+{
+    report(grouped());
+    const json_t all = json_of("show -j");
+    for (const char *subject : {"bridge", "ports", "statistics", "port 7"}) {
+        const json_t document = json_of(fmt::format("show {} -j", subject));
+        EXPECT_EQ(document["bridge"], all["bridge"]) << subject;
+        EXPECT_TRUE(document["ports"].is_array()) << subject;
+        for (const json_t &port : document["ports"])
+            EXPECT_EQ(port, all["ports"][port["port"].get<size_t>() - 1]) << subject;
+    }
+    EXPECT_EQ(json_of("show bridge -j")["ports"].size(), 0u);
+    EXPECT_EQ(json_of("show port 7 -p")["ports"][0]["members"], json_t({1, 2}));
+    EXPECT_EQ(json_of("show port 1 -p")["ports"][0]["role"], "member");
+}
+
+TEST_F(show, pretty_is_the_same_document_over_lines)
+{
+    report(STATUS);
+    const std::string compact = run_on_board("show --json").output, pretty = run_on_board("show --pretty").output;
+    EXPECT_EQ(std::ranges::count(compact, '\n'), 1);
+    EXPECT_GT(std::ranges::count(pretty, '\n'), 100);
+    EXPECT_EQ(json_t::parse(compact), json_t::parse(pretty));
+}
+
+TEST_F(show, one_line_each)
+{
+    report(STATUS);
+    EXPECT_EQ(run_on_board("show port 1 -o").output,
+              "port 1 role=root state=forwarding path_cost=8000 edge=false point_to_point=true neighbour=stp group=null "
+              "members=[] designated_bridge=32768/02:00:00:01:11:00 designated_port=1 sent.rst=4 "
+              "sent.configuration=5 sent.tcn=6 received.rst=7 received.configuration=20 received.tcn=8 "
+              "received.illegal=9 received.unknown=10\n");
+    const std::string all = run_on_board("show -o").output;
+    EXPECT_EQ(std::ranges::count(all, '\n'), 10);
+    EXPECT_TRUE(all.starts_with("bridge id=61440/02:00:00:00:01:00 root=32768/02:00:00:01:11:00 is_root=false "));
+    expect_usage("show -o -j", "--json excludes --oneline");
+}
+
+TEST_F(show, no_status_file)
+{
+    expect_refused("show", "no status file at " + board.path +
+                               "/tmp/rstp_monitor: is the daemon running? It writes the file every second.");
+}
+
+TEST_F(show, a_stale_status_file)
+{
+    report(STATUS);
+    set_age(2500ms);
+    EXPECT_EQ(run_on_board("show").status, 0);
+    set_age(61500ms);
+    expect_refused("show", board.path + "/tmp/rstp_monitor is 61 s old: the daemon writes it every second, so it has "
+                                        "ended or hangs. Look at what it printed last, and start it again.");
+}
+
+TEST_F(show, a_malformed_status_file)
+{
+    report(replaced(STATUS, "port02=8000", "port02=eight"));
+    expect_refused("show -j", board.path + "/tmp/rstp_monitor is no status file of this daemon: line 9 is not the state "
+                                           "of port 2. Does another program write there? The daemon puts a sound one "
+                                           "in its place within a second.");
+}
+
+TEST_F(show, what_cannot_be_read)
+{
+    std::filesystem::create_directory(board.path + RSTP_MONITOR_FILE);
+    expect_refused("show", "cannot read " + board.path + "/tmp/rstp_monitor: Is a directory");
+}
+
+TEST_F(show, subjects_that_are_none)
+{
+    report(STATUS);
+    expect_usage("show weather", "SUBJECT: \"weather\" is none of bridge, ports, statistics, port");
+    expect_usage("show port", "SUBJECT: port should read port N");
+    expect_usage("show ports 3", "SUBJECT: one is enough");
+    expect_usage("show port x", "port: \"x\" is not a number");
+    expect_refused("show port 10", "logical port 10: allowed is 1 to 9");
+    expect_usage("show --for 3", "--for requires --watch");
+}
+
+TEST_F(show, watch_marks_what_changed)
+{
+    const run_t result = run_through({STATUS, replaced(STATUS, "0,1,1,1,1,0", "0,1,1,1,4,0")}, "show ports --watch");
+    EXPECT_NE(result.output.find("2      alternate    discarding   8000"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("2      alternate    forwarding*  8000"), std::string::npos) << result.output;
+    EXPECT_EQ(std::ranges::count(result.output, '*'), 1) << result.output;
+}
+
+TEST_F(show, watch_as_json_is_a_document_a_line)
+{
+    std::istringstream lines(run_through({STATUS, STATUS, STATUS}, "show -j --watch").output);
+    std::string line;
+    for (int i = 0; i < 3; i++) {
+        std::getline(lines, line);
+        EXPECT_EQ(json_t::parse(line)["version"], 1);
+    }
+}
+
+TEST_F(show, watch_may_have_an_end)
+{
+    report(STATUS);
+    const run_t result = run_on_board("show bridge --watch --for 0.1");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(result.output.ends_with("\n\n")) << result.output;
+}
+
+TEST_F(show, watch_ends_when_the_daemon_does)
+{
+    report(STATUS);
+    set_age(2700ms);
+    const run_t result = run_on_board("show bridge --watch");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("is 3 s old: the daemon writes it every second"), std::string::npos) << result.output;
+}
+
+// ---- monitor ---------------------------------------------------------------------------
+
+namespace {
+
+class monitor : public show {
+protected:
+    /// What the command prints while the reports come, without the times.
+    std::string changes_of(const std::vector<std::string> &reports)
+    {
+        const std::string time = "2026-11-20 14:08:15 ";
+        std::istringstream lines(run_through(reports, "monitor").output);
+        std::string changes;
+        for (std::string line; std::getline(lines, line) && !line.starts_with("lvt_rstpctl: ");) {
+            EXPECT_EQ(line.find_first_not_of("0123456789-: "), time.size()) << line;
+            changes += line.substr(time.size()) + "\n";
+        }
+        return changes;
+    }
+};
+
+} // namespace
+
+TEST_F(monitor, tells_each_change_once)
+{
+    const std::string second =
+        replaced(replaced(replaced(STATUS, "0,1,1,1,1,0", "0,1,1,3,4,0"), "0,1,1,3,4,0,32768:02-00-00-01-11-00/1",
+                          "0,1,1,0,0,0,0:00-00-00-00-00-00/0"),
+                 "0,32768:02-00-00-01-11-00,1", "0,4096:02-00-00-01-12-00,2");
+    EXPECT_EQ(changes_of({STATUS, STATUS, second}), "root 32768/02:00:00:01:11:00 -> 4096/02:00:00:01:12:00\n"
+                                                    "root port 1 -> 2\n"
+                                                    "port 1 role root -> disabled\n"
+                                                    "port 1 state forwarding -> down\n"
+                                                    "port 2 role alternate -> root\n"
+                                                    "port 2 state discarding -> forwarding\n");
+}
+
+TEST_F(monitor, tells_topology_changes)
+{
+    const std::string during = replaced(replaced(STATUS, "15,0,", "15,1,"), "2026/11/20 14:08:15,3,72", ",0,0");
+    const std::string after = replaced(STATUS, ",3,72", ",1,2");
+    EXPECT_EQ(changes_of({STATUS, during, after}), "topology change none -> running\n"
+                                                   "topology change running -> over\n");
+    EXPECT_EQ(changes_of({STATUS, after}), "topology change none -> over\n"); // between two reports
+    EXPECT_EQ(changes_of({replaced(STATUS, ",3,72", ",3,65530"), after}), ""); // the count went round
+}
+
+TEST_F(monitor, as_json_lines)
+{
+    const std::string output =
+        run_through({STATUS, replaced(STATUS, "0,1,1,1,1,0", "0,1,1,1,4,0")}, "monitor -j").output;
+    const json_t change = json_t::parse(output.substr(0, output.find('\n')));
+    EXPECT_EQ(change["version"], 1);
+    EXPECT_EQ(change["what"], "state");
+    EXPECT_EQ(change["port"], 2);
+    EXPECT_EQ(change["from"], "discarding");
+    EXPECT_EQ(change["to"], "forwarding");
+    EXPECT_EQ(change["time"].get<std::string>().size(), std::string("2026-11-20T14:08:15Z").size());
+}
+
+TEST_F(monitor, ends_when_the_daemon_does)
+{
+    report(STATUS);
+    set_age(2900ms);
+    run_t result = run_on_board("monitor");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("so it has ended or hangs"), std::string::npos) << result.output;
+
+    result = run_through({STATUS}, "monitor");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("no status file at"), std::string::npos) << result.output;
+}
