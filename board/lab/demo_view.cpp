@@ -21,9 +21,9 @@ constexpr char CYAN[] = "36";
 
 constexpr int PORTS_SHOWN = 3;
 constexpr char HEADER[] =
-    "               port 1: cable 1             port 2: cable 2             port 3: host A              A "
-    "to\n"
-    " time  root    role       state    out/in  role       state    out/in  role       state    out/in  B\n";
+    R"(               port 1: cable 1             port 2: cable 2             port 3: host A              A to
+ time  root    role       state    out/in  role       state    out/in  role       state    out/in  B
+)";
 
 const char *kernel_word(const std::string &state)
 {

@@ -153,10 +153,11 @@ private:
     {
         const int lost = last_.kernel_forwards(1) ? 1 : 2;
         const int other = 3 - lost;
-        view_.act("The open cable breaks",
-                  fmt::format("Cable {} is pulled, the one that carries the traffic. Now the kernel bridge has\n"
-                              "to open its end of cable {}. With STP that takes two forward delays.",
-                              lost, other));
+        view_.act(
+            "The open cable breaks",
+            fmt::format("Cable {} is pulled, the one that carries the traffic. Now the kernel bridge has\n"
+                        "to open its end of cable {}. With STP that takes two forward delays.",
+                        lost, other));
         const size_t answers = stage_.pings().answered();
         pull(lost);
         const bool took_over = watch([&](const frame_t &f) {

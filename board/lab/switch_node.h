@@ -10,10 +10,19 @@
 
 #include "board/client/board_client.h"
 #include "board/lab/cable.h"
-#include "board/lab/status_file.h"
+#include "board/lab/port_words.h"
 #include "tools/messages.h"
+#include "tools/status_file.h"
 
 namespace lab {
+
+// What a status file tells, as the tools read it.
+using ::bridge_id_text;
+using ::bridge_status_t;
+using ::parse_status;
+using ::port_status_t;
+using ::same_bridge;
+using enum ::port_state_t;
 
 /// Files in the switch's /tmp that the lab has written there.
 constexpr char CONSOLE_FILE[] = "/tmp/console";          ///< the daemon's console
