@@ -1,15 +1,20 @@
-/// The worked examples of docs/messages.md against the encoder and the layouts in the code.
+/// The documents against the program: the worked examples of docs/messages.md, the man page, and
+/// the completion for bash.
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "rstp/bpdu.h"
+#include "tools/decode.h"
 #include "tools/messages.h"
+#include "tools_ctl.h"
 
 namespace {
 
@@ -99,6 +104,41 @@ octets_t tagged(const bpdu_t &bpdu, size_t size, uint8_t tag_end)
     return frame;
 }
 
+std::string text_of(const std::string &path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// The commands or options that a help shows, by their last names: "--json" of "-j,--json".
+std::vector<std::string> names_in_help(const std::string &command)
+{
+    std::istringstream help(run(command + " --help").output);
+    std::vector<std::string> names;
+    for (std::string line; std::getline(help, line);) {
+        const bool listed = line.starts_with("  ") && line.size() > 3 && line[2] != ' ' && line.find("   ", 3) < 80;
+        if (!listed)
+            continue;
+        const std::string name = line.substr(2, line.find_first_of(" ", 2) - 2);
+        if (name.find("--help") == std::string::npos && std::islower(name[name.starts_with("--") ? 2 : 0]))
+            names.push_back(name.substr(0, name.find(',')));
+    }
+    return names;
+}
+
+/// What bash offers for the last word of a command line.
+std::string completions(const std::string &line)
+{
+    const std::string script = ". " LVT_COMPLETION "; COMP_WORDS=(" LVT_RSTPCTL " " + line +
+                               "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _lvt_rstpctl; echo \"${COMPREPLY[*]}\"";
+    FILE *stream = popen(("bash -c '" + script + "'").c_str(), "r");
+    char words[1024] = "";
+    if (!stream || !fgets(words, sizeof words, stream))
+        ADD_FAILURE() << script;
+    pclose(stream);
+    return std::string(words).substr(0, std::strcspn(words, "\n"));
+}
+
 std::vector<octets_t> real_examples()
 {
     port_statuses_t ports{};
@@ -154,6 +194,40 @@ std::vector<octets_t> real_examples()
 }
 
 } // namespace
+
+TEST(docs, examples_of_messages_can_be_decoded)
+{
+    for (const octets_t &example : documented_examples()) {
+        const std::string text(example.begin(), example.end());
+        if (!text.starts_with("debug")) {
+            EXPECT_EQ(decode(example).fault, "") << decoded_text(decode(example));
+            EXPECT_EQ(decode(example).octets, example.size());
+        }
+    }
+}
+
+TEST(docs, the_man_page_has_every_command)
+{
+    const std::string page = text_of(LVT_DOCS "/man/lvt_rstpctl.1.scd");
+    for (const std::string &command : names_in_help(""))
+        EXPECT_NE(page.find("*" + command), std::string::npos) << command;
+    for (const char *command : {"show", "monitor", "expect", "set bridge", "set port", "decode"})
+        for (const std::string &option : names_in_help(command))
+            EXPECT_NE(page.find("*" + option + "*"), std::string::npos) << command << " " << option;
+}
+
+TEST(docs, completion_knows_commands_and_options)
+{
+    EXPECT_EQ(completions("mo"), "monitor");
+    EXPECT_EQ(completions("set p"), "port");
+    EXPECT_EQ(completions("show st"), "statistics");
+    EXPECT_EQ(completions("set port --spanning"), "--spanning-tree");
+    EXPECT_EQ(completions("--root /tmp show --wa"), "--watch");
+    EXPECT_EQ(completions("inject bpdu --message"), "--message-age");
+    EXPECT_EQ(completions("monitor --dry"), "--dry-run");
+    EXPECT_EQ(completions("--color n"), "never");
+    EXPECT_EQ(completions("apply " LVT_DOCS "/messages"), LVT_DOCS "/messages.md");
+}
 
 TEST(docs, examples_of_messages_are_right)
 {

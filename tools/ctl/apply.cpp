@@ -11,6 +11,17 @@
 
 namespace {
 
+/// The settings of a changed file, before it is written.
+settings_t settings_after(const std::string &text, const std::string &path)
+{
+    try {
+        return settings_in(text, path);
+    } catch (const faults_t &faults) {
+        throw faults_t(
+            fmt::format("nothing was changed, for the file would then have this fault:\n{}", faults.what()));
+    }
+}
+
 void send_plan(const ctl_t &ctl, const std::vector<plan_step_t> &plan)
 {
     for (size_t i = 0; i < plan.size(); i++) {
@@ -56,7 +67,7 @@ void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<
     settings_in(text, path);
     for (const edit_t &edit : edits)
         text = with_setting(text, edit);
-    const settings_t settings = settings_in(text, path);
+    const settings_t settings = settings_after(text, path);
 
     if (ctl.dry_run)
         for (const edit_t &edit : edits)

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include "tools/ctl/cli.h"
@@ -40,6 +41,13 @@ void add_global_options(CLI::App &app, ctl_t &ctl, std::string &colour)
     });
 }
 
+/// What was said until then comes first, also where both streams lead to the same place.
+void complain(const std::string &text)
+{
+    std::fflush(stdout);
+    fmt::print(stderr, "{}\n", text);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -69,13 +77,13 @@ int main(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     } catch (const usage_t &error) {
-        std::fprintf(stderr, "%s\nRun with --help for more information.\n", error.what());
+        complain(fmt::format("{}\nRun with --help for more information.", error.what()));
         return EXIT_USAGE;
     } catch (const faults_t &faults) {
-        std::fprintf(stderr, "%s\n", faults.what());
+        complain(faults.what());
         return EXIT_REFUSED;
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "lvt_rstpctl: %s\n", error.what());
+        complain(fmt::format("lvt_rstpctl: {}", error.what()));
         return EXIT_REFUSED;
     }
     return EXIT_DONE;

@@ -1,0 +1,489 @@
+/// lvt_rstpctl check, apply and set: the configuration file, its faults, and the messages it becomes.
+#include <fmt/format.h>
+
+#include "tools_ctl.h"
+
+namespace {
+
+using frames_t = std::vector<std::vector<uint8_t>>;
+
+constexpr char FULL[] = R"(# The switch in the cellar.
+
+[bridge]
+priority = 4096          # the root
+max_age = 6
+hello_time = 1
+forward_delay = 4
+force_version = 0
+
+[port.1]
+spanning_tree = true
+path_cost = 20000
+priority = 16
+edge = false
+point_to_point = true
+lacp = true
+
+[port.6]
+point_to_point = false
+path_cost = "auto"
+
+[groups]
+spanning_tree = true
+path_cost = 100
+priority = 240
+point_to_point = "auto"
+8 = [1, 2]
+9 = [6]
+)";
+
+std::vector<uint8_t> joined(const frames_t &frames)
+{
+    std::vector<uint8_t> octets;
+    for (const auto &frame : frames)
+        octets.insert(octets.end(), frame.begin(), frame.end());
+    return octets;
+}
+
+class config : public ctl {
+protected:
+    std::string file = path("switch.toml");
+
+    void expect_faults(const std::string &text, const std::vector<std::string> &faults)
+    {
+        write_file(file, text);
+        std::string output;
+        for (const std::string &fault : faults)
+            output += file + ":" + fault + "\n";
+        expect_fails("check " + file, 1, output);
+        expect_fails("apply " + file, 1, output);
+    }
+
+    void expect_applies(const std::string &text, const frames_t &frames)
+    {
+        write_file(file, text);
+        expect_sends("apply " + file, joined(frames));
+    }
+
+    /// What a file without settings becomes while the daemon reports no groups.
+    frames_t default_frames() const
+    {
+        return {lacp_enable_message({}), system_config_message(LVT_RSTP_SYSTEM_DEFAULTS),
+                port_config_only_message(default_port_configs()), aggr_config_message(LVT_RSTP_PORT_DEFAULTS)};
+    }
+};
+
+} // namespace
+
+// ---- check -----------------------------------------------------------------------------
+
+TEST_F(config, sound_files)
+{
+    for (const char *text : {"", "# nothing\n", FULL, "bridge = { priority = 0 }\n", "port.3.edge = true\n"}) {
+        write_file(file, text);
+        expect_says("check " + file, "");
+    }
+}
+
+TEST_F(config, the_example_of_the_man_page_is_sound)
+{
+    const std::string page = read_file(LVT_DOCS "/man/lvt_rstp.toml.5.scd");
+    const size_t begin = page.find("```\n") + 4;
+    const std::string example = page.substr(begin, page.find("```", begin) - begin);
+    EXPECT_NE(example.find("[port.1]"), std::string::npos);
+    write_file(file, example);
+    expect_says("check " + file, "");
+}
+
+TEST_F(config, every_fault_is_told_with_its_place)
+{
+    expect_faults("[bridge]\n"
+                  "priority = 4097   # no step\n"
+                  "hello_time = \"two\"\n"
+                  "  force_version = 1\n"
+                  "hellotime = 2\n"
+                  "[port.1]\n"
+                  "spanning_tree = 1\n"
+                  "path_cost = 200000001\n"
+                  "priority = 8.0\n"
+                  "point_to_point = \"maybe\"\n"
+                  "[port.2]\n"
+                  "path_cost = \"cheap\"\n"
+                  "lacp = \"on\"\n"
+                  "speed = 100\n"
+                  "[port.7]\n"
+                  "[port.x]\n"
+                  "[groups]\n"
+                  "edge = true\n"
+                  "7 = [1, 2]\n"
+                  "8 = [2, 9, \"3\"]\n"
+                  "9 = 4\n"
+                  "10 = [4]\n"
+                  "[switch]\n",
+                  {
+                      "2:12: bridge priority 4097: allowed is 0 to 61440 in steps of 4096",
+                      "3:14: hello time should be a whole number",
+                      "4:19: force version 1: allowed is 0 to 2 in steps of 2",
+                      "5:1: there is no \"hellotime\" in [bridge]: known are priority, max_age, hello_time, "
+                      "forward_delay, force_version",
+                      "7:17: spanning_tree should be true or false",
+                      "8:13: path cost 200000001: allowed is 0 to 200000000",
+                      "9:12: port priority should be a whole number",
+                      "10:18: point_to_point should be true, false or \"auto\"",
+                      "12:13: path_cost should be a whole number or \"auto\"",
+                      "13:8: lacp should be true or false",
+                      "14:1: there is no \"speed\" in [port.2]: known are spanning_tree, path_cost, priority, "
+                      "point_to_point, edge, lacp",
+                      "15:7: there is no port \"7\": write [port.1] to [port.6]",
+                      "16:7: there is no port \"x\": write [port.1] to [port.6]",
+                      "18:1: a group has no edge setting: it is edge when all its members are",
+                      "20:6: port 2 is in group 7 already",
+                      "20:9: port 9: allowed is 1 to 6",
+                      "20:12: port should be a whole number",
+                      "21:5: group 9 should be a list of ports, as in 9 = [1, 2]",
+                      "22:1: there is no \"10\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
+                      "priority, point_to_point",
+                      "23:2: there is no \"switch\" in the file: known are [bridge], [port.1] to [port.6], [groups]",
+                  });
+}
+
+TEST_F(config, times_have_to_go_together)
+{
+    expect_faults("[bridge]\nhello_time = 1\nmax_age = 30\n",
+                  {"3:11: max age 30 s is too long for forward delay 15 s: at most 2 * (15 - 1) = 28 s"});
+    expect_faults("[bridge]\nforward_delay = 10\n",
+                  {"2:17: max age 20 s is too long for forward delay 10 s: at most 2 * (10 - 1) = 18 s"});
+    write_file(file, "[bridge]\nforward_delay = 11\n");
+    expect_says("check " + file, "");
+}
+
+TEST_F(config, sections_have_to_be_sections)
+{
+    expect_faults("bridge = 3\n[port]\n1 = true\n",
+                  {"1:10: bridge should be a section, [bridge]", "3:5: port.1 should be a section, [port.1]"});
+}
+
+TEST_F(config, faults_of_grammar_are_told_with_their_place)
+{
+    write_file(file, "[bridge]\npriority == 3\n");
+    const run_t syntax = run_on_board("check " + file);
+    EXPECT_EQ(syntax.status, 1);
+    EXPECT_TRUE(syntax.output.starts_with(file + ":2:11: ")) << syntax.output;
+
+    write_file(file, "[bridge]\npriority = 0\npriority = 4096\n");
+    const run_t twice = run_on_board("check " + file);
+    EXPECT_EQ(twice.status, 1);
+    EXPECT_TRUE(twice.output.starts_with(file + ":3:")) << twice.output;
+    EXPECT_NE(twice.output.find("cannot redefine"), std::string::npos) << twice.output;
+}
+
+TEST_F(config, files_that_cannot_be_read)
+{
+    expect_refused("check " + file, "cannot read " + file + ": No such file or directory");
+    expect_refused("apply", "cannot read " + board.path + "/etc/lvt_rstp.toml: No such file or directory");
+    expect_refused("check " + board.path, "cannot read " + board.path + ": Is a directory");
+}
+
+// ---- apply -----------------------------------------------------------------------------
+
+TEST_F(config, an_empty_file_is_all_defaults)
+{
+    report(STATUS);
+    expect_applies("", default_frames());
+}
+
+TEST_F(config, the_file_is_the_stored_one_by_default)
+{
+    report(STATUS);
+    std::filesystem::create_directory(path("etc"));
+    write_file(path("etc/lvt_rstp.toml"), "[bridge]\npriority = 0\n");
+    frames_t frames = default_frames();
+    frames[1] = system_config_message({.bridge_priority = 0,
+                                       .max_age = 20,
+                                       .hello_time = 2,
+                                       .forward_delay = 15,
+                                       .force_version = 2,
+                                       .reserved = 0});
+    expect_sends("apply", joined(frames));
+}
+
+TEST_F(config, every_setting_finds_its_place)
+{
+    port_configs_t ports = default_port_configs();
+    ports[1] = {.adminPathCost = 20000,
+                .port_priority = 16,
+                .adminEnable = 1,
+                .adminEdge = 0,
+                .adminPointToPoint = 0,
+                .reserved = {}};
+    ports[6].adminPointToPoint = 1;
+    port_configs_t marked = ports;
+    const lvt_rstp_port_config_t groups = {.adminPathCost = 100,
+                                           .port_priority = 240,
+                                           .adminEnable = 1,
+                                           .adminEdge = 1,
+                                           .adminPointToPoint = 2,
+                                           .reserved = {}};
+    ports[0] = marked[0] = groups;
+    marked[1].reserved[0] = 1;
+
+    report(STATUS);
+    expect_applies(FULL, {lacp_enable_message({1, 0, 0, 0, 0, 0}),
+                          system_config_message({.bridge_priority = 4096,
+                                                 .max_age = 6,
+                                                 .hello_time = 1,
+                                                 .forward_delay = 4,
+                                                 .force_version = 0,
+                                                 .reserved = 0}),
+                          port_config_only_message(marked), port_config_only_message(ports),
+                          aggr_config_message(groups), aggr_status_message({0, 8, 8, 3, 4, 5, 9})});
+}
+
+TEST_F(config, ports_leave_their_group_by_standing_alone)
+{
+    // Ports 1 and 2 are in group 7 now.
+    report(replaced(replaced(STATUS, "0,1,1,3,4,0", "0,1,1,5,5,7"), "0,1,1,1,1,0", "0,1,1,5,5,7"));
+    frames_t frames = default_frames();
+
+    // Port 2 stays, port 1 moves.
+    frames.insert(frames.begin() + 2, aggr_status_message({0, 1, 7, 3, 4, 5, 6}));
+    frames.push_back(aggr_status_message({0, 8, 7, 3, 4, 5, 6}));
+    expect_applies("[groups]\n7 = [2]\n8 = [1]\n", frames);
+
+    // All go.
+    frames[2] = aggr_status_message(AGGR_STATUS_ALONE);
+    frames[5] = aggr_status_message(AGGR_STATUS_ALONE);
+    expect_applies("[groups]\n7 = []\n", frames);
+
+    // Both stay and a third one comes: nobody has to leave.
+    frames.erase(frames.begin() + 2);
+    frames[4] = aggr_status_message({0, 7, 7, 7, 4, 5, 6});
+    expect_applies("[groups]\n7 = [1, 2, 3]\n", frames);
+
+    // As it is already, or not told.
+    expect_applies("[groups]\n7 = [1, 2]\n", default_frames());
+    expect_applies("", default_frames());
+}
+
+TEST_F(config, without_a_report_all_ports_stand_alone_first)
+{
+    frames_t frames = default_frames();
+    frames.insert(frames.begin() + 2, aggr_status_message(AGGR_STATUS_ALONE));
+    frames.push_back(aggr_status_message({0, 7, 7, 3, 4, 5, 6}));
+    expect_applies("[groups]\n7 = [1, 2]\n", frames);
+}
+
+TEST_F(config, the_last_port_that_changes_is_on)
+{
+    // Ports 1 to 3 are on now; 3 goes off. Port 2, alternate, minds least to be sent twice.
+    const auto section = [](int port, const char *more = "") {
+        return fmt::format("[port.{}]\nspanning_tree = true\nedge = false\n{}", port, more);
+    };
+    report(replaced(STATUS, "0,1,1,3,4,0,32768", "0,1,1,4,4,0,32768"));
+    port_configs_t ports = default_port_configs();
+    for (const size_t port : {1, 2}) {
+        ports[port].adminEnable = 1;
+        ports[port].adminEdge = 0;
+    }
+    port_configs_t marked = ports;
+    marked[2].reserved[0] = 1;
+    frames_t frames = default_frames();
+    frames[2] = port_config_only_message(ports);
+    frames.insert(frames.begin() + 2, port_config_only_message(marked));
+    expect_applies(section(1) + section(2), frames);
+
+    // Nothing goes off: once is enough.
+    ports[3].adminEnable = 1;
+    ports[3].adminEdge = 0;
+    frames.erase(frames.begin() + 2);
+    frames[2] = port_config_only_message(ports);
+    expect_applies(section(1) + section(2) + section(3), frames);
+
+    // All go off: then the trap may, too.
+    report(STATUS);
+    expect_applies("", default_frames());
+}
+
+TEST_F(config, dry_run_tells_the_messages_and_why)
+{
+    report(STATUS);
+    write_file(file, "[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n[port.3]\nspanning_tree = true\n");
+    const run_t result = run_on_board("apply --dry-run " + file);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(result.output.starts_with("1. where LACP runs, before a port's state changes\n"
+                                          "to " + control.path + ", 22 octets:\n"
+                                          "LACP on ports (type 10)\n"))
+        << result.output;
+    EXPECT_NE(result.output.find("\n\n4. what all groups have in common\n"), std::string::npos) << result.output;
+    EXPECT_EQ(control.read_all().size(), 0u);
+}
+
+TEST_F(config, no_daemon)
+{
+    write_file(file, "");
+    close(control.fd);
+    control.fd = -1;
+    const run_t result = run_on_board("apply " + file);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running?\n");
+}
+
+TEST_F(config, a_pipe_that_fills_in_between)
+{
+    write_file(file, "");
+    const int writer = open(control.path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(writer, 0);
+    const int capacity = fcntl(writer, F_SETPIPE_SZ, 4096);
+    const std::vector<uint8_t> filling(static_cast<size_t>(capacity) - 60); // room for two of four messages
+    ASSERT_EQ(write(writer, filling.data(), filling.size()), static_cast<ssize_t>(filling.size()));
+    const run_t result = run_on_board("apply " + file);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "lvt_rstpctl: " + control.path +
+                                 " is full: the daemon does not read it; is it running, or stopped?\n"
+                                 "Only 2 of 4 messages were sent: apply the file again.\n");
+    close(writer);
+}
+
+// ---- set -------------------------------------------------------------------------------
+
+namespace {
+
+class set : public config {
+protected:
+    void SetUp() override { report(STATUS); }
+
+    /// Runs a set command that must turn the file's text into another.
+    void expect_edits(const std::string &text, const std::string &arguments, const std::string &edited)
+    {
+        write_file(file, text);
+        const run_t result = run_on_board(fmt::format("set {} --file {}", arguments, file));
+        EXPECT_EQ(result.status, 0) << arguments;
+        EXPECT_EQ(result.output, "") << arguments;
+        EXPECT_EQ(read_file(file), edited) << arguments;
+        control.read_all();
+    }
+};
+
+} // namespace
+
+TEST_F(set, values_are_replaced_where_they_stand)
+{
+    expect_edits("# é\n[bridge] # b\n  priority = 0x1000   # \"the root\"\nmax_age=20\n[port.3]\nedge = true\n",
+                 "bridge --priority 8192 --max-age 18",
+                 "# é\n[bridge] # b\n  priority = 8192   # \"the root\"\nmax_age=18\n[port.3]\nedge = true\n");
+    expect_edits("[port.3]\npath_cost = \"auto\" # é\nedge = true", "port 3 --cost 7 --edge off",
+                 "[port.3]\npath_cost = 7 # é\nedge = false");
+    expect_edits("port.3.edge = true\nport.4 = { edge = true, priority = 16 } # ä\n", "port 3,4 --edge off",
+                 "port.3.edge = false\nport.4 = { edge = false, priority = 16 } # ä\n");
+    expect_edits("[port.2]\r\nedge = true\r\n", "port 2 --edge off", "[port.2]\r\nedge = false\r\n");
+}
+
+TEST_F(set, lines_are_added_to_their_section)
+{
+    expect_edits("[bridge]\npriority = 0 # first\n\n[port.1]\n", "bridge --hello 1",
+                 "[bridge]\npriority = 0 # first\nhello_time = 1\n\n[port.1]\n");
+    expect_edits("[port.1]\n# nothing yet\n[bridge]\n", "port 1 --spanning-tree on --p2p auto",
+                 "[port.1]\nspanning_tree = true\npoint_to_point = \"auto\"\n# nothing yet\n[bridge]\n");
+    expect_edits("[bridge]", "bridge --force-version 0", "[bridge]\nforce_version = 0");
+}
+
+TEST_F(set, sections_are_added_to_the_end)
+{
+    expect_edits("# mine\n[bridge]", "port 2-3 --lacp on",
+                 "# mine\n[bridge]\n\n[port.2]\nlacp = true\n\n[port.3]\nlacp = true\n");
+    expect_edits("", "bridge --priority 0", "[bridge]\npriority = 0\n");
+}
+
+TEST_F(set, a_file_that_is_not_there_is_made)
+{
+    std::filesystem::create_directory(path("etc"));
+    frames_t frames = default_frames();
+    lvt_rstp_system_config_t bridge = LVT_RSTP_SYSTEM_DEFAULTS;
+    bridge.bridge_priority = 4096;
+    frames[1] = system_config_message(bridge);
+    expect_sends("set bridge --priority 4096", joined(frames));
+    EXPECT_EQ(read_file(path("etc/lvt_rstp.toml")), "[bridge]\npriority = 4096\n");
+}
+
+TEST_F(set, groups_that_are_as_they_should_be_are_left_in_peace)
+{
+    report(replaced(replaced(STATUS, "0,1,1,3,4,0", "0,1,1,5,5,7"), "0,1,1,1,1,0", "0,1,1,5,5,7"));
+    for (const char *text : {"[groups]\n7 = [1, 2]\n", ""}) {
+        write_file(file, text);
+        expect_sends(fmt::format("set bridge --priority 32768 --file {}", file),
+                     joined({lacp_enable_message({}), system_config_message(LVT_RSTP_SYSTEM_DEFAULTS),
+                             port_config_message(default_port_configs())}));
+    }
+
+    write_file(file, "[groups]\n7 = [1]\n");
+    frames_t frames = default_frames();
+    frames.insert(frames.begin() + 2, aggr_status_message({0, 7, 2, 3, 4, 5, 6}));
+    frames.push_back(aggr_status_message({0, 7, 2, 3, 4, 5, 6}));
+    expect_sends(fmt::format("set bridge --priority 32768 --file {}", file), joined(frames));
+}
+
+TEST_F(set, keeps_links_and_permissions)
+{
+    write_file(path("real.toml"), "");
+    std::filesystem::permissions(path("real.toml"), std::filesystem::perms(0640));
+    std::filesystem::create_symlink("real.toml", file);
+    EXPECT_EQ(run_on_board(fmt::format("set bridge --priority 0 --file {}", file)).status, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(file));
+    EXPECT_EQ(read_file(path("real.toml")), "[bridge]\npriority = 0\n");
+    EXPECT_EQ(std::filesystem::status(path("real.toml")).permissions(), std::filesystem::perms(0640));
+}
+
+TEST_F(set, what_is_not_allowed_changes_nothing)
+{
+    write_file(file, "[bridge]\nmax_age = 20\n");
+    const std::string at = " --file " + file;
+    expect_refused("set bridge --priority 1" + at, "bridge priority 1: allowed is 0 to 61440 in steps of 4096");
+    expect_refused("set port 7 --edge on" + at, "port 7: allowed is 1 to 6");
+    expect_refused("set port 1 --cost 200000001" + at, "path cost 200000001: allowed is 0 to 200000000");
+    expect_usage("set port 1 --cost cheap" + at, "--cost: \"cheap\" is not a number");
+    expect_usage("set port 1 --edge maybe" + at, "--edge: \"maybe\" is none of off, on");
+    expect_usage("set port 1 --p2p 2" + at, "--p2p: \"2\" is none of off, on, auto");
+    expect_usage("set port 1" + at, "set: name at least one setting");
+    expect_usage("set", "A subcommand is required");
+    expect_fails("set bridge --forward-delay 4" + at, 1,
+                 "nothing was changed, for the file would then have this fault:\n" + file +
+                     ":2:11: max age 20 s is too long for forward delay 4 s: at most 2 * (4 - 1) = 6 s\n");
+    EXPECT_EQ(read_file(file), "[bridge]\nmax_age = 20\n");
+}
+
+TEST_F(set, a_file_with_faults_or_without_place_is_left_alone)
+{
+    write_file(file, "[bridge]\npriority = 1\n");
+    expect_fails("set port 1 --edge on --file " + file, 1,
+                 file + ":2:12: bridge priority 1: allowed is 0 to 61440 in steps of 4096\n");
+    write_file(file, "port.1 = { edge = true }\n");
+    expect_refused("set port 1 --priority 0 --file " + file,
+                   "there is no place for a new line \"priority = 0\": write [port.1] as a section of its own");
+    expect_refused("set port 1 --edge on --file " + path("none/switch.toml"),
+                   "cannot write " + path("none/switch.toml.new") + ": No such file or directory");
+}
+
+TEST_F(set, dry_run_writes_nothing)
+{
+    write_file(file, "");
+    const run_t result = run_on_board("--dry-run set port 1-2 --edge off --file " + file);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(result.output.starts_with("in " + file + ": [port.1] edge = false\n"
+                                          "in " + file + ": [port.2] edge = false\n"
+                                          "1. where LACP runs"))
+        << result.output;
+    EXPECT_EQ(read_file(file), "");
+    EXPECT_EQ(control.read_all().size(), 0u);
+}
+
+TEST_F(set, no_daemon)
+{
+    write_file(file, "");
+    close(control.fd);
+    control.fd = -1;
+    const run_t result = run_on_board("set bridge --priority 0 --file " + file);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running?\n" + file +
+                                 " is changed all the same: apply it when the daemon takes messages.\n");
+    EXPECT_EQ(read_file(file), "[bridge]\npriority = 0\n");
+}

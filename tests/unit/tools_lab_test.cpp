@@ -1,0 +1,379 @@
+/// lvt_rstpctl inject and decode: messages and BPDUs made up and explained.
+#include <cstring>
+
+#include <fmt/format.h>
+
+#include "rstp/bpdu.h"
+#include "tools/decode.h"
+#include "tools_ctl.h"
+
+namespace {
+
+using octets_t = std::vector<uint8_t>;
+
+/// An RST BPDU of the root 4096/02:00:00:00:99:00, from its port 1.
+octets_t rst_frame()
+{
+    bpdu_t bpdu{};
+    std::copy_n(lvt_rstp_slowmac, 6, bpdu.destination);
+    const uint8_t address[] = {0x02, 0, 0, 0, 0x99, 0};
+    std::copy_n(address, 6, bpdu.source);
+    std::copy_n(address, 6, bpdu.root_address);
+    std::copy_n(address, 6, bpdu.bridge_address);
+    bpdu_put16(bpdu.root_priority, 4096);
+    bpdu_put16(bpdu.bridge_priority, 4096);
+    bpdu_put16(bpdu.length, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
+    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
+    bpdu.control = BPDU_LLC_CONTROL;
+    bpdu.version = 2;
+    bpdu.type = BPDU_TYPE_RST;
+    bpdu.flags = BPDU_FLAG_PROPOSAL | BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT;
+    bpdu_put16(bpdu.port_id, 0x8001);
+    bpdu.max_age[0] = 20;
+    bpdu.hello_time[0] = 2;
+    bpdu.forward_delay[0] = 15;
+    const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
+    return {octets, octets + sizeof bpdu};
+}
+
+octets_t tagged(octets_t frame)
+{
+    const uint8_t tag[] = {0x88, 0x99, 0x84, 0x82};
+    frame.insert(frame.begin() + offsetof(bpdu_t, length), std::begin(tag), std::end(tag));
+    return frame;
+}
+
+octets_t other_frame()
+{
+    octets_t frame(60, 0xAA);
+    frame[12] = 0x08;
+    frame[13] = 0x00;
+    return frame;
+}
+
+std::string hex(const octets_t &octets)
+{
+    return fmt::format("{:02x}", fmt::join(octets, " "));
+}
+
+/// A capture file in the classic format, of link type `link_type` (1: Ethernet).
+std::string capture_of(const std::vector<octets_t> &frames, uint32_t link_type = 1)
+{
+    std::string file;
+    const auto put = [&file](std::initializer_list<uint32_t> words) {
+        for (const uint32_t word : words)
+            file.append(reinterpret_cast<const char *>(&word), sizeof word);
+    };
+    put({0xA1B2C3D4, 4u << 16 | 2, 0, 0, 65535, link_type});
+    for (const octets_t &frame : frames) {
+        const auto size = static_cast<uint32_t>(frame.size());
+        put({1795183695, 0, size, size});
+        file.append(frame.begin(), frame.end());
+    }
+    return file;
+}
+
+class inject : public ctl {
+protected:
+    std::string capture = path("trace.pcap");
+};
+class decode_command : public inject {};
+
+} // namespace
+
+// ---- inject ----------------------------------------------------------------------------
+
+TEST_F(inject, links_of_all_ports)
+{
+    port_statuses_t ports{};
+    expect_sends("inject link", port_status_message(ports));
+    for (const size_t i : {0, 1, 2})
+        ports[i] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
+    ports[3] = {.ignored = 0, .link = 1, .speed = 1, .duplex = 0};
+    ports[5] = {.ignored = 0, .link = 1, .speed = 5, .duplex = 1};
+    expect_sends("inject link 1-3=up 4=100/half 5=down 6=10000/full", port_status_message(ports));
+
+    expect_usage("inject link 1", "LINK: \"1\" should read LIST=up|down|SPEED/full|SPEED/half");
+    expect_usage("inject link 1=left", "LINK: \"left\" should read up, down, SPEED/full or SPEED/half");
+    expect_usage("inject link 1=33/full", "LINK: \"33\" is none of 10, 100, 1000, 2500, 5000, 10000");
+    expect_usage("inject link 1=10/both", "LINK: \"both\" is none of half, full");
+    expect_refused("inject link 7=up", "port 7: allowed is 1 to 6");
+    expect_usage("inject", "A subcommand is required");
+}
+
+TEST_F(inject, groups)
+{
+    expect_sends("inject groups 7=1-2", aggr_status_message({0, 7, 7, 3, 4, 5, 6}));
+}
+
+TEST_F(inject, a_bpdu_of_fields)
+{
+    const std::string fields = "--source 02:00:00:00:99:00 --root-id 4096/02:00:00:00:99:00 --flags proposal";
+    expect_sends("inject bpdu 2 " + fields, bpdu_message(3, rst_frame()));
+    expect_sends("inject bpdu 5 " + fields, bpdu_message(7, rst_frame()));
+
+    octets_t frame = rst_frame();
+    const size_t flags = offsetof(bpdu_t, flags);
+    frame[flags] = 0x78 | 0x01;
+    frame[offsetof(bpdu_t, root_path_cost) + 3] = 200;
+    frame[offsetof(bpdu_t, bridge_priority)] = 0x80;
+    frame[offsetof(bpdu_t, bridge_address) + 5] = 7;
+    frame[offsetof(bpdu_t, port_id)] = 0x10;
+    frame[offsetof(bpdu_t, message_age)] = 1;
+    frame[offsetof(bpdu_t, max_age)] = 6;
+    frame[offsetof(bpdu_t, hello_time)] = 1;
+    frame[offsetof(bpdu_t, forward_delay)] = 255;
+    expect_sends("inject bpdu 1 --source 02:00:00:00:99:00 --root-id 4096/02:00:00:00:99:00 --cost 200"
+                 " --bridge-id 32768/02:00:00:00:99:07 --port-id 0x1001 --message-age 1 --max-age 6 --hello 1"
+                 " --forward-delay 255 --role root --flags tc,learning,forwarding,agreement",
+                 bpdu_message(2, frame));
+}
+
+TEST_F(inject, bpdus_of_the_older_protocol)
+{
+    const std::string fields = " --source 02:00:00:00:99:00 --root-id 4096/02:00:00:00:99:00";
+    octets_t frame = rst_frame();
+    frame.pop_back();
+    frame[offsetof(bpdu_t, length) + 1] = BPDU_CONFIG_OCTETS + BPDU_LLC_OCTETS;
+    frame[offsetof(bpdu_t, version)] = 0;
+    frame[offsetof(bpdu_t, type)] = BPDU_TYPE_CONFIG;
+    frame[offsetof(bpdu_t, flags)] = BPDU_FLAG_TC_ACK;
+    expect_sends("inject bpdu 1 --type config --flags tc-ack" + fields, bpdu_message(2, frame));
+
+    frame.resize(offsetof(bpdu_t, flags));
+    frame[offsetof(bpdu_t, length) + 1] = BPDU_TCN_OCTETS + BPDU_LLC_OCTETS;
+    frame[offsetof(bpdu_t, type)] = BPDU_TYPE_TCN;
+    expect_sends("inject bpdu 1 --type tcn" + fields, bpdu_message(2, frame));
+}
+
+TEST_F(inject, a_bpdu_of_hex)
+{
+    expect_sends(fmt::format("inject bpdu 6 --hex '{}'", hex(rst_frame())), bpdu_message(6, rst_frame()));
+    expect_sends(fmt::format("inject bpdu 6 --hex '{}'", hex(tagged(rst_frame()))), bpdu_message(6, rst_frame()));
+    expect_sends("inject bpdu 6 --hex 01-80:C2", bpdu_message(6, octets_t{0x01, 0x80, 0xC2}));
+    expect_usage("inject bpdu 6 --hex 01g0", "\"g\" is no digit of octets in hex");
+    expect_usage("inject bpdu 6 --hex 018", "3 digits in hex are no whole octets");
+    expect_usage("inject bpdu 6 --hex 01 --cost 3", "fields do not go with --hex or --capture");
+    expect_refused("inject bpdu 6 --hex " + std::string(2050, '0'), "a frame has 1 to 1024 octets, this one has 1025");
+}
+
+TEST_F(inject, fields_that_are_none)
+{
+    expect_usage("inject bpdu", "PORT is required");
+    expect_refused("inject bpdu 7", "port 7: allowed is 1 to 6");
+    expect_usage("inject bpdu x", "PORT: \"x\" is not a number");
+    expect_usage("inject bpdu 1 --type mst", "--type: \"mst\" is none of rst, config, tcn");
+    expect_usage("inject bpdu 1 --role king", "--role: \"king\" is none of unknown, alternate, root, designated");
+    expect_usage("inject bpdu 1 --flags tc,up",
+                 "--flags: \"up\" is none of tc, proposal, learning, forwarding, agreement, tc-ack");
+    expect_usage("inject bpdu 1 --root-id 4096", "--root-id: \"4096\" should read PRIORITY/ADDRESS");
+    expect_usage("inject bpdu 1 --root-id 4096/02:00:00:00:00",
+                 "--root-id: \"02:00:00:00:00\" should read as 02:00:00:00:01:00");
+    expect_refused("inject bpdu 1 --root-id 65536/02:00:00:00:00:01", "priority 65536: allowed is 0 to 65535");
+    expect_refused("inject bpdu 1 --cost 4294967296", "path cost 4294967296: allowed is 0 to 4294967295");
+    expect_refused("inject bpdu 1 --port-id 0x10000", "port identifier 65536: allowed is 0 to 65535");
+    expect_refused("inject bpdu 1 --max-age 256", "seconds 256: allowed is 0 to 255 s");
+}
+
+TEST_F(inject, bpdus_of_a_capture)
+{
+    write_file(capture, capture_of({other_frame(), rst_frame(), tagged(rst_frame())}));
+    run_t result = run_on_board("inject bpdu 1 --capture " + capture);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "2 of 3 frames sent\n");
+    octets_t both = bpdu_message(2, rst_frame());
+    both.insert(both.end(), both.begin(), both.begin() + static_cast<long>(both.size()));
+    EXPECT_EQ(control.read_all(), both);
+
+    result = run_on_board("inject bpdu 1 --frame 1 --capture " + capture);
+    EXPECT_EQ(result.output, "1 of 3 frames sent\n");
+    EXPECT_EQ(control.read_all(), bpdu_message(2, other_frame()));
+
+    expect_refused("inject bpdu 1 --frame 4 --capture " + capture, capture + " has no frame 4: it has 3");
+    expect_usage("inject bpdu 1 --frame 4", "--frame requires --capture");
+}
+
+TEST_F(inject, captures_that_are_none)
+{
+    write_file(capture, capture_of({other_frame()}));
+    expect_refused("inject bpdu 1 --capture " + capture, "none of the 1 frames of " + capture + " is a BPDU");
+
+    write_file(capture, capture_of({rst_frame()}, 113));
+    expect_refused("inject bpdu 1 --capture " + capture,
+                   capture + " holds no Ethernet frames: capture on one interface, not on \"any\"");
+
+    const std::string whole = capture_of({rst_frame(), rst_frame()});
+    write_file(capture, whole.substr(0, whole.size() - 1));
+    const run_t damaged = run_on_board("inject bpdu 1 --capture " + capture);
+    EXPECT_EQ(damaged.status, 1);
+    EXPECT_TRUE(damaged.output.starts_with("lvt_rstpctl: " + capture + " is damaged after frame 1: "))
+        << damaged.output;
+
+    write_file(capture, "hello");
+    const run_t text = run_on_board("inject bpdu 1 --capture " + capture);
+    EXPECT_EQ(text.status, 1);
+    EXPECT_TRUE(text.output.starts_with("lvt_rstpctl: " + capture + " is no capture file that can be read: "))
+        << text.output;
+    EXPECT_EQ(control.read_all().size(), 0u);
+}
+
+TEST_F(inject, dry_run_tells_the_bpdu)
+{
+    const run_t result = run("--dry-run inject bpdu 2 --root-id 4096/02:00:00:00:99:00");
+    EXPECT_TRUE(result.output.starts_with("to /tmp/rstp_if_pipe, 69 octets:\n"
+                                          "received frame (type 0)\n"
+                                          "  port octet 3\n"
+                                          "  RST BPDU of 4096/02:00:00:00:99:00, root 4096/02:00:00:00:99:00, cost 0, "
+                                          "port 1, priority 128 (designated)\n"))
+        << result.output;
+}
+
+// ---- decode ----------------------------------------------------------------------------
+
+TEST_F(decode_command, a_control_message)
+{
+    expect_says("decode 'bc301182 06000000 0a00060000000000 010000000001'",
+                "control message, LACP on ports\n"
+                "    0  bc 30 11 82               magic                   control message\n"
+                "    4  06 00 00 00               frame length            6 octets of body\n"
+                "    8  0a                        type                    10, LACP on ports\n"
+                "    9  00                        port                    ignored\n"
+                "   10  06 00                     length                  ignored\n"
+                "   12  00 00 00 00               reserved\n"
+                "   16  01                        port 1 LACP             on\n"
+                "   17  00                        port 2 LACP             off\n"
+                "   18  00                        port 3 LACP             off\n"
+                "   19  00                        port 4 LACP             off\n"
+                "   20  00                        port 5 LACP             off\n"
+                "   21  01                        port 6 LACP             on\n");
+}
+
+TEST_F(decode_command, a_tagged_frame)
+{
+    const run_t result = run_on_board("decode " + hex(tagged(rst_frame())));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output,
+              "RST BPDU of 4096/02:00:00:00:99:00, root 4096/02:00:00:00:99:00, cost 0, port 1, priority 128 "
+              "(designated, proposal)\n"
+              "    0  01 80 c2 00 00 00         destination             01:80:c2:00:00:00\n"
+              "    6  02 00 00 00 99 00         source                  02:00:00:00:99:00\n"
+              "   12  88 99 84 82               switch tag              out of front port 1\n"
+              "   16  00 27                     length                  39\n"
+              "   18  42 42 03                  LLC                     spanning tree\n"
+              "   21  00 00                     protocol                0\n"
+              "   23  02                        version                 2\n"
+              "   24  02                        type                    RST BPDU\n"
+              "   25  0e                        flags                   designated, proposal\n"
+              "   26  10 00                     root priority           4096\n"
+              "   28  02 00 00 00 99 00         root address            02:00:00:00:99:00\n"
+              "   34  00 00 00 00               root path cost          0\n"
+              "   38  10 00                     bridge priority         4096\n"
+              "   40  02 00 00 00 99 00         bridge address          02:00:00:00:99:00\n"
+              "   46  80 01                     port identifier         port 1, priority 128\n"
+              "   48  00 00                     message age             0 s\n"
+              "   50  14 00                     max age                 20 s\n"
+              "   52  02 00                     hello time              2 s\n"
+              "   54  0f 00                     forward delay           15 s\n"
+              "   56  00                        version 1 length        0\n");
+}
+
+TEST_F(decode_command, a_stream_of_messages)
+{
+    const std::string stream = hex(work_flush_message()) + hex(aggr_status_message({0, 7, 7, 3, 4, 5, 200}));
+    expect_says("decode --brief " + stream, "control message, empty the work table\n"
+                                            "control message, groups of ports\n");
+    const run_t result = run_on_board("decode " + stream);
+    EXPECT_NE(result.output.find("   17  07                        port 1                  in group 7\n"),
+              std::string::npos)
+        << result.output;
+    EXPECT_NE(result.output.find("   22  c8                        port 6                  alone\n"), std::string::npos)
+        << result.output;
+}
+
+TEST_F(decode_command, standard_input)
+{
+    const run_t result = run("decode --brief - <<'END'\n" + hex(rst_frame()).substr(0, 30) + "\n" +
+                             hex(rst_frame()).substr(30) + "\nEND\ntrue");
+    EXPECT_TRUE(result.output.starts_with("RST BPDU of 4096/")) << result.output;
+}
+
+TEST_F(decode_command, what_is_cut_off_is_told)
+{
+    const auto fault_of_octets = [](octets_t octets, size_t size) {
+        octets.resize(size);
+        return decode(octets).fault;
+    };
+    const octets_t message = system_config_message(LVT_RSTP_SYSTEM_DEFAULTS);
+    EXPECT_EQ(fault_of_octets(message, message.size()), "");
+    for (size_t size = 8; size < message.size(); size++)
+        EXPECT_EQ(fault_of_octets(message, size), fmt::format("{} of its 26 octets are missing", 26 - size));
+    for (size_t size = 17; size < rst_frame().size(); size++)
+        EXPECT_EQ(fault_of_octets(rst_frame(), size), "the frame is cut off");
+
+    EXPECT_EQ(decode(raw_message(RSTP_MSG_SYSTEM_CONFIG, octets_t{1, 2})).fault, "the body is too short for type 3");
+    EXPECT_EQ(decode(octets_t{0xAC, 0x01, 0x43, 0x52, 6, 0, 0, 0, 7}).fault, "the message is cut off");
+    EXPECT_EQ(decode(octets_t{0xB2, 0x06, 0x66, 0xA8}).fault, "the message is cut off");
+
+    const run_t result = run_on_board("decode bc301182 01");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("lvt_rstpctl: not all of it is sound: see the faults above\n"), std::string::npos);
+}
+
+TEST_F(decode_command, what_the_daemon_would_not_take_is_told)
+{
+    octets_t message = raw_message(RSTP_MSG_LACP_ENABLE, octets_t(1025));
+    EXPECT_EQ(decode(message).fault, "a body has at most 1024 octets: the daemon drops this message");
+    octets_t frame = rst_frame();
+    frame[offsetof(bpdu_t, length) + 1] = 40;
+    EXPECT_EQ(decode(frame).fault, "its length field speaks of 54 octets, but there are 53");
+    EXPECT_EQ(decode(other_frame()).fault,
+              "this begins as none of the daemon's messages, and as a frame it carries no BPDU");
+    EXPECT_EQ(decode(other_frame(), kind_t::frame).fault, "");
+
+    const run_t result = run_on_board("decode " + hex(bpdu_message(1, rst_frame())));
+    EXPECT_NE(result.output.find("1, which is no front port"), std::string::npos) << result.output;
+}
+
+TEST_F(decode_command, any_octets_at_all)
+{
+    // Whatever comes is explained within its bounds; the sanitizers watch.
+    uint32_t random = 20261120;
+    for (int round = 0; round < 2000; round++) {
+        octets_t octets(round % 150);
+        for (uint8_t &octet : octets)
+            octet = static_cast<uint8_t>((random = random * 1664525 + 1013904223) >> 24);
+        if (round % 4 == 1 && octets.size() > 8)
+            std::copy_n(RSTP_MAGIC, 4, octets.begin());
+        if (round % 4 == 2 && octets.size() > 8)
+            std::copy_n(LACP_MSG_MAGIC, 4, octets.begin());
+        size_t explained = 0;
+        for (const decoded_t &decoded : decode_all(octets)) {
+            EXPECT_FALSE(decoded_text(decoded).empty());
+            explained += decoded.octets;
+        }
+        EXPECT_EQ(explained, octets.size()) << round;
+    }
+}
+
+TEST_F(decode_command, a_kind_by_name)
+{
+    EXPECT_TRUE(run("decode --as lacp " + hex(rst_frame())).output.starts_with("message to the LACP daemon\n"));
+    EXPECT_TRUE(run("decode --as mux " + hex(rst_frame())).output.starts_with("message to the port multiplexer"));
+    EXPECT_TRUE(run("decode --as control " + hex(rst_frame())).output.starts_with("control message"));
+    expect_usage("decode --as music 00", "--as: \"music\" is none of any, control, lacp, mux, frame");
+    expect_usage("decode", "decode: give octets in hex, or --capture FILE");
+    expect_usage("decode 0g", "\"g\" is no digit of octets in hex");
+}
+
+TEST_F(decode_command, a_capture)
+{
+    write_file(capture, capture_of({other_frame(), rst_frame()}));
+    const run_t result = run_on_board("decode --brief --capture " + capture);
+    EXPECT_EQ(result.status, 0);
+    std::istringstream lines(result.output);
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_TRUE(line.starts_with("frame 1, 2026-11-") && line.ends_with(": frame of 60 octets, no BPDU")) << line;
+    std::getline(lines, line);
+    EXPECT_NE(line.find(": RST BPDU of 4096/02:00:00:00:99:00, root "), std::string::npos) << line;
+}
