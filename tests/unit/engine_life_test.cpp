@@ -97,7 +97,7 @@ protected:
 
 TEST_F(bridge_start_test, takes_the_address_and_its_own_values_for_the_root)
 {
-    stpm_t *bridge = bridge_with({1});
+    stpm_t *bridge = bridge_with({1, 2}); // with a second port, roles are selected later
     bridge->BrTimes = {.MessageAge = 7, .MaxAge = 21, .ForwardDelay = 16, .HelloTime = 3};
     world.mac = {0x02, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE};
     ASSERT_EQ(STP_stpm_enable(bridge, 1), 0);
@@ -109,6 +109,7 @@ TEST_F(bridge_start_test, takes_the_address_and_its_own_values_for_the_root)
     EXPECT_TRUE(STP_eq_times(&bridge->BrTimes, &times));
     EXPECT_TRUE(STP_eq_times(&bridge->rootTimes, &times));
     EXPECT_EQ(bridge->admin_state, 1);
+    EXPECT_EQ(bridge->rolesel.State, STP_BEGIN);
 }
 
 TEST_F(bridge_start_test, flushes_once_for_the_bridge_then_brings_its_ports_to_discarding)

@@ -656,4 +656,18 @@ TEST_F(steps_DeathTest, a_cursor_with_a_port_but_no_bridge_is_a_programming_erro
                                               "lvt_rstp", "STP_stpm_update", 332));
 }
 
+TEST_F(steps_DeathTest, a_world_that_breaks_the_cursor_is_a_programming_error)
+{
+    stpm_t *bridge = bridge_create();
+    port_attach(bridge, 1);
+    port_attach(bridge, 2);
+    STP_stpm_enable(bridge, 1);
+    settle();
+    world.on_state = [] { current_stpm = nullptr; };
+    EXPECT_DEATH(STP_stpm_update(),
+                 assertion("(current_stpm == ((void *)0) && current_port == ((void *)0)) || "
+                           "(current_stpm != ((void *)0) && current_port != ((void *)0))",
+                           "lvt_rstp", "lvt_rstp_more_work", 316));
+}
+
 } // namespace

@@ -56,6 +56,8 @@ port_t *STP_OUT_sending_port(uint32_t port_index)
 int lvt_aggr_set_stpstate(uint32_t l2port, uint8_t code)
 {
     entered->actions.push_back(fmt::format("state {} {}", l2port, code));
+    if (entered->on_state)
+        entered->on_state();
     return 0;
 }
 

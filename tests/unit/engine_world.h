@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <string>
@@ -77,6 +78,7 @@ struct world_t {
     std::map<uint32_t, port_t *> sending_ports;     ///< where it is not the port's own record
     bool short_of_memory = false;
     int send_result = 0;
+    std::function<void()> on_state; ///< called with every request for a hardware state
 
     // what it has seen
     std::vector<std::string> actions; ///< "flush 3 0 1 2", "state 3 4", "send 3 RST" in their order
