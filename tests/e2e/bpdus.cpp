@@ -1,6 +1,7 @@
 #include "bpdus.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace lab {
 
