@@ -89,6 +89,18 @@ TEST_F(aggr, a_group_sends_through_its_first_member)
     }
 }
 
+TEST_F(aggr, the_address_sent_is_the_members_of_now)
+{
+    boot();
+    send_groups_enabled(true);
+    send_groups(TWO_AND_FOUR); // no link yet, no address
+    send_links({2});
+    seconds(5);
+    ASSERT_FALSE(board.frames.empty());
+    EXPECT_EQ(hex(record(7).mac, 6), "00 00 00 00 00 00");
+    EXPECT_EQ(hex(&board.frames.back().octets[6], 6), "00 11 22 33 44 52");
+}
+
 TEST_F(aggr, a_group_forwards_on_all_members)
 {
     boot_two_hosts();
@@ -295,6 +307,18 @@ TEST_F(aggr, a_port_inherits_the_groups_edge)
     EXPECT_EQ(record(2).config.adminEdge, 1);
 }
 
+TEST_F(aggr, without_spanning_tree_a_restored_port_keeps_its_own_edge)
+{
+    boot_two_hosts();
+    send_enabled({4});
+    send_groups(TWO_AND_FOUR);
+    seconds(20);
+    send_bpdu(2, bpdu_frame({.root_priority = 0xF000}));
+    ASSERT_EQ(record(7).operEdge, 0);
+    send_groups(ONLY_FOUR);
+    EXPECT_EQ(record(2).operEdge, 1);
+}
+
 TEST_F(aggr, without_spanning_tree_a_restored_port_forwards)
 {
     boot({2});
@@ -457,6 +481,24 @@ TEST_F(aggr, duplex_of_groups_and_members)
     links[3].link = 0;
     send_links();
     EXPECT_EQ(lvt_aggr_get_linkduplex(8), 0); // a member is down
+}
+
+TEST_F(aggr, questions_about_what_does_not_exist)
+{
+    boot({1});
+    for (const uint32_t l2port : {0u, 10u}) {
+        EXPECT_EQ(lvt_aggr_get_linkstate(l2port), 0);
+        EXPECT_EQ(lvt_aggr_get_linkspeed(l2port), 0u);
+    }
+}
+
+TEST_F(aggr, an_empty_list_forms_nothing)
+{
+    boot({1});
+    const uint8_t list[7] = {9, 0, 0, 0, 0, 0, 0}; // octet 0 is not read
+    lvt_rstp_aggr_add(8, list);
+    EXPECT_EQ(record(8).stpEnabled, 0);
+    EXPECT_EQ(lvt_rstp_vars.by_l2port[7], &record(8));
 }
 
 // ---- programming errors -----------------------------------------------------------------

@@ -195,7 +195,10 @@ int mdio_intf_access_multi(mdio_multi_t *request)
     const std::vector<mdio_op_t> batch(request->operations, request->operations + request->count);
     const bool fails = board.chip_fails || board.failing_batches.contains(board.batches.size());
     board.batches.push_back(batch);
-    board.log.push_back(words_of(batch));
+    const std::string words = words_of(batch);
+    if (board.on_engine_call && (words.starts_with("state") || words == "flush"))
+        board.on_engine_call(words);
+    board.log.push_back(words);
     if (fails)
         return -1;
     for (const mdio_op_t &op : batch)
@@ -364,6 +367,8 @@ ssize_t __wrap_sendto(int fd, const void *octets, size_t length, int flags, cons
     note_mux();
     const octets_t frame = octets_of(octets, length);
     board.frames.push_back({fd, flags, frame, octets_of(to, to_length)});
+    if (board.on_engine_call)
+        board.on_engine_call("frame");
     board.log.push_back(frame.size() < 25 ? "?short frame"
                                           : format("frame %d %s", port_of_tag(frame[15]), kind_of(frame[24])));
     if ((errno = board.send_error) != 0)

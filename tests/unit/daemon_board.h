@@ -63,6 +63,7 @@ struct board_t {
     std::function<std::optional<int>(void *(*body)(void *))> on_thread;
     std::function<void(const timespec *)> on_sleep;
     std::function<void(const std::string &path)> on_open;
+    std::function<void(const std::string &line)> on_engine_call; ///< before a state, flush or frame is logged
 
     /// All that the board saw, in order and in words, see board_log().
     std::vector<std::string> log;

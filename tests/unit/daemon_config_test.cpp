@@ -426,6 +426,23 @@ TEST_F(config, unchanged_port_settings_do_nothing)
     EXPECT_NE(current_stpm, nullptr);
 }
 
+TEST_F(config, settings_of_each_group_wait_for_the_pass_of_the_one_before)
+{
+    boot({1, 2});
+    lvt_rstp_port_config_t settings = LVT_RSTP_PORT_DEFAULTS;
+    settings.adminEnable = 1;
+    send_group_settings(settings);
+    send_groups({0, 7, 8, 3, 4, 5, 6});
+    seconds(1);
+    ASSERT_EQ(record(8).pathCost, 20000u);
+    settings.adminPathCost = 99;
+    record(9).config = settings; // the last group has them already
+    lvt_rstp_set_portconfig(0, &settings);
+    EXPECT_EQ(record(8).pathCost, 20000u); // not seen by the pass that group 7 began
+    lvt_rstp_run_pending();
+    EXPECT_EQ(record(8).pathCost, 99u);
+}
+
 TEST_F(config, port_settings_finish_pending_work_even_when_unchanged)
 {
     boot({1, 2});

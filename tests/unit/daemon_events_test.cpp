@@ -514,6 +514,18 @@ TEST_F(events, tick_finishes_decrements_and_begins)
     EXPECT_THAT(board.frames, testing::Not(IsEmpty()));
 }
 
+TEST_F(events, tick_decrements_what_pending_work_set)
+{
+    boot({1});
+    send_enabled({1});
+    seconds(10);
+    record(1).helloWhen = 0;
+    STP_stpm_update(); // the hello of port 1 is pending, and sets its timer to 2
+    ASSERT_FALSE(at_rest());
+    lvt_rstp_tick();
+    EXPECT_EQ(record(1).helloWhen, 1);
+}
+
 TEST_F(events, tick_before_the_start_only_counts)
 {
     lvt_rstp_tick();

@@ -157,8 +157,15 @@ int daemon_test::serve()
 {
     static rstp_msg_t message;
     const int result = rstp_msg_recv(&message);
-    if (result == 1)
-        rstp_dispatch(&message);
+    if (result != 1)
+        return result;
+    board.on_engine_call = [](const std::string &line) {
+        int free = -1;
+        sem_getvalue(&rstp_core_sem, &free);
+        EXPECT_EQ(free, 0) << "the engine runs without its lock: " << line;
+    };
+    rstp_dispatch(&message);
+    board.on_engine_call = nullptr;
     return result;
 }
 

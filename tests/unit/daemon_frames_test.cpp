@@ -90,6 +90,16 @@ TEST_F(frames, lengths)
     }
 }
 
+TEST_F(frames, what_is_no_ethernet_frame_is_refused)
+{
+    const octets_t frame = counting(2000);
+    for (size_t length : {0, 11, 1515, 2000})
+        EXPECT_EQ(rstp_rawSocketIfTx(frame.data(), 1, length), -1) << length;
+    EXPECT_THAT(board.frames, IsEmpty());
+    EXPECT_EQ(rstp_rawSocketIfTx(frame.data(), 1, 1514), 0);
+    EXPECT_EQ(board.frames.back().octets.size(), 1518u);
+}
+
 TEST_F(frames, destination_and_flags_of_the_call)
 {
     memset(&rstp_socket_addr, 0x5A, sizeof rstp_socket_addr);

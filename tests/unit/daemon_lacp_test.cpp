@@ -31,6 +31,13 @@ TEST_F(lacp, any_message)
     EXPECT_EQ(lacp_received().size(), 524u);
 }
 
+TEST_F(lacp, too_long_a_message_is_refused)
+{
+    const octets_t message(4 + 513);
+    EXPECT_EQ(send_lacp_data(message.data(), 513), -1);
+    EXPECT_THAT(lacp_received(), IsEmpty());
+}
+
 TEST_F(lacp, pipe_is_opened_anew_for_each_message)
 {
     std::vector<std::string> opened;

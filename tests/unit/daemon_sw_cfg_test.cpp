@@ -232,6 +232,15 @@ TEST_F(sw_cfg, bypass_stops_at_the_first_failure)
     EXPECT_EQ(board.console, "");
 }
 
+TEST_F(sw_cfg, what_is_no_front_port_reaches_no_register)
+{
+    for (uint32_t index : {6u, 7u, 8u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(sw_cfg_stp_mstpState_set_api(index, 1), -1);
+        EXPECT_EQ(sw_cfg_l2_ucastAddr_flush_api(index), -1);
+    }
+    EXPECT_THAT(board.batches, IsEmpty());
+}
+
 TEST_F(sw_cfg, l2pt_report)
 {
     l2pt_trap_set(0, 1);

@@ -186,6 +186,7 @@ TEST_F(threads, the_main_loop_serves_messages_and_outlives_bad_ones)
     config.max_age = 28;
     write_control({1, 2, 3, 4, 5, 6, 7, 8});
     write_control(system_config_message(config));
+    write_control(port_config_message(default_port_configs())); // what it starts with: no change
     write_control(raw_message(77, {}));
     config.hello_time = 3;
     write_control(system_config_message(config));
@@ -196,8 +197,11 @@ TEST_F(threads, the_main_loop_serves_messages_and_outlives_bad_ones)
         board.on_select = [](int, fd_set *, const timeval *) -> std::optional<int> {
             if (!is_free(rstp_core_sem) || !is_free(rstp_data_sem))
                 print("waits with a lock\n");
-            if (waits++ < 4)
+            if (waits++ < 5)
                 return {};
+            for (const std::string &line : board_log())
+                if (line.starts_with("trap"))
+                    print(line + "\n");
             print("max age " + std::to_string(lvt_rstp_vars.config.max_age) + ", hello time " +
                   std::to_string(lvt_rstp_vars.config.hello_time) + "\n");
             return 0;
