@@ -10,7 +10,8 @@ endif()
 
 string(REGEX MATCHALL "\n[^ \n]+\\." suites "${listing}")
 foreach(suite IN LISTS suites)
+    string(REGEX REPLACE "[\n.]" "" name ${suite})
     string(STRIP ${suite} suite)
-    string(REGEX REPLACE "\\.$" "" name ${suite})
     add_test(${prefix}${name} ${command} --gtest_filter=${suite}*)
+    set_tests_properties(${prefix}${name} PROPERTIES TIMEOUT 600) # some suites count by the hundred thousand
 endforeach()
