@@ -81,7 +81,7 @@ protected:
     }
 
     static constexpr lvt_rstp_system_config_t BRIDGE = {.bridge_priority = 24576, .max_age = 9, .hello_time = 1,
-                                                        .forward_delay = 5, .force_version = 2, .reserved = 0};
+                                                        .forward_delay = 2, .force_version = 2, .reserved = 0};
 
     void take_part(uint8_t force_version)
     {
@@ -202,7 +202,7 @@ TEST_F(daemon_frames, rst_bpdus)
             .version = "2", .type = "0x02", .flags = "",
             .root_priority = "24576", .root_address = "02:00:00:00:01:00", .cost = "0",
             .port = fmt::format("0x{:02x}{:02x}", port == 4 ? 16 : 128, port),
-            .message_age = "0", .max_age = "9", .hello_time = "1", .forward_delay = "5", .version_1_length = "0"};
+            .message_age = "0", .max_age = "9", .hello_time = "1", .forward_delay = "2", .version_1_length = "0"};
         std::string course;
         for (const json &frame : layers) {
             EXPECT_EQ(ethernet_in(frame), ethernet_of(port, 39, 7));
@@ -264,7 +264,7 @@ TEST_F(daemon_frames, configuration_bpdus)
                       text_of({.version = "0", .type = "0x00", .flags = "0x00",
                                .root_priority = "24576", .root_address = "02:00:00:00:01:00", .cost = "0",
                                .port = fmt::format("0x{:02x}{:02x}", port == 4 ? 16 : 128, port),
-                               .message_age = "0", .max_age = "9", .hello_time = "1", .forward_delay = "5",
+                               .message_age = "0", .max_age = "9", .hello_time = "1", .forward_delay = "2",
                                .version_1_length = "none"}));
         }
     }
