@@ -1,0 +1,270 @@
+// lvt_rstpctl against running daemons: what it sends is in force, what it shows is so.
+#include <csignal>
+#include <fstream>
+#include <list>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include "daemon/messages.h"
+#include "fixture.h"
+
+namespace {
+
+using namespace e2e;
+using json_t = nlohmann::json;
+
+constexpr char FAST_ROOT[] = "[bridge]\npriority = 4096\nmax_age = 6\nhello_time = 1\nforward_delay = 4\n"
+                             "[port.1]\nspanning_tree = true\nedge = false\n"
+                             "[port.2]\nspanning_tree = true\nedge = false\n";
+constexpr char FAST_LEAF[] = "[bridge]\nmax_age = 6\nhello_time = 1\nforward_delay = 4\n"
+                             "[port.1]\nspanning_tree = true\nedge = false\n"
+                             "[port.2]\nspanning_tree = true\nedge = false\n";
+
+class ctl : public switches_test_t {
+protected:
+    lab::switch_t &start_switch()
+    {
+        lab::switch_t &device = add_switch();
+        device.start();
+        return device;
+    }
+
+    void connect(const lab::switch_t &near, const lab::switch_t &far, int port)
+    {
+        cables_.emplace_back(near.port(port), far.port(port));
+    }
+    lab::cable_t &cable(size_t index) { return *std::next(cables_.begin(), static_cast<long>(index)); }
+
+    /// Runs the tool in the switch, its arguments parted by blanks.
+    static lab::outcome_t run(const lab::switch_t &device, const std::string &arguments)
+    {
+        return device.node().run({.argv = {"sh", "-c", fmt::format("{} {}", LVT_RSTPCTL, arguments)}});
+    }
+
+    /// Runs the tool, which must succeed. Returns what it says.
+    static std::string done(const lab::switch_t &device, const std::string &arguments)
+    {
+        const lab::outcome_t outcome = run(device, arguments);
+        EXPECT_EQ(outcome.exit_code, 0) << arguments << "\n" << outcome.output;
+        return outcome.output;
+    }
+    static bool is_so(const lab::switch_t &device, const std::string &statement)
+    {
+        const lab::outcome_t outcome = run(device, fmt::format("expect '{}' --within 20", statement));
+        EXPECT_EQ(outcome.exit_code, 0) << outcome.output;
+        return outcome.exit_code == 0;
+    }
+
+    static void write_config(const lab::switch_t &device, const std::string &text)
+    {
+        std::ofstream(device.node().path("/tmp/switch.toml")) << text;
+    }
+
+private:
+    std::list<lab::cable_t> cables_;
+};
+
+TEST_F(ctl, apply_puts_the_file_in_force)
+{
+    lab::switch_t &device = start_switch();
+    write_config(device, "[bridge]\npriority = 8192\nhello_time = 1\n"
+                         "[port.2]\nspanning_tree = true\npath_cost = 77\npriority = 16\nedge = false\n"
+                         "point_to_point = false\nlacp = true\n"
+                         "[groups]\nspanning_tree = true\npath_cost = 99\n3 = []\n");
+    EXPECT_EQ(run(device, "apply /tmp/switch.toml").exit_code, 1); // 3 is no group: nothing is sent
+    EXPECT_THAT(ask(device, "debug show system_config"), testing::HasSubstr("      32768        20"));
+
+    write_config(device, "[bridge]\npriority = 8192\nhello_time = 1\n"
+                         "[port.2]\nspanning_tree = true\npath_cost = 77\npriority = 16\nedge = false\n"
+                         "point_to_point = false\nlacp = true\n"
+                         "[groups]\nspanning_tree = true\npath_cost = 99\n7 = [5, 6]\n");
+    EXPECT_EQ(done(device, "apply /tmp/switch.toml"), "");
+    serve_all(device);
+    EXPECT_THAT(ask(device, "debug show system_config"), testing::HasSubstr("       8192        20            1"));
+    const std::string ports = ask(device, "debug show port_config");
+    EXPECT_THAT(ports, testing::HasSubstr("Aggr          99         128        1      1     2\n"));
+    EXPECT_THAT(ports, testing::HasSubstr("   2          77          16        1      0     1\n"));
+    EXPECT_THAT(ports, testing::HasSubstr("   1           0         128        0      1     2\n"));
+    EXPECT_THAT(ask(device, "debug show lacp_port_config"), testing::HasSubstr("   1           1\n   2           0\n"));
+    EXPECT_THAT(ask(device, "debug show rstp_aggr_status"), testing::HasSubstr("   5         7\n   6         7\n"));
+
+    // What is no longer in the file is as it was at first.
+    write_config(device, "[groups]\n7 = []\n");
+    done(device, "apply /tmp/switch.toml");
+    serve_all(device);
+    EXPECT_THAT(ask(device, "debug show system_config"), testing::HasSubstr("      32768        20            2"));
+    EXPECT_THAT(ask(device, "debug show port_config"), testing::HasSubstr("   2           0         128        0"));
+    EXPECT_THAT(ask(device, "debug show rstp_aggr_status"), testing::HasSubstr("   5         0\n   6         0\n"));
+}
+
+TEST_F(ctl, a_tree_of_two_switches_is_shown_as_it_is)
+{
+    lab::switch_t &root = start_switch(), &leaf = start_switch();
+    write_config(root, FAST_ROOT);
+    write_config(leaf, FAST_LEAF);
+    done(root, "apply /tmp/switch.toml");
+    done(leaf, "apply /tmp/switch.toml");
+    connect(root, leaf, 1);
+    connect(root, leaf, 2);
+
+    const std::string root_id = fmt::format("4096/{}", root.node().mac());
+    ASSERT_TRUE(is_so(root, "root is this bridge"));
+    ASSERT_TRUE(is_so(leaf, "root is " + root_id));
+    ASSERT_TRUE(is_so(leaf, "port 1 is root"));
+    ASSERT_TRUE(is_so(leaf, "port 2 is alternate"));
+    ASSERT_TRUE(is_so(root, "ports 1,2 forward"));
+    ASSERT_TRUE(is_so(leaf, "port 1 forwards"));
+    EXPECT_EQ(run(leaf, "expect root is this bridge").exit_code, 1);
+
+    const json_t document = json_t::parse(done(leaf, "show -j"));
+    EXPECT_EQ(document["bridge"]["root"], root_id);
+    EXPECT_EQ(document["bridge"]["hello_time"], 1);
+    EXPECT_EQ(document["ports"][1]["role"], "alternate");
+    EXPECT_EQ(document["ports"][1]["designated_bridge"], root_id);
+    EXPECT_EQ(document["ports"][2]["role"], "off");
+    EXPECT_GT(document["ports"][0]["received"]["rst"], 0);
+    EXPECT_THAT(done(leaf, "show ports"), testing::ContainsRegex("\n2 +alternate +discarding +[0-9]+ +no +yes +RSTP"));
+
+    // From outside, through the daemon's own root folder.
+    const std::string outside = fmt::format("/proc/{}/root", leaf.daemon().pid());
+    const lab::outcome_t shown = lab::run({.argv = {LVT_RSTPCTL, "--root", outside, "show", "bridge", "-o"}});
+    EXPECT_EQ(shown.exit_code, 0) << shown.output;
+    EXPECT_THAT(shown.output, testing::HasSubstr(" root=" + root_id + " "));
+
+    // The monitor sees the second way taken.
+    lab::process_t watcher =
+        leaf.node().start({.argv = {"sh", "-c", fmt::format("exec {} monitor > /tmp/changes", LVT_RSTPCTL)}});
+    ASSERT_TRUE(lab::within(SOON, [&] { return leaf.node().read("/proc/" + std::to_string(watcher.pid()) + "/comm") ==
+                                               "lvt_rstpctl\n"; }));
+    ASSERT_TRUE(ticks(leaf, 2));
+    cable(0).pull();
+    EXPECT_TRUE(is_so(leaf, "root port is 2"));
+    EXPECT_TRUE(lab::within(SOON, [&] {
+        const std::string changes = leaf.node().read("/tmp/changes");
+        return changes.find(" root port 1 -> 2\n") != std::string::npos &&
+               changes.find(" port 1 role root -> disabled\n") != std::string::npos &&
+               changes.find(" port 2 role alternate -> root\n") != std::string::npos;
+    })) << leaf.node().read("/tmp/changes");
+    watcher.stop();
+}
+
+TEST_F(ctl, set_keeps_the_rest_and_the_trap)
+{
+    lab::switch_t &root = start_switch(), &leaf = start_switch();
+    write_config(root, FAST_ROOT);
+    write_config(leaf, FAST_LEAF);
+    done(root, "apply /tmp/switch.toml");
+    done(leaf, "apply /tmp/switch.toml");
+    connect(root, leaf, 1);
+    ASSERT_TRUE(is_so(leaf, "port 1 is root"));
+
+    // Port 2, the last, goes off: BPDUs are still heard on port 1.
+    done(leaf, "set port 2 --spanning-tree off --file /tmp/switch.toml");
+    ASSERT_TRUE(is_so(leaf, "port 2 is off"));
+    const uint32_t heard = leaf.status()->port(1).received.rstp;
+    EXPECT_TRUE(status_within(leaf, SOON, [&](const auto &status) { return status.port(1).received.rstp > heard + 2; }));
+    EXPECT_TRUE(is_so(leaf, "port 1 is root"));
+    EXPECT_THAT(leaf.node().read("/tmp/switch.toml"), testing::StartsWith("[bridge]\nmax_age = 6\n"));
+
+    done(leaf, "set bridge --priority 0 --file /tmp/switch.toml");
+    EXPECT_TRUE(is_so(leaf, "root is this bridge"));
+    EXPECT_TRUE(is_so(root, fmt::format("root is 0/{}", leaf.node().mac())));
+}
+
+TEST_F(ctl, groups_of_the_file_are_formed)
+{
+    lab::switch_t &root = start_switch(), &leaf = start_switch();
+    const std::string groups = "[groups]\nspanning_tree = true\n7 = [1, 2]\n";
+    write_config(root, FAST_ROOT + groups);
+    write_config(leaf, FAST_LEAF + groups);
+    connect(root, leaf, 1);
+    connect(root, leaf, 2);
+    done(root, "apply /tmp/switch.toml");
+    done(leaf, "apply /tmp/switch.toml");
+    ASSERT_TRUE(is_so(leaf, "port 7 is root"));
+    ASSERT_TRUE(is_so(leaf, "ports 1,2 are member"));
+    ASSERT_TRUE(is_so(leaf, "ports 1,2,7 forward"));
+    EXPECT_THAT(done(leaf, "show ports"), testing::HasSubstr("\n7 (1, 2)  root  "));
+
+    // A setting of something else leaves the group in peace.
+    const auto stops = [&leaf] {
+        return count_of(leaf.node().read(lab::BOARD_LOG_FILE), "mux port=1 forwarding=0");
+    };
+    const size_t stops_before = stops();
+    ASSERT_GT(stops_before, 0u);
+    done(leaf, "set port 6 --edge off --file /tmp/switch.toml");
+    EXPECT_THAT(ask(leaf, "debug show port_config"),
+                testing::HasSubstr("   6           0         128        0      0     2\n"));
+    ASSERT_TRUE(is_so(leaf, "ports 1,2,7 forward"));
+    EXPECT_EQ(stops(), stops_before);
+}
+
+TEST_F(ctl, injected_messages_are_heard)
+{
+    lab::switch_t &device = start_switch();
+    write_config(device, "[port.5]\nspanning_tree = true\n[port.6]\nspanning_tree = true\n");
+    done(device, "apply /tmp/switch.toml");
+    done(device, "inject link 5=1000/full 6=100/full");
+    EXPECT_TRUE(is_so(device, "port 5,6 is designated"));
+    EXPECT_THAT(ask(device, "debug show port_status"), testing::HasSubstr("   6      1       1     1\n"));
+
+    done(device, "inject bpdu 5 --root-id 4096/02:00:00:00:99:00 --bridge-id 8192/02:00:00:00:99:01 --cost 5");
+    EXPECT_TRUE(is_so(device, "root is 4096/02:00:00:00:99:00"));
+    EXPECT_TRUE(is_so(device, "root port is 5"));
+    const lab::bridge_status_t status = *device.status();
+    EXPECT_EQ(status.port(5).received.rstp, 1u);
+    EXPECT_EQ(status.port(6).received.all(), 0u);
+    EXPECT_EQ(lab::bridge_id_text(status.port(5).designated_bridge), "8192/02:00:00:00:99:01");
+
+    done(device, "inject groups 9=5,6");
+    EXPECT_TRUE(is_so(device, "port 5-6 is member"));
+    done(device, "inject link");
+    EXPECT_THAT(ask(device, "debug show port_status"), testing::HasSubstr("   5      0       0     0\n"));
+}
+
+TEST_F(ctl, debug_words_reach_the_console)
+{
+    lab::switch_t &device = start_switch();
+    done(device, "debug bpdu_filter enable");
+    serve_all(device);
+    done(device, "debug show bpdu_filter");
+    EXPECT_TRUE(lab::within(SOON, [&] {
+        return device.node().read(lab::CONSOLE_FILE).find("bpdu_filter_en = 1\n") != std::string::npos;
+    }));
+}
+
+TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
+{
+    lab::switch_t &device = start_switch();
+    ASSERT_TRUE(is_so(device, "root is this bridge"));
+    const auto told = [&](const std::string &arguments, const std::string &words) {
+        const lab::outcome_t outcome = run(device, arguments);
+        return outcome.exit_code == 1 && outcome.output.find(words) != std::string::npos;
+    };
+
+    device.daemon().signal(SIGSTOP);
+    EXPECT_TRUE(lab::within(SOON, [&] { return told("show", "so it has ended or hangs"); }));
+    EXPECT_TRUE(told("monitor", "so it has ended or hangs"));
+    EXPECT_TRUE(told("expect root is this bridge", "so it has ended or hangs"));
+
+    // It takes no more than its pipe holds.
+    const fd_t pipe(open(device.node().path(RSTP_IF_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    const std::vector<uint8_t> filling(4096);
+    while (write(pipe.number(), filling.data(), filling.size()) > 0) {
+    }
+    EXPECT_TRUE(told("lacp", "/tmp/rstp_if_pipe is full: the daemon does not read it; is it running, or stopped?"));
+
+    device.daemon().signal(SIGKILL);
+    EXPECT_EQ(device.daemon().wait(), 128 + SIGKILL);
+    EXPECT_TRUE(lab::within(SOON, [&] {
+        return told("lacp", "no reader on /tmp/rstp_if_pipe: is the daemon running?");
+    }));
+    device.board().stop();
+    EXPECT_TRUE(told("lacp", "no pipe at /tmp/rstp_if_pipe: is the daemon's board running?"));
+}
+
+} // namespace
