@@ -35,6 +35,14 @@ tokens_t tokenise(char *text)
 /// A word matches a keyword that it begins with.
 bool matches(const char *word, const char *keyword) { return strncmp(word, keyword, strlen(keyword)) == 0; }
 
+/// The number that a word begins with, or 0. A larger one than an int holds becomes the largest,
+/// whatever the width of long.
+int number_of(const char *word)
+{
+    const long number = strtol(word, nullptr, 10);
+    return number > INT32_MAX ? INT32_MAX : number < INT32_MIN ? INT32_MIN : static_cast<int>(number);
+}
+
 void show_bpdu_filter() { osPrintfConsole("bpdu_filter_en = %d\n", bpdu_filter_en_get()); }
 
 struct report_t {
@@ -67,7 +75,7 @@ void show(const tokens_t &tokens)
         if (report.show)
             return report.show();
         if (tokens.count == 4)
-            return lvt_show_rstp_port_status(static_cast<uint32_t>(atoi(tokens.word[3])));
+            return lvt_show_rstp_port_status(static_cast<uint32_t>(number_of(tokens.word[3])));
         break;
     }
     lvt_debug_menu();

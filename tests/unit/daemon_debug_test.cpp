@@ -172,7 +172,7 @@ TEST_F(debug_cmd, port_numbers_are_read_as_atoi_does)
 
 TEST_F(debug_cmd, a_port_that_does_not_exist_ends_the_process)
 {
-    for (const char *number : {"0", "10", "64", "-1", "x", "\n", "2147483647"})
+    for (const char *number : {"0", "10", "64", "-1", "4294967298", "x", "\n", "2147483647"})
         EXPECT_DEATH(run(std::string("debug show rstp_port_status ") + number),
                      testing::AllOf(HasSubstr("lvt_rstp:"),
                                     HasSubstr("Assertion `((poag) > 0 && (poag) <= (((6) * 1)) + ((3 * 1)+(0 )))' "
