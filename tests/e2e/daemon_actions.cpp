@@ -60,9 +60,10 @@ actions_t watch_t::news()
     for (; seen_ < events.size(); seen_++) {
         const event_t &event = events[seen_];
         if (event.topic == "mux")
-            actions.push_back(event.values.contains("port") ? tells_mux(static_cast<int>(number(event, "port")),
-                                                                        number(event, "forwarding") != 0)
-                                                            : "mux ?");
+            actions.push_back(
+                event.values.contains("port")
+                    ? tells_mux(static_cast<int>(number(event, "port")), number(event, "forwarding") != 0)
+                    : "mux ?");
         if (event.topic != "mdio")
             continue;
         if (event.values.contains("step")) {

@@ -109,11 +109,14 @@ TEST_F(daemon_bad_input, overlong_frames_are_discarded_whole)
         EXPECT_TRUE(serves_a_good_message()) << length;
     }
 
-    // In one piece with a good message: exactly the frame is dropped.
+    // In one piece with a good message: exactly the frame is dropped, although its end looks like
+    // the beginning of another one.
     lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
     config.forward_delay = 99;
-    serve(device, joined(raw_message(RSTP_MSG_SYSTEM_CONFIG, std::span(body).first(1025)),
-                         system_config_message(config)));
+    octets_t frame = raw_message(RSTP_MSG_SYSTEM_CONFIG, std::span(body).first(1025));
+    const octets_t beginning = work_flush_message();
+    std::copy_n(beginning.begin(), sizeof(rstp_frame_header_t), frame.end() - sizeof(rstp_frame_header_t));
+    serve(device, joined(frame, system_config_message(config)));
     EXPECT_THAT(ask(device, "debug show system_config"), HasSubstr("        99 "));
 
     // A length that no pipe holds takes all that is there, and no more.
@@ -199,8 +202,9 @@ TEST_F(daemon_bad_input, bpdu_from_the_cpu_port_is_a_programming_error)
     device.send(bpdu_message(1, octets_of(superior_bpdu())));
     ASSERT_TRUE(lab::within(SOON, [&] { return !device.daemon().running(); }));
     EXPECT_EQ(device.daemon().exit_code(), 128 + SIGABRT);
-    EXPECT_EQ(device.node().read(lab::DAEMON_ERROR_FILE),
-              "lvt_rstpd: lvt_rstp:1197: lvt_rstp_receive: Assertion `((from_port) <= (((6) * 1)))' failed.\n");
+    EXPECT_EQ(
+        device.node().read(lab::DAEMON_ERROR_FILE),
+        "lvt_rstpd: lvt_rstp:1197: lvt_rstp_receive: Assertion `((from_port) <= (((6) * 1)))' failed.\n");
 }
 
 TEST_F(daemon_bad_input, status_of_no_port_is_a_programming_error)
@@ -244,8 +248,9 @@ TEST_F(daemon_bad_input, debug_texts_of_all_kinds)
 {
     std::mt19937 random(20041);
     const std::string console = device.node().read(lab::CONSOLE_FILE);
-    for (const std::string &text : {std::string("bug show system_config"), std::string("Debug show system_config"),
-                                    std::string(" debug"), std::string(100, '\0'), std::string("\n")})
+    for (const std::string &text :
+         {std::string("bug show system_config"), std::string("Debug show system_config"),
+          std::string(" debug"), std::string(100, '\0'), std::string("\n")})
         EXPECT_EQ(ask(device, text), "") << text;
     EXPECT_EQ(ask(device, "debug bpdu_filter"), "");
     EXPECT_EQ(ask(device, "debug bpdu_filter maybe"), "");
@@ -257,7 +262,8 @@ TEST_F(daemon_bad_input, debug_texts_of_all_kinds)
     EXPECT_EQ(ask(device, "debug show a b c d e f g h i j k l m n o p q r s t u v w x y z"), menu);
     EXPECT_EQ(ask(device, "debug show rstp_port_status 1 2 3 4 5 6 7 8 9 10 11 12 13"), menu);
     EXPECT_EQ(ask(device, "debugging"), menu);
-    EXPECT_EQ(ask(device, "debug    show   system_config\n"), ask(device, "debug show system_config_and_more"));
+    EXPECT_EQ(ask(device, "debug    show   system_config\n"),
+              ask(device, "debug show system_config_and_more"));
 
     // More than one read takes: the rest is a text of its own.
     EXPECT_EQ(ask(device, "debug " + std::string(94, 'x') + "debug"), menu + menu);

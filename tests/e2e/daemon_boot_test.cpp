@@ -55,7 +55,8 @@ TEST_F(daemon_boot, does_the_same_when_ports_have_link)
     const lab::node_t far("far", 100);
     std::list<lab::cable_t> cables;
     for (const int port : {1, 4, 5})
-        cables.emplace_back(device.port(port), lab::cable_end_t{&far, fmt::format("port{}", port), far.mac(port)});
+        cables.emplace_back(device.port(port),
+                            lab::cable_end_t{&far, fmt::format("port{}", port), far.mac(port)});
     device.start();
 
     EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));

@@ -32,7 +32,10 @@ protected:
     std::string output() const { return device.node().read(lab::DAEMON_OUTPUT_FILE); }
     std::string errors() const { return device.node().read(lab::DAEMON_ERROR_FILE); }
     std::string console() const { return device.node().read(lab::CONSOLE_FILE); }
-    void remove(const char *path) const { ASSERT_TRUE(std::filesystem::remove(device.node().path(path))) << path; }
+    void remove(const char *path) const
+    {
+        ASSERT_TRUE(std::filesystem::remove(device.node().path(path))) << path;
+    }
 
     /// The daemon ends at once with status 1, after saying so.
     void expect_refusal(const std::string &words)
@@ -197,8 +200,9 @@ TEST_F(daemon_hard_days, a_chip_that_refuses_everything)
         for (int time = 0; time < 2; time++)
             boot = boot + actions_t{is_refused(1), tells_mux(port, true)};
     EXPECT_THAT(watch.news(), ElementsAreArray(boot + actions_t{is_refused(2)}));
-    const std::string boot_words = fmt::format(BATCH_FAILED, "sw_cfg_trap_bypassVlan_rstp_set_api", 444) +
-                                   repeated(fmt::format(BATCH_FAILED, "sw_cfg_stp_mstpState_set_api", 466), 12);
+    const std::string boot_words =
+        fmt::format(BATCH_FAILED, "sw_cfg_trap_bypassVlan_rstp_set_api", 444) +
+        repeated(fmt::format(BATCH_FAILED, "sw_cfg_stp_mstpState_set_api", 466), 12);
     EXPECT_EQ(output(), boot_words);
 
     // What the daemon remembers is what it asked for.
@@ -227,7 +231,8 @@ TEST_F(daemon_hard_days, a_chip_that_refuses_one_rule)
     device.client().set_mdio_failures(1);
     device.start_daemon();
     // The first rule is refused, so the others are not tried; the rest of the boot is as always.
-    EXPECT_THAT(watch.news(), ElementsAreArray(actions_t{is_refused(21)} + all_states() + actions_t{flushes()}));
+    EXPECT_THAT(watch.news(),
+                ElementsAreArray(actions_t{is_refused(21)} + all_states() + actions_t{flushes()}));
     EXPECT_EQ(output(), fmt::format(BATCH_FAILED, "sw_cfg_trap_bypassVlan_rstp_set_api", 444));
 }
 
@@ -236,8 +241,9 @@ TEST_F(daemon_hard_days, a_chip_that_refuses_once_now_and_then)
     device.start_daemon();
     ASSERT_TRUE(ticks(device, 1));
     watch.news();
-    const actions_t joins = {arms_trap(), flushes(), writes_state(2, 1), tells_mux(2, false), writes_state(2, 3),
-                             tells_mux(2, false), flushes(), writes_state(2, 1), tells_mux(2, false)};
+    const actions_t joins = {arms_trap(),         flushes(),          writes_state(2, 1),
+                             tells_mux(2, false), writes_state(2, 3), tells_mux(2, false),
+                             flushes(),           writes_state(2, 1), tells_mux(2, false)};
 
     // Each batch of a port that joins fails once; what comes after it is asked for all the same.
     const std::array<unsigned, 6> sizes = {5, 2, 1, 1, 2, 1};
@@ -284,7 +290,8 @@ TEST_F(daemon_hard_days, a_link_monitor_without_an_answer)
     device.client().set_link_fail(true);
     device.start_daemon();
 
-    EXPECT_THAT(console(), StartsWith("E:lvt_port_status_update() L789 link_mon_intf_param_get() failed\n*****"));
+    EXPECT_THAT(console(),
+                StartsWith("E:lvt_port_status_update() L789 link_mon_intf_param_get() failed\n*****"));
     EXPECT_EQ(count_of(console(), "link_mon_intf_param_get"), 1u);
     EXPECT_THAT(watch.news(), Contains(writes_state(2, 4))) << "the boot goes on";
 
@@ -375,7 +382,8 @@ lab::process_t start_with_console(const lab::switch_t &device, const std::string
 {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").replace_filename("lvt_rstpd");
     const auto open_file = [&](const char *file) {
-        return fd_t(lab::checked(open(device.node().path(file).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), file));
+        return fd_t(
+            lab::checked(open(device.node().path(file).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), file));
     };
     const fd_t out = open_file(lab::DAEMON_OUTPUT_FILE), err = open_file(lab::DAEMON_ERROR_FILE);
     return device.node().start({.argv = {program},

@@ -68,7 +68,8 @@ TEST_F(daemon_messages, bpdu_is_counted_at_the_front_port_behind_the_chip_port)
 
     const auto all = counts(device);
     for (size_t octet = 2; octet < front_port.size(); octet++)
-        EXPECT_EQ(all[static_cast<size_t>(front_port[octet]) - 1], counts_t{.rstp_received = static_cast<long>(octet)})
+        EXPECT_EQ(all[static_cast<size_t>(front_port[octet]) - 1],
+                  counts_t{.rstp_received = static_cast<long>(octet)})
             << "port octet " << octet;
     for (size_t group = 6; group < 9; group++)
         EXPECT_EQ(all[group], counts_t{});
@@ -142,7 +143,8 @@ TEST_F(daemon_messages, link_flushes_at_once_and_moves_the_port_with_the_next_ti
     ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
         return status.port(3).state == lab::STATE_FORWARDING;
     }));
-    EXPECT_EQ(watch.news(), (actions_t{writes_state(3, 3), tells_mux(3, false), writes_state(3, 4), tells_mux(3, true)}))
+    EXPECT_EQ(watch.news(),
+              (actions_t{writes_state(3, 3), tells_mux(3, false), writes_state(3, 4), tells_mux(3, true)}))
         << "a host is expected there: learning and forwarding at once";
 
     serve(device, port_status_message(linked({3, 4})));
@@ -289,8 +291,10 @@ TEST_F(daemon_messages, port_configuration_touches_changed_ports_only)
     configs[3].port_priority = 64;
     serve(device, port_config_message(configs));
     EXPECT_EQ(watch.news().front(), disarms_trap()) << "port 3 has changed and is off: the last one decides";
-    EXPECT_THAT(ask(device, "debug show port_config"), HasSubstr("Aggr           0         128        0      1     2\n"));
-    EXPECT_THAT(ask(device, "debug show port_config"), HasSubstr("   3           0          64        0      1     2\n"));
+    EXPECT_THAT(ask(device, "debug show port_config"),
+                HasSubstr("Aggr           0         128        0      1     2\n"));
+    EXPECT_THAT(ask(device, "debug show port_config"),
+                HasSubstr("   3           0          64        0      1     2\n"));
 }
 
 TEST_F(daemon_messages, port_configuration_tells_the_lacp_daemon_every_time)

@@ -62,55 +62,61 @@ struct report_t {
 };
 
 const report_t REPORTS[] = {
-    {"debug show system_config", RULE64 + "RSTP SYSTEM CONFIG:\n"
-                                          "Bridge_Prio | Max_Age | Hello_Time | Fwd_Delay | Force_Ver\n"
-                                          "      32768        20            2          15           2\n" + RULE64},
-    {"debug show port_config", RULE64 + "RSTP PORT CONFIG:\n"
-                                        "Port | Path_Cost | Port_Prio | Enable | Edge | P2P\n"
-                                        "Aggr Port:\n"
-                                        "Aggr           0         128        0      1     2\n" +
+    {"debug show system_config", RULE64 +
+                                     "RSTP SYSTEM CONFIG:\n"
+                                     "Bridge_Prio | Max_Age | Hello_Time | Fwd_Delay | Force_Ver\n"
+                                     "      32768        20            2          15           2\n" +
+                                     RULE64},
+    {"debug show port_config", RULE64 +
+                                   "RSTP PORT CONFIG:\n"
+                                   "Port | Path_Cost | Port_Prio | Enable | Edge | P2P\n"
+                                   "Aggr Port:\n"
+                                   "Aggr           0         128        0      1     2\n" +
                                    std::string(64, '-') + "\n" +
-                                   lines("   {}           0         128        0      1     2\n", 6) + RULE64},
+                                   lines("   {}           0         128        0      1     2\n", 6) +
+                                   RULE64},
     {"debug show rstp_statistics",
-     RULE64 + "RSTP Statistics:\n"
-              "1.stp_frame_xmits, 2.stp_frame_recvs, 3.rstp_frame_xmits,    4.rstp_frame_recvs \n"
-              "5.tcn_frame_xmits, 6.tcn_frame_recvs, 7.unknown_frame_recvs, 8.illegal_frame_recvs\n" +
+     RULE64 +
+         "RSTP Statistics:\n"
+         "1.stp_frame_xmits, 2.stp_frame_recvs, 3.rstp_frame_xmits,    4.rstp_frame_recvs \n"
+         "5.tcn_frame_xmits, 6.tcn_frame_recvs, 7.unknown_frame_recvs, 8.illegal_frame_recvs\n" +
          lines("port{:02}=0,0,0,0,0,0,0,0\n", 9) + RULE64},
     {"debug show port_status", RULE68 + "Port Status:\nPort | Link | Speed | Fdx\n" +
                                    lines("   {}      0       0     0\n", 6) + RULE68},
-    {"debug show aggr_status", RULE68 + "RSTP Aggr Status:\nPORT NO | AGGR ID\n" + lines("      {0}         {0}\n", 6) +
-                                   RULE68},
-    {"debug show rstp_aggr_status", RULE64 + "RSTP AGGR STATUS:\nPort | Aggr_No\n" +
-                                        lines("   {}         0\n", 6) + RULE64},
+    {"debug show aggr_status",
+     RULE68 + "RSTP Aggr Status:\nPORT NO | AGGR ID\n" + lines("      {0}         {0}\n", 6) + RULE68},
+    {"debug show rstp_aggr_status",
+     RULE64 + "RSTP AGGR STATUS:\nPort | Aggr_No\n" + lines("   {}         0\n", 6) + RULE64},
     {"debug show rstp_stp_state", RULE64 + "RSTP STP STATE:\nPort | STP State | Fwd State\n" +
                                       lines("   {}           4           1\n", 6) + RULE64},
-    {"debug show lacp_port_config", RULE64 + "RSTP LACP PORT STATE:\nPort | LACP State \n" +
-                                        lines("   {}           0\n", 6, 0) + RULE64},
-    {"debug show rstp_port_status 3",
-     RULE64 + "RSTP PORT STATUS: PoAG=3\n"
-              "poag_number=3\n"
-              "vlan_id=1\n"
-              "designated_root: Prio=0, ID=00:00:00:00:00:00\n"
-              "designated_root_cost=0\n"
-              "designated_bridge: Prio=0, ID=00:00:00:00:00:00\n"
-              "designated_port=0\n"
-              "rstp_role=5\n"
-              "port_state=5\n"
-              "is_p2p=1\n"
-              "is_edge=1\n"
-              "stp_neigb=0\n"
-              "oper_pathcost=0\n"
-              "part_of_aggr=0\n"
-              "stp_viewable=0\n"
-              "port statistcs:\n"
-              "stp_frame_xmits=0\n"
-              "stp_frame_recvs=0\n"
-              "rstp_frame_xmits=0\n"
-              "rstp_frame_recvs=0\n"
-              "tcn_frame_xmits=0\n"
-              "tcn_frame_recvs=0\n"
-              "unknown_frame_recvs=0\n"
-              "illegal_frame_recvs=0\n" + RULE64},
+    {"debug show lacp_port_config",
+     RULE64 + "RSTP LACP PORT STATE:\nPort | LACP State \n" + lines("   {}           0\n", 6, 0) + RULE64},
+    {"debug show rstp_port_status 3", RULE64 +
+                                          "RSTP PORT STATUS: PoAG=3\n"
+                                          "poag_number=3\n"
+                                          "vlan_id=1\n"
+                                          "designated_root: Prio=0, ID=00:00:00:00:00:00\n"
+                                          "designated_root_cost=0\n"
+                                          "designated_bridge: Prio=0, ID=00:00:00:00:00:00\n"
+                                          "designated_port=0\n"
+                                          "rstp_role=5\n"
+                                          "port_state=5\n"
+                                          "is_p2p=1\n"
+                                          "is_edge=1\n"
+                                          "stp_neigb=0\n"
+                                          "oper_pathcost=0\n"
+                                          "part_of_aggr=0\n"
+                                          "stp_viewable=0\n"
+                                          "port statistcs:\n"
+                                          "stp_frame_xmits=0\n"
+                                          "stp_frame_recvs=0\n"
+                                          "rstp_frame_xmits=0\n"
+                                          "rstp_frame_recvs=0\n"
+                                          "tcn_frame_xmits=0\n"
+                                          "tcn_frame_recvs=0\n"
+                                          "unknown_frame_recvs=0\n"
+                                          "illegal_frame_recvs=0\n" +
+                                          RULE64},
     {"debug", MENU},
     {"debug show", MENU},
     {"debug show rstp_port_status", MENU},
@@ -248,8 +254,9 @@ TEST_F(daemon_reports, the_status_file_counts_in_its_own_order)
     ASSERT_TRUE(ticks(device, 2));
     // Sent: RST, configuration, TCN; received: the same; malformed, unknown.
     EXPECT_THAT(device.node().read(lab::STATUS_FILE), testing::HasSubstr("port02=0,0,0,3,4,5,1,2\n"));
-    EXPECT_EQ(counts(device, 2),
-              (counts_t{.stp_received = 4, .rstp_received = 3, .tcn_received = 5, .unknown = 2, .illegal = 1}));
+    EXPECT_EQ(
+        counts(device, 2),
+        (counts_t{.stp_received = 4, .rstp_received = 3, .tcn_received = 5, .unknown = 2, .illegal = 1}));
     ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
         return status.port(6).sent.rstp >= 2;
     }));
