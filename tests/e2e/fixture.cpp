@@ -129,7 +129,8 @@ std::string ask(const lab::switch_t &device, const std::string &text)
 
 size_t octets_waiting(const lab::switch_t &device, const std::string &pipe)
 {
-    const fd_t fd(lab::checked(open(device.node().path(pipe).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), pipe));
+    const fd_t fd(
+        lab::checked(open(device.node().path(pipe).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), pipe));
     int count = 0;
     lab::checked(ioctl(fd.number(), FIONREAD, &count), pipe);
     return static_cast<size_t>(count);
