@@ -12,3 +12,7 @@ target_compile_options(lvt_plain INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 target_link_options(lvt_plain INTERFACE -Wl,--as-needed -static-libgcc)
 target_link_libraries(lvt_plain INTERFACE lvt_warnings)
+
+# For the programs around the daemon: nothing in them is hot, and their libraries' headers take the
+# compiler long.
+set(LVT_DESK_OPTIONS $<IF:$<CONFIG:Release>,-O1,-O0>)

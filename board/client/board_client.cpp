@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include <nlohmann/json.hpp>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 /// The board is not there, does not answer, or refuses.
 struct board_error_t : std::runtime_error {

@@ -20,16 +20,6 @@ namespace {
 constexpr int CPU_PORT_MAC = 0xFE;   ///< the chip's end of the CPU cable; no frame carries it
 constexpr auto START_PATIENCE = 10s; ///< a sanitized daemon under load takes its time
 
-/// The program to run; absolute, since a node's programs start in its root folder.
-std::string program(const std::string &wanted, const char *variable, const char *name)
-{
-    if (!wanted.empty())
-        return std::filesystem::absolute(wanted);
-    if (const char *path = getenv(variable); path != nullptr && *path != '\0')
-        return std::filesystem::absolute(path);
-    return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
-}
-
 /// What to say of a program that was not ready in time, or not alive.
 std::string complaint(const char *name, process_t &process)
 {
@@ -50,12 +40,22 @@ bool is_ready(const switch_t &board)
 
 } // namespace
 
+std::string program(const char *variable, const char *name)
+{
+    if (const char *path = getenv(variable); path != nullptr && *path != '\0')
+        return path;
+    return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
+}
+
 switch_t::switch_t(switch_settings_t settings)
     : settings_(std::move(settings)), node_(settings_.name, settings_.number)
 {
-    settings_.board = program(settings_.board, "LVT_BOARD", "lvt_board");
-    settings_.daemon =
-        program(settings_.daemon, "LVT_RSTPD", settings_.trace ? "lvt_rstpd_traced" : "lvt_rstpd");
+    if (settings_.board.empty())
+        settings_.board = program("LVT_BOARD", "lvt_board");
+    if (settings_.daemon.empty())
+        settings_.daemon = program("LVT_RSTPD", settings_.trace ? "lvt_rstpd_traced" : "lvt_rstpd");
+    settings_.board = std::filesystem::absolute(settings_.board); // a node's programs start elsewhere
+    settings_.daemon = std::filesystem::absolute(settings_.daemon);
 
     node_.ip(fmt::format("link add name eth0 address {} type veth peer name cpu0 address {}\n"
                          "link set eth0 addrgenmode none\n"

@@ -2,7 +2,7 @@
 /// questions.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "lvt_board/board.h"
 

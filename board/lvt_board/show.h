@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 /// Reports that can be shown, in the order of the help.
 extern const std::vector<std::string> SHOW_REPORTS;

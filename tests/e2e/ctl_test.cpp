@@ -24,6 +24,9 @@ constexpr char FAST_LEAF[] = "[bridge]\nmax_age = 6\nhello_time = 1\nforward_del
                              "[port.1]\nspanning_tree = true\nedge = false\n"
                              "[port.2]\nspanning_tree = true\nedge = false\n";
 
+/// The tool of this build, or that of the build under test.
+const std::string TOOL = lab::program("LVT_RSTPCTL", "lvt_rstpctl");
+
 class ctl : public switches_test_t {
 protected:
     lab::switch_t &start_switch()
@@ -42,7 +45,7 @@ protected:
     /// Runs the tool in the switch, its arguments parted by blanks.
     static lab::outcome_t run(const lab::switch_t &device, const std::string &arguments)
     {
-        return device.node().run({.argv = {"sh", "-c", fmt::format("{} {}", LVT_RSTPCTL, arguments)}});
+        return device.node().run({.argv = {"sh", "-c", fmt::format("{} {}", TOOL, arguments)}});
     }
 
     /// Runs the tool, which must succeed. Returns what it says.
@@ -131,13 +134,13 @@ TEST_F(ctl, a_tree_of_two_switches_is_shown_as_it_is)
 
     // From outside, through the daemon's own root folder.
     const std::string outside = fmt::format("/proc/{}/root", leaf.daemon().pid());
-    const lab::outcome_t shown = lab::run({.argv = {LVT_RSTPCTL, "--root", outside, "show", "bridge", "-o"}});
+    const lab::outcome_t shown = lab::run({.argv = {TOOL, "--root", outside, "show", "bridge", "-o"}});
     EXPECT_EQ(shown.exit_code, 0) << shown.output;
     EXPECT_THAT(shown.output, testing::HasSubstr(" root=" + root_id + " "));
 
     // The monitor sees the second way taken.
     lab::process_t watcher =
-        leaf.node().start({.argv = {"sh", "-c", fmt::format("exec {} monitor > /tmp/changes", LVT_RSTPCTL)}});
+        leaf.node().start({.argv = {"sh", "-c", fmt::format("exec {} monitor > /tmp/changes", TOOL)}});
     ASSERT_TRUE(lab::within(SOON, [&] { return leaf.node().read("/proc/" + std::to_string(watcher.pid()) + "/comm") ==
                                                "lvt_rstpctl\n"; }));
     ASSERT_TRUE(ticks(leaf, 2));

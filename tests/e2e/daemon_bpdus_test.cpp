@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 #include <sys/socket.h>
 
 #include "board/lab/cable.h"

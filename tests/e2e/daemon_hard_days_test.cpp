@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
 #include "board/lab/cable.h"

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "bpdus.h"
 #include "daemon_actions.h"

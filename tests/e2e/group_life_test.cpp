@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "group_net.h"
 #include "tree_speaker.h"
 #include "tree_traffic.h"

@@ -6,6 +6,7 @@
 #include <map>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 using namespace lab;
 

@@ -2,6 +2,8 @@
 // when it is over.
 #include <memory>
 
+#include <nlohmann/json.hpp>
+
 #include "tree_net.h"
 #include "tree_speaker.h"
 
