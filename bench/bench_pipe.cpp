@@ -1,12 +1,8 @@
 /// CPU time per received BPDU of the whole daemon, beside that of a bare program that makes the
 /// same system calls. Both run in turn in namespaces of their own, with the daemon's real pipes.
-#include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <vector>
@@ -14,12 +10,9 @@
 #include <fmt/core.h>
 
 #include "board/lab/node.h"
-#include "board/lab/within.h"
 #include "board/lab/world.h"
-#include "rstp/bpdu.h"
-#include "tools/messages.h"
-
-using namespace std::chrono_literals;
+#include "daemon/messages.h"
+#include "feed.h"
 
 namespace {
 
@@ -38,38 +31,6 @@ double cpu_ns(pid_t pid)
     return sum;
 }
 
-std::vector<uint8_t> neighbours_bpdu()
-{
-    bpdu_t bpdu = {};
-    memcpy(bpdu.destination, lvt_rstp_slowmac, sizeof bpdu.destination);
-    bpdu_put16(bpdu.length, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
-    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
-    bpdu.control = BPDU_LLC_CONTROL;
-    bpdu.version = 2;
-    bpdu.type = BPDU_TYPE_RST;
-    bpdu.flags = BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT;
-    bpdu_put16(bpdu.root_priority, 4096);
-    bpdu_put16(bpdu.bridge_priority, 4096);
-    bpdu_put16(bpdu.port_id, 0x8001);
-    bpdu.max_age[0] = 20;
-    bpdu.hello_time[0] = 2;
-    bpdu.forward_delay[0] = 15;
-    const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
-    return bpdu_message(2, {octets, sizeof bpdu});
-}
-
-void put(int pipe, const std::vector<uint8_t> &frame)
-{
-    lab::checked(static_cast<int>(write(pipe, frame.data(), frame.size())), "write to the control pipe");
-}
-
-void wait_until_read(int pipe)
-{
-    int held = 1;
-    if (!lab::within(20s, [&] { return ioctl(pipe, FIONREAD, &held) == 0 && held == 0; }))
-        throw std::runtime_error("the control pipe is not read");
-}
-
 /// A node with the pipes that the board's other daemons make.
 lab::node_t make_node()
 {
@@ -84,27 +45,14 @@ lab::node_t make_node()
 double measure(const std::string &program)
 {
     lab::node_t node = make_node();
-    const fd_t pipe(lab::checked(open(node.path(RSTP_IF_PIPE).c_str(), O_RDWR), RSTP_IF_PIPE));
     lab::process_t process = node.start({.argv = {program}});
 
-    port_configs_t configs = default_port_configs();
-    port_statuses_t links = {};
-    for (uint32_t port = 1; port <= 3; port++) {
-        configs[port].adminEnable = 1;
-        links[port - 1] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
-    }
-    put(pipe.number(), port_status_message(links));
-    put(pipe.number(), port_config_message(configs));
-
-    const std::vector<uint8_t> bpdu = neighbours_bpdu();
-    for (int i = 0; i < 1000; i++)
-        put(pipe.number(), bpdu);
-    wait_until_read(pipe.number());
+    feed_t feed(node);
+    feed.take_part();
+    feed.bpdus(1000);
 
     const double before = cpu_ns(process.pid());
-    for (int i = 0; i < BPDUS; i++)
-        put(pipe.number(), bpdu);
-    wait_until_read(pipe.number());
+    feed.bpdus(BPDUS);
     return (cpu_ns(process.pid()) - before) / BPDUS;
 }
 

@@ -1,0 +1,72 @@
+#include "feed.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <stdexcept>
+
+#include "board/lab/within.h"
+#include "rstp/bpdu.h"
+#include "tools/messages.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+std::vector<uint8_t> neighbours_bpdu()
+{
+    bpdu_t bpdu = {};
+    memcpy(bpdu.destination, lvt_rstp_slowmac, sizeof bpdu.destination);
+    bpdu_put16(bpdu.length, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
+    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
+    bpdu.control = BPDU_LLC_CONTROL;
+    bpdu.version = 2;
+    bpdu.type = BPDU_TYPE_RST;
+    bpdu.flags = BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT;
+    bpdu_put16(bpdu.root_priority, 4096);
+    bpdu_put16(bpdu.bridge_priority, 4096);
+    bpdu_put16(bpdu.port_id, 0x8001);
+    bpdu.max_age[0] = 20;
+    bpdu.hello_time[0] = 2;
+    bpdu.forward_delay[0] = 15;
+    const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
+    return bpdu_message(2, {octets, sizeof bpdu});
+}
+
+} // namespace
+
+feed_t::feed_t(const lab::node_t &node)
+    : pipe_(lab::checked(open(node.path(RSTP_IF_PIPE).c_str(), O_RDWR | O_CLOEXEC), RSTP_IF_PIPE))
+{
+}
+
+void feed_t::put(const std::vector<uint8_t> &message)
+{
+    lab::checked(static_cast<int>(write(pipe_.number(), message.data(), message.size())),
+                 "write to the control pipe");
+}
+
+void feed_t::take_part()
+{
+    port_configs_t configs = default_port_configs();
+    port_statuses_t links = {};
+    for (uint32_t port = 1; port <= 3; port++) {
+        configs[port].adminEnable = 1;
+        links[port - 1] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
+    }
+    put(port_status_message(links));
+    put(port_config_message(configs));
+}
+
+void feed_t::bpdus(int count)
+{
+    static const std::vector<uint8_t> bpdu = neighbours_bpdu();
+    for (int i = 0; i < count; i++)
+        put(bpdu);
+
+    int held = 1;
+    if (!lab::within(20s, [&] { return ioctl(pipe_.number(), FIONREAD, &held) == 0 && held == 0; }))
+        throw std::runtime_error("the control pipe is not read");
+}
