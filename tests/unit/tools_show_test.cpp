@@ -46,11 +46,6 @@ std::string grouped()
 
 class show : public ctl {
 protected:
-    void set_age(std::chrono::milliseconds age)
-    {
-        std::filesystem::last_write_time(board.path + RSTP_MONITOR_FILE,
-                                         std::filesystem::file_time_type::clock::now() - age);
-    }
     json_t json_of(const std::string &arguments) { return json_t::parse(run_on_board(arguments).output); }
 };
 
@@ -186,9 +181,9 @@ TEST_F(show, no_status_file)
 TEST_F(show, a_stale_status_file)
 {
     report(STATUS);
-    set_age(2500ms);
+    age = 2500ms;
     EXPECT_EQ(run_on_board("show").status, 0);
-    set_age(61500ms);
+    age = 61500ms;
     expect_refused("show", board.path + "/tmp/rstp_monitor is 61 s old: the daemon writes it every second, so it has "
                                         "ended or hangs. Look at what it printed last, and start it again.");
 }
@@ -247,7 +242,7 @@ TEST_F(show, watch_may_have_an_end)
 TEST_F(show, watch_ends_when_the_daemon_does)
 {
     report(STATUS);
-    set_age(2700ms);
+    age = 2700ms;
     const run_t result = run_on_board("show bridge --watch");
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.output.find("is 3 s old: the daemon writes it every second"), std::string::npos) << result.output;
@@ -315,7 +310,7 @@ TEST_F(monitor, as_json_lines)
 TEST_F(monitor, ends_when_the_daemon_does)
 {
     report(STATUS);
-    set_age(2900ms);
+    age = 2900ms;
     run_t result = run_on_board("monitor");
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.output.find("so it has ended or hangs"), std::string::npos) << result.output;
