@@ -4,4 +4,4 @@ add_executable(unit_board
     board_words_test.cpp)
 target_link_libraries(unit_board PRIVATE
     lvt_board_parts mdio_intf link_mon_intf LvtCom lvt_warnings GTest::gtest_main)
-gtest_discover_tests(unit_board TEST_PREFIX board.)
+lvt_discover_unit_tests(unit_board board.)

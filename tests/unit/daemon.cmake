@@ -15,4 +15,4 @@ foreach(call bind fopen fopen64 if_nametoindex ioctl malloc nanosleep open open6
         remove rename select sendto socket time)
     target_link_options(unit_daemon PRIVATE -Wl,--wrap=${call})
 endforeach()
-gtest_discover_tests(unit_daemon TEST_PREFIX daemon.)
+lvt_discover_unit_tests(unit_daemon daemon.)

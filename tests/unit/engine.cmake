@@ -10,4 +10,4 @@ add_executable(unit_engine
     # Assertions end a test as they end the daemon.
     ${PROJECT_SOURCE_DIR}/src/l2_proto_utility/assert_fail.cpp)
 target_link_libraries(unit_engine PRIVATE rstp_engine_traced lvt_warnings fmt::fmt GTest::gtest_main)
-gtest_discover_tests(unit_engine TEST_PREFIX engine.)
+lvt_discover_unit_tests(unit_engine engine.)

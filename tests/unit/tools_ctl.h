@@ -1,8 +1,10 @@
 /// Running lvt_rstpctl, as a program, on a board's file system that a test prepares.
 #pragma once
 
+#include <chrono>
 #include <climits>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
@@ -135,8 +137,9 @@ struct ctl : testing::Test {
     }
 
     /// What the daemon reports now.
-    void report(const std::string &status_text) const
+    void report(const std::string &status_text)
     {
+        age = {};
         const std::string next = board.path + RSTP_MONITOR_FILE + ".new";
         std::ofstream(next) << status_text;
         // The time at which the kernel says that a file was written may be the same for two of them.
