@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "board/chip/ports.h"
+#include "l2_proto_utility/cpu_tag.h"
 #include "rstp/bpdu.h"
 #include "tools/messages.h"
 #include "tools/words.h"
@@ -12,10 +13,6 @@
 namespace {
 
 using octets_t = std::span<const uint8_t>;
-
-/// Behind the addresses of a frame on the CPU port. The last octet names the chip port.
-constexpr uint8_t SWITCH_TAG[] = {0x88, 0x99, 0x84};
-constexpr size_t SWITCH_TAG_OCTETS = 4;
 
 bool begins(octets_t octets, octets_t start)
 {
@@ -71,14 +68,14 @@ std::string number(uint64_t value)
 
 bool is_tagged(octets_t frame)
 {
-    return frame.size() >= offsetof(bpdu_t, length) + SWITCH_TAG_OCTETS &&
-           begins(frame.subspan(offsetof(bpdu_t, length)), SWITCH_TAG);
+    return frame.size() >= offsetof(bpdu_t, length) + RSTP_CPU_TAG_OCTETS &&
+           begins(frame.subspan(offsetof(bpdu_t, length)), octets_t(RSTP_CPU_TAG).first(RSTP_CPU_TAG_PORTS));
 }
 
 std::string tag_words(uint8_t last)
 {
     for (unsigned front = 1; front <= BOARD_PORTS; front++)
-        if (last == (0x80 | 1u << chip_port_of_front(front)))
+        if (last == (RSTP_CPU_TAG[RSTP_CPU_TAG_PORTS] | 1u << chip_port_of_front(front)))
             return fmt::format("out of front port {}", front);
     return "no single front port";
 }
@@ -126,15 +123,15 @@ void add_frame(fields_t &fields, size_t offset)
 {
     const octets_t frame = fields.from(offset);
     const bool tagged = is_tagged(frame);
-    const size_t at = offset + (tagged ? SWITCH_TAG_OCTETS : 0); // of all that comes behind the addresses
+    const size_t at = offset + (tagged ? RSTP_CPU_TAG_OCTETS : 0); // of all that comes behind the addresses
 
     const auto plain = without_switch_tag(frame);
     const auto bpdu = fields_t(plain).record<bpdu_t>(0);
     fields.add(offset, bpdu, bpdu.destination, "destination", address_text(bpdu.destination));
     fields.add(offset, bpdu, bpdu.source, "source", address_text(bpdu.source));
     if (tagged)
-        fields.add(offset + offsetof(bpdu_t, length), SWITCH_TAG_OCTETS, "switch tag",
-                   tag_words(frame[offsetof(bpdu_t, length) + SWITCH_TAG_OCTETS - 1]));
+        fields.add(offset + offsetof(bpdu_t, length), RSTP_CPU_TAG_OCTETS, "switch tag",
+                   tag_words(frame[offsetof(bpdu_t, length) + RSTP_CPU_TAG_PORTS]));
     fields.add(at, bpdu, bpdu.length, "length", number(bpdu_get16(bpdu.length)));
     if (!is_bpdu(plain)) {
         fields.add(at + BPDU_ETHERNET_OCTETS, fields.from(at + BPDU_ETHERNET_OCTETS).size(), "payload", "no BPDU");
@@ -369,7 +366,7 @@ std::vector<uint8_t> without_switch_tag(octets_t frame)
     std::vector<uint8_t> plain(frame.begin(), frame.end());
     if (is_tagged(frame)) {
         const auto tag = plain.begin() + offsetof(bpdu_t, length);
-        plain.erase(tag, tag + SWITCH_TAG_OCTETS);
+        plain.erase(tag, tag + RSTP_CPU_TAG_OCTETS);
     }
     return plain;
 }

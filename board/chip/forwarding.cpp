@@ -4,15 +4,23 @@
 #include <numeric>
 
 #include "chip/chip.h"
+#include "l2_proto_utility/cpu_tag.h"
 
 namespace {
 
 constexpr std::size_t ADDRESSES_OCTETS = 12;
 constexpr std::size_t HEADER_OCTETS = 14; // both addresses and the type
-constexpr std::size_t TAG_OCTETS = 4;
 
-constexpr std::array<std::uint8_t, 3> CPU_TAG = {0x88, 0x99, 0x84};
-constexpr std::uint8_t CPU_TAG_PORTS = 0x80; // always set in the tag's last octet; the rest are ports
+/// Whether the CPU has said where the frame goes.
+bool is_tagged(std::span<const std::uint8_t> frame)
+{
+    if (frame.size() < HEADER_OCTETS + RSTP_CPU_TAG_OCTETS)
+        return false;
+    const auto tag = frame.subspan(ADDRESSES_OCTETS, RSTP_CPU_TAG_OCTETS);
+    constexpr std::uint8_t ALWAYS = RSTP_CPU_TAG[RSTP_CPU_TAG_PORTS];
+    return std::equal(RSTP_CPU_TAG, RSTP_CPU_TAG + RSTP_CPU_TAG_PORTS, tag.begin()) &&
+           (tag[RSTP_CPU_TAG_PORTS] & ALWAYS) == ALWAYS;
+}
 
 bool state_learns(unsigned state)
 {
@@ -138,16 +146,13 @@ chip_verdict_t chip_receive(chip_t &chip, unsigned port, std::span<const std::ui
 
 chip_verdict_t chip_receive_from_cpu(chip_t &chip, std::span<const std::uint8_t> frame)
 {
-    const bool tagged = frame.size() >= HEADER_OCTETS + TAG_OCTETS &&
-                        std::equal(CPU_TAG.begin(), CPU_TAG.end(), frame.begin() + ADDRESSES_OCTETS) &&
-                        (frame[ADDRESSES_OCTETS + CPU_TAG.size()] & CPU_TAG_PORTS) != 0;
-    if (!tagged) {
+    if (!is_tagged(frame)) {
         chip.cpu.untagged++;
         return {.drop = chip_drop_t::untagged};
     }
 
     chip.cpu.tagged++;
-    const std::uint8_t named = frame[ADDRESSES_OCTETS + CPU_TAG.size()];
+    const std::uint8_t named = frame[ADDRESSES_OCTETS + RSTP_CPU_TAG_PORTS];
     std::uint8_t ports = 0;
     for (unsigned port = 1; port < CHIP_PORTS; port++)
         if ((named & bit(port)) != 0 && chip.link[port] && chip_port_state(chip, port) != 0)
@@ -162,7 +167,7 @@ chip_verdict_t chip_receive_from_cpu(chip_t &chip, std::span<const std::uint8_t>
 
 std::span<std::uint8_t> chip_untag(std::span<std::uint8_t> frame)
 {
-    const auto after_tag = frame.begin() + ADDRESSES_OCTETS + TAG_OCTETS;
+    const auto after_tag = frame.begin() + ADDRESSES_OCTETS + RSTP_CPU_TAG_OCTETS;
     std::copy(after_tag, frame.end(), frame.begin() + ADDRESSES_OCTETS);
-    return frame.first(frame.size() - TAG_OCTETS);
+    return frame.first(frame.size() - RSTP_CPU_TAG_OCTETS);
 }

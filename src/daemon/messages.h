@@ -63,9 +63,12 @@ struct rstp_port_status_t {
 
 constexpr uint32_t RSTP_PORT_CONFIG_RECORDS = 7;
 
-static_assert(sizeof(rstp_frame_header_t) == 8 && sizeof(rstp_msg_header_t) == 8);
-static_assert(sizeof(rstp_msg_t) == 1032);
-static_assert(sizeof(rstp_port_status_t) == 4);
+static_assert(sizeof(rstp_frame_header_t) == 8 && offsetof(rstp_frame_header_t, length) == 4);
+static_assert(sizeof(rstp_msg_header_t) == 8 && offsetof(rstp_msg_header_t, port) == 1 &&
+              offsetof(rstp_msg_header_t, length) == 2);
+static_assert(sizeof(rstp_msg_t) == 1032 && offsetof(rstp_msg_t, body) == 8);
+static_assert(sizeof(rstp_port_status_t) == 4 && offsetof(rstp_port_status_t, link) == 1 &&
+              offsetof(rstp_port_status_t, speed) == 2 && offsetof(rstp_port_status_t, duplex) == 3);
 
 // ---- to the link-aggregation daemon ----------------------------------------------------
 
@@ -80,7 +83,8 @@ struct lacp_frame_t {
     uint8_t body[512];
 };
 
-static_assert(offsetof(lacp_frame_t, type) == 8 && offsetof(lacp_frame_t, body) == 12);
+static_assert(sizeof(lacp_frame_t) == 524 && offsetof(lacp_frame_t, length) == 4 &&
+              offsetof(lacp_frame_t, type) == 8 && offsetof(lacp_frame_t, body) == 12);
 
 // ---- to the port multiplexer -----------------------------------------------------------
 
@@ -99,5 +103,6 @@ struct port_mux_msg_t {
     uint8_t reserved2[99];
 };
 
-static_assert(sizeof(port_mux_msg_t) == 124 && offsetof(port_mux_msg_t, l2port) == 10 &&
+static_assert(sizeof(port_mux_msg_t) == 124 && offsetof(port_mux_msg_t, length) == 4 &&
+              offsetof(port_mux_msg_t, type) == 8 && offsetof(port_mux_msg_t, l2port) == 10 &&
               offsetof(port_mux_msg_t, forwarding) == 24);

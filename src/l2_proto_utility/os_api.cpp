@@ -393,17 +393,19 @@ int initSocket(int *fd_out, sockaddr_ll *addr_out, const char *ifname)
 void lvt_cpu_tx_tag_source_port_set(uint8_t *tag, uint32_t index)
 {
     if (index < sizeof sw_to_phy_port_map_arr / sizeof *sw_to_phy_port_map_arr)
-        tag[3] = static_cast<uint8_t>(tag[3] | 1u << sw_to_phy_port_map_arr[index] % 32);
+        tag[RSTP_CPU_TAG_PORTS] =
+            static_cast<uint8_t>(tag[RSTP_CPU_TAG_PORTS] | 1u << sw_to_phy_port_map_arr[index] % 32);
 }
 
 int rstp_rawSocketIfTx(const uint8_t *frame, uint32_t l2port, size_t length)
 {
     constexpr size_t ADDRESSES = 2 * ETH_ALEN;
-    uint8_t tag[RSTP_CPU_TAG_OCTETS] = {0x88, 0x99, 0x84, 0x80};
+    uint8_t tag[RSTP_CPU_TAG_OCTETS];
     uint8_t tagged[ETH_FRAME_LEN + RSTP_CPU_TAG_OCTETS] = {};
 
     if (length < ADDRESSES || length > ETH_FRAME_LEN)
         return -1;
+    memcpy(tag, RSTP_CPU_TAG, sizeof tag);
     lvt_cpu_tx_tag_source_port_set(tag, l2port - 1);
     memcpy(tagged, frame, ADDRESSES);
     memcpy(tagged + ADDRESSES, tag, sizeof tag);

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "daemon/messages.h"
+#include "l2_proto_utility/cpu_tag.h"
 #include "rstp/stp_out.h"
 
 // ---- logical ports ----------------------------------------------------------------------
@@ -121,7 +122,6 @@ int port_stp_state_set(uint32_t port, uint8_t state);
 
 constexpr char RSTP_CPU_INTERFACE[] = "eth0";
 constexpr size_t RSTP_FRAME_MIN = 60; ///< a frame without its check sequence
-constexpr size_t RSTP_CPU_TAG_OCTETS = 4;
 
 extern int rstp_socket_fd; ///< 0: no socket
 extern sockaddr_ll rstp_socket_addr;

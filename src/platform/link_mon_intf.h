@@ -1,6 +1,7 @@
 /// Link state of the front ports, from the board library liblink_mon_intf.so.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 constexpr uint32_t LINK_MON_PORTS = 6;
@@ -16,7 +17,8 @@ struct link_mon_status_t {
     uint32_t spare[57];              ///< room for what a library's longer record holds; never read
 };
 
-static_assert(sizeof(link_mon_status_t) == 256, "the board library writes this layout");
+static_assert(sizeof(link_mon_status_t) == 256 && offsetof(link_mon_status_t, status) == 4,
+              "the board library writes this layout");
 
 /// Fills `status` with the present state of all front ports.
 /// Returns 0, or nonzero when it is not known.

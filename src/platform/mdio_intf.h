@@ -1,6 +1,7 @@
 /// Switch register access, from the board library libmdio_intf.so.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 constexpr uint32_t MDIO_OPS_MAX = 44;
@@ -23,7 +24,9 @@ struct mdio_multi_t {
     mdio_op_t operations[MDIO_OPS_MAX];
 };
 
-static_assert(sizeof(mdio_op_t) == 16 && sizeof(mdio_multi_t) == 4 + 16 * MDIO_OPS_MAX,
+static_assert(sizeof(mdio_op_t) == 16 && offsetof(mdio_op_t, reg) == 4 && offsetof(mdio_op_t, mask) == 8 &&
+                  offsetof(mdio_op_t, value) == 12 && sizeof(mdio_multi_t) == 4 + 16 * MDIO_OPS_MAX &&
+                  offsetof(mdio_multi_t, operations) == 4,
               "the board library reads this layout");
 
 /// Executes the operations of `request` in order, on the chip, in one call.

@@ -24,8 +24,13 @@ struct lvt_rstp_port_config_t {
     uint8_t reserved[3];
 };
 
-static_assert(sizeof(lvt_rstp_system_config_t) == 10 && offsetof(lvt_rstp_system_config_t, force_version) == 8);
+static_assert(sizeof(lvt_rstp_system_config_t) == 10 && offsetof(lvt_rstp_system_config_t, max_age) == 2 &&
+              offsetof(lvt_rstp_system_config_t, hello_time) == 4 &&
+              offsetof(lvt_rstp_system_config_t, forward_delay) == 6 &&
+              offsetof(lvt_rstp_system_config_t, force_version) == 8);
 static_assert(sizeof(lvt_rstp_port_config_t) == 12 && offsetof(lvt_rstp_port_config_t, port_priority) == 4 &&
+              offsetof(lvt_rstp_port_config_t, adminEnable) == 6 &&
+              offsetof(lvt_rstp_port_config_t, adminEdge) == 7 &&
               offsetof(lvt_rstp_port_config_t, adminPointToPoint) == 8);
 
 /// What the daemon starts with.

@@ -1,5 +1,6 @@
 // lvt_rstpctl against running daemons: what it sends is in force, what it shows is so.
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <list>
 
@@ -169,7 +170,8 @@ TEST_F(ctl, set_keeps_the_rest_and_the_trap)
     done(leaf, "set port 2 --spanning-tree off --file /tmp/switch.toml");
     ASSERT_TRUE(is_so(leaf, "port 2 is off"));
     const uint32_t heard = leaf.status()->port(1).received.rstp;
-    EXPECT_TRUE(status_within(leaf, SOON, [&](const auto &status) { return status.port(1).received.rstp > heard + 2; }));
+    EXPECT_TRUE(
+        status_within(leaf, SOON, [&](const auto &status) { return status.port(1).received.rstp > heard + 2; }));
     EXPECT_TRUE(is_so(leaf, "port 1 is root"));
     EXPECT_THAT(leaf.node().read("/tmp/switch.toml"), testing::StartsWith("[bridge]\nmax_age = 6\n"));
 
@@ -227,6 +229,83 @@ TEST_F(ctl, injected_messages_are_heard)
     EXPECT_TRUE(is_so(device, "port 5-6 is member"));
     done(device, "inject link");
     EXPECT_THAT(ask(device, "debug show port_status"), testing::HasSubstr("   5      0       0     0\n"));
+}
+
+TEST_F(ctl, a_message_of_each_kind_is_obeyed)
+{
+    lab::switch_t &device = start_switch();
+    done(device, "bridge --priority 4096 --max-age 6 --hello 1 --forward-delay 4");
+    done(device, "ports --enable 5,6 --cost 6=2000000");
+    done(device, "aggr-config --enable --cost 10000 --edge off");
+    serve_all(device);
+    EXPECT_THAT(ask(device, "debug show system_config"),
+                testing::HasSubstr("       4096         6            1           4           2\n"));
+    EXPECT_THAT(ask(device, "debug show port_config"),
+                testing::AllOf(testing::HasSubstr("Aggr       10000         128        1      0     2\n"),
+                               testing::HasSubstr("   4           0         128        0      1     2\n"
+                                                  "   5           0         128        1      1     2\n"
+                                                  "   6     2000000         128        1      1     2\n")));
+
+    done(device, "groups 7=5,6");
+    done(device, "lacp --enable 1,2");
+    serve_all(device);
+    EXPECT_THAT(ask(device, "debug show rstp_aggr_status"), testing::HasSubstr("   5         7\n   6         7\n"));
+    EXPECT_THAT(ask(device, "debug show lacp_port_config"),
+                testing::HasSubstr("   0           1\n   1           1\n   2           0\n"));
+}
+
+TEST_F(ctl, apply_leaves_the_trap_armed)
+{
+    lab::switch_t &device = start_switch();
+    const auto is_trapped = [&device] {
+        serve_all(device);
+        return device.client().is_trapped("01:80:c2:00:00:00");
+    };
+    write_config(device, "[port.1]\nspanning_tree = true\n[port.3]\npath_cost = 5\n");
+    done(device, "check /tmp/switch.toml");
+    EXPECT_FALSE(is_trapped());
+    done(device, "apply /tmp/switch.toml");
+    EXPECT_TRUE(is_trapped());
+
+    // Port 3, off before and after, is the only one that changes.
+    write_config(device, "[port.1]\nspanning_tree = true\n");
+    done(device, "apply /tmp/switch.toml");
+    EXPECT_TRUE(is_trapped());
+    write_config(device, "");
+    done(device, "apply /tmp/switch.toml");
+    EXPECT_FALSE(is_trapped());
+}
+
+TEST_F(ctl, what_the_daemon_says_is_explained_and_heard_elsewhere)
+{
+    if (lab::find_program("tshark").empty())
+        GTEST_SKIP() << "cannot run here: there is no tshark";
+    lab::switch_t &speaker = start_switch(), &listener = start_switch();
+    done(speaker, "bridge --priority 4096");
+    done(speaker, "ports --enable 5");
+    done(speaker, "lacp --enable 5");
+    done(speaker, "inject link 5=up");
+    const lab::outcome_t captured = speaker.node().run(
+        {.argv = {"timeout", "20", "tshark", "-q", "-i", "cpu0", "-c", "2", "-F", "pcap", "-w", "/tmp/bpdus.pcap"}});
+    ASSERT_EQ(captured.exit_code, 0) << captured.output;
+
+    const std::string root = fmt::format("4096/{}", speaker.node().mac());
+    const std::string words = done(speaker, "decode --capture /tmp/bpdus.pcap");
+    EXPECT_EQ(count_of(words, "out of front port 5"), 2u) << words;
+    EXPECT_EQ(count_of(words, "RST BPDU of " + root), 2u) << words;
+
+    std::string kinds;
+    for (const json_t &message : speaker.client().messages())
+        kinds += done(speaker, "decode " + message.at("raw").get<std::string>());
+    EXPECT_THAT(kinds, testing::HasSubstr("spanning tree on ports"));
+    EXPECT_THAT(kinds, testing::HasSubstr(", forwarding"));
+
+    std::filesystem::copy_file(speaker.node().path("/tmp/bpdus.pcap"), listener.node().path("/tmp/bpdus.pcap"));
+    done(listener, "ports --enable 3");
+    done(listener, "inject link 3=up");
+    done(listener, "inject bpdu 3 --capture /tmp/bpdus.pcap");
+    EXPECT_TRUE(is_so(listener, "root is " + root));
+    EXPECT_TRUE(is_so(listener, "root port is 3"));
 }
 
 TEST_F(ctl, debug_words_reach_the_console)

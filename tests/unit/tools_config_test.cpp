@@ -292,12 +292,20 @@ TEST_F(config, the_last_port_that_changes_is_on)
     frames.insert(frames.begin() + 2, port_config_only_message(marked));
     expect_applies(section(1) + section(2), frames);
 
-    // Nothing goes off: once is enough.
-    ports[3].adminEnable = 1;
-    ports[3].adminEdge = 0;
+    // What a port had that is off now is not known: a changed cost would be a change, too.
+    report(replaced(replaced(STATUS, "0,1,1,3,4,0,32768", "0,1,1,4,4,0,32768"), "1,1,0,4,4,0", "1,1,0,5,5,0"));
+    expect_applies(section(1) + section(2), frames);
+
+    // Nobody is off: once is enough.
+    std::string all_on;
+    for (int port = 1; port <= 6; port++) {
+        all_on += section(port);
+        ports[static_cast<size_t>(port)].adminEnable = 1;
+        ports[static_cast<size_t>(port)].adminEdge = 0;
+    }
     frames.erase(frames.begin() + 2);
     frames[2] = port_config_only_message(ports);
-    expect_applies(section(1) + section(2) + section(3), frames);
+    expect_applies(all_on, frames);
 
     // All go off: then the trap may, too.
     report(STATUS);
@@ -314,7 +322,7 @@ TEST_F(config, dry_run_tells_the_messages_and_why)
                                           "to " + control.path + ", 22 octets:\n"
                                           "LACP on ports (type 10)\n"))
         << result.output;
-    EXPECT_NE(result.output.find("\n\n4. what all groups have in common\n"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("\n\n5. what all groups have in common\n"), std::string::npos) << result.output;
     EXPECT_EQ(control.read_all().size(), 0u);
 }
 
@@ -420,6 +428,37 @@ TEST_F(set, groups_that_are_as_they_should_be_are_left_in_peace)
     frames.insert(frames.begin() + 2, aggr_status_message({0, 7, 2, 3, 4, 5, 6}));
     frames.push_back(aggr_status_message({0, 7, 2, 3, 4, 5, 6}));
     expect_sends(fmt::format("set bridge --priority 32768 --file {}", file), joined(frames));
+}
+
+TEST_F(set, ports_that_stay_off_do_not_touch_the_trap)
+{
+    // Ports 1 to 3 are on; a group is formed, so that its settings need no message.
+    const std::string on = "[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n"
+                           "[port.3]\nspanning_tree = true\n";
+    const std::string grouped = replaced(STATUS, "port06=0,1,1,0,5,5,0", "port06=0,1,1,0,5,5,9");
+    port_configs_t ports = default_port_configs();
+    for (const size_t port : {1, 2, 3})
+        ports[port].adminEnable = 1;
+    port_configs_t marked = ports;
+    marked[1].reserved[0] = 1; // the root port
+    const std::vector<uint8_t> lacp = lacp_enable_message({});
+    const std::vector<uint8_t> bridge = system_config_message(LVT_RSTP_SYSTEM_DEFAULTS);
+    const std::string command = "set bridge --priority 32768 --file " + file;
+
+    report(grouped);
+    write_file(file, on);
+    expect_sends(command, joined({lacp, bridge, port_config_message(ports)}));
+
+    // A port that is off with settings of its own may never have got them.
+    write_file(file, on + "[port.5]\npath_cost = 9\n");
+    ports[5].adminPathCost = marked[5].adminPathCost = 9;
+    expect_sends(command, joined({lacp, bridge, port_config_only_message(marked), port_config_message(ports)}));
+
+    // One that loses them.
+    write_file(file, on + "[port.5]\npath_cost = 9\n");
+    ports[5].adminPathCost = marked[5].adminPathCost = 0;
+    expect_sends("set port 5 --cost 0 --file " + file,
+                 joined({lacp, bridge, port_config_only_message(marked), port_config_message(ports)}));
 }
 
 TEST_F(set, keeps_links_and_permissions)

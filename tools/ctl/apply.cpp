@@ -38,10 +38,10 @@ void send_plan(const ctl_t &ctl, const std::vector<plan_step_t> &plan)
     }
 }
 
-void send_settings(const ctl_t &ctl, const settings_t &settings, groups_t groups)
+void send_settings(const ctl_t &ctl, const settings_t &settings, const std::optional<settings_t> &before)
 {
     const auto reading = try_status(ctl);
-    send_plan(ctl, plan_of(settings, reading ? std::optional(reading->status) : std::nullopt, groups));
+    send_plan(ctl, plan_of(settings, before, reading ? std::optional(reading->status) : std::nullopt));
 }
 
 } // namespace
@@ -58,13 +58,13 @@ void check_config(const std::string &path)
 
 void apply_config(const ctl_t &ctl, const std::string &path)
 {
-    send_settings(ctl, load_config(path), groups_t::may_be_new);
+    send_settings(ctl, load_config(path), {});
 }
 
 void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<edit_t> &edits)
 {
     std::string text = std::filesystem::exists(path) ? read_config_text(path) : "";
-    settings_in(text, path);
+    const settings_t before = settings_in(text, path);
     for (const edit_t &edit : edits)
         text = with_setting(text, edit);
     const settings_t settings = settings_after(text, path);
@@ -75,7 +75,7 @@ void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<
     else
         save_config(path, text);
     try {
-        send_settings(ctl, settings, groups_t::unchanged);
+        send_settings(ctl, settings, before);
     } catch (const refused_t &refusal) {
         throw refused_t(fmt::format("{}\n{} is changed all the same: apply it when the daemon takes messages.",
                                     refusal.what(), path));

@@ -104,8 +104,10 @@ void run_set(const ctl_t &ctl, const set_args_t &args, std::span<const set_optio
     std::vector<edit_t> edits;
     for (const std::string &section : sections)
         for (size_t i = 0; i < options.size(); i++)
-            if (!args.values[i].empty())
-                edits.push_back({section, options[i].key, options[i].write(first_name(options[i].names), args.values[i])});
+            if (!args.values[i].empty()) {
+                const std::string value = options[i].write(first_name(options[i].names), args.values[i]);
+                edits.push_back({section, options[i].key, value});
+            }
     if (edits.empty())
         throw usage_t("set: name at least one setting");
     set_in_config(ctl, args.file.empty() ? default_config_path(ctl) : args.file, edits);

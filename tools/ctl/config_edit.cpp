@@ -73,8 +73,8 @@ void write_file(const std::string &path, const std::string &text, mode_t mode)
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     if (fd < 0)
         refuse(path);
-    const bool whole = fchmod(fd, mode) == 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-                       fsync(fd) == 0;
+    const auto size = static_cast<ssize_t>(text.size());
+    const bool whole = fchmod(fd, mode) == 0 && write(fd, text.data(), text.size()) == size && fsync(fd) == 0;
     const int error = errno;
     close(fd);
     if (whole)

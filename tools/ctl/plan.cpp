@@ -6,7 +6,14 @@
 
 namespace {
 
+using before_t = std::optional<settings_t>;
 using now_t = std::optional<bridge_status_t>;
+
+/// As the daemon compares.
+bool same_config(const lvt_rstp_port_config_t &a, const lvt_rstp_port_config_t &b)
+{
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
 
 int as_int(size_t port)
 {
@@ -36,9 +43,9 @@ aggr_status_t groups_between(const now_t &now, const aggr_status_t &wanted)
     return groups;
 }
 
-bool groups_need_settings(const settings_t &settings, const now_t &now, groups_t groups)
+bool groups_need_settings(const settings_t &settings, const before_t &before, const now_t &now)
 {
-    if (groups == groups_t::may_be_new || !now)
+    if (!before || !same_config(before->ports[0], settings.ports[0]) || !now)
         return true;
     const aggr_status_t present = groups_of(*now);
     return present == AGGR_STATUS_ALONE || (settings.groups_stated && present != settings.groups);
@@ -51,17 +58,15 @@ bool is_on(const settings_t &settings, size_t port)
     return settings.ports[port].adminEnable;
 }
 
-/// As the daemon compares.
-bool same_config(const lvt_rstp_port_config_t &a, const lvt_rstp_port_config_t &b)
+/// The daemon may find the record of this port, which is to be off, changed. What it has of a port
+/// that is off it does not report, but a port that was never set has the default.
+bool may_disarm(const settings_t &settings, const before_t &before, const now_t &now, size_t port)
 {
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-/// The daemon may find the record of this port, which is to be off, changed.
-bool may_disarm(const settings_t &settings, const now_t &now, size_t port)
-{
-    const bool by_default = same_config(settings.ports[port], LVT_RSTP_PORT_DEFAULTS);
-    return !is_on(settings, port) && (!now || !by_default || now->port(as_int(port)).role != ROLE_NON_STP);
+    const lvt_rstp_port_config_t &config = settings.ports[port];
+    const bool stays = before && same_config(config, before->ports[port]) &&
+                       same_config(config, LVT_RSTP_PORT_DEFAULTS) && now &&
+                       now->port(as_int(port)).role == ROLE_NON_STP;
+    return !is_on(settings, port) && !stays;
 }
 
 /// How little it hurts to send a port its settings again, which restarts migration and makes its
@@ -80,12 +85,12 @@ int patience(const settings_t &settings, const now_t &now, size_t port)
 }
 
 /// The port to send twice so that the trap is armed in the end; 0 when there is no need.
-size_t port_to_arm(const settings_t &settings, const now_t &now)
+size_t port_to_arm(const settings_t &settings, const before_t &before, const now_t &now)
 {
     size_t chosen = 0;
     bool endangered = false;
     for (size_t port = 1; port <= FRONT_PORTS; port++) {
-        endangered = endangered || may_disarm(settings, now, port);
+        endangered = endangered || may_disarm(settings, before, now, port);
         if (is_on(settings, port) && (!chosen || patience(settings, now, port) > patience(settings, now, chosen)))
             chosen = port;
     }
@@ -94,8 +99,7 @@ size_t port_to_arm(const settings_t &settings, const now_t &now)
 
 } // namespace
 
-std::vector<plan_step_t> plan_of(const settings_t &settings, const std::optional<bridge_status_t> &now,
-                                 groups_t groups)
+std::vector<plan_step_t> plan_of(const settings_t &settings, const before_t &before, const now_t &now)
 {
     std::vector<plan_step_t> plan = {
         {lacp_enable_message(settings.lacp), "where LACP runs, before a port's state changes"},
@@ -107,7 +111,7 @@ std::vector<plan_step_t> plan_of(const settings_t &settings, const std::optional
     if (form && (!now || between != groups_of(*now)))
         plan.push_back({aggr_status_message(between), "ports that leave their group stand alone first"});
 
-    if (const size_t port = port_to_arm(settings, now)) {
+    if (const size_t port = port_to_arm(settings, before, now)) {
         port_configs_t marked = settings.ports;
         marked[port].reserved[0] = 1;
         plan.push_back({port_config_only_message(marked),
@@ -115,9 +119,11 @@ std::vector<plan_step_t> plan_of(const settings_t &settings, const std::optional
                                     "changes is then one that is on, and BPDUs stay trapped",
                                     port)});
     }
-    const bool configure = groups_need_settings(settings, now, groups);
-    plan.push_back(configure || form ? plan_step_t{port_config_only_message(settings.ports), "the ports; groups wait for what follows"}
-                                     : plan_step_t{port_config_message(settings.ports), "the ports"});
+    const bool configure = groups_need_settings(settings, before, now);
+    if (configure || form)
+        plan.push_back({port_config_only_message(settings.ports), "the ports; groups wait for what follows"});
+    else
+        plan.push_back({port_config_message(settings.ports), "the ports"});
     if (configure)
         plan.push_back({aggr_config_message(settings.ports[0]), "what all groups have in common"});
     if (form)

@@ -14,9 +14,6 @@ struct plan_step_t {
     std::string reason;
 };
 
-/// Whether the settings of the groups are new. They are costly: the daemon forms each group anew.
-enum class groups_t { may_be_new, unchanged };
-
 /// The sequence of messages for all settings, made so that each has its effect once:
 ///
 /// 1. LACP (type 10) is only stored, and counts when a port's state changes: before all that.
@@ -29,10 +26,14 @@ enum class groups_t { may_be_new, unchanged };
 ///
 /// Without 5 and 6, 4 is of type 5, which forms what waits.
 ///
-/// The daemon traps spanning tree frames as the last changed port wants it. When a port may be
-/// turned off while others are on, 4 is sent twice, first with a reserved octet set in the record of
-/// one port that is on: that port then is the last that changes.
+/// The daemon traps spanning tree frames as the last changed port wants it. When it may find the
+/// settings changed of a port that is to be off, while others are on, 4 is sent twice, first with a
+/// reserved octet set in the record of one port that is on: that port then is the last that changes.
 ///
-/// `now` is what the daemon reports; without it more is taken for needed.
-std::vector<plan_step_t> plan_of(const settings_t &settings, const std::optional<bridge_status_t> &now,
-                                 groups_t groups);
+/// before  the settings that were in force, as far as that is known: those of the groups are costly,
+///         the daemon forms each group anew
+/// now     what the daemon reports
+///
+/// What is not known is taken for changed.
+std::vector<plan_step_t> plan_of(const settings_t &settings, const std::optional<settings_t> &before,
+                                 const std::optional<bridge_status_t> &now);

@@ -143,7 +143,8 @@ row_t statistics_row(const bridge_status_t &status, int number_of_port)
 
 table_t statistics_table(const bridge_status_t &status)
 {
-    row_t heading = titles({"port", "sent RST", "config", "TCN", "received RST", "config", "TCN", "illegal", "unknown"});
+    row_t heading =
+        titles({"port", "sent RST", "config", "TCN", "received RST", "config", "TCN", "illegal", "unknown"});
     for (cell_t &cell : heading)
         cell.right = cell.text != "port";
     return shown_ports(status, std::move(heading), statistics_row);
