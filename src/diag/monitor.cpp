@@ -36,10 +36,10 @@ void write_tc_time(FILE *file, uint16_t time_since_tc)
         return;
     }
     const time_t shown = monitor_tc_time(static_cast<int32_t>(time(nullptr)), time_since_tc, &old_sec);
-    tm when;
-    if (localtime_r(&shown, &when))
-        fprintf(file, "%d/%02d/%02d %02d:%02d:%02d", when.tm_year + 1900, when.tm_mon + 1, when.tm_mday,
-                when.tm_hour, when.tm_min, when.tm_sec);
+    // Of this thread only, and unlike localtime_r it notices when the time zone is changed.
+    if (const tm *when = localtime(&shown))
+        fprintf(file, "%d/%02d/%02d %02d:%02d:%02d", when->tm_year + 1900, when->tm_mon + 1, when->tm_mday,
+                when->tm_hour, when->tm_min, when->tm_sec);
 }
 
 void write_time(FILE *file, const lvt_rstp_bridge_status_t &bridge)
@@ -89,35 +89,43 @@ void write_status(FILE *file)
     fprintf(file, "!\n");
 }
 
-/// Writes the temporary file. False when it is not whole.
-bool write_temporary()
+/// Writes all and closes the file. False when there was no room for it.
+bool write_whole(FILE *file)
 {
-    FILE *file = fopen(TEMPORARY_FILE, "w");
-    if (!file)
-        return false;
     write_status(file);
     const bool whole = !ferror(file);
     return fclose(file) == 0 && whole;
+}
+
+int fail()
+{
+    osPrintfConsole("rstp_monitor open failure");
+    return -1;
 }
 
 } // namespace
 
 int32_t monitor_tc_time(int32_t now, uint16_t time_since_tc, int32_t *shown_before)
 {
-    const int32_t exact = now - time_since_tc;
-    const bool close = static_cast<uint32_t>(*shown_before - exact + 2) < 5;
+    // Unsigned, since a clock of 32 bits goes round.
+    const uint32_t exact = static_cast<uint32_t>(now) - time_since_tc;
+    const bool close = static_cast<uint32_t>(*shown_before) - exact + 2 < 5;
 
     if (*shown_before == 0 || !close)
-        *shown_before = exact;
+        *shown_before = static_cast<int32_t>(exact);
     return *shown_before;
 }
 
 int lvt_rstp_monitor_info_write()
 {
-    if (!write_temporary() || rename(TEMPORARY_FILE, RSTP_MONITOR_FILE) != 0) {
-        remove(TEMPORARY_FILE);
-        osPrintfConsole("rstp_monitor open failure");
-        return -1;
-    }
-    return 0;
+    FILE *file = fopen(TEMPORARY_FILE, "w");
+    if (!file)
+        return fail();
+
+    // Without room for it the last whole file stays; its age tells.
+    const bool whole = write_whole(file);
+    if (whole && rename(TEMPORARY_FILE, RSTP_MONITOR_FILE) == 0)
+        return 0;
+    remove(TEMPORARY_FILE);
+    return whole ? fail() : 0;
 }

@@ -324,6 +324,7 @@ uint8_t l2pt_trap_get(uint32_t index) { return index < RSTP_PHYSICAL_PORTS ? l2p
 
 void lvt_os_set_stpstate(uint32_t l2port, uint8_t state)
 {
+    // Before the line, which shows what there is only for a valid port.
     STP_ASSERT(l2port_is_valid(l2port), "l2port_is_valid(portno)", SOURCE, 421, "lvt_os_set_stpstate");
     printf("\n%s: L%d: lvt_os_set_stpstate(), new_state=%d, cached_stpstates=%d, cached_fwdstates=%d\n", SOURCE,
            420, state, cached_stpstates[l2port], cached_fwdstates[l2port]);

@@ -286,6 +286,17 @@ TEST_F(monitor, the_rule_of_the_shown_time)
     EXPECT_EQ(monitor_tc_time(100000, 65535, &shown), 34465);
 }
 
+TEST(monitor_time, goes_round_with_the_clock)
+{
+    int32_t shown = 0;
+    EXPECT_EQ(monitor_tc_time(INT32_MIN + 3, 10, &shown), INT32_MAX - 6);
+    EXPECT_EQ(monitor_tc_time(INT32_MIN + 5, 10, &shown), INT32_MAX - 6);
+    EXPECT_EQ(monitor_tc_time(INT32_MIN + 6, 10, &shown), INT32_MAX - 3);
+    shown = INT32_MAX - 1;
+    EXPECT_EQ(monitor_tc_time(INT32_MIN + 10, 10, &shown), INT32_MAX - 1);
+    EXPECT_EQ(monitor_tc_time(INT32_MIN + 100, 1, &shown), INT32_MIN + 99);
+}
+
 // ---- the file ---------------------------------------------------------------------------
 
 TEST_F(monitor, the_file_is_replaced)
@@ -336,6 +347,19 @@ TEST_F(monitor, a_folder_in_its_place_is_told_and_nothing_is_left)
     fs::remove(path("rstp_monitor"));
     EXPECT_THAT(written(), testing::EndsWith("!\n"));
     EXPECT_THAT(files(), ElementsAre("rstp_monitor"));
+}
+
+TEST_F(monitor, without_room_the_last_file_stays_and_nothing_is_said)
+{
+    boot();
+    const std::string before = written();
+    fs::create_symlink("/dev/full", path("rstp_monitor.tmp"));
+    EXPECT_EQ(lvt_rstp_monitor_info_write(), 0);
+    EXPECT_EQ(board_console(), "");
+    EXPECT_THAT(files(), ElementsAre("rstp_monitor"));
+    std::stringstream text;
+    text << std::ifstream(path("rstp_monitor")).rdbuf();
+    EXPECT_EQ(text.str(), before);
 }
 
 TEST_F(monitor, it_is_written_without_a_lock_and_steps_nothing)
