@@ -257,6 +257,7 @@ void lvt_rstp_get_portconfig(uint32_t portno, lvt_rstp_port_config_t *config)
 
 void lvt_rstp_port_config_init(uint32_t index, lvt_rstp_port_config_t *config)
 {
+    need_defaults();
     const lvt_rstp_port_config_t &stored = record_of(index + 1)->config;
     config->port_priority = stored.port_priority;
     config->adminEnable = stored.adminEnable;
@@ -396,9 +397,11 @@ void lvt_rstp_linkstate_changed(uint32_t portno, uint32_t link)
 {
     STP_ASSERT(portno <= RSTP_PHYSICAL_PORTS, "((portno) <= (((6) * 1)))", SOURCE, 1112,
                "lvt_rstp_linkstate_changed");
-    if (!lvt_rstp_vars.initialised || portno == 0)
+    if (!lvt_rstp_vars.initialised)
         return;
     lvt_rstp_run_pending();
+    if (portno == 0)
+        return; // no port has this number
     if (link == 1)
         lvt_os_get_portmac(portno, record_of(portno)->mac);
 

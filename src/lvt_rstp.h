@@ -2,7 +2,7 @@
 /// takes events and settings in, and answers what the engine asks (rstp/stp_out.h).
 ///
 /// All functions are called with `rstp_core_sem` held, but for those that say otherwise.
-/// Unless noted they first finish the engine's pending work, so that a new event never meets a
+/// Events and changed settings first finish the engine's pending work, so that none of them meets a
 /// bridge that is half evaluated.
 #pragma once
 

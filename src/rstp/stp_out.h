@@ -48,8 +48,8 @@ void lvt_os_get_systemmac(uint8_t *mac);
 
 // ---- actions ----------------------------------------------------------------------------
 
-/// Brings a logical port (1 to 9) into a hardware state (HW_DISCARDING, HW_LEARNING,
-/// HW_FORWARDING, HW_NO_STP). Repeated requests are filtered. The result means nothing to
+/// Brings a logical port (1 to 9) into a hardware state: the engine asks for HW_DISCARDING,
+/// HW_LEARNING, HW_FORWARDING and HW_NO_STP. Repeated requests are filtered. The result means nothing to
 /// the engine.
 int lvt_aggr_set_stpstate(uint32_t l2port, uint8_t code);
 

@@ -113,6 +113,11 @@ TEST_F(config, any_call_before_the_start_applies_the_defaults)
     EXPECT_EQ(record(2).port_id, 16 << 8 | 2);
 
     lvt_rstp_vars = {};
+    lvt_rstp_port_config_t out = {};
+    lvt_rstp_port_config_init(0, &out);
+    EXPECT_EQ(octets_of(out), PORT_DEFAULTS);
+
+    lvt_rstp_vars = {};
     lvt_rstp_set_mcheck(1);
     EXPECT_EQ(lvt_rstp_vars.initialised, 1);
     lvt_rstp_vars = {};

@@ -1,0 +1,94 @@
+// The starter of a single switch: however it ends, nothing of it is left behind.
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include <fcntl.h>
+#include <fmt/ranges.h>
+#include <gmock/gmock.h>
+
+#include "fixture.h"
+
+namespace {
+
+using namespace e2e;
+
+const std::string SWITCH = lab::program("LVT_SWITCH", "lvt_switch");
+
+/// All processes by number, with their names, in this world of the test's own.
+std::map<std::string, std::string> processes()
+{
+    std::map<std::string, std::string> found;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+        std::string name;
+        std::getline(std::ifstream(entry.path() / "comm"), name);
+        if (const std::string number = entry.path().filename(); isdigit(number.front()) && !name.empty())
+            found[number] = name;
+    }
+    return found;
+}
+
+size_t count_named(const std::string &name)
+{
+    size_t count = 0;
+    for (const auto &process : processes())
+        count += process.second == name;
+    return count;
+}
+
+/// What a program could leave behind besides processes.
+std::string traces()
+{
+    std::set<std::string> names;
+    for (const char *folder : {"/sys/class/net", "/tmp", "/run"})
+        for (const auto &entry : std::filesystem::directory_iterator(folder))
+            names.insert(entry.path());
+    std::ifstream mounts("/proc/self/mounts");
+    return fmt::format("{}", fmt::join(names, " ")) + std::string(std::istreambuf_iterator<char>(mounts), {});
+}
+
+class lab_end : public testing::TestWithParam<int> {};
+
+TEST_P(lab_end, leaves_nothing)
+{
+    const auto processes_before = processes();
+    const std::string traces_before = traces();
+    const std::string output = std::filesystem::path(testing::TempDir()) / fmt::format("lvt_switch.{}", getpid());
+    {
+        const fd_t file(open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+        lab::process_t starter = lab::start({.argv = {SWITCH, "--bridge", "1,2", "--host", "3"},
+                                             .out = file.number(),
+                                             .err = file.number()});
+        const auto said = [&] {
+            std::ifstream text(output);
+            return std::string(std::istreambuf_iterator<char>(text), {});
+        };
+        ASSERT_TRUE(lab::within(SOON, [&] { return said().find("nsenter") != std::string::npos; })) << said();
+        EXPECT_EQ(count_named("lvt_rstpd"), 1u);
+        EXPECT_EQ(count_named("lvt_board"), 1u);
+
+        starter.signal(GetParam());
+        const int wanted = GetParam() == SIGKILL ? 128 + SIGKILL : 0;
+        ASSERT_TRUE(lab::within(SOON, [&] { return !starter.running(); }));
+        EXPECT_EQ(starter.exit_code(), wanted) << said();
+    }
+    std::filesystem::remove(output);
+    EXPECT_TRUE(lab::within(SOON, [&] { return processes() == processes_before; }))
+        << fmt::format("{}", processes());
+    EXPECT_EQ(traces(), traces_before);
+}
+
+INSTANTIATE_TEST_SUITE_P(by, lab_end, testing::Values(SIGINT, SIGTERM, SIGHUP, SIGKILL),
+                         [](const auto &row) { return std::string(sigabbrev_np(row.param)); });
+
+TEST(lab_run, ends_as_its_command_does)
+{
+    const auto before = processes();
+    const std::string command = "lvt_rstpctl expect root is this bridge --within 10 && exit 7";
+    EXPECT_EQ(lab::run({.argv = {SWITCH, "--run", command}}).exit_code, 7);
+    EXPECT_TRUE(lab::within(SOON, [&] { return processes() == before; }));
+}
+
+} // namespace
