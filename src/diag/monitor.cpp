@@ -36,10 +36,10 @@ void write_tc_time(FILE *file, uint16_t time_since_tc)
         return;
     }
     const time_t shown = monitor_tc_time(static_cast<int32_t>(time(nullptr)), time_since_tc, &old_sec);
-    // Of this thread only, and unlike localtime_r it notices when the time zone is changed.
-    if (const tm *when = localtime(&shown))
-        fprintf(file, "%d/%02d/%02d %02d:%02d:%02d", when->tm_year + 1900, when->tm_mon + 1, when->tm_mday,
-                when->tm_hour, when->tm_min, when->tm_sec);
+    tm when;
+    if (localtime_r(&shown, &when))
+        fprintf(file, "%d/%02d/%02d %02d:%02d:%02d", when.tm_year + 1900, when.tm_mon + 1, when.tm_mday,
+                when.tm_hour, when.tm_min, when.tm_sec);
 }
 
 void write_time(FILE *file, const lvt_rstp_bridge_status_t &bridge)
