@@ -6,7 +6,10 @@ set(CMAKE_SYSTEM_PROCESSOR mipsel)
 set(CMAKE_C_COMPILER mipsel-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER mipsel-linux-gnu-g++)
 
-set(CMAKE_FIND_ROOT_PATH /usr/mipsel-linux-gnu)
+if(NOT LVT_MIPSEL_ROOT)
+    set(LVT_MIPSEL_ROOT /usr/mipsel-linux-gnu) # what the emulated program sees as /
+endif()
+set(CMAKE_FIND_ROOT_PATH ${LVT_MIPSEL_ROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
@@ -14,7 +17,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 find_program(LVT_QEMU_MIPSEL NAMES qemu-mipsel qemu-mipsel-static)
 if(LVT_QEMU_MIPSEL)
-    set(CMAKE_CROSSCOMPILING_EMULATOR ${LVT_QEMU_MIPSEL} -L /usr/mipsel-linux-gnu)
+    set(CMAKE_CROSSCOMPILING_EMULATOR ${LVT_QEMU_MIPSEL} -L ${LVT_MIPSEL_ROOT})
 endif()
 
 # The tests' libraries, for which Debian has no packages for this machine.

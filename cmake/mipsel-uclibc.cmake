@@ -1,17 +1,14 @@
 # Builds for the switch as mipsel-linux-gnu.cmake does, but against the small C library that
 # packaging/uclibc/build makes. Of the C++ library only headers are used: Debian's was made for glibc.
-set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_SYSTEM_PROCESSOR mipsel)
-
-set(CMAKE_C_COMPILER mipsel-linux-gnu-gcc)
-set(CMAKE_CXX_COMPILER mipsel-linux-gnu-g++)
-
 get_filename_component(build ${CMAKE_CURRENT_LIST_DIR}/../build ABSOLUTE)
 set(LVT_UCLIBC ${build}/uclibc/root CACHE PATH "Where the small C library is installed")
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES LVT_UCLIBC)
 if(NOT EXISTS ${LVT_UCLIBC}/usr/lib/libc.so)
     message(FATAL_ERROR "There is no C library in ${LVT_UCLIBC}: build it with packaging/uclibc/build")
 endif()
+
+set(LVT_MIPSEL_ROOT ${LVT_UCLIBC})
+include(${CMAKE_CURRENT_LIST_DIR}/mipsel-linux-gnu.cmake)
 
 # The compiler's own headers, before those of the C library.
 execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=include
@@ -26,17 +23,6 @@ set(CMAKE_CXX_FLAGS_INIT "-isystem ${cxx_headers} -isystem ${cxx_headers}/mipsel
 -include ${CMAKE_CURRENT_LIST_DIR}/../packaging/uclibc/cxx_headers.h")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-muclibc --sysroot=${LVT_UCLIBC} -B${LVT_UCLIBC}/usr/lib")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")
-
-set(CMAKE_FIND_ROOT_PATH ${LVT_UCLIBC})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-
-find_program(LVT_QEMU_MIPSEL NAMES qemu-mipsel qemu-mipsel-static)
-if(LVT_QEMU_MIPSEL)
-    set(CMAKE_CROSSCOMPILING_EMULATOR ${LVT_QEMU_MIPSEL} -L ${LVT_UCLIBC})
-endif()
 
 # There are programs in C++ for this machine only as far as they need no C++ library.
 set(LVT_NO_CXX_LIBRARY ON)

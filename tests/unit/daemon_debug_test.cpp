@@ -8,27 +8,9 @@
 #include "daemon/rstp_config.h"
 #include "daemon_fixture.h"
 #include "l2_proto_utility/os_api.h"
+#include "tests/report_texts.h"
 
 namespace {
-
-const std::string MENU =
-    "===================================================\n"
-    "The RSTP debug command:\n"
-    "echo debug show system_config > /tmp/rstp_dbg_if_pipe - show the rstp system config\n"
-    "echo debug show port_config > /tmp/rstp_dbg_if_pipe - show the rstp port config\n"
-    "echo debug show bridge_status > /tmp/rstp_dbg_if_pipe - show the rstp bridge status\n"
-    "echo debug show rstp_port_status [1-64] > /tmp/rstp_dbg_if_pipe - show the rstp port status\n"
-    "echo debug show rstp_statistics > /tmp/rstp_dbg_if_pipe - show the rstp statistics\n"
-    "echo debug show port_status > /tmp/rstp_dbg_if_pipe - show the port status\n"
-    "echo debug show aggr_status > /tmp/rstp_dbg_if_pipe - show the aggr status\n"
-    "echo debug show rstp_aggr_status > /tmp/rstp_dbg_if_pipe - show the rstp core aggr status\n"
-    "echo debug show rstp_stp_state > /tmp/rstp_dbg_if_pipe - show the rstp stp state\n"
-    "echo debug show bpdu_filter > /tmp/rstp_dbg_if_pipe - show the bpdu_filter state\n"
-    "echo debug show l2pt_trap > /tmp/rstp_dbg_if_pipe - show the l2pt stp state\n"
-    "echo debug bpdu_filter [enable | disable] > /tmp/rstp_dbg_if_pipe - set the bpdu_filter state\n"
-    "echo debug show lacp_port_config > /tmp/rstp_dbg_if_pipe - Show lacp port state\n"
-    "echo debug l2pt_trap <port> <trap> > /tmp/rstp_dbg_if_pipe - l2pt stp trap set\n"
-    "===================================================\n";
 
 class debug_cmd : public daemon_test {
 protected:

@@ -6,6 +6,7 @@
 #include "daemon/rstp_aggr.h"
 #include "daemon_fixture.h"
 #include "l2_proto_utility/os_api.h"
+#include "tests/report_texts.h"
 
 namespace {
 
@@ -154,31 +155,7 @@ TEST_F(reports, bridge_status_splits_the_root_port)
 TEST_F(reports, port_status_after_the_start)
 {
     boot({3});
-    EXPECT_EQ(port_status(3), RULE64 + "\nRSTP PORT STATUS: PoAG=3\n"
-                                       "poag_number=3\n"
-                                       "vlan_id=1\n"
-                                       "designated_root: Prio=0, ID=00:00:00:00:00:00\n"
-                                       "designated_root_cost=0\n"
-                                       "designated_bridge: Prio=0, ID=00:00:00:00:00:00\n"
-                                       "designated_port=0\n"
-                                       "rstp_role=5\n"
-                                       "port_state=5\n"
-                                       "is_p2p=1\n"
-                                       "is_edge=1\n"
-                                       "stp_neigb=0\n"
-                                       "oper_pathcost=0\n"
-                                       "part_of_aggr=0\n"
-                                       "stp_viewable=0\n"
-                                       "port statistcs:\n"
-                                       "stp_frame_xmits=0\n"
-                                       "stp_frame_recvs=0\n"
-                                       "rstp_frame_xmits=0\n"
-                                       "rstp_frame_recvs=0\n"
-                                       "tcn_frame_xmits=0\n"
-                                       "tcn_frame_recvs=0\n"
-                                       "unknown_frame_recvs=0\n"
-                                       "illegal_frame_recvs=0\n" +
-                                  RULE64 + "\n");
+    EXPECT_EQ(port_status(3), RULE64 + "\n" + PORT_3_STATUS + RULE64 + "\n");
 }
 
 TEST_F(reports, port_status_of_a_root_port)
