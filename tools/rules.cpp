@@ -7,6 +7,8 @@ std::string fault_of(const setting_rule_t &rule, long value)
     if (value >= rule.min && value <= rule.max && (value - rule.min) % rule.step == 0)
         return {};
 
+    if (rule.max - rule.min == rule.step)
+        return fmt::format("{} {}: allowed is {} or {}{}", rule.name, value, rule.min, rule.max, rule.unit);
     const std::string steps = rule.step > 1 ? fmt::format(" in steps of {}", rule.step) : "";
     return fmt::format("{} {}: allowed is {} to {}{}{}", rule.name, value, rule.min, rule.max, rule.unit, steps);
 }

@@ -123,7 +123,7 @@ TEST_F(config, every_fault_is_told_with_its_place)
                   {
                       "2:12: bridge priority 4097: allowed is 0 to 61440 in steps of 4096",
                       "3:14: hello time should be a whole number",
-                      "4:19: force version 1: allowed is 0 to 2 in steps of 2",
+                      "4:19: force version 1: allowed is 0 or 2",
                       "5:1: there is no \"hellotime\" in [bridge]: known are priority, max_age, hello_time, "
                       "forward_delay, force_version",
                       "7:17: spanning_tree should be true or false",

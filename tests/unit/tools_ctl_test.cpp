@@ -36,9 +36,9 @@ TEST_F(ctl, bridge_keeps_to_the_standard)
     expect_refused("bridge --priority 4097", "bridge priority 4097: allowed is 0 to 61440 in steps of 4096");
     expect_refused("bridge --priority 65536", "bridge priority 65536: allowed is 0 to 61440 in steps of 4096");
     expect_refused("bridge --max-age 41", "max age 41: allowed is 6 to 40 s");
-    expect_refused("bridge --hello 0", "hello time 0: allowed is 1 to 2 s");
+    expect_refused("bridge --hello 0", "hello time 0: allowed is 1 or 2 s");
     expect_refused("bridge --forward-delay 3", "forward delay 3: allowed is 4 to 30 s");
-    expect_refused("bridge --force-version 3", "force version 3: allowed is 0 to 2 in steps of 2");
+    expect_refused("bridge --force-version 3", "force version 3: allowed is 0 or 2");
     expect_refused("bridge --max-age 30",
                    "max age 30 s is too long for forward delay 15 s: at most 2 * (15 - 1) = 28 s");
 }
