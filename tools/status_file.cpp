@@ -60,13 +60,18 @@ public:
         return *this;
     }
 
-    /// All up to the next comma.
-    pieces_t &text(std::string &value)
+    /// "2026/11/20 14:08:15" or nothing
+    pieces_t &time(std::string &value)
     {
-        const char *comma = std::find(next_, end(), ',');
-        value.assign(next_, comma);
-        next_ = comma;
-        return *this;
+        constexpr std::string_view form = "0000/00/00 00:00:00";
+        const std::string_view rest(next_, end());
+        if (rest.starts_with(','))
+            return *this;
+        value = rest.substr(0, form.size());
+        next_ += value.size();
+        return check(std::ranges::equal(value, form, [](char letter, char place) {
+            return place == '0' ? letter >= '0' && letter <= '9' : letter == place;
+        }));
     }
 
 private:
@@ -82,7 +87,13 @@ class lines_t {
 public:
     explicit lines_t(const std::string &text) : stream_(text) {}
 
-    const std::string &fault() const { return fault_; }
+    /// Empty when every line was as expected, and none follows.
+    const std::string &fault()
+    {
+        if (stream_.peek() != std::istringstream::traits_type::eof())
+            blame(fmt::format("something follows line {}", number_));
+        return fault_;
+    }
 
     pieces_t next()
     {
@@ -133,7 +144,7 @@ void read_overview(lines_t &lines, bridge_status_t &status)
 void read_time(lines_t &lines, bridge_status_t &status)
 {
     pieces_t line = lines.next();
-    line.literal("bridge_time=").text(status.changed_at);
+    line.literal("bridge_time=").time(status.changed_at);
     line.literal(",").number(status.changed_by, 0, LAST_PORT);
     line.literal(",").number(status.since_change, 0, UINT16_MAX);
     lines.judge(line, "the time of the last topology change");
@@ -186,10 +197,11 @@ std::optional<bridge_status_t> parse_status(const std::string &text, std::string
         read_counts(lines, static_cast<int>(i) + 1, status.ports[i]);
     lines.expect("!");
 
-    if (lines.fault().empty())
+    const std::string &found = lines.fault();
+    if (found.empty())
         return status;
     if (fault)
-        *fault = lines.fault();
+        *fault = found;
     return {};
 }
 

@@ -56,6 +56,8 @@ struct bridge_status_t {
 
     const port_status_t &port(int number) const { return ports.at(static_cast<size_t>(number) - 1); }
     bool is_root() const { return root_port == 0; }
+    /// There was a topology change, and none runs. Without one `changed_at` tells only of the start.
+    bool has_changed() const { return changed_by != 0 && !changed_at.empty(); }
 };
 
 /// Reads a whole status file. Returns nothing when `text` is none, or only a part of one; then

@@ -181,7 +181,7 @@ TEST_F(config, files_that_cannot_be_read)
 {
     expect_refused("check " + file, "cannot read " + file + ": No such file or directory");
     expect_refused("apply", "cannot read " + board.path + "/etc/lvt_rstp.toml: No such file or directory");
-    expect_refused("check " + board.path, "cannot read " + board.path + ": Is a directory");
+    expect_refused("check " + board.path, "cannot read " + board.path + ": not a regular file");
 }
 
 // ---- apply -----------------------------------------------------------------------------

@@ -40,6 +40,7 @@ std::string grouped()
 {
     std::string text = replaced(STATUS, "port01=8000,0,1,1,3,4,0", "port01=8000,0,1,1,5,5,7");
     text = replaced(text, "port02=8000,0,1,1,1,1,0", "port02=0,1,1,0,5,5,7");
+    text = replaced(text, "port07=0,0,0,0,0,0,0,0", "port07=0,0,0,9,0,0,0,0");
     return replaced(text, "port07=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0",
                     "port07=4000,0,1,0,3,4,0,32768:02-00-00-01-11-00/1");
 }
@@ -199,7 +200,39 @@ TEST_F(show, a_malformed_status_file)
 TEST_F(show, what_cannot_be_read)
 {
     std::filesystem::create_directory(board.path + RSTP_MONITOR_FILE);
-    expect_refused("show", "cannot read " + board.path + "/tmp/rstp_monitor: Is a directory");
+    expect_refused("show", "cannot read " + board.path + "/tmp/rstp_monitor: not a regular file");
+}
+
+TEST_F(show, a_pipe_instead_of_the_status_file)
+{
+    const pipe_reader_t pipe(board.path + RSTP_MONITOR_FILE);
+    expect_refused("show", "cannot read " + pipe.path + ": not a regular file");
+    expect_refused("check " + pipe.path, "cannot read " + pipe.path + ": not a regular file");
+    expect_refused("set bridge --priority 0 --file /dev/full", "cannot read /dev/full: not a regular file");
+}
+
+TEST_F(show, a_status_file_without_end)
+{
+    report(STATUS + std::string(1 << 16, '!'));
+    expect_refused("show", "cannot read " + board.path + "/tmp/rstp_monitor: it has more than 65536 octets");
+}
+
+TEST_F(show, a_status_file_of_the_future)
+{
+    report(STATUS);
+    age = -2000ms;
+    EXPECT_EQ(run_on_board("show").status, 0);
+    age = -60500ms;
+    expect_refused("show", board.path + "/tmp/rstp_monitor is dated 60 s ahead: the clock was set back, and the "
+                                        "daemon, which writes it every second, has not written it since. Look at "
+                                        "what it printed last, and start it again.");
+}
+
+TEST_F(show, no_neighbour_where_none_was_heard)
+{
+    report(replaced(STATUS, "port03=8000,1,1,0", "port03=8000,0,1,0"));
+    EXPECT_EQ(json_of("show port 3 -j")["ports"][0]["neighbour"], "none");
+    EXPECT_NE(run_on_board("show ports").output.find("no    yes             none       61440/"), std::string::npos);
 }
 
 TEST_F(show, subjects_that_are_none)

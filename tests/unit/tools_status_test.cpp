@@ -78,4 +78,16 @@ TEST(status_file, tells_the_line_that_is_wrong)
     EXPECT_EQ(fault_of_text(replaced(STATUS, "0,1,1,3,4,0", "0,1,1,3,4,6")), "line 8 is not the state of port 1");
     EXPECT_EQ(fault_of_text(replaced(STATUS, "port03=23,0,", "port03=23,")), "line 21 is not the counters of port 3");
     EXPECT_EQ(fault_of_text(replaced(STATUS, "!\n", "?\n")), "line 28 is not \"!\"");
+    EXPECT_EQ(fault_of_text(std::string(STATUS) + "x"), "something follows line 28");
+    EXPECT_EQ(fault_of_text(std::string(STATUS) + "\n"), "something follows line 28");
+}
+
+TEST(status_file, has_a_time_as_the_daemon_writes_it_or_none)
+{
+    EXPECT_EQ(fault_of_text(replaced(STATUS, "2026/11/20 14:08:15", "")), "");
+    for (const char *time : {"soon", "2026/11/20 14:08:1", "2026/11/20 14:08:155", "2026-11-20 14:08:15",
+                             "2026/11/20 14:08:\xff\xff", "\033[2J/11/20 14:08:15", "2026/11/20\t14:08:15"})
+        EXPECT_EQ(fault_of_text(replaced(STATUS, "2026/11/20 14:08:15", time)),
+                  "line 5 is not the time of the last topology change")
+            << time;
 }

@@ -19,6 +19,7 @@ using std::chrono::system_clock;
 using namespace std::chrono_literals;
 
 constexpr auto POLL_PAUSE = 20ms;
+constexpr size_t STATUS_OCTETS_MAX = 1 << 16;
 
 std::string path_of(const ctl_t &ctl)
 {
@@ -50,6 +51,11 @@ system_clock::time_point written_at(const ctl_t &ctl)
 void demand_fresh(const ctl_t &ctl, system_clock::time_point written)
 {
     const auto age = system_clock::now() - written;
+    if (age < -STATUS_STALE_AFTER)
+        throw refused_t(fmt::format("{} is dated {} s ahead: the clock was set back, and the daemon, which writes it "
+                                    "every second, has not written it since. Look at what it printed last, and "
+                                    "start it again.",
+                                    path_of(ctl), std::chrono::duration_cast<std::chrono::seconds>(-age).count()));
     if (age > STATUS_STALE_AFTER)
         throw refused_t(fmt::format("{} is {} s old: the daemon writes it every second, so it has ended or hangs. "
                                     "Look at what it printed last, and start it again.",
@@ -58,7 +64,7 @@ void demand_fresh(const ctl_t &ctl, system_clock::time_point written)
 
 std::string content_of(const ctl_t &ctl)
 {
-    const auto text = read_text_file(path_of(ctl));
+    const auto text = read_text_file(path_of(ctl), STATUS_OCTETS_MAX);
     if (!text)
         refuse(errno, ctl);
     return *text;
@@ -153,6 +159,8 @@ std::string neighbour_name(const port_status_t &port)
 {
     const bool outside = port.group || port.role == ROLE_DISABLED || port.role == ROLE_NON_STP;
     if (outside || port.edge)
+        return "none";
+    if (port.received.all() == 0)
         return "none";
     return port.stp_neighbour ? "STP" : "RSTP";
 }

@@ -14,7 +14,8 @@ struct reading_t {
     std::chrono::system_clock::time_point written;
 };
 
-/// A status file that has not been written for longer than this tells of a daemon that is no more.
+/// A status file that has not been written for longer than this tells of a daemon that is no more, as
+/// does one that is dated as far ahead.
 constexpr std::chrono::seconds STATUS_STALE_AFTER{3};
 
 /// Reads the status file. Throws refused_t when it is missing, stale or malformed, and says what that
@@ -47,7 +48,8 @@ std::string role_name(const port_status_t &port);
 /// not rule; a member of a group has the group's.
 std::string state_name(const bridge_status_t &status, int port);
 
-/// The kind of BPDUs that suit the neighbour, "RSTP" or "STP"; "none" where no bridge is expected.
+/// The kind of BPDUs that suit the neighbour, "RSTP" or "STP"; "none" where no bridge is
+/// expected or none was heard.
 std::string neighbour_name(const port_status_t &port);
 
 /// "2026-11-20 14:08:15" of a time, on this machine's clock.

@@ -2,21 +2,31 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 
-std::optional<std::string> read_text_file(const std::string &path)
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include "tools/ctl/ctl.h"
+
+std::optional<std::string> read_text_file(const std::string &path, size_t octets_max)
 {
-    std::FILE *const file = std::fopen(path.c_str(), "re");
-    if (!file)
+    // A pipe without writer would keep the opening waiting.
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
         return {};
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(fdopen(fd, "r"), std::fclose);
 
-    std::string text;
-    char buffer[4096];
-    for (size_t count; (count = std::fread(buffer, 1, sizeof buffer, file)) > 0;)
-        text.append(buffer, count);
+    struct stat kind = {};
+    if (fstat(fd, &kind) != 0 || !S_ISREG(kind.st_mode))
+        throw refused_t(fmt::format("cannot read {}: not a regular file", path));
 
-    const bool whole = !std::ferror(file);
-    const int error = errno;
-    std::fclose(file);
-    errno = error;
-    return whole ? std::optional(text) : std::nullopt;
+    std::string text(octets_max + 1, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+    if (std::ferror(file.get()))
+        return {};
+    if (text.size() > octets_max)
+        throw refused_t(fmt::format("cannot read {}: it has more than {} octets", path, octets_max));
+    return text;
 }
