@@ -31,6 +31,8 @@ TEST_F(expect, root)
     is_so("root is not this bridge");
     is_so("root port is 1");
     is_so("root port is not none");
+    is_so("root is 0x8000/02:00:00:01:11:00");
+    is_so("root is 032768/02:00:00:01:11:00");
     is_not_so("root is this bridge", "the root is 32768/02:00:00:01:11:00");
     is_not_so("root is not 02:00:00:01:11:00", "the root is 32768/02:00:00:01:11:00");
     is_not_so("root is 4096/02:00:00:01:11:00", "the root is 32768/02:00:00:01:11:00");
@@ -54,6 +56,7 @@ TEST_F(expect, ports)
     is_so("port 4 is off");
     is_so("ports 1,3 forward");
     is_so("ports 1-3 are point-to-point");
+    is_not_so("port 4 forwards", "port 4 is off: the spanning tree does not rule it");
     is_not_so("port 2 forwards", "port 2 is alternate, discarding, not edge, point-to-point");
     is_not_so("port 1-3 is forwarding", "port 2 is alternate, discarding, not edge, point-to-point");
     is_not_so("port 1 is not root", "port 1 is root, forwarding, not edge, point-to-point");
@@ -74,6 +77,7 @@ TEST_F(expect, what_is_no_statement)
     }
     expect_usage("expect port x forwards", "port: \"x\" is not a number");
     expect_usage("expect topology changes below many", "topology changes below: \"many\" is not a number");
+    expect_usage("expect root is not foo/02:00:00:01:11:00", "root is: \"foo\" is not a number");
     expect_usage("expect root port is big", "root port: \"big\" is not a number");
     expect_refused("expect port 10 forwards", "logical port 10: allowed is 1 to 9");
 }
@@ -100,6 +104,15 @@ TEST_F(expect, waits_no_longer_than_it_is_told)
     report(STATUS);
     expect_refused("expect port 2 forwards --within 0.1",
                    "not so: port 2 forwards: port 2 is alternate, discarding, not edge, point-to-point");
+}
+
+TEST_F(expect, a_time_that_is_none)
+{
+    report(STATUS);
+    for (const char *seconds : {"1e10", "inf", "nan", "1e308", "-1", "1x", " 1"})
+        expect_usage(fmt::format("expect topology changes below 1 --within '{}'", seconds),
+                     fmt::format("--within: \"{}\" is no number of seconds from 0 to 1000000000", seconds));
+    is_so("port 1 forwards --within 1e9");
 }
 
 TEST_F(expect, topology_changes)

@@ -57,6 +57,17 @@ long parse_number(const std::string &option, const std::string &text)
     return value;
 }
 
+std::chrono::nanoseconds parse_seconds(const std::string &option, const std::string &text)
+{
+    constexpr double max = 1e9;
+    const char *end = text.data() + text.size();
+    double seconds = 0;
+    const auto [stop, error] = std::from_chars(text.data(), end, seconds);
+    if (error != std::errc{} || stop != end || !(seconds >= 0 && seconds <= max))
+        throw usage_t(fmt::format("{}: \"{}\" is no number of seconds from 0 to {:.0f}", option, text, max));
+    return std::chrono::round<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
+}
+
 size_t parse_word(const std::string &option, const std::string &text, const std::vector<std::string> &words)
 {
     const auto found = std::ranges::find(words, text);

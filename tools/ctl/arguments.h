@@ -1,6 +1,7 @@
 /// Reading the words of a command line beyond what its options say of themselves.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,9 @@ std::string first_name(const std::string &names);
 
 /// A whole number, decimal or in hex after "0x". Throws usage_t.
 long parse_number(const std::string &option, const std::string &text);
+
+/// A time in seconds, 0 to a thousand million, with or without a fraction. Throws usage_t.
+std::chrono::nanoseconds parse_seconds(const std::string &option, const std::string &text);
 
 /// One of `words`; returns its place in the list. Throws usage_t.
 size_t parse_word(const std::string &option, const std::string &text, const std::vector<std::string> &words);

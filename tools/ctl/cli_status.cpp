@@ -15,8 +15,16 @@ constexpr char HEADING[] = "Look";
 struct show_words_t {
     std::vector<std::string> subject;
     bool json = false, pretty = false, lines = false, watch = false;
-    std::optional<double> seconds;
+    std::string seconds;
 };
+
+/// Of an option that may be absent.
+std::optional<std::chrono::nanoseconds> seconds_of(const CLI::Option *option, const std::string &text)
+{
+    if (option->count() == 0)
+        return {};
+    return parse_seconds(option->get_name(), text);
+}
 
 subject_t subject_of(const std::vector<std::string> &words)
 {
@@ -62,9 +70,10 @@ void add_show_command(CLI::App &app, const ctl_t &ctl)
         ->excludes(json)
         ->excludes(pretty);
     auto *watch = command->add_flag("--watch", words->watch, "Show it anew each second, with a * on what changed");
-    command->add_option("--for", words->seconds, "Stop watching after so long")->type_name("SECONDS")->needs(watch);
-    command->callback([words, &ctl] {
-        show(ctl, {subject_of(words->subject), format_of(*words), words->watch, words->seconds});
+    auto *end = command->add_option("--for", words->seconds, "Stop watching after so long");
+    end->type_name("SECONDS")->needs(watch);
+    command->callback([words, end, &ctl] {
+        show(ctl, {subject_of(words->subject), format_of(*words), words->watch, seconds_of(end, words->seconds)});
     });
 }
 
@@ -76,15 +85,15 @@ void add_monitor_command(CLI::App &app, const ctl_t &ctl)
                     "Example:\n"
                     "  lvt_rstpctl monitor --json >> /var/log/spanning_tree");
 
-    auto args = std::make_shared<monitor_args_t>();
-    command->add_flag("-j,--json", args->json, "One JSON document to a line");
-    command->add_option("--for", args->seconds, "Stop after so long")->type_name("SECONDS");
-    command->callback([args, &ctl] { monitor(ctl, *args); });
+    auto words = std::make_shared<show_words_t>();
+    command->add_flag("-j,--json", words->json, "One JSON document to a line");
+    auto *end = command->add_option("--for", words->seconds, "Stop after so long")->type_name("SECONDS");
+    command->callback([words, end, &ctl] { monitor(ctl, {words->json, seconds_of(end, words->seconds)}); });
 }
 
 struct expect_words_t {
     std::vector<std::string> statement;
-    std::optional<double> seconds;
+    std::string seconds;
 };
 
 void add_expect_command(CLI::App &app, const ctl_t &ctl)
@@ -99,12 +108,13 @@ void add_expect_command(CLI::App &app, const ctl_t &ctl)
 
     auto words = std::make_shared<expect_words_t>();
     command->add_option("STATEMENT", words->statement, "One statement, in quotes or not")->type_name("")->required();
-    command
-        ->add_option("--within", words->seconds,
-                     "Wait so long for it to become true; count topology changes for so long")
-        ->type_name("SECONDS");
-    command->callback(
-        [words, &ctl] { expect(ctl, fmt::format("{}", fmt::join(words->statement, " ")), words->seconds); });
+    auto *within = command->add_option("--within", words->seconds,
+                                       "Wait so long for it to become true; count topology changes for so long");
+    within->type_name("SECONDS");
+    command->callback([words, within, &ctl] {
+        expect(ctl, fmt::format("{}", fmt::join(words->statement, " ")),
+               seconds_of(within, words->seconds).value_or(std::chrono::nanoseconds(0)));
+    });
 }
 
 } // namespace

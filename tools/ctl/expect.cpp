@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <chrono>
+#include <functional>
 #include <iterator>
+#include <optional>
 #include <span>
 #include <sstream>
 #include <thread>
@@ -14,6 +15,7 @@
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/changes.h"
 #include "tools/ctl/status.h"
+#include "tools/words.h"
 
 const char STATEMENTS[] =
     "  root is [not] this bridge | ADDRESS | PRIORITY/ADDRESS\n"
@@ -72,6 +74,11 @@ predicate_t predicate_from(const words_t &words, size_t first)
 
 // ---- root ------------------------------------------------------------------------------
 
+struct bridge_name_t {
+    std::optional<long> priority;
+    std::string address;
+};
+
 bool is_address(const std::string &text)
 {
     const std::string form = "xx:xx:xx:xx:xx:xx";
@@ -80,24 +87,27 @@ bool is_address(const std::string &text)
     });
 }
 
-bool is_bridge(const std::string &text)
+/// An address, or a priority and an address; nothing for other words.
+std::optional<bridge_name_t> bridge_named(const std::string &text)
 {
     const size_t slash = text.find('/');
-    return is_address(slash == std::string::npos ? text : text.substr(slash + 1));
+    if (slash == std::string::npos && is_address(text))
+        return bridge_name_t{{}, text};
+    if (slash != std::string::npos && is_address(text.substr(slash + 1)))
+        return bridge_name_t{parse_number("root is", text.substr(0, slash)), text.substr(slash + 1)};
+    return {};
 }
 
-bool is_root(const bridge_status_t &status, const std::string &name)
+bool is_named(const bridge_id_t &id, const bridge_name_t &name)
 {
-    if (name == "this bridge")
-        return status.is_root();
-    const std::string root = bridge_id_text(status.root);
-    return name == root || name == root.substr(root.find('/') + 1);
+    return address_text(id.addr) == name.address && name.priority.value_or(id.prio) == id.prio;
 }
 
-test_t root_test(const predicate_t &predicate)
+/// `name` is empty for this bridge itself.
+test_t root_test(const std::optional<bridge_name_t> &name, bool negated)
 {
-    return [predicate](const bridge_status_t &status) -> std::string {
-        if (is_root(status, predicate.text) != predicate.negated)
+    return [name, negated](const bridge_status_t &status) -> std::string {
+        if ((name ? is_named(status.root, *name) : status.is_root()) != negated)
             return {};
         return fmt::format("the root is {}{}", status.is_root() ? "this bridge, " : "", bridge_id_text(status.root));
     };
@@ -143,6 +153,8 @@ bool port_is(const bridge_status_t &status, int port, const std::string &word)
 std::string port_facts(const bridge_status_t &status, int port)
 {
     const port_status_t &values = status.port(port);
+    if (role_name(values) == "off")
+        return fmt::format("port {} is off: the spanning tree does not rule it", port);
     return fmt::format("port {} is {}, {}, {}edge, {}point-to-point", port, role_name(values),
                        state_name(status, port), values.edge ? "" : "not ", values.point_to_point ? "" : "not ");
 }
@@ -179,8 +191,9 @@ statement_t parse_statement(const std::string &text)
     const words_t words = words_of(text);
     if (begins(words, {"root", "is"})) {
         const predicate_t predicate = predicate_from(words, 2);
-        if (predicate.text == "this bridge" || is_bridge(predicate.text))
-            return {root_test(predicate), {}};
+        const auto bridge = bridge_named(predicate.text);
+        if (bridge || predicate.text == "this bridge")
+            return {root_test(bridge, predicate.negated), {}};
     }
     if (begins(words, {"root", "port", "is"}))
         return {root_port_test(predicate_from(words, 3)), {}};
@@ -231,11 +244,10 @@ void expect_few_changes(const ctl_t &ctl, const std::string &text, long limit, s
 
 } // namespace
 
-void expect(const ctl_t &ctl, const std::string &text, const std::optional<double> &within_seconds)
+void expect(const ctl_t &ctl, const std::string &text, std::chrono::nanoseconds within)
 {
     const statement_t statement = parse_statement(text);
-    const auto deadline = steady_t::now() + std::chrono::duration_cast<steady_t::duration>(
-                                                std::chrono::duration<double>(within_seconds.value_or(0)));
+    const auto deadline = steady_t::now() + within;
     if (statement.changes_below)
         expect_few_changes(ctl, text, *statement.changes_below, deadline);
     else

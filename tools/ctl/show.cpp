@@ -1,6 +1,5 @@
 #include "tools/ctl/show.h"
 
-#include <chrono>
 #include <cstdio>
 
 #include <fmt/format.h>
@@ -16,11 +15,9 @@ using steady_t = std::chrono::steady_clock;
 
 constexpr char CLEAR_SCREEN[] = "\033[H\033[2J";
 
-steady_t::time_point deadline_after(const std::optional<double> &seconds)
+steady_t::time_point deadline_after(const std::optional<std::chrono::nanoseconds> &length)
 {
-    if (!seconds)
-        return steady_t::time_point::max();
-    return steady_t::now() + std::chrono::duration_cast<steady_t::duration>(std::chrono::duration<double>(*seconds));
+    return length ? steady_t::now() + *length : steady_t::time_point::max();
 }
 
 /// Those that a document or a list of lines tells of: all, or the one that was asked for.
@@ -82,7 +79,7 @@ void show(const ctl_t &ctl, const show_args_t &args)
         return;
     }
 
-    const auto deadline = deadline_after(args.seconds);
+    const auto deadline = deadline_after(args.length);
     print_redraw(args, reading, report_text(ctl, args, reading, &reading));
     while (const auto next = next_status(ctl, reading, deadline)) {
         print_redraw(args, *next, report_text(ctl, args, *next, &reading));
@@ -92,7 +89,7 @@ void show(const ctl_t &ctl, const show_args_t &args)
 
 void monitor(const ctl_t &ctl, const monitor_args_t &args)
 {
-    const auto deadline = deadline_after(args.seconds);
+    const auto deadline = deadline_after(args.length);
     reading_t reading = read_status(ctl);
     while (const auto next = next_status(ctl, reading, deadline)) {
         for (const change_t &change : changes_between(reading.status, next->status))

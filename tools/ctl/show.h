@@ -1,6 +1,7 @@
 /// The commands that tell what the daemon does: show and monitor.
 #pragma once
 
+#include <chrono>
 #include <optional>
 
 #include "tools/ctl/ctl.h"
@@ -12,7 +13,7 @@ struct show_args_t {
     subject_t subject;
     format_t format = format_t::table;
     bool watch = false;
-    std::optional<double> seconds; ///< end of watching; empty: never
+    std::optional<std::chrono::nanoseconds> length; ///< of watching; empty: for ever
 };
 
 /// Prints the state once, or each second anew with marks on what changed. Throws refused_t.
@@ -20,7 +21,7 @@ void show(const ctl_t &ctl, const show_args_t &args);
 
 struct monitor_args_t {
     bool json = false;
-    std::optional<double> seconds; ///< empty: for ever
+    std::optional<std::chrono::nanoseconds> length; ///< empty: for ever
 };
 
 /// Prints a line for each change of a role, a state, the root or the topology. Throws refused_t when
