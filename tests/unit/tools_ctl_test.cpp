@@ -253,6 +253,12 @@ TEST_F(ctl, help_has_an_example_for_every_command)
     }
 }
 
+TEST_F(ctl, help_may_be_a_command)
+{
+    for (const char *command : {"", "show", "set port"})
+        expect_says(std::string(command) + " --help", run(std::string("help ") + command).output);
+}
+
 TEST_F(ctl, version)
 {
     expect_says("--version", LVT_VERSION "\n");

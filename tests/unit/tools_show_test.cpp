@@ -5,7 +5,9 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <pty.h>
 
+#include "tools/printable.h"
 #include "tools_ctl.h"
 
 namespace {
@@ -47,6 +49,26 @@ std::string grouped()
 
 class show : public ctl {
 protected:
+    /// What a command writes on a terminal of its own.
+    std::string run_on_terminal(const std::string &arguments, winsize size, const char *kind = "xterm")
+    {
+        setenv("TERM", kind, 1);
+        int near = -1, far = -1;
+        char name[PATH_MAX];
+        if (openpty(&near, &far, name, nullptr, &size) != 0)
+            abort();
+        const run_t result = run_on_board(arguments + " >" + name);
+        EXPECT_EQ(result.status, 0) << arguments;
+        close(far);
+
+        std::string text;
+        char buffer[4096];
+        for (ssize_t count; (count = read(near, buffer, sizeof buffer)) > 0;)
+            text.append(buffer, static_cast<size_t>(count));
+        close(near);
+        std::erase(text, '\r');
+        return text;
+    }
     json_t json_of(const std::string &arguments) { return json_t::parse(run_on_board(arguments).output); }
 };
 
@@ -72,9 +94,8 @@ TEST_F(show, one_subject)
                                "cost            8000\n"
                                "neighbour       STP\n"
                                "designated      32768/02:00:00:01:11:00 port 2\n"
-                               "sent            3 RST, 0 configuration, 0 topology change notification\n"
-                               "received        0 RST, 20 configuration, 0 topology change notification, 0 illegal, "
-                               "0 unknown\n");
+                               "sent            3 RST, 0 configuration, 0 TCN\n"
+                               "received        0 RST, 20 configuration, 0 TCN, 0 illegal, 0 unknown\n");
 }
 
 TEST_F(show, the_root_itself_during_a_topology_change)
@@ -223,17 +244,132 @@ TEST_F(show, a_status_file_of_the_future)
     age = -2000ms;
     EXPECT_EQ(run_on_board("show").status, 0);
     age = -60500ms;
-    expect_refused("show", board.path + "/tmp/rstp_monitor is dated 60 s ahead: the clock was set back, and the "
-                                        "daemon, which writes it every second, has not written it since. Look at "
-                                        "what it printed last, and start it again.");
+    expect_refused("show", board.path + RSTP_MONITOR_FILE +
+                               " is dated 60 s ahead: the clock was set back, and the daemon, which writes it "
+                               "every second, has not written it since. Look at what it printed last, and start "
+                               "it again.");
 }
 
 TEST_F(show, no_neighbour_where_none_was_heard)
 {
     report(replaced(STATUS, "port03=8000,1,1,0", "port03=8000,0,1,0"));
     EXPECT_EQ(json_of("show port 3 -j")["ports"][0]["neighbour"], "none");
-    EXPECT_NE(run_on_board("show ports").output.find("no    yes             none       61440/"), std::string::npos);
+    const std::string table = run_on_board("show ports").output;
+    EXPECT_NE(table.find("no    yes             none       61440/"), std::string::npos) << table;
 }
+
+TEST_F(show, no_topology_change_until_a_port_told_of_one)
+{
+    report(replaced(STATUS, ",3,72", ",0,72"));
+    EXPECT_NE(run_on_board("show bridge").output.find("topology change  none\n"), std::string::npos);
+    EXPECT_EQ(json_of("show -j")["bridge"]["topology_change"]["last"], nullptr);
+}
+
+// ---- the output -------------------------------------------------------------------------
+
+TEST_F(show, output_that_does_not_arrive)
+{
+    report(STATUS);
+    const std::string full = " 3>&1 >/dev/full 2>&3 #";
+    const std::string reason = "lvt_rstpctl: cannot write to standard output: No space left on device\n";
+    for (const char *arguments : {"show", "show bridge --watch", "show -j --watch", "bridge --dry-run",
+                                  "--help", "show --help", "--version"}) {
+        const run_t result = run_on_board(arguments + full);
+        EXPECT_EQ(result.status, 1) << arguments;
+        EXPECT_EQ(result.output, reason) << arguments;
+    }
+    EXPECT_EQ(run_on_board("show 3>&1 >&- 2>&3 #").output,
+              "lvt_rstpctl: cannot write to standard output: Bad file descriptor\n");
+    EXPECT_EQ(run_on_board("lacp >/dev/full").status, 0); // which says nothing
+    const std::string changed = replaced(STATUS, "0,1,1,1,1,0", "0,1,1,1,4,0");
+    EXPECT_EQ(run_through({STATUS, changed}, "monitor -j" + full).output, reason);
+}
+
+TEST_F(show, faults_when_nobody_hears_them)
+{
+    EXPECT_EQ(run_on_board("show 2>&- #").status, 1);
+    EXPECT_EQ(run_on_board("dance 2>&- #").status, 2);
+}
+
+TEST_F(show, reports_that_nobody_reads)
+{
+    report(STATUS);
+    pipe_reader_t pipe(path("pipe"));
+    const reads_t reads(board.path + "/tmp");
+    std::thread reader([&] {
+        reads.wait();
+        close(pipe.fd);
+        pipe.fd = -1;
+        report(STATUS);
+    });
+    const run_t result = run_on_board("monitor 3>&1 >" + pipe.path + " 2>&3 #");
+    reader.join();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "lvt_rstpctl: nobody reads the output any more\n");
+}
+
+TEST_F(show, foreign_text_does_not_reach_the_terminal_as_it_is)
+{
+    report(STATUS);
+    expect_usage("show \"$(printf '\\033[2J')\"",
+                 "SUBJECT: \"\\x1b[2J\" is none of bridge, ports, statistics, port");
+    expect_usage("\"$(printf -- '--a\\033[2J')\"", "The following argument was not expected: --a\\x1b[2J");
+    EXPECT_EQ(printable("a\x1b[2J\x9b\x7f\r\xc3\xbc\n~"), "a\\x1b[2J\\x9b\\x7f\\x0d\\xc3\\xbc\n~");
+}
+
+TEST_F(show, fits_the_terminal)
+{
+    report(STATUS);
+    EXPECT_EQ(run_on_terminal("show ports --color never", {24, 102, 0, 0}), PORTS_TABLE);
+    EXPECT_EQ(run_on_terminal("show ports --color never", {24, 80, 0, 0}),
+              "port  role        state       cost  edge  neighbour  designated bridge\n"
+              "1     root        forwarding  8000  no    STP        32768/02:00:00:01:11:00\n"
+              "2     alternate   discarding  8000  no    STP        32768/02:00:00:01:11:00\n"
+              "3     designated  forwarding  8000  yes   none       61440/02:00:00:00:01:00\n"
+              "4     off         off\n"
+              "5     off         off\n"
+              "6     off         off\n"
+              "no room for: its port, point-to-point\n");
+    report(grouped());
+    std::istringstream all(run_on_terminal("show --color never", {24, 80, 0, 0}));
+    for (std::string line; std::getline(all, line);)
+        EXPECT_LE(line.size(), 80u) << line;
+}
+
+TEST_F(show, watching_redraws_a_screen_in_place)
+{
+    report(STATUS);
+    const std::string text = run_on_terminal("show --color never --watch --for 0.1", {10, 80, 0, 0});
+    EXPECT_TRUE(text.starts_with("\033[?7l\033[H20")) << text;
+    EXPECT_TRUE(text.ends_with("\033[J\033[?7h")) << text;
+    EXPECT_EQ(std::ranges::count(text, '\n'), 9) << text;
+    // In all: the time, four lines of the bridge, and two tables, each after a blank line, of seven
+    // lines and one about columns.
+    EXPECT_NE(text.find("... and 15 lines for which there is no room\033[K\n"), std::string::npos) << text;
+    EXPECT_EQ(text.find("\033[2J"), std::string::npos) << text;
+
+    const std::string whole = run_on_terminal("show bridge --color never --watch --for 0.1", {6, 80, 0, 0});
+    EXPECT_EQ(std::ranges::count(whole, '\n'), 5) << whole;
+    EXPECT_EQ(whole.find("no room"), std::string::npos) << whole;
+}
+
+TEST_F(show, colours_only_where_they_are_wanted)
+{
+    report(STATUS);
+    const auto is_coloured = [this](const char *kind) {
+        return run_on_terminal("show ports", {24, 80, 0, 0}, kind).find('\033') != std::string::npos;
+    };
+    unsetenv("NO_COLOR");
+    EXPECT_TRUE(is_coloured("xterm"));
+    EXPECT_FALSE(is_coloured("dumb"));
+    setenv("NO_COLOR", "", 1);
+    EXPECT_TRUE(is_coloured("xterm"));
+    setenv("NO_COLOR", "1", 1);
+    EXPECT_FALSE(is_coloured("xterm"));
+    unsetenv("NO_COLOR");
+}
+
+// ---- what cannot be shown ----------------------------------------------------------------
 
 TEST_F(show, subjects_that_are_none)
 {
@@ -244,6 +380,8 @@ TEST_F(show, subjects_that_are_none)
     expect_usage("show port x", "port: \"x\" is not a number");
     expect_refused("show port 10", "logical port 10: allowed is 1 to 9");
     expect_usage("show --for 3", "--for requires --watch");
+    expect_usage("show --watch --for inf", "--for: \"inf\" is no number of seconds from 0 to 1000000000");
+    expect_usage("monitor --for -1", "--for: \"-1\" is no number of seconds from 0 to 1000000000");
 }
 
 TEST_F(show, watch_marks_what_changed)

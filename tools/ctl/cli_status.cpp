@@ -73,7 +73,8 @@ void add_show_command(CLI::App &app, const ctl_t &ctl)
     auto *end = command->add_option("--for", words->seconds, "Stop watching after so long");
     end->type_name("SECONDS")->needs(watch);
     command->callback([words, end, &ctl] {
-        show(ctl, {subject_of(words->subject), format_of(*words), words->watch, seconds_of(end, words->seconds)});
+        show(ctl, {subject_of(words->subject), format_of(*words), words->watch,
+                   seconds_of(end, words->seconds)});
     });
 }
 
@@ -108,8 +109,8 @@ void add_expect_command(CLI::App &app, const ctl_t &ctl)
 
     auto words = std::make_shared<expect_words_t>();
     command->add_option("STATEMENT", words->statement, "One statement, in quotes or not")->type_name("")->required();
-    auto *within = command->add_option("--within", words->seconds,
-                                       "Wait so long for it to become true; count topology changes for so long");
+    auto *within = command->add_option("--within", words->seconds);
+    within->description("Wait so long for it to become true; count topology changes for so long");
     within->type_name("SECONDS");
     command->callback([words, within, &ctl] {
         expect(ctl, fmt::format("{}", fmt::join(words->statement, " ")),

@@ -1,13 +1,17 @@
 /// lvt_rstpctl, the operator's tool: sets up and watches the spanning tree daemon through its pipes and
 /// its status file.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <sstream>
+#include <string_view>
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "tools/ctl/cli.h"
+#include "tools/ctl/output.h"
+#include "tools/printable.h"
 
 namespace {
 
@@ -21,8 +25,9 @@ void trim_slashes(std::string &path)
 
 bool is_colour_wanted(const std::string &when)
 {
+    const char *no_colour = std::getenv("NO_COLOR");
     if (when == "auto")
-        return isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR");
+        return screen() && !(no_colour && *no_colour);
     return when == "always";
 }
 
@@ -45,12 +50,30 @@ void add_global_options(CLI::App &app, ctl_t &ctl, std::string &colour)
 void complain(const std::string &text)
 {
     std::fflush(stdout);
-    fmt::print(stderr, "{}\n", text);
+    std::fputs(printable(text + "\n").c_str(), stderr);
 }
 
-} // namespace
+/// Help, a version or a fault of the command line, as the parser words them.
+exit_code_t tell(const CLI::App &app, const CLI::ParseError &error)
+{
+    std::ostringstream out, fault;
+    const bool done = app.exit(error, out, fault) == 0;
+    fmt::print("{}", out.str());
+    std::fputs(printable(fault.str()).c_str(), stderr);
+    return done ? EXIT_DONE : EXIT_USAGE;
+}
 
-int main(int argc, char **argv)
+/// "help show port" is "show port --help".
+void understand_help(int argc, char **argv)
+{
+    static char option[] = "--help";
+    if (argc < 2 || std::string_view(argv[1]) != "help")
+        return;
+    std::rotate(argv + 1, argv + 2, argv + argc);
+    argv[argc - 1] = option;
+}
+
+exit_code_t run(int argc, char **argv)
 {
     ctl_t ctl;
     std::string colour = "auto";
@@ -72,19 +95,30 @@ int main(int argc, char **argv)
     add_message_commands(app, ctl);
     add_lab_commands(app, ctl);
 
+    exit_code_t code = EXIT_DONE;
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+        code = tell(app, error);
+    }
+    flush_output();
+    return code;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    understand_help(argc, argv);
+    try {
+        return run(argc, argv);
     } catch (const usage_t &error) {
         complain(fmt::format("{}\nRun with --help for more information.", error.what()));
         return EXIT_USAGE;
     } catch (const faults_t &faults) {
         complain(faults.what());
-        return EXIT_REFUSED;
     } catch (const std::exception &error) {
         complain(fmt::format("lvt_rstpctl: {}", error.what()));
-        return EXIT_REFUSED;
     }
-    return EXIT_DONE;
+    return EXIT_REFUSED;
 }

@@ -19,17 +19,14 @@ cell_t faint_if(bool faint, const std::string &text)
     return {.text = text, .tone = faint ? tone_t::faint : tone_t::plain};
 }
 
-row_t titles(std::initializer_list<const char *> names)
+cell_t title(const char *name, int spare = 0)
 {
-    row_t row;
-    for (const char *name : names)
-        row.push_back({.text = name, .tone = tone_t::title});
-    return row;
+    return {.text = name, .tone = tone_t::title, .spare = spare};
 }
 
 row_t named(const char *name, cell_t cell)
 {
-    return {{.text = name, .tone = tone_t::title}, std::move(cell)};
+    return {title(name), std::move(cell)};
 }
 
 bool takes_part(const port_status_t &port)
@@ -69,10 +66,10 @@ cell_t topology_change_cell(const bridge_status_t &status)
 {
     if (status.topology_change)
         return {.text = "running", .tone = tone_t::passing};
-    std::string text = status.changed_at.empty() ? "none" : "none, the last about " + status.changed_at;
-    if (status.changed_by)
-        text += fmt::format(", told by port {}", status.changed_by);
-    return {.text = text};
+    if (!status.has_changed())
+        return {.text = "none"};
+    return {.text = fmt::format("none, the last about {}, told by port {}", status.changed_at,
+                                status.changed_by)};
 }
 
 table_t bridge_table(const bridge_status_t &status)
@@ -124,8 +121,9 @@ table_t shown_ports(const bridge_status_t &status, row_t heading, make_row_t mak
 table_t ports_table(const bridge_status_t &status)
 {
     return shown_ports(status,
-                       titles({"port", "role", "state", "cost", "edge", "point-to-point", "neighbour",
-                               "designated bridge", "its port"}),
+                       {title("port"), title("role"), title("state"), title("cost"), title("edge", 3),
+                        title("point-to-point", 4), title("neighbour", 2), title("designated bridge", 1),
+                        title("its port", 5)},
                        port_row);
 }
 
@@ -143,8 +141,10 @@ row_t statistics_row(const bridge_status_t &status, int number_of_port)
 
 table_t statistics_table(const bridge_status_t &status)
 {
-    row_t heading =
-        titles({"port", "sent RST", "config", "TCN", "received RST", "config", "TCN", "illegal", "unknown"});
+    row_t heading = {title("port"),
+                     title("sent RST"), title("config"), title("TCN", 1),
+                     title("received RST"), title("config"), title("TCN", 2),
+                     title("illegal", 3), title("unknown", 4)};
     for (cell_t &cell : heading)
         cell.right = cell.text != "port";
     return shown_ports(status, std::move(heading), statistics_row);
@@ -154,8 +154,7 @@ table_t statistics_table(const bridge_status_t &status)
 
 std::string counts_text(const frame_counts_t &counts)
 {
-    return fmt::format("{} RST, {} configuration, {} topology change notification", counts.rstp, counts.stp,
-                       counts.tcn);
+    return fmt::format("{} RST, {} configuration, {} TCN", counts.rstp, counts.stp, counts.tcn);
 }
 
 table_t port_table(const bridge_status_t &status, int number_of_port)

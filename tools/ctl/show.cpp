@@ -1,11 +1,12 @@
 #include "tools/ctl/show.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <sstream>
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "tools/ctl/changes.h"
+#include "tools/ctl/output.h"
 #include "tools/ctl/status.h"
 #include "tools/ctl/status_json.h"
 
@@ -13,7 +14,9 @@ namespace {
 
 using steady_t = std::chrono::steady_clock;
 
-constexpr char CLEAR_SCREEN[] = "\033[H\033[2J";
+constexpr char TOP_WITHOUT_WRAPPING[] = "\033[?7l\033[H";
+constexpr char END_OF_LINE[] = "\033[K\n"; ///< behind it the old line goes
+constexpr char REST_WITH_WRAPPING[] = "\033[J\033[?7h";
 
 steady_t::time_point deadline_after(const std::optional<std::chrono::nanoseconds> &length)
 {
@@ -41,9 +44,11 @@ std::string tables_text(const ctl_t &ctl, const show_args_t &args, const reading
             mark_changes(tables[i], old[i]);
     }
 
+    const size_t width_max = screen().value_or(screen_t{}).columns;
     std::string text;
-    for (const table_t &table : tables)
-        text += fmt::format("{}{}", text.empty() ? "" : "\n", table_text(table, ctl.colour, args.watch));
+    for (table_t &table : tables)
+        text += fmt::format("{}{}", text.empty() ? "" : "\n",
+                            table_text(std::move(table), ctl.colour, args.watch, width_max));
     return text;
 }
 
@@ -59,14 +64,32 @@ std::string report_text(const ctl_t &ctl, const show_args_t &args, const reading
     return tables_text(ctl, args, reading, before);
 }
 
+/// The text over what the screen shows, line by line, so that it does not flicker. The last row stays
+/// empty: a line end there would scroll.
+std::string drawn(const std::string &text, const screen_t &screen)
+{
+    size_t rest = static_cast<size_t>(std::ranges::count(text, '\n'));
+    size_t room = screen.rows ? std::max<size_t>(screen.rows, 3) - 1 : rest;
+    const bool all = rest <= room;
+
+    std::string frame = TOP_WITHOUT_WRAPPING;
+    std::istringstream lines(text);
+    for (std::string line; room > !all && std::getline(lines, line); room--, rest--)
+        frame += line + END_OF_LINE;
+    if (!all)
+        frame += fmt::format("... and {} lines for which there is no room", rest) + END_OF_LINE;
+    return frame + REST_WITH_WRAPPING;
+}
+
 void print_redraw(const show_args_t &args, const reading_t &reading, const std::string &text)
 {
-    if (args.format == format_t::table)
-        fmt::print("{}{}\n{}{}", isatty(STDOUT_FILENO) ? CLEAR_SCREEN : "", time_text(reading.written), text,
-                   isatty(STDOUT_FILENO) ? "" : "\n");
-    else
+    if (args.format != format_t::table)
         fmt::print("{}", text);
-    std::fflush(stdout);
+    else if (const auto here = screen())
+        fmt::print("{}", drawn(time_text(reading.written) + "\n" + text, *here));
+    else
+        fmt::print("{}\n{}\n", time_text(reading.written), text);
+    flush_for_reader();
 }
 
 } // namespace
@@ -95,7 +118,7 @@ void monitor(const ctl_t &ctl, const monitor_args_t &args)
         for (const change_t &change : changes_between(reading.status, next->status))
             fmt::print("{}\n", args.json ? change_json(change, next->written)
                                          : time_text(next->written) + " " + change_text(change));
-        std::fflush(stdout);
+        flush_for_reader();
         reading = *next;
     }
 }

@@ -15,6 +15,8 @@
 
 namespace {
 
+using std::chrono::duration_cast;
+using std::chrono::seconds;
 using std::chrono::system_clock;
 using namespace std::chrono_literals;
 
@@ -37,7 +39,7 @@ std::string path_of(const ctl_t &ctl)
 
 system_clock::time_point time_of(const timespec &time)
 {
-    return system_clock::time_point(std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_nsec / 1000));
+    return system_clock::time_point(seconds(time.tv_sec) + std::chrono::microseconds(time.tv_nsec / 1000));
 }
 
 system_clock::time_point written_at(const ctl_t &ctl)
@@ -52,14 +54,14 @@ void demand_fresh(const ctl_t &ctl, system_clock::time_point written)
 {
     const auto age = system_clock::now() - written;
     if (age < -STATUS_STALE_AFTER)
-        throw refused_t(fmt::format("{} is dated {} s ahead: the clock was set back, and the daemon, which writes it "
-                                    "every second, has not written it since. Look at what it printed last, and "
-                                    "start it again.",
-                                    path_of(ctl), std::chrono::duration_cast<std::chrono::seconds>(-age).count()));
+        throw refused_t(fmt::format("{} is dated {} s ahead: the clock was set back, and the daemon, which "
+                                    "writes it every second, has not written it since. Look at what it printed "
+                                    "last, and start it again.",
+                                    path_of(ctl), duration_cast<seconds>(-age).count()));
     if (age > STATUS_STALE_AFTER)
         throw refused_t(fmt::format("{} is {} s old: the daemon writes it every second, so it has ended or hangs. "
                                     "Look at what it printed last, and start it again.",
-                                    path_of(ctl), std::chrono::duration_cast<std::chrono::seconds>(age).count()));
+                                    path_of(ctl), duration_cast<seconds>(age).count()));
 }
 
 std::string content_of(const ctl_t &ctl)

@@ -48,7 +48,7 @@ json_t bridge_of(const bridge_status_t &status)
         {"forward_delay", status.forward_delay},
         {"topology_change",
          {{"running", status.topology_change},
-          {"last", or_null(!status.changed_at.empty(), iso_text(status.changed_at))},
+          {"last", or_null(status.has_changed(), iso_text(status.changed_at))},
           {"port", or_null(status.changed_by != 0, status.changed_by)},
           {"passes_since", status.since_change}}},
     };

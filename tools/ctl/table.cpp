@@ -1,6 +1,7 @@
 #include "tools/ctl/table.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include <fmt/color.h>
 #include <fmt/format.h>
@@ -32,6 +33,30 @@ std::vector<size_t> widths_of(const table_t &table)
     return widths;
 }
 
+size_t width_of(const table_t &table, bool marks)
+{
+    constexpr size_t gap = 2;
+    const std::vector<size_t> widths = widths_of(table);
+    return std::accumulate(widths.begin(), widths.end(), widths.size() * (gap + marks)) - gap;
+}
+
+/// Leaves out one column after the other until the table fits. Returns their names.
+std::vector<std::string> narrow(table_t &table, bool marks, size_t width_max)
+{
+    std::vector<std::string> names;
+    while (width_of(table, marks) > width_max) {
+        const auto heading = std::ranges::max_element(table.front(), {}, &cell_t::spare);
+        if (heading->spare == 0)
+            break;
+        names.push_back(heading->text);
+        const auto column = heading - table.front().begin();
+        for (row_t &row : table)
+            if (column < std::ssize(row))
+                row.erase(row.begin() + column);
+    }
+    return names;
+}
+
 std::string cell_text(const cell_t &cell, size_t width, bool colour, bool marks)
 {
     const std::string padding(width - cell.text.size(), ' ');
@@ -56,8 +81,11 @@ void mark_changes(table_t &now, const table_t &before)
     }
 }
 
-std::string table_text(const table_t &table, bool colour, bool marks)
+std::string table_text(table_t table, bool colour, bool marks, size_t width_max)
 {
+    std::vector<std::string> missing;
+    if (width_max)
+        missing = narrow(table, marks, width_max);
     const std::vector<size_t> widths = widths_of(table);
     std::string text;
     for (const row_t &row : table) {
@@ -67,5 +95,7 @@ std::string table_text(const table_t &table, bool colour, bool marks)
         line.erase(line.find_last_not_of(' ') + 1);
         text += line + "\n";
     }
+    if (!missing.empty())
+        text += fmt::format("no room for: {}\n", fmt::join(missing, ", "));
     return text;
 }

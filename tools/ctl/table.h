@@ -12,6 +12,7 @@ struct cell_t {
     tone_t tone = tone_t::plain;
     bool right = false;   ///< flush right, for numbers
     bool changed = false; ///< marked with a star
+    int spare = 0;        ///< of a heading: the higher, the sooner its column gives way; 0: never
 };
 
 using row_t = std::vector<cell_t>;
@@ -23,5 +24,6 @@ using table_t = std::vector<row_t>;
 void mark_changes(table_t &now, const table_t &before);
 
 /// The table's lines, its columns two spaces apart. A star follows what changed; with `marks` there
-/// is room for one behind every cell, so that columns do not move.
-std::string table_text(const table_t &table, bool colour, bool marks = false);
+/// is room for one behind every cell, so that columns do not move. Where lines may have only
+/// `width_max` letters (0: any number), columns give way, and a last line names them.
+std::string table_text(table_t table, bool colour, bool marks = false, size_t width_max = 0);
