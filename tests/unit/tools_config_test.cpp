@@ -179,8 +179,10 @@ TEST_F(config, faults_of_grammar_are_told_with_their_place)
 
 TEST_F(config, files_that_cannot_be_read)
 {
-    expect_refused("check " + file, "cannot read " + file + ": No such file or directory");
-    expect_refused("apply", "cannot read " + board.path + "/etc/lvt_rstp.toml: No such file or directory");
+    const std::string why =
+        ": No such file or directory. Write it, see man lvt_rstp.toml; set makes one, too.";
+    expect_refused("check " + file, "cannot read " + file + why);
+    expect_refused("apply", "cannot read " + board.path + "/etc/lvt_rstp.toml" + why);
     expect_refused("check " + board.path, "cannot read " + board.path + ": not a regular file");
 }
 

@@ -289,7 +289,9 @@ std::string read_config_text(const std::string &path)
 {
     const auto text = read_text_file(path);
     if (!text)
-        throw refused_t(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
+        throw refused_t(fmt::format(
+            "cannot read {}: {}{}", path, std::strerror(errno),
+            errno == ENOENT ? ". Write it, see man lvt_rstp.toml; set makes one, too." : ""));
     return *text;
 }
 
