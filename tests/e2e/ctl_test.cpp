@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <list>
+#include <sstream>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -306,6 +307,75 @@ TEST_F(ctl, what_the_daemon_says_is_explained_and_heard_elsewhere)
     done(listener, "inject bpdu 3 --capture /tmp/bpdus.pcap");
     EXPECT_TRUE(is_so(listener, "root is " + root));
     EXPECT_TRUE(is_so(listener, "root port is 3"));
+}
+
+TEST_F(ctl, parts_of_a_report)
+{
+    lab::switch_t &device = start_switch();
+    done(device, "ports --enable 5");
+    done(device, "inject link 5=up");
+    ASSERT_TRUE(is_so(device, "port 5 is designated"));
+    done(device, "inject bpdu 5 --root-id 4096/02:00:00:00:99:00");
+    ASSERT_TRUE(is_so(device, "port 5 is root"));
+
+    EXPECT_THAT(done(device, "show statistics"),
+                testing::ContainsRegex("\n5 +[1-9][0-9]* +0 +0 +1 +0 +0 +0 +0\n"));
+    EXPECT_THAT(done(device, "show port 5"),
+                testing::AllOf(testing::StartsWith("port            5\nrole            root\n"),
+                               testing::HasSubstr("\ndesignated      4096/02:00:00:00:99:00 port "),
+                               testing::EndsWith("received        1 RST, 0 configuration, 0 TCN, 0 illegal, "
+                                                 "0 unknown\n")));
+    const std::string pretty = done(device, "show ports -p");
+    EXPECT_GT(count_of(pretty, "\n"), 100u);
+    EXPECT_EQ(json_t::parse(pretty)["ports"][4]["role"], "root");
+}
+
+TEST_F(ctl, what_watches_goes_on_until_it_is_interrupted)
+{
+    lab::switch_t &device = start_switch();
+    done(device, "ports --enable 5");
+    ASSERT_TRUE(is_so(device, "port 5 is disabled"));
+    const auto start_tool = [&](const std::string &arguments) {
+        return device.node().start({.argv = {"sh", "-c", fmt::format("exec {} {}", TOOL, arguments)}});
+    };
+    const auto interrupted = [](lab::process_t &process) {
+        process.signal(SIGINT);
+        return lab::within(SOON, [&] { return process.exit_code() == 128 + SIGINT; });
+    };
+
+    lab::process_t show = start_tool("show bridge --watch >/tmp/shown");
+    lab::process_t monitor = start_tool("monitor -j >/tmp/changes");
+    const auto is_shown = [&](size_t times) {
+        return count_of(device.node().read("/tmp/shown"), "\nbridge           ") >= times;
+    };
+    EXPECT_TRUE(lab::within(SOON, [&] { return is_shown(3); }));
+    done(device, "inject link 5=up");
+    EXPECT_TRUE(lab::within(SOON, [&] {
+        return device.node().read("/tmp/changes").find("\"from\":\"disabled\"") != std::string::npos;
+    })) << device.node().read("/tmp/changes");
+
+    EXPECT_TRUE(interrupted(show));
+    EXPECT_TRUE(interrupted(monitor));
+    std::istringstream changes(device.node().read("/tmp/changes"));
+    for (std::string line; std::getline(changes, line);)
+        EXPECT_EQ(json_t::parse(line)["version"], 1) << line;
+}
+
+TEST_F(ctl, output_that_is_lost_ends_it)
+{
+    lab::switch_t &device = start_switch();
+    ASSERT_TRUE(ticks(device, 1));
+    const auto told = [&](const std::string &line) {
+        return device.node().run({.argv = {"sh", "-c", fmt::format("exec 3>&1; {}", line)}}).output;
+    };
+    for (const char *arguments : {"show", "show --watch", "show -j --watch"})
+        EXPECT_EQ(told(fmt::format("timeout 20 {} {} >/dev/full 2>&3", TOOL, arguments)),
+                  "lvt_rstpctl: cannot write to standard output: No space left on device\n")
+            << arguments;
+    for (const char *command : {"monitor", "monitor -j"})
+        EXPECT_EQ(told(fmt::format("trap '' PIPE; timeout 20 {} {} 2>&3 | true", TOOL, command)),
+                  "lvt_rstpctl: nobody reads the output any more\n")
+            << command;
 }
 
 TEST_F(ctl, debug_words_reach_the_console)
