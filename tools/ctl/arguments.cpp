@@ -41,6 +41,16 @@ assignment_t parse_assignment(const std::string &option, const std::string &text
     return {text.substr(0, sign), text.substr(sign + 1)};
 }
 
+void refuse_empty_arguments(int argc, const char *const *argv)
+{
+    for (int i = 1; i < argc; i++) {
+        const std::string argument = argv[i];
+        if (argument.empty() || (argument.starts_with("--") && argument.ends_with('=')))
+            throw usage_t(fmt::format("argument {}{} is empty: is a variable not set?", i,
+                                      argument.empty() ? "" : ", " + argument + ","));
+    }
+}
+
 std::string first_name(const std::string &names)
 {
     return names.substr(0, names.find(','));
@@ -52,8 +62,10 @@ long parse_number(const std::string &option, const std::string &text)
     const char *begin = text.data() + (hex ? 2 : 0), *end = text.data() + text.size();
     long value = 0;
     const auto [stop, error] = std::from_chars(begin, end, value, hex ? 16 : 10);
-    if (error != std::errc{} || stop != end)
+    if (stop != end || error == std::errc::invalid_argument)
         throw usage_t(fmt::format("{}: \"{}\" is not a number", option, text));
+    if (error != std::errc{})
+        throw usage_t(fmt::format("{}: {} is too large a number", option, text));
     return value;
 }
 
@@ -74,4 +86,16 @@ size_t parse_word(const std::string &option, const std::string &text, const std:
     if (found == words.end())
         throw usage_t(fmt::format("{}: \"{}\" is none of {}", option, text, fmt::join(words, ", ")));
     return static_cast<size_t>(found - words.begin());
+}
+
+long parse_setting(const std::string &option, const std::string &text, const setting_rule_t &rule)
+{
+    const long value = parse_number(option, text);
+    demand(rule, value);
+    return value;
+}
+
+unsigned parse_path_cost(const std::string &option, const std::string &text)
+{
+    return text == "auto" ? 0 : static_cast<unsigned>(parse_setting(option, text, PATH_COST));
 }

@@ -25,6 +25,10 @@ struct assignment_t {
 /// of a "=".
 assignment_t parse_assignment(const std::string &option, const std::string &text, const std::string &form);
 
+/// Throws usage_t when an argument, or what an option is set to, is empty: a variable of the shell that
+/// is not set must not turn a command into another one.
+void refuse_empty_arguments(int argc, const char *const *argv);
+
 /// The first of an option's names, "--cost" of "--cost,--path-cost", for messages.
 std::string first_name(const std::string &names);
 
@@ -36,3 +40,9 @@ std::chrono::nanoseconds parse_seconds(const std::string &option, const std::str
 
 /// One of `words`; returns its place in the list. Throws usage_t.
 size_t parse_word(const std::string &option, const std::string &text, const std::vector<std::string> &words);
+
+/// A whole number as parse_number reads it, which the rule has to allow. Throws usage_t or refused_t.
+long parse_setting(const std::string &option, const std::string &text, const setting_rule_t &rule);
+
+/// A path cost, or "auto", which is 0. Throws usage_t or refused_t.
+unsigned parse_path_cost(const std::string &option, const std::string &text);

@@ -1,6 +1,7 @@
 /// The commands that set the bridge, the ports, the groups and LACP by one control message each, from
 /// the command line alone.
 #include <memory>
+#include <span>
 
 #include <fmt/format.h>
 
@@ -16,30 +17,24 @@ constexpr char HEADING[] = "Send one message, without the file";
 // ---- bridge ----------------------------------------------------------------------------
 
 struct bridge_args_t {
-    long priority = LVT_RSTP_SYSTEM_DEFAULTS.bridge_priority;
-    long max_age = LVT_RSTP_SYSTEM_DEFAULTS.max_age;
-    long hello_time = LVT_RSTP_SYSTEM_DEFAULTS.hello_time;
-    long forward_delay = LVT_RSTP_SYSTEM_DEFAULTS.forward_delay;
-    long force_version = LVT_RSTP_SYSTEM_DEFAULTS.force_version;
+    std::string priority = fmt::to_string(LVT_RSTP_SYSTEM_DEFAULTS.bridge_priority);
+    std::string max_age = fmt::to_string(LVT_RSTP_SYSTEM_DEFAULTS.max_age);
+    std::string hello_time = fmt::to_string(LVT_RSTP_SYSTEM_DEFAULTS.hello_time);
+    std::string forward_delay = fmt::to_string(LVT_RSTP_SYSTEM_DEFAULTS.forward_delay);
+    std::string force_version = fmt::to_string(LVT_RSTP_SYSTEM_DEFAULTS.force_version);
 };
 
 lvt_rstp_system_config_t system_config_of(const bridge_args_t &args)
 {
-    demand(BRIDGE_PRIORITY, args.priority);
-    demand(MAX_AGE, args.max_age);
-    demand(HELLO_TIME, args.hello_time);
-    demand(FORWARD_DELAY, args.forward_delay);
-    demand(FORCE_VERSION, args.force_version);
-    const std::string fault = fault_of_times(args.max_age, args.hello_time, args.forward_delay);
+    lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
+    config.bridge_priority = static_cast<uint16_t>(parse_setting("--priority", args.priority, BRIDGE_PRIORITY));
+    config.max_age = static_cast<uint16_t>(parse_setting("--max-age", args.max_age, MAX_AGE));
+    config.hello_time = static_cast<uint16_t>(parse_setting("--hello", args.hello_time, HELLO_TIME));
+    config.forward_delay = static_cast<uint16_t>(parse_setting("--forward-delay", args.forward_delay, FORWARD_DELAY));
+    config.force_version = static_cast<uint8_t>(parse_setting("--force-version", args.force_version, FORCE_VERSION));
+    const std::string fault = fault_of_times(config.max_age, config.hello_time, config.forward_delay);
     if (!fault.empty())
         throw refused_t(fault);
-
-    lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
-    config.bridge_priority = static_cast<uint16_t>(args.priority);
-    config.max_age = static_cast<uint16_t>(args.max_age);
-    config.hello_time = static_cast<uint16_t>(args.hello_time);
-    config.forward_delay = static_cast<uint16_t>(args.forward_delay);
-    config.force_version = static_cast<uint8_t>(args.force_version);
     return config;
 }
 
@@ -52,8 +47,8 @@ void add_bridge_command(CLI::App &app, const ctl_t &ctl)
                     "  lvt_rstpctl bridge --priority 4096 --max-age 6 --hello 1 --forward-delay 4");
 
     auto args = std::make_shared<bridge_args_t>();
-    const auto option = [&](const char *name, long &value, const char *text) {
-        command->add_option(name, value, text)->capture_default_str();
+    const auto option = [&](const char *name, std::string &value, const char *text) {
+        command->add_option(name, value, text)->type_name("N")->capture_default_str();
     };
     option("--priority", args->priority, "0 to 61440 in steps of 4096; the lowest becomes the root");
     option("--max-age", args->max_age, "Seconds that information stays valid, 6 to 40");
@@ -67,16 +62,12 @@ void add_bridge_command(CLI::App &app, const ctl_t &ctl)
 
 void set_path_cost(lvt_rstp_port_config_t &config, const std::string &text)
 {
-    const long cost = parse_number("--cost", text);
-    demand(PATH_COST, cost);
-    config.adminPathCost = static_cast<uint32_t>(cost);
+    config.adminPathCost = parse_path_cost("--cost", text);
 }
 
 void set_priority(lvt_rstp_port_config_t &config, const std::string &text)
 {
-    const long priority = parse_number("--priority", text);
-    demand(PORT_PRIORITY, priority);
-    config.port_priority = static_cast<uint16_t>(priority);
+    config.port_priority = static_cast<uint16_t>(parse_setting("--priority", text, PORT_PRIORITY));
 }
 
 void set_edge(lvt_rstp_port_config_t &config, const std::string &text)
@@ -96,13 +87,15 @@ struct port_setting_t {
     void (*set)(lvt_rstp_port_config_t &config, const std::string &text);
 };
 
+/// Those that groups have, too, come first: a group's edge the daemon takes from its members.
 constexpr port_setting_t PORT_SETTINGS[] = {
-    {"--cost,--path-cost", "VALUE", "Path cost, 1 to 200000000; 0 (default) takes it from the speed", set_path_cost},
+    {"--cost,--path-cost", "VALUE", "Path cost, 1 to 200000000; auto or 0, the default: from the speed", set_path_cost},
     {"--priority", "VALUE", "Port priority, 0 to 240 in steps of 16, default 128", set_priority},
-    {"--edge", "on|off", "Whether a host is expected there, default on", set_edge},
     {"--p2p,--point-to-point", "on|off|auto", "Whether one bridge at most is there, default auto (from the duplex)",
      set_point_to_point},
+    {"--edge", "on|off", "Whether a host is expected there, default on", set_edge},
 };
+constexpr std::span<const port_setting_t> GROUP_SETTINGS = std::span(PORT_SETTINGS).first(3);
 
 // ---- ports -----------------------------------------------------------------------------
 
@@ -129,8 +122,7 @@ port_configs_t port_configs_of(const ports_args_t &args)
             const port_setting_t &setting = PORT_SETTINGS[i];
             const std::string option = first_name(setting.names);
             const assignment_t assignment = parse_assignment(option, text, port_form(setting));
-            const long port = parse_number(option, assignment.left);
-            demand(FRONT_PORT, port);
+            const long port = parse_setting(option, assignment.left, FRONT_PORT);
             setting.set(configs[static_cast<size_t>(port)], assignment.right);
         }
     return configs;
@@ -162,31 +154,31 @@ void add_ports_command(CLI::App &app, const ctl_t &ctl)
 
 struct aggr_args_t {
     bool enable = false;
-    std::string values[std::size(PORT_SETTINGS)]; ///< in the order of PORT_SETTINGS
+    std::string values[GROUP_SETTINGS.size()]; ///< in the order of GROUP_SETTINGS
 };
 
 lvt_rstp_port_config_t aggr_config_of(const aggr_args_t &args)
 {
     lvt_rstp_port_config_t config = LVT_RSTP_PORT_DEFAULTS;
     config.adminEnable = args.enable;
-    for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
+    for (size_t i = 0; i < GROUP_SETTINGS.size(); i++)
         if (!args.values[i].empty())
-            PORT_SETTINGS[i].set(config, args.values[i]);
+            GROUP_SETTINGS[i].set(config, args.values[i]);
     return config;
 }
 
 void add_aggr_config_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("aggr-config", "Sets what the groups 7, 8 and 9 have in common")->group(HEADING);
-    command->footer("What is not named goes back to its default.\n"
+    command->footer("What is not named goes back to its default. A group is edge when all its members are.\n"
                     "Example, groups take part and are preferred to single ports:\n"
-                    "  lvt_rstpctl aggr-config --enable --cost 10000 --edge off");
+                    "  lvt_rstpctl aggr-config --enable --cost 10000");
 
     auto args = std::make_shared<aggr_args_t>();
     command->add_flag("--enable", args->enable, "Groups take part in the spanning tree");
-    for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
-        command->add_option(PORT_SETTINGS[i].names, args->values[i], PORT_SETTINGS[i].text)
-            ->type_name(PORT_SETTINGS[i].value);
+    for (size_t i = 0; i < GROUP_SETTINGS.size(); i++)
+        command->add_option(GROUP_SETTINGS[i].names, args->values[i], GROUP_SETTINGS[i].text)
+            ->type_name(GROUP_SETTINGS[i].value);
     command->callback([args, &ctl] { send_message(ctl, aggr_config_message(aggr_config_of(*args))); });
 }
 
@@ -199,8 +191,7 @@ aggr_status_t aggr_status_of(const std::vector<std::string> &assignments)
     aggr_status_t groups = AGGR_STATUS_ALONE;
     for (const std::string &text : assignments) {
         const assignment_t assignment = parse_assignment("GROUP", text, GROUP_FORM);
-        const long group = parse_number("GROUP", assignment.left);
-        demand(GROUP, group);
+        const long group = parse_setting("GROUP", assignment.left, GROUP);
         for (const unsigned port : parse_ports("GROUP", assignment.right)) {
             if (groups[port] != port)
                 throw refused_t(fmt::format("port {} is named twice: it belongs to one group at most", port));
@@ -214,11 +205,13 @@ aggr_status_t aggr_status_of(const std::vector<std::string> &assignments)
 
 CLI::App *add_groups_command(CLI::App &app, const ctl_t &ctl)
 {
+    const std::string parent = app.get_parent() ? app.get_name() + " " : "";
     auto *command = app.add_subcommand("groups", "Joins ports into the groups 7, 8 and 9");
-    command->footer("One message tells of all groups: a port that is not named stands alone, and without any\n"
-                    "GROUP all groups are dissolved.\n"
-                    "Example, two groups of two ports:\n"
-                    "  lvt_rstpctl groups 7=1,2 8=3,4");
+    command->footer(fmt::format("One message tells of all groups: a port that is not named stands alone, and\n"
+                                "without any GROUP all groups are dissolved.\n"
+                                "Example, two groups of two ports:\n"
+                                "  lvt_rstpctl {}groups 7=1,2 8=3,4",
+                                parent));
 
     auto assignments = std::make_shared<std::vector<std::string>>();
     command->add_option("GROUP", *assignments, "A group, 7 to 9, and its ports")->type_name(GROUP_FORM);

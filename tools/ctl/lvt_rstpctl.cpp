@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"
 #include "tools/ctl/output.h"
 #include "tools/printable.h"
@@ -97,6 +98,7 @@ exit_code_t run(int argc, char **argv)
 
     exit_code_t code = EXIT_DONE;
     try {
+        refuse_empty_arguments(argc, argv);
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         code = tell(app, error);
