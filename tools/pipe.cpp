@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,7 +61,23 @@ ssize_t write_quietly(int fd, std::span<const uint8_t> octets)
     return written;
 }
 
-pipe_result_t write_open_pipe(int fd, const std::string &path, std::span<const uint8_t> octets)
+/// As write_quietly, but waits for room as long as `patience` lasts.
+ssize_t write_patiently(int fd, std::span<const uint8_t> octets, std::chrono::milliseconds patience)
+{
+    using std::chrono::steady_clock;
+    const auto deadline = steady_clock::now() + patience;
+    for (;;) {
+        const ssize_t written = write_quietly(fd, octets);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now());
+        if (written >= 0 || errno != EAGAIN || left.count() <= 0)
+            return written;
+        pollfd room = {fd, POLLOUT, 0};
+        poll(&room, 1, static_cast<int>(left.count()));
+    }
+}
+
+pipe_result_t write_open_pipe(int fd, const std::string &path, std::span<const uint8_t> octets,
+                              std::chrono::milliseconds patience)
 {
     struct stat status;
     if (fstat(fd, &status) != 0)
@@ -68,7 +85,7 @@ pipe_result_t write_open_pipe(int fd, const std::string &path, std::span<const u
     if (!S_ISFIFO(status.st_mode))
         return failure(ENOTSUP, path);
 
-    const ssize_t written = write_quietly(fd, octets);
+    const ssize_t written = write_patiently(fd, octets, patience);
     if (written < 0)
         return failure(errno, path);
     if (static_cast<size_t>(written) < octets.size())
@@ -78,12 +95,13 @@ pipe_result_t write_open_pipe(int fd, const std::string &path, std::span<const u
 
 } // namespace
 
-pipe_result_t write_to_pipe(const std::string &path, std::span<const uint8_t> octets)
+pipe_result_t write_to_pipe(const std::string &path, std::span<const uint8_t> octets,
+                            std::chrono::milliseconds patience)
 {
     const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (fd < 0)
         return failure(errno, path);
-    const pipe_result_t result = write_open_pipe(fd, path, octets);
+    const pipe_result_t result = write_open_pipe(fd, path, octets, patience);
     close(fd);
     return result;
 }

@@ -1,6 +1,7 @@
-/// Writing into the daemon's named pipes, never waiting and never creating anything.
+/// Writing into the daemon's named pipes, never creating anything.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -15,6 +16,9 @@ struct pipe_result_t {
 /// Writes `octets` into the named pipe at `path` in one piece. A frame of up to 4096 octets goes in
 /// whole or not at all.
 ///
+/// patience  how long a full pipe is waited for; by default not at all.
+///
 /// Errors: ENOENT no such pipe; ENXIO or EPIPE nobody reads it; EAGAIN it is full; EMSGSIZE only
 /// part of a long frame fitted; ENOTSUP it is no pipe (nothing is written); else as open and write.
-[[nodiscard]] pipe_result_t write_to_pipe(const std::string &path, std::span<const uint8_t> octets);
+[[nodiscard]] pipe_result_t write_to_pipe(const std::string &path, std::span<const uint8_t> octets,
+                                          std::chrono::milliseconds patience = {});

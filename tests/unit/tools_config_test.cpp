@@ -113,7 +113,9 @@ TEST_F(config, every_fault_is_told_with_its_place)
                   "speed = 100\n"
                   "[port.7]\n"
                   "[port.x]\n"
+                  "[port.01]\n"
                   "[groups]\n"
+                  "07 = [5]\n"
                   "edge = true\n"
                   "7 = [1, 2]\n"
                   "8 = [2, 9, \"3\"]\n"
@@ -136,14 +138,17 @@ TEST_F(config, every_fault_is_told_with_its_place)
                       "point_to_point, edge, lacp",
                       "15:7: there is no port \"7\": write [port.1] to [port.6]",
                       "16:7: there is no port \"x\": write [port.1] to [port.6]",
-                      "18:1: a group has no edge setting: it is edge when all its members are",
-                      "20:6: port 2 is in group 7 already",
-                      "20:9: port 9: allowed is 1 to 6",
-                      "20:12: port should be a whole number",
-                      "21:5: group 9 should be a list of ports, as in 9 = [1, 2]",
-                      "22:1: there is no \"10\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
+                      "17:7: there is no port \"01\": write [port.1] to [port.6]",
+                      "19:1: there is no \"07\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
                       "priority, point_to_point",
-                      "23:2: there is no \"switch\" in the file: known are [bridge], [port.1] to [port.6], [groups]",
+                      "20:1: a group has no edge setting: it is edge when all its members are",
+                      "22:6: port 2 is in group 7 already",
+                      "22:9: port 9: allowed is 1 to 6",
+                      "22:12: port should be a whole number",
+                      "23:5: group 9 should be a list of ports, as in 9 = [1, 2]",
+                      "24:1: there is no \"10\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
+                      "priority, point_to_point",
+                      "25:2: there is no \"switch\" in the file: known are [bridge], [port.1] to [port.6], [groups]",
                   });
 }
 
@@ -175,6 +180,21 @@ TEST_F(config, faults_of_grammar_are_told_with_their_place)
     EXPECT_EQ(twice.status, 1);
     EXPECT_TRUE(twice.output.starts_with(file + ":3:")) << twice.output;
     EXPECT_NE(twice.output.find("cannot redefine"), std::string::npos) << twice.output;
+}
+
+TEST_F(config, a_name_of_too_many_parts)
+{
+    for (const size_t parts : {5'000, 40'000}) {
+        std::string name = "a";
+        for (size_t i = 1; i < parts; i++)
+            name += ".a";
+        expect_faults("[" + name + "]\n", {"1:1: a file has at most 4000 dots in all"});
+    }
+    std::string name = "a";
+    for (size_t i = 0; i < 4'000; i++)
+        name += ".a";
+    expect_faults("[" + name + "]\n", {"1:2: there is no \"a\" in the file: known are [bridge], [port.1] to [port.6], "
+                                      "[groups]"});
 }
 
 TEST_F(config, files_that_cannot_be_read)
@@ -338,6 +358,46 @@ TEST_F(config, no_daemon)
     EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running?\n");
 }
 
+TEST_F(config, a_daemon_that_does_not_report)
+{
+    using namespace std::chrono_literals;
+    write_file(file, "");
+    report(STATUS);
+    age = 5s;
+    for (const std::string &command : {"apply " + file, std::string("bridge"), std::string("inject link")}) {
+        const run_t result = run_on_board(command);
+        EXPECT_EQ(result.status, 1) << command;
+        EXPECT_TRUE(result.output.starts_with("lvt_rstpctl: sent, but " + board.path + RSTP_MONITOR_FILE + " is "))
+            << result.output;
+        EXPECT_NE(result.output.find("so it has ended or hangs"), std::string::npos) << result.output;
+        EXPECT_NE(control.read_all().size(), 0u) << command;
+    }
+    EXPECT_EQ(run_on_board("debug show").status, 1);
+    EXPECT_NE(debug.read_all().size(), 0u);
+    const run_t changed = run_on_board("set bridge --priority 0 --force --file " + file);
+    EXPECT_EQ(changed.status, 1);
+    EXPECT_TRUE(changed.output.ends_with("\n" + file + " is changed all the same: apply it when the daemon takes messages.\n"))
+        << changed.output;
+    EXPECT_EQ(run_on_board("bridge --dry-run").status, 0);
+
+    report("nonsense");
+    EXPECT_EQ(run_on_board("bridge").status, 1);
+}
+
+TEST_F(config, a_daemon_that_has_just_been_started_over_an_old_report)
+{
+    write_file(file, "");
+    report("nonsense");
+    const reads_t reads(board.path + "/tmp");
+    std::thread daemon([&] {
+        reads.wait();
+        report(STATUS);
+    });
+    const run_t result = run_on_board("apply " + file);
+    daemon.join();
+    EXPECT_EQ(result.status, 0) << result.output;
+}
+
 TEST_F(config, a_pipe_that_fills_in_between)
 {
     write_file(file, "");
@@ -358,9 +418,20 @@ TEST_F(config, a_pipe_that_fills_in_between)
 
 namespace {
 
+/// What a daemon reports with spanning tree off on its single ports.
+std::string all_off()
+{
+    std::string text = replaced(STATUS, "port01=8000,0,1,1,3,4,0,32768:02-00-00-01-11-00/1",
+                                "port01=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0");
+    text = replaced(text, "port02=8000,0,1,1,1,1,0,32768:02-00-00-01-11-00/2",
+                    "port02=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0");
+    return replaced(text, "port03=8000,1,1,0,4,4,0,61440:02-00-00-00-01-00/3",
+                    "port03=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0");
+}
+
 class set : public config {
 protected:
-    void SetUp() override { report(STATUS); }
+    void SetUp() override { report(all_off()); }
 
     /// Runs a set command that must turn the file's text into another.
     void expect_edits(const std::string &text, const std::string &arguments, const std::string &edited)
@@ -386,6 +457,14 @@ TEST_F(set, values_are_replaced_where_they_stand)
     expect_edits("port.3.edge = true\nport.4 = { edge = true, priority = 16 } # ä\n", "port 3,4 --edge off",
                  "port.3.edge = false\nport.4 = { edge = false, priority = 16 } # ä\n");
     expect_edits("[port.2]\r\nedge = true\r\n", "port 2 --edge off", "[port.2]\r\nedge = false\r\n");
+}
+
+TEST_F(set, a_byte_order_mark_moves_nothing)
+{
+    expect_edits("\xEF\xBB\xBF" "bridge.priority = 0\n", "bridge --priority 4096",
+                 "\xEF\xBB\xBF" "bridge.priority = 4096\n");
+    expect_edits("\xEF\xBB\xBF" "# é\n[bridge]\npriority = 0\n", "bridge --priority 4096 --max-age 18",
+                 "\xEF\xBB\xBF" "# é\n[bridge]\npriority = 4096\nmax_age = 18\n");
 }
 
 TEST_F(set, lines_are_added_to_their_section)
@@ -415,9 +494,72 @@ TEST_F(set, a_file_that_is_not_there_is_made)
     EXPECT_EQ(read_file(path("etc/lvt_rstp.toml")), "[bridge]\npriority = 4096\n");
 }
 
+TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
+{
+    const std::string next_step = "Nothing was changed or sent. Put into the file what is to stay, see "
+                                  "lvt_rstp.toml(5), or say --force.";
+    const std::string at = " --file " + file;
+    report(STATUS);
+    expect_refused("set bridge --max-age 10" + at, "the ports 1,2,3 take part in the spanning tree now, but there is no " +
+                                                       file + ": they would leave it. " + next_step);
+    EXPECT_FALSE(std::filesystem::exists(file));
+
+    write_file(file, "[port.1]\nspanning_tree = true\n");
+    const std::string refusal = "the ports 2,3 take part in the spanning tree now, but " + file +
+                                " says otherwise: they would leave it. " + next_step;
+    expect_refused("set bridge --max-age 10" + at, refusal);
+    expect_refused("--dry-run set bridge --max-age 10" + at, refusal);
+    EXPECT_EQ(read_file(file), "[port.1]\nspanning_tree = true\n");
+
+    // Asked for, in the file before, or forced.
+    EXPECT_EQ(run_on_board("set port 2-3 --spanning-tree off" + at).status, 0);
+    write_file(file, "[port.1]\nspanning_tree = true\n");
+    EXPECT_EQ(run_on_board("set port 2-3 --spanning-tree on" + at).status, 0);
+    EXPECT_EQ(run_on_board("set port 2-3 --spanning-tree off" + at).status, 0);
+    write_file(file, "");
+    EXPECT_EQ(run_on_board("set bridge --max-age 10 --force" + at).status, 0);
+    EXPECT_EQ(read_file(file), "[bridge]\nmax_age = 10\n");
+    control.read_all();
+
+    // A group, and its members.
+    report(replaced(replaced(all_off(), "port01=0,1,1,0,5,5,0", "port01=0,1,1,0,5,5,7"), "port07=0,1,1,0,5,5,0",
+                    "port07=8000,0,1,0,4,4,0"));
+    expect_refused("set bridge --max-age 10" + at, "the ports 7 take part in the spanning tree now, but " + file +
+                                                       " says otherwise: they would leave it. " + next_step);
+    write_file(file, "[groups]\nspanning_tree = true\n");
+    EXPECT_EQ(run_on_board("set bridge --max-age 10" + at).status, 0);
+}
+
+TEST_F(set, may_follow_another_that_is_not_reported_yet)
+{
+    report(STATUS);
+    write_file(file, "");
+    const reads_t reads(board.path + "/tmp");
+    std::thread daemon([&] {
+        reads.wait();
+        report(all_off());
+    });
+    const run_t result = run_on_board("set bridge --priority 0 --file " + file);
+    daemon.join();
+    EXPECT_EQ(result.status, 0) << result.output;
+}
+
+TEST_F(set, a_missing_file_does_not_take_back_the_bridge_priority_unasked)
+{
+    report(replaced(all_off(), "bridge_overview=61440:", "bridge_overview=4096:"));
+    expect_refused("set port 1 --spanning-tree on --file " + file,
+                   "the bridge priority is 4096 now, but there is no " + file +
+                       ": it would become 32768. Nothing was changed or sent. Put into the file what is to stay, see "
+                       "lvt_rstp.toml(5), or say --force.");
+    EXPECT_EQ(run_on_board("set port 1 --spanning-tree on --force --file " + file).status, 0);
+    std::filesystem::remove(file);
+    EXPECT_EQ(run_on_board("set bridge --priority 0 --file " + file).status, 0);
+}
+
 TEST_F(set, groups_that_are_as_they_should_be_are_left_in_peace)
 {
-    report(replaced(replaced(STATUS, "0,1,1,3,4,0", "0,1,1,5,5,7"), "0,1,1,1,1,0", "0,1,1,5,5,7"));
+    report(replaced(replaced(all_off(), "port01=0,1,1,0,5,5,0", "port01=0,1,1,0,5,5,7"), "port02=0,1,1,0,5,5,0",
+                    "port02=0,1,1,0,5,5,7"));
     for (const char *text : {"[groups]\n7 = [1, 2]\n", ""}) {
         write_file(file, text);
         expect_sends(fmt::format("set bridge --priority 32768 --file {}", file),
@@ -463,6 +605,47 @@ TEST_F(set, ports_that_stay_off_do_not_touch_the_trap)
                  joined({lacp, bridge, port_config_only_message(marked), port_config_message(ports)}));
 }
 
+TEST_F(set, all_of_several_at_once_are_kept)
+{
+    write_file(file, "");
+    std::vector<std::thread> people;
+    for (int port = 1; port <= 6; port++)
+        people.emplace_back([this, port] {
+            EXPECT_EQ(run_on_board(fmt::format("set port {} --edge off --file {}", port, file)).status, 0);
+        });
+    for (std::thread &person : people)
+        person.join();
+    const std::string text = read_file(file);
+    for (int port = 1; port <= 6; port++)
+        EXPECT_NE(text.find(fmt::format("[port.{}]\nedge = false\n", port)), std::string::npos) << text;
+}
+
+TEST_F(set, writes_into_no_file_that_was_there)
+{
+    write_file(path("victim"), "mine");
+    write_file(file, "");
+    std::filesystem::create_symlink("victim", file + ".new");
+    EXPECT_EQ(run_on_board("set bridge --priority 0 --file " + file).status, 0);
+    EXPECT_EQ(read_file(path("victim")), "mine");
+    EXPECT_EQ(read_file(file), "[bridge]\npriority = 0\n");
+    size_t files = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(board.path))
+        files += entry.path().filename().string().starts_with("switch.toml");
+    EXPECT_EQ(files, 2u) << "the file and the planted link";
+}
+
+TEST_F(set, keeps_the_owner)
+{
+    write_file(file, "");
+    if (chown(file.c_str(), 1000, 1001) != 0)
+        GTEST_SKIP() << "only root may give files away";
+    EXPECT_EQ(run_on_board("set bridge --priority 0 --file " + file).status, 0);
+    struct stat after = {};
+    ASSERT_EQ(stat(file.c_str(), &after), 0);
+    EXPECT_EQ(after.st_uid, 1000u);
+    EXPECT_EQ(after.st_gid, 1001u);
+}
+
 TEST_F(set, keeps_links_and_permissions)
 {
     write_file(path("real.toml"), "");
@@ -501,7 +684,7 @@ TEST_F(set, a_file_with_faults_or_without_place_is_left_alone)
     expect_refused("set port 1 --priority 0 --file " + file,
                    "there is no place for a new line \"priority = 0\": write [port.1] as a section of its own");
     expect_refused("set port 1 --edge on --file " + path("none/switch.toml"),
-                   "cannot write " + path("none/switch.toml.new") + ": No such file or directory");
+                   "cannot write " + path("none/switch.toml") + ": No such file or directory");
 }
 
 TEST_F(set, dry_run_writes_nothing)

@@ -100,11 +100,14 @@ TEST_F(ctl, aggr_config_sends_one_record)
     config = {.adminPathCost = 10000,
               .port_priority = 16,
               .adminEnable = 1,
-              .adminEdge = 0,
+              .adminEdge = 1,
               .adminPointToPoint = 1,
               .reserved = {}};
-    expect_sends("aggr-config --enable --cost 10000 --priority 16 --edge off --p2p off", aggr_config_message(config));
+    expect_sends("aggr-config --enable --cost 10000 --priority 16 --p2p off", aggr_config_message(config));
     expect_refused("aggr-config --priority 256", "port priority 256: allowed is 0 to 240 in steps of 16");
+    expect_usage("aggr-config --edge off", "The following arguments were not expected: off --edge");
+    EXPECT_NE(run("--dry-run aggr-config").output.find("  7 to 9  off                 auto       128  -     auto\n"),
+              std::string::npos);
 }
 
 TEST_F(ctl, groups_sends_the_group_of_each_port)
@@ -142,6 +145,9 @@ TEST_F(ctl, debug_refuses_what_would_end_or_confuse_the_daemon)
     expect_refused("debug show rstp_port_status 0", "logical port 0: allowed is 1 to 9");
     expect_refused("debug show rstp_port_status 10", "logical port 10: allowed is 1 to 9");
     expect_refused("debug 'show rstp_port_status 10'", "logical port 10: allowed is 1 to 9");
+    for (const char *between : {"\\n", "\\t", "\\r", "\\v"})
+        expect_refused(fmt::format("debug \"$(printf 'show rstp_port_status 99{}x')\"", between),
+                       "a debug command is one line without control characters");
     expect_refused("debug show rstp_port_status all", "logical port 0: allowed is 1 to 9");
     expect_refused("debug " + std::string(94, 'x'),
                    "a debug command has at most 100 characters, this one has 101");
@@ -216,7 +222,36 @@ TEST_F(ctl, usage_errors_have_a_status_of_their_own)
     expect_usage("", "A command is required");
     expect_usage("dance", "The following argument was not expected: dance");
     expect_usage("bridge --dance", "The following argument was not expected: --dance");
-    expect_usage("bridge --priority x", "Could not convert: --priority = x");
+}
+
+TEST_F(ctl, numbers_are_read_in_one_way)
+{
+    lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
+    config.bridge_priority = 4096;
+    expect_sends("bridge --priority 04096", system_config_message(config));
+    expect_sends("bridge --priority 0x1000", system_config_message(config));
+    expect_refused("bridge --priority 010000", "bridge priority 10000: allowed is 0 to 61440 in steps of 4096");
+    expect_refused("bridge --priority=-4096", "bridge priority -4096: allowed is 0 to 61440 in steps of 4096");
+    expect_usage("bridge --priority x", "--priority: \"x\" is not a number");
+    expect_usage("bridge --priority +4096", "--priority: \"+4096\" is not a number");
+    expect_usage("bridge --priority ' 4096'", "--priority: \" 4096\" is not a number");
+    expect_usage("bridge --priority 99999999999999999999", "--priority: 99999999999999999999 is too large a number");
+
+    port_configs_t configs = default_port_configs();
+    expect_sends("ports --cost 1=auto --cost 2=0", port_config_message(configs));
+}
+
+TEST_F(ctl, what_is_empty_is_no_argument)
+{
+    const auto at = [](int place) { return fmt::format("argument {} is empty: is a variable not set?", place); };
+    expect_usage("inject bpdu 1 --hex ''", at(7)); // after --root and its folder
+    expect_usage("inject bpdu 1 --capture ''", at(7));
+    expect_usage("ports --enable ''", at(5));
+    expect_usage("set port 1 --cost '' --edge on", at(7));
+    expect_usage("debug ''", at(4));
+    expect_usage("ports --enable=", "argument 4, --enable=, is empty: is a variable not set?");
+    const run_t result = run("--root '' bridge");
+    EXPECT_EQ(result.status, 2) << result.output;
 }
 
 TEST_F(ctl, a_board_without_pipes)
@@ -246,10 +281,7 @@ TEST_F(ctl, help_has_an_example_for_every_command)
         const run_t result = run(std::string(command) + " --help");
         EXPECT_EQ(result.status, 0) << command;
         EXPECT_NE(result.output.find("Example"), std::string::npos) << command;
-        const bool shared = std::string(command) == "inject groups"; // with the command of its own
-        EXPECT_NE(result.output.find(std::string("  lvt_rstpctl ") + (shared ? "groups" : command)),
-                  std::string::npos)
-            << command;
+        EXPECT_NE(result.output.find(std::string("  lvt_rstpctl ") + command), std::string::npos) << command;
     }
 }
 

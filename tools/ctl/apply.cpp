@@ -1,5 +1,6 @@
 #include "tools/ctl/apply.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include <fmt/format.h>
@@ -28,7 +29,7 @@ void send_plan(const ctl_t &ctl, const std::vector<plan_step_t> &plan)
         if (ctl.dry_run)
             fmt::print("{}{}. {}\n", i ? "\n" : "", i + 1, plan[i].reason);
         try {
-            send_message(ctl, plan[i].frame);
+            send_one_of_several(ctl, plan[i].frame);
         } catch (const refused_t &refusal) {
             if (i == 0)
                 throw;
@@ -36,12 +37,51 @@ void send_plan(const ctl_t &ctl, const std::vector<plan_step_t> &plan)
                                         i, plan.size()));
         }
     }
+    demand_heard(ctl);
 }
 
-void send_settings(const ctl_t &ctl, const settings_t &settings, const std::optional<settings_t> &before)
+std::optional<bridge_status_t> reported(const ctl_t &ctl)
 {
     const auto reading = try_status(ctl);
-    send_plan(ctl, plan_of(settings, before, reading ? std::optional(reading->status) : std::nullopt));
+    return reading ? std::optional(reading->status) : std::nullopt;
+}
+
+/// The ports, as a list, that take part in the spanning tree now and would not after `settings`,
+/// although they were off in the file already, so that nobody asked for it. A member of a group is
+/// what its group is.
+std::string ports_lost(const bridge_status_t &now, const settings_t &before, const settings_t &settings,
+                       const std::vector<edit_t> &edits)
+{
+    std::vector<int> lost;
+    for (int port = 1; port <= static_cast<int>(RSTP_PORTS); port++) {
+        const size_t record = port <= static_cast<int>(FRONT_PORTS) ? static_cast<size_t>(port) : 0;
+        const bool stays = before.ports[record].adminEnable || settings.ports[record].adminEnable;
+        const bool asked = std::ranges::any_of(edits, [&](const edit_t &edit) {
+            return edit.section == fmt::format("port.{}", port) && edit.key == "spanning_tree";
+        });
+        if (now.port(port).role != ROLE_NON_STP && !stays && !asked)
+            lost.push_back(port);
+    }
+    return fmt::format("{}", fmt::join(lost, ","));
+}
+
+/// A file that does not tell how the switch is set up, least of all one that is not there, would take
+/// the rest of it back to the defaults, and open the loops that the spanning tree cuts.
+void refuse_losses(const bridge_status_t &now, const std::string &path, bool exists, const settings_t &before,
+                   const settings_t &settings, const std::vector<edit_t> &edits)
+{
+    constexpr char next_step[] = "Nothing was changed or sent. Put into the file what is to stay, see "
+                                 "lvt_rstp.toml(5), or say --force.";
+    const std::string told = exists ? fmt::format("{} says otherwise", path) : fmt::format("there is no {}", path);
+    const std::string ports = ports_lost(now, before, settings, edits);
+    if (!ports.empty())
+        throw refused_t(fmt::format("the ports {} take part in the spanning tree now, but {}: they would leave it. {}",
+                                    ports, told, next_step));
+    const bool asked = std::ranges::any_of(
+        edits, [](const edit_t &edit) { return edit.section == "bridge" && edit.key == "priority"; });
+    if (!exists && !asked && now.bridge.prio != settings.bridge.bridge_priority)
+        throw refused_t(fmt::format("the bridge priority is {} now, but {}: it would become {}. {}",
+                                    now.bridge.prio, told, settings.bridge.bridge_priority, next_step));
 }
 
 } // namespace
@@ -58,16 +98,25 @@ void check_config(const std::string &path)
 
 void apply_config(const ctl_t &ctl, const std::string &path)
 {
-    send_settings(ctl, load_config(path), {});
+    const settings_t settings = load_config(path);
+    send_plan(ctl, plan_of(settings, {}, reported(ctl)));
 }
 
-void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<edit_t> &edits)
+void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<edit_t> &edits, bool force)
 {
-    std::string text = std::filesystem::exists(path) ? read_config_text(path) : "";
+    const config_lock_t lock(path);
+    const bool exists = std::filesystem::exists(path);
+    std::string text = exists ? read_config_text(path) : "";
     const settings_t before = settings_in(text, path);
     for (const edit_t &edit : edits)
         text = with_setting(text, edit);
     const settings_t settings = settings_after(text, path);
+    std::optional<bridge_status_t> now;
+    within_a_report([&] { // which may not yet tell of what was sent just before
+        now = reported(ctl);
+        if (now && !force)
+            refuse_losses(*now, path, exists, before, settings, edits);
+    });
 
     if (ctl.dry_run)
         for (const edit_t &edit : edits)
@@ -75,7 +124,7 @@ void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<
     else
         save_config(path, text);
     try {
-        send_settings(ctl, settings, before);
+        send_plan(ctl, plan_of(settings, before, now));
     } catch (const refused_t &refusal) {
         throw refused_t(fmt::format("{}\n{} is changed all the same: apply it when the daemon takes messages.",
                                     refusal.what(), path));

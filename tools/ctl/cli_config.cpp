@@ -31,9 +31,7 @@ using writer_t = std::string (*)(const std::string &option, const std::string &t
 template <const setting_rule_t &rule>
 std::string write_number(const std::string &option, const std::string &text)
 {
-    const long value = parse_number(option, text);
-    demand(rule, value);
-    return fmt::to_string(value);
+    return fmt::to_string(parse_setting(option, text, rule));
 }
 
 std::string write_flag(const std::string &option, const std::string &text)
@@ -43,7 +41,8 @@ std::string write_flag(const std::string &option, const std::string &text)
 
 std::string write_path_cost(const std::string &option, const std::string &text)
 {
-    return text == "auto" ? "\"auto\"" : write_number<PATH_COST>(option, text);
+    const uint32_t cost = parse_path_cost(option, text);
+    return cost ? fmt::to_string(cost) : "\"auto\"";
 }
 
 std::string write_point_to_point(const std::string &option, const std::string &text)
@@ -72,7 +71,7 @@ constexpr set_option_t BRIDGE_OPTIONS[] = {
 
 constexpr set_option_t PORT_OPTIONS[] = {
     {"--spanning-tree", "spanning_tree", "on|off", "Whether the port takes part in the spanning tree", write_flag},
-    {"--cost,--path-cost", "path_cost", "N|auto", "Path cost, 1 to 200000000, or auto: from the speed",
+    {"--cost,--path-cost", "path_cost", "N|auto", "Path cost, 1 to 200000000; auto or 0: from the speed",
      write_path_cost},
     {"--priority", "priority", "N", "Port priority, 0 to 240 in steps of 16", write_number<PORT_PRIORITY>},
     {"--edge", "edge", "on|off", "Whether a host is expected there", write_flag},
@@ -85,6 +84,7 @@ struct set_args_t {
     std::string file;
     std::string ports;
     std::vector<std::string> values; ///< in the order of the options; empty: not named
+    bool force = false;
 };
 
 std::shared_ptr<set_args_t> add_set_options(CLI::App &command, std::span<const set_option_t> options)
@@ -95,6 +95,7 @@ std::shared_ptr<set_args_t> add_set_options(CLI::App &command, std::span<const s
         command.add_option(options[i].names, args->values[i], options[i].text)->type_name(options[i].value);
     command.add_option("--file", args->file, fmt::format("The file to change, by default {}", CONFIG_FILE))
         ->type_name("FILE");
+    command.add_flag("--force", args->force, "Even if ports leave the spanning tree that are on, but not in the file");
     return args;
 }
 
@@ -110,7 +111,7 @@ void run_set(const ctl_t &ctl, const set_args_t &args, std::span<const set_optio
             }
     if (edits.empty())
         throw usage_t("set: name at least one setting");
-    set_in_config(ctl, args.file.empty() ? default_config_path(ctl) : args.file, edits);
+    set_in_config(ctl, args.file.empty() ? default_config_path(ctl) : args.file, edits, args.force);
 }
 
 void add_set_bridge_command(CLI::App &set, const ctl_t &ctl)
@@ -159,6 +160,8 @@ void add_config_commands(CLI::App &app, const ctl_t &ctl)
     auto *set = app.add_subcommand("set", "Changes settings of the configuration file and applies it")->group(HEADING);
     set->require_subcommand(1);
     set->footer("Comments and order of the file stay. A file that is not there is made.\n"
+                "The daemon then gets the whole file, so nothing is done if ports take part in the spanning\n"
+                "tree now that are not in the file; --force does it all the same.\n"
                 "Examples:\n"
                 "  lvt_rstpctl set bridge --priority 4096\n"
                 "  lvt_rstpctl set port 3 --cost 2000000 --edge off");

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <toml++/toml.h>
 #include <unistd.h>
@@ -20,7 +23,7 @@ namespace {
 /// which may have several octets.
 size_t offset_of(const std::string &text, const toml::source_position &place)
 {
-    size_t at = 0;
+    size_t at = text.starts_with("\xEF\xBB\xBF") ? 3 : 0; // a byte order mark has no column
     for (unsigned line = 1; line < place.line; line++)
         at = text.find('\n', at) + 1;
     const auto goes_on = [&] { return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80; };
@@ -68,25 +71,28 @@ std::string with_line(std::string text, const toml::table &section, const edit_t
     throw refused_t(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
 }
 
-void write_file(const std::string &path, const std::string &text, mode_t mode)
+/// What a path leads to: a link stays one.
+std::string target_of(const std::string &path)
 {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-    if (fd < 0)
-        refuse(path);
-    const auto size = static_cast<ssize_t>(text.size());
-    const bool whole = fchmod(fd, mode) == 0 && write(fd, text.data(), text.size()) == size && fsync(fd) == 0;
-    const int error = errno;
-    close(fd);
-    if (whole)
-        return;
-    unlink(path.c_str());
-    errno = error;
-    refuse(path);
+    std::error_code none;
+    const std::filesystem::path real = std::filesystem::weakly_canonical(path, none);
+    return none ? path : real.string();
 }
 
-} // namespace
+/// Writes a new file, with the owner and permissions of the one whose place it will take.
+bool write_whole(int fd, const std::string &text, const std::string &target)
+{
+    struct stat before = {}, mine = {};
+    if (fstat(fd, &mine) != 0)
+        return false;
+    const bool replaces = stat(target.c_str(), &before) == 0;
+    const bool foreign = replaces && (before.st_uid != mine.st_uid || before.st_gid != mine.st_gid);
+    return (!foreign || fchown(fd, before.st_uid, before.st_gid) == 0) &&
+           fchmod(fd, replaces ? before.st_mode & 07777 : 0644) == 0 &&
+           write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && fsync(fd) == 0;
+}
 
-std::string with_setting(const std::string &text, const edit_t &edit)
+std::string edited_text(const std::string &text, const edit_t &edit)
 {
     const toml::table file = toml::parse(text);
     const auto section = file.at_path(edit.section);
@@ -101,21 +107,59 @@ std::string with_setting(const std::string &text, const edit_t &edit)
     return text.substr(0, begin) + edit.value + text.substr(end);
 }
 
+} // namespace
+
+std::string with_setting(const std::string &text, const edit_t &edit)
+{
+    const std::string edited = edited_text(text, edit);
+    const auto value_in = [&edit](const std::string &file) {
+        std::ostringstream value;
+        value << toml::parse(file).at_path(fmt::format("{}.{}", edit.section, edit.key));
+        return value.str();
+    };
+    try {
+        if (value_in(edited) == value_in(with_section("", edit)))
+            return edited;
+    } catch (const toml::parse_error &) {
+    }
+    throw refused_t(fmt::format("nothing was changed: {} = {} could not be put into [{}]. Write it by hand.", edit.key,
+                                edit.value, edit.section));
+}
+
+config_lock_t::config_lock_t(const std::string &path)
+{
+    const std::string folder = std::filesystem::path(target_of(path)).parent_path().string();
+    folder_ = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder_ < 0)
+        refuse(path);
+    int result;
+    while ((result = flock(folder_, LOCK_EX)) != 0 && errno == EINTR) {}
+    if (result == 0)
+        return;
+    const int error = errno;
+    close(folder_);
+    errno = error;
+    refuse(path);
+}
+
+config_lock_t::~config_lock_t()
+{
+    close(folder_);
+}
+
 void save_config(const std::string &path, const std::string &text)
 {
-    // A link stays one: what it leads to is replaced.
-    std::error_code none;
-    const std::filesystem::path real = std::filesystem::weakly_canonical(path, none);
-    const std::string target = none ? path : real.string();
-    const std::string temporary = target + ".new";
-
-    struct stat before = {};
-    const mode_t mode = stat(target.c_str(), &before) == 0 ? before.st_mode & 07777 : 0644;
-    write_file(temporary, text, mode);
-    if (rename(temporary.c_str(), target.c_str()) != 0) {
-        const int error = errno;
-        unlink(temporary.c_str());
-        errno = error;
-        refuse(target);
-    }
+    const std::string target = target_of(path);
+    std::string temporary = target + ".XXXXXX";
+    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0)
+        refuse(path);
+    const bool whole = write_whole(fd, text, target) && rename(temporary.c_str(), target.c_str()) == 0;
+    const int error = errno;
+    close(fd);
+    if (whole)
+        return;
+    unlink(temporary.c_str());
+    errno = error;
+    refuse(path);
 }

@@ -11,9 +11,23 @@ struct edit_t {
 };
 
 /// Returns `text` with the setting: its value replaced, or a line added to its section, or a section
-/// added to the end. `text` must be a sound file. Throws refused_t when it has no place for a line.
+/// added to the end. `text` must be a sound file. Throws refused_t when it has no place for a line, or
+/// when what came out would not say what was asked for.
 std::string with_setting(const std::string &text, const edit_t &edit);
 
-/// Puts `text` in the file's place, whole or not at all, with the file's permissions.
+/// Keeps others that hold such a lock on a file of the same folder waiting, and leaves nothing behind.
+class config_lock_t {
+public:
+    /// Throws refused_t.
+    explicit config_lock_t(const std::string &path);
+    ~config_lock_t();
+    config_lock_t(const config_lock_t &) = delete;
+    config_lock_t &operator=(const config_lock_t &) = delete;
+
+private:
+    int folder_;
+};
+
+/// Puts `text` in the file's place, whole or not at all, with the file's owner and permissions.
 /// Throws refused_t.
 void save_config(const std::string &path, const std::string &text);

@@ -180,9 +180,8 @@ void read_port(reader_t &reader, const toml::table &section, size_t port)
 std::optional<size_t> number_in(const toml::key &key, const setting_rule_t &rule)
 {
     long number = 0;
-    const char *end = key.data() + key.length();
-    const auto [stop, error] = std::from_chars(key.data(), end, number);
-    if (error != std::errc{} || stop != end || !fault_of(rule, number).empty())
+    std::from_chars(key.data(), key.data() + key.length(), number);
+    if (key.str() != fmt::to_string(number) || !fault_of(rule, number).empty()) // no second name, as 01
         return {};
     return static_cast<size_t>(number);
 }
@@ -244,6 +243,14 @@ void read_groups(reader_t &reader, const toml::table &groups)
 
 // ---- the whole -------------------------------------------------------------------------
 
+/// The library makes a table in a table for each part of a name, and its stack holds only so many.
+void limit_parts(reader_t &reader, const std::string &text)
+{
+    constexpr long dots_max = 4000;
+    if (std::ranges::count(text, '.') > dots_max)
+        reader.config.faults.push_back({1, 1, fmt::format("a file has at most {} dots in all", dots_max)});
+}
+
 void read_file(reader_t &reader, const toml::table &file)
 {
     const std::pair<const char *, void (*)(reader_t &, const toml::table &)> sections[] = {
@@ -263,6 +270,9 @@ void read_file(reader_t &reader, const toml::table &file)
 config_t parse_config(const std::string &text)
 {
     reader_t reader;
+    limit_parts(reader, text);
+    if (!reader.config.faults.empty())
+        return reader.config;
     try {
         read_file(reader, toml::parse(text));
     } catch (const toml::parse_error &error) {

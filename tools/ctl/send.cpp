@@ -1,21 +1,34 @@
 #include "tools/ctl/send.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <iterator>
 #include <span>
 #include <sstream>
+#include <thread>
 
 #include <fmt/format.h>
 
+#include "diag/monitor.h"
 #include "tools/ctl/arguments.h"
+#include "tools/ctl/status.h"
 #include "tools/explain.h"
 #include "tools/messages.h"
 #include "tools/pipe.h"
 
+using namespace std::chrono_literals;
+
 namespace {
 
-void send(const ctl_t &ctl, const char *pipe, std::span<const uint8_t> octets, const std::string &words)
+/// A running daemon writes its status file every second.
+constexpr auto REPORT_PATIENCE = 1500ms;
+constexpr auto POLL_PAUSE = 20ms;
+
+void send(const ctl_t &ctl, const char *pipe, std::span<const uint8_t> octets, const std::string &words,
+          std::chrono::milliseconds patience = {})
 {
     const std::string path = ctl.root + pipe;
     if (ctl.dry_run) {
@@ -23,11 +36,19 @@ void send(const ctl_t &ctl, const char *pipe, std::span<const uint8_t> octets, c
         return;
     }
 
-    const pipe_result_t result = write_to_pipe(path, octets);
+    const pipe_result_t result = write_to_pipe(path, octets, patience);
     if (result.error == ENOENT)
         throw refused_t(result.message + root_hint(ctl));
     if (!result.ok())
         throw refused_t(result.message);
+}
+
+/// The daemon cuts at blanks only, so that a control character would end up within a word.
+void refuse_control_characters(const std::vector<std::string> &words)
+{
+    for (const std::string &word : words)
+        if (std::ranges::any_of(word, [](unsigned char letter) { return std::iscntrl(letter); }))
+            throw refused_t("a debug command is one line without control characters");
 }
 
 /// The daemon ends itself on a port status report of a port that does not exist.
@@ -46,23 +67,51 @@ std::string root_hint(const ctl_t &ctl)
     return ctl.root.empty() ? " One in a namespace of its own is reached with --root /proc/PID/root." : "";
 }
 
-void send_message(const ctl_t &ctl, const std::vector<uint8_t> &frame)
+void send_one_of_several(const ctl_t &ctl, const std::vector<uint8_t> &frame, std::chrono::milliseconds patience)
 {
-    send(ctl, RSTP_IF_PIPE, frame, explain_message(frame));
+    send(ctl, RSTP_IF_PIPE, frame, explain_message(frame), patience);
 }
 
-void send_debug_text(const ctl_t &ctl, const std::string &text)
+void within_a_report(const std::function<void()> &attempt)
 {
+    for (const auto deadline = std::chrono::steady_clock::now() + REPORT_PATIENCE;;) {
+        try {
+            return attempt();
+        } catch (const refused_t &) {
+            if (std::chrono::steady_clock::now() >= deadline)
+                throw;
+        }
+        std::this_thread::sleep_for(POLL_PAUSE);
+    }
+}
+
+void demand_heard(const ctl_t &ctl)
+{
+    std::error_code none;
+    if (ctl.dry_run || !std::filesystem::exists(ctl.root + RSTP_MONITOR_FILE, none))
+        return;
+    try {
+        within_a_report([&ctl] { read_status(ctl); });
+    } catch (const refused_t &refusal) {
+        throw refused_t(fmt::format("sent, but {}", refusal.what()));
+    }
+}
+
+void send_message(const ctl_t &ctl, const std::vector<uint8_t> &frame)
+{
+    send_one_of_several(ctl, frame);
+    demand_heard(ctl);
+}
+
+void send_debug_words(const ctl_t &ctl, const std::vector<std::string> &words)
+{
+    refuse_control_characters(words);
+    const std::string text = fmt::format("debug{}{}\n", words.empty() ? "" : " ", fmt::join(words, " "));
+    refuse_fatal_report(text);
     if (text.size() > RSTP_DBG_MAX)
         throw refused_t(fmt::format("a debug command has at most {} characters, this one has {}", RSTP_DBG_MAX,
                                     text.size()));
     send(ctl, RSTP_DBG_IF_PIPE, {reinterpret_cast<const uint8_t *>(text.data()), text.size()},
          "debug command\n  " + text);
-}
-
-void send_debug_words(const ctl_t &ctl, const std::vector<std::string> &words)
-{
-    const std::string text = fmt::format("debug{}{}\n", words.empty() ? "" : " ", fmt::join(words, " "));
-    refuse_fatal_report(text);
-    send_debug_text(ctl, text);
+    demand_heard(ctl);
 }

@@ -1,17 +1,33 @@
 /// The way to the daemon: control messages and debug commands.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "tools/ctl/ctl.h"
 
-/// Sends a control message, or shows it in words and hex on a dry run. Throws refused_t.
+/// Sends a control message as the whole of a command, or shows it in words and hex on a dry run.
+/// Throws refused_t, as demand_heard does, too.
 void send_message(const ctl_t &ctl, const std::vector<uint8_t> &frame);
 
-/// Sends a debug command, or shows it on a dry run. Throws refused_t.
-void send_debug_text(const ctl_t &ctl, const std::string &text);
+/// The same for one message of several; demand_heard comes after the last.
+///
+/// patience  how long a full pipe is waited for.
+void send_one_of_several(const ctl_t &ctl, const std::vector<uint8_t> &frame,
+                         std::chrono::milliseconds patience = {});
 
-/// Hands `debug WORDS` to the daemon. Throws refused_t, also for the one command that would end it.
+/// What the pipe took is not obeyed by a daemon that hangs: throws refused_t when there is a status
+/// file that tells of one, and does not become a sound one soon. Without such a file nothing is known,
+/// as of a daemon that has only just started.
+void demand_heard(const ctl_t &ctl);
+
+/// Calls `attempt` until it throws no refused_t any more, but only for as long as the daemon may take
+/// until its next report; then throws what came last.
+void within_a_report(const std::function<void()> &attempt);
+
+/// Hands `debug WORDS` to the daemon, or shows it on a dry run. Throws refused_t, also for the one
+/// command that would end the daemon, and as demand_heard does.
 void send_debug_words(const ctl_t &ctl, const std::vector<std::string> &words);
