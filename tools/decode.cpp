@@ -90,6 +90,16 @@ const char *bpdu_name(uint8_t type)
     }
 }
 
+/// How many a whole frame has, with its addresses.
+size_t octets_of(uint8_t type)
+{
+    switch (type) {
+    case BPDU_TYPE_TCN: return offsetof(bpdu_t, flags);
+    case BPDU_TYPE_RST: return sizeof(bpdu_t);
+    default: return offsetof(bpdu_t, version_1_length);
+    }
+}
+
 std::string time_words(const uint8_t *time)
 {
     return fmt::format("{} s", bpdu_get16(time) / 256.0);
@@ -142,11 +152,9 @@ void add_frame(fields_t &fields, size_t offset)
     fields.add(at, bpdu, bpdu.protocol, "protocol", number(bpdu_get16(bpdu.protocol)));
     fields.add(at, bpdu, bpdu.version, "version", number(bpdu.version));
     fields.add(at, bpdu, bpdu.type, "type", bpdu_name(bpdu.type));
-    size_t end = at + offsetof(bpdu_t, flags);
-    if (bpdu.type != BPDU_TYPE_TCN) {
+    if (bpdu.type != BPDU_TYPE_TCN)
         add_bpdu_body(fields, at, bpdu);
-        end = at + (bpdu.type == BPDU_TYPE_RST ? sizeof bpdu : offsetof(bpdu_t, version_1_length));
-    }
+    const size_t end = at + octets_of(bpdu.type);
     if (const size_t rest = fields.from(end).size())
         fields.add(end, rest, "rest", "padding or later additions");
 }
@@ -233,14 +241,6 @@ void add_flags(fields_t &fields, size_t at, const char *what)
         fields.add(at + port - 1, 1, fmt::format("port {} {}", port, what), on_off(flags[port - 1]));
 }
 
-std::string received_on(uint8_t port_octet)
-{
-    const unsigned chip_port = port_octet - 1u;
-    if (chip_port == CHIP_CPU_PORT || chip_port >= CHIP_PORTS)
-        return fmt::format("{}, which is no front port", port_octet);
-    return fmt::format("{}, front port {}", port_octet, front_port_of_chip(chip_port));
-}
-
 void add_control_body(fields_t &fields, size_t at, uint8_t type, size_t size)
 {
     const size_t before = fields.fields.size();
@@ -285,7 +285,9 @@ decoded_t decode_control(octets_t octets)
         fault = fmt::format("{} of its {} octets are missing", whole - octets.size(), whole);
     else if (fields.truncated)
         fault = fmt::format("the body is too short for type {}", message.type);
-    return {.title = fmt::format("control message, {}", message_name(message.type)),
+    const bool headed = octets.size() >= headers;
+    return {.title = fmt::format("control message, {}{}", headed ? message_name(message.type) : "cut off",
+                                 headed && fields.truncated ? ", cut off" : ""),
             .fields = fields.fields,
             .fault = fault,
             .octets = std::min(octets.size(), whole)};
@@ -308,7 +310,7 @@ decoded_t decode_lacp(octets_t octets)
         add_flags(fields, offsetof(lacp_frame_t, body), "spanning tree");
     else
         fields.add(offsetof(lacp_frame_t, body), frame.length, "body", "");
-    return {.title = "message to the LACP daemon",
+    return {.title = fields.truncated ? "message to the LACP daemon, cut off" : "message to the LACP daemon",
             .fields = fields.fields,
             .fault = fields.truncated ? "the message is cut off" : "",
             .octets = std::min(octets.size(), whole)};
@@ -327,8 +329,9 @@ decoded_t decode_mux(octets_t octets)
     fields.add(0, message, message.reserved1, "reserved", "");
     fields.add(0, message, message.forwarding, "forwarding", message.forwarding ? "yes" : "no");
     fields.add(0, message, message.reserved2, "reserved", "");
-    return {.title = fmt::format("message to the port multiplexer, port {} {}", message.l2port,
-                                 message.forwarding ? "forwards" : "does not forward"),
+    const std::string says = fmt::format("port {} {}", message.l2port,
+                                         message.forwarding ? "forwards" : "does not forward");
+    return {.title = fmt::format("message to the port multiplexer, {}", fields.truncated ? "cut off" : says),
             .fields = fields.fields,
             .fault = fields.truncated ? "the message is cut off" : "",
             .octets = std::min(octets.size(), sizeof message)};
@@ -361,6 +364,14 @@ bool is_bpdu(octets_t frame)
     return frame.size() >= BPDU_HEADER_OCTETS && begins(frame.subspan(BPDU_ETHERNET_OCTETS), llc);
 }
 
+std::string received_on(uint8_t port_octet)
+{
+    const unsigned chip_port = port_octet - 1u;
+    if (chip_port == CHIP_CPU_PORT || chip_port >= CHIP_PORTS)
+        return fmt::format("{}, which is no front port", port_octet);
+    return fmt::format("{}, front port {}", port_octet, front_port_of_chip(chip_port));
+}
+
 std::vector<uint8_t> without_switch_tag(octets_t frame)
 {
     std::vector<uint8_t> plain(frame.begin(), frame.end());
@@ -377,6 +388,8 @@ std::string frame_summary(octets_t frame)
     const auto bpdu = fields_t(plain).record<bpdu_t>(0);
     if (!is_bpdu(plain))
         return fmt::format("frame of {} octets, no BPDU", frame.size());
+    if (plain.size() < octets_of(bpdu.type))
+        return fmt::format("{}, cut off", plain.size() > offsetof(bpdu_t, type) ? bpdu_name(bpdu.type) : "BPDU");
     if (bpdu.type != BPDU_TYPE_CONFIG && bpdu.type != BPDU_TYPE_RST)
         return fmt::format("{} from {}", bpdu_name(bpdu.type), address_text(bpdu.source));
     return fmt::format("{} of {}, root {}, cost {}, {} ({})", bpdu_name(bpdu.type),
@@ -411,10 +424,10 @@ std::vector<decoded_t> decode_all(octets_t octets, kind_t kind)
     return all;
 }
 
-std::string decoded_text(const decoded_t &decoded)
+std::string decoded_text(const decoded_t &decoded, bool brief)
 {
     std::string text = decoded.title + "\n";
-    for (const decoded_field_t &field : decoded.fields) {
+    for (const decoded_field_t &field : brief ? std::span<const decoded_field_t>() : decoded.fields) {
         std::string line = fmt::format("  {:>3}  {:<24}  {:<22}  {}", field.offset, field_octets_text(field.octets),
                                        field.name, field.value);
         line.erase(line.find_last_not_of(' ') + 1);

@@ -35,8 +35,11 @@ std::vector<decoded_t> decode_all(std::span<const uint8_t> octets, kind_t kind =
 /// What a frame is and says in a line, "RST BPDU of 32768/02:00:00:00:00:01, designated ...".
 std::string frame_summary(std::span<const uint8_t> frame);
 
-/// For people: the title, then a line for each field, then the fault.
-std::string decoded_text(const decoded_t &decoded);
+/// For people: the title, then a line for each field unless it is to be brief, then the fault.
+std::string decoded_text(const decoded_t &decoded, bool brief = false);
+
+/// "3, front port 2" of the port octet of a message with a received frame.
+std::string received_on(uint8_t port_octet);
 
 /// Whether a frame carries a BPDU, and where the frame has its switch tag taken out.
 bool is_bpdu(std::span<const uint8_t> frame);

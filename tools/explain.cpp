@@ -38,10 +38,10 @@ std::string port_config_heading(const char *first)
                        "edge", "point-to-point");
 }
 
-std::string port_config_line(const std::string &first, const lvt_rstp_port_config_t &config)
+std::string port_config_line(const std::string &first, const lvt_rstp_port_config_t &config, const char *edge)
 {
     return fmt::format("  {:<6}  {:<13}  {:>9}  {:>8}  {:<4}  {}\n", first, on_off(config.adminEnable),
-                       path_cost_word(config.adminPathCost), config.port_priority, on_off(config.adminEdge),
+                       path_cost_word(config.adminPathCost), config.port_priority, edge,
                        point_to_point_word(config.adminPointToPoint));
 }
 
@@ -50,14 +50,15 @@ std::string explain_port_configs(std::span<const uint8_t> body)
     const auto configs = record_of<port_configs_t>(body);
     std::string text = port_config_heading("port");
     for (size_t port = 1; port <= FRONT_PORTS; port++)
-        text += port_config_line(fmt::to_string(port), configs[port]);
+        text += port_config_line(fmt::to_string(port), configs[port], on_off(configs[port].adminEdge));
     return text;
 }
 
+/// A group's edge the daemon takes from its members, whatever the message says.
 std::string explain_aggr_config(std::span<const uint8_t> body)
 {
     return port_config_heading("groups") +
-           port_config_line("7 to 9", record_of<lvt_rstp_port_config_t>(body));
+           port_config_line("7 to 9", record_of<lvt_rstp_port_config_t>(body), "-");
 }
 
 std::string explain_aggr_status(std::span<const uint8_t> body)
@@ -93,7 +94,7 @@ std::string explain_body(const rstp_msg_header_t &header, std::span<const uint8_
 {
     switch (header.type) {
     case RSTP_MSG_BPDU:
-        return fmt::format("  port octet {}\n  {}\n", header.port, frame_summary(body));
+        return fmt::format("  port octet {}\n  {}\n", received_on(header.port), frame_summary(body));
     case RSTP_MSG_PORT_STATUS:
         return explain_port_statuses(body);
     case RSTP_MSG_AGGR_STATUS:

@@ -143,7 +143,9 @@ TEST_F(inject, bpdus_of_the_older_protocol)
     frame.resize(offsetof(bpdu_t, flags));
     frame[offsetof(bpdu_t, length) + 1] = BPDU_TCN_OCTETS + BPDU_LLC_OCTETS;
     frame[offsetof(bpdu_t, type)] = BPDU_TYPE_TCN;
-    expect_sends("inject bpdu 1 --type tcn" + fields, bpdu_message(2, frame));
+    expect_sends("inject bpdu 1 --type tcn --source 02:00:00:00:99:00", bpdu_message(2, frame));
+    expect_usage("inject bpdu 1 --type tcn --cost 9", "--type tcn has no fields but --source");
+    expect_usage("inject bpdu 1 --type config --role root", "--role goes with --type rst only");
 }
 
 TEST_F(inject, a_bpdu_of_hex)
@@ -190,7 +192,35 @@ TEST_F(inject, bpdus_of_a_capture)
     EXPECT_EQ(control.read_all(), bpdu_message(2, other_frame()));
 
     expect_refused("inject bpdu 1 --frame 4 --capture " + capture, capture + " has no frame 4: it has 3");
+    expect_refused("inject bpdu 1 --frame=-2 --capture " + capture, capture + " has no frame -2: it has 3");
+    expect_usage("inject bpdu 1 --frame x --capture " + capture, "--frame: \"x\" is not a number");
     expect_usage("inject bpdu 1 --frame 4", "--frame requires --capture");
+}
+
+TEST_F(inject, a_capture_goes_as_fast_as_it_is_read)
+{
+    constexpr size_t count = 3000; // several times what the pipe holds
+    write_file(capture, capture_of(std::vector<octets_t>(count, rst_frame())));
+    const size_t size = count * bpdu_message(2, rst_frame()).size();
+    size_t taken = 0;
+    std::thread daemon([&] {
+        pollfd input = {control.fd, POLLIN, 0};
+        while (taken < size && poll(&input, 1, 10'000) == 1)
+            taken += control.read_all().size();
+    });
+    const run_t result = run_on_board("inject bpdu 1 --capture " + capture);
+    daemon.join();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "3000 of 3000 frames sent\n");
+    EXPECT_EQ(taken, size);
+
+    // Nobody reads.
+    const run_t stuck = run_on_board("inject bpdu 1 --capture " + capture);
+    EXPECT_EQ(stuck.status, 1);
+    const size_t sent = control.read_all().size() / (size / count);
+    EXPECT_EQ(stuck.output, fmt::format("lvt_rstpctl: {} is full: the daemon does not read it; is it running, or "
+                                        "stopped?\nOnly {} of 3000 BPDUs were sent.\n",
+                                        control.path, sent));
 }
 
 TEST_F(inject, captures_that_are_none)
@@ -222,7 +252,7 @@ TEST_F(inject, dry_run_tells_the_bpdu)
     const run_t result = run("--dry-run inject bpdu 2 --root-id 4096/02:00:00:00:99:00");
     EXPECT_TRUE(result.output.starts_with("to /tmp/rstp_if_pipe, 69 octets:\n"
                                           "received frame (type 0)\n"
-                                          "  port octet 3\n"
+                                          "  port octet 3, front port 2\n"
                                           "  RST BPDU of 4096/02:00:00:00:99:00, root 4096/02:00:00:00:99:00, cost 0, "
                                           "port 1, priority 128 (designated)\n"))
         << result.output;
@@ -319,6 +349,26 @@ TEST_F(decode_command, what_is_cut_off_is_told)
     EXPECT_NE(result.output.find("lvt_rstpctl: not all of it is sound: see the faults above\n"), std::string::npos);
 }
 
+TEST_F(decode_command, brief_tells_no_more_than_is_there)
+{
+    const auto brief = [this](octets_t octets, size_t size) {
+        octets.resize(size);
+        const run_t result = run_on_board("decode --brief " + hex(octets));
+        EXPECT_EQ(result.status, 1) << result.output;
+        return result.output;
+    };
+    const std::string end = "lvt_rstpctl: not all of it is sound: see the faults above\n";
+    EXPECT_EQ(brief(rst_frame(), 40), "RST BPDU, cut off\n  fault: the frame is cut off\n" + end);
+    EXPECT_EQ(brief(rst_frame(), 17), "BPDU, cut off\n  fault: the frame is cut off\n" + end);
+    EXPECT_EQ(brief(work_flush_message(), 4), "control message, cut off\n  fault: 12 of its 16 octets are missing\n" + end);
+    EXPECT_EQ(brief(bpdu_message(2, rst_frame()), 20),
+              "control message, received frame, cut off\n  fault: 49 of its 69 octets are missing\n" + end);
+    EXPECT_EQ(brief({0xB2, 0x06, 0x66, 0xA8}, 4),
+              "message to the port multiplexer, cut off\n  fault: the message is cut off\n" + end);
+    EXPECT_EQ(brief({0xAC, 0x01, 0x43, 0x52, 6, 0, 0, 0, 7}, 9),
+              "message to the LACP daemon, cut off\n  fault: the message is cut off\n" + end);
+}
+
 TEST_F(decode_command, what_the_daemon_would_not_take_is_told)
 {
     octets_t message = raw_message(RSTP_MSG_LACP_ENABLE, octets_t(1025));
@@ -357,12 +407,15 @@ TEST_F(decode_command, any_octets_at_all)
 
 TEST_F(decode_command, a_kind_by_name)
 {
-    EXPECT_TRUE(run("decode --as lacp " + hex(rst_frame())).output.starts_with("message to the LACP daemon\n"));
+    EXPECT_TRUE(run("decode --as lacp " + hex(rst_frame())).output.starts_with("message to the LACP daemon, cut off\n"));
     EXPECT_TRUE(run("decode --as mux " + hex(rst_frame())).output.starts_with("message to the port multiplexer"));
     EXPECT_TRUE(run("decode --as control " + hex(rst_frame())).output.starts_with("control message"));
     expect_usage("decode --as music 00", "--as: \"music\" is none of any, control, lacp, mux, frame");
     expect_usage("decode", "decode: give octets in hex, or --capture FILE");
     expect_usage("decode 0g", "\"g\" is no digit of octets in hex");
+    expect_usage("decode 10xbc", "\"x\" is no digit of octets in hex");
+    for (const char *prefixed : {"0xbc301182000000000600000000000000", "0xbc 0x30 0x11:0x82 000000000600000000000000"})
+        expect_says(std::string("decode --brief ") + prefixed, "control message, empty the work table\n");
 }
 
 TEST_F(decode_command, a_capture)
@@ -376,4 +429,18 @@ TEST_F(decode_command, a_capture)
     EXPECT_TRUE(line.starts_with("frame 1, 2026-11-") && line.ends_with(": frame of 60 octets, no BPDU")) << line;
     std::getline(lines, line);
     EXPECT_NE(line.find(": RST BPDU of 4096/02:00:00:00:99:00, root "), std::string::npos) << line;
+}
+
+TEST_F(decode_command, a_capture_that_is_damaged_or_empty)
+{
+    const std::string whole = capture_of({rst_frame(), rst_frame()});
+    write_file(capture, whole.substr(0, whole.size() - 1));
+    const run_t damaged = run_on_board("decode --brief --capture " + capture);
+    EXPECT_EQ(damaged.status, 1);
+    EXPECT_TRUE(damaged.output.starts_with("frame 1, ")) << damaged.output;
+    EXPECT_NE(damaged.output.find("lvt_rstpctl: " + capture + " is damaged after frame 1: "), std::string::npos)
+        << damaged.output;
+
+    write_file(capture, capture_of({}));
+    expect_refused("decode --capture " + capture, capture + " holds no frames");
 }

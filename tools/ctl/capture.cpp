@@ -7,7 +7,7 @@
 
 #include "tools/ctl/ctl.h"
 
-std::vector<captured_t> read_capture(const std::string &path)
+size_t for_each_captured(const std::string &path, const std::function<void(const captured_t &frame)> &action)
 {
     char reason[PCAP_ERRBUF_SIZE] = {};
     const std::unique_ptr<pcap_t, decltype(&pcap_close)> file(pcap_open_offline(path.c_str(), reason), pcap_close);
@@ -16,16 +16,16 @@ std::vector<captured_t> read_capture(const std::string &path)
     if (pcap_datalink(file.get()) != DLT_EN10MB)
         throw refused_t(fmt::format("{} holds no Ethernet frames: capture on one interface, not on \"any\"", path));
 
-    std::vector<captured_t> frames;
+    size_t count = 0;
     pcap_pkthdr *header = nullptr;
     const u_char *octets = nullptr;
     int result;
     while ((result = pcap_next_ex(file.get(), &header, &octets)) == 1)
-        frames.push_back({frames.size() + 1,
-                          std::chrono::system_clock::time_point(std::chrono::seconds(header->ts.tv_sec) +
-                                                                std::chrono::microseconds(header->ts.tv_usec)),
-                          {octets, octets + header->caplen}});
+        action({++count,
+                std::chrono::system_clock::time_point(std::chrono::seconds(header->ts.tv_sec) +
+                                                      std::chrono::microseconds(header->ts.tv_usec)),
+                {octets, octets + header->caplen}});
     if (result != PCAP_ERROR_BREAK)
-        throw refused_t(fmt::format("{} is damaged after frame {}: {}", path, frames.size(), pcap_geterr(file.get())));
-    return frames;
+        throw refused_t(fmt::format("{} is damaged after frame {}: {}", path, count, pcap_geterr(file.get())));
+    return count;
 }

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,5 +13,6 @@ struct captured_t {
     std::vector<uint8_t> octets; ///< what was captured of the frame
 };
 
-/// Reads a whole pcap or pcapng file. Throws refused_t when it is none, damaged, or not of Ethernet.
-std::vector<captured_t> read_capture(const std::string &path);
+/// Goes through a pcap or pcapng file. Returns how many frames there were. Throws refused_t when it is
+/// none or not of Ethernet, and at the place where it is damaged.
+size_t for_each_captured(const std::string &path, const std::function<void(const captured_t &frame)> &action);

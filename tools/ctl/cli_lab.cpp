@@ -31,18 +31,17 @@ struct bpdu_args_t {
     bpdu_words_t words;
     std::string hex;
     std::string capture;
-    std::optional<size_t> number;
+    std::string number;
 };
 
 void inject_bpdu(const ctl_t &ctl, const bpdu_args_t &args)
 {
-    const long number = parse_number("PORT", args.port);
-    demand(FRONT_PORT, number);
-    const auto port = static_cast<unsigned>(number);
+    const auto port = static_cast<unsigned>(parse_setting("PORT", args.port, FRONT_PORT));
     if (!(args.hex.empty() && args.capture.empty()) && args.words != bpdu_words_t())
         throw usage_t("fields do not go with --hex or --capture");
     if (!args.capture.empty())
-        inject_capture(ctl, port, args.capture, args.number);
+        inject_capture(ctl, port, args.capture,
+                       args.number.empty() ? std::nullopt : std::optional(parse_number("--frame", args.number)));
     else
         inject_frame(ctl, port, args.hex.empty() ? make_bpdu(args.words) : parse_hex(args.hex));
 }

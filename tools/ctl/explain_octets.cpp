@@ -20,11 +20,6 @@ std::string text_of(const std::vector<std::string> &words)
     return fmt::format("{}", fmt::join(words, " "));
 }
 
-void print(const decoded_t &decoded, bool brief)
-{
-    fmt::print("{}", brief ? decoded.title + "\n" : decoded_text(decoded));
-}
-
 /// Returns whether all is well.
 bool decode_hex(const decode_args_t &args, kind_t kind)
 {
@@ -34,7 +29,7 @@ bool decode_hex(const decode_args_t &args, kind_t kind)
 
     bool good = true;
     for (const decoded_t &decoded : decode_all(octets, kind)) {
-        print(decoded, args.brief);
+        fmt::print("{}", decoded_text(decoded, args.brief));
         good = good && decoded.fault.empty();
     }
     return good;
@@ -43,12 +38,13 @@ bool decode_hex(const decode_args_t &args, kind_t kind)
 bool decode_capture(const decode_args_t &args)
 {
     bool good = true;
-    for (const captured_t &frame : read_capture(args.capture)) {
+    const size_t count = for_each_captured(args.capture, [&](const captured_t &frame) {
         const decoded_t decoded = decode(frame.octets, kind_t::frame);
-        fmt::print("frame {}, {}: ", frame.number, time_text(frame.time));
-        print(decoded, args.brief);
+        fmt::print("frame {}, {}: {}", frame.number, time_text(frame.time), decoded_text(decoded, args.brief));
         good = good && decoded.fault.empty();
-    }
+    });
+    if (!count)
+        throw refused_t(fmt::format("{} holds no frames", args.capture));
     return good;
 }
 

@@ -10,8 +10,12 @@
 
 std::vector<uint8_t> parse_hex(const std::string &text)
 {
+    const auto parts = [](unsigned char letter) { return std::isspace(letter) || letter == ':' || letter == '-'; };
     std::string digits = text;
-    std::erase_if(digits, [](unsigned char letter) { return std::isspace(letter) || letter == ':' || letter == '-'; });
+    for (size_t at = 0; (at = digits.find("0x", at)) != std::string::npos; at++)
+        if (at == 0 || parts(static_cast<unsigned char>(digits[at - 1])))
+            digits.replace(at, 2, "  ");
+    std::erase_if(digits, parts);
 
     const auto wrong = std::ranges::find_if_not(digits, [](unsigned char letter) { return std::isxdigit(letter); });
     if (wrong != digits.end())

@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-/// "bc30 11:82", with blanks, line ends, colons or dashes anywhere between octets. Throws usage_t.
+/// "bc30 11:82", with blanks, line ends, colons or dashes anywhere between octets, and "0x" before any.
+/// Throws usage_t.
 std::vector<uint8_t> parse_hex(const std::string &text);
 
 /// A MAC address, "02:00:00:00:01:00". Throws usage_t.

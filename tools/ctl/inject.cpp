@@ -1,6 +1,8 @@
 #include "tools/ctl/inject.h"
 
 #include <algorithm>
+#include <chrono>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -15,6 +17,9 @@
 namespace {
 
 constexpr char LINK_FORM[] = "LIST=up|down|SPEED/full|SPEED/half";
+
+/// A daemon that takes nothing for so long does not read.
+constexpr std::chrono::seconds ROOM_PATIENCE{2};
 
 constexpr setting_rule_t OCTET = {"seconds", 0, 255, 1, " s"};
 constexpr setting_rule_t ANY_PATH_COST = {"path cost", 0, UINT32_MAX, 1, ""};
@@ -38,25 +43,18 @@ rstp_port_status_t parse_link(const std::string &text)
 
 // ---- fields of a BPDU ------------------------------------------------------------------
 
-long number_within(const char *option, const std::string &text, const setting_rule_t &rule)
-{
-    const long value = parse_number(option, text);
-    demand(rule, value);
-    return value;
-}
-
 void put_bridge(const char *option, const std::string &text, uint8_t *priority, uint8_t *address)
 {
     const size_t slash = text.find('/');
     if (slash == std::string::npos)
         throw usage_t(fmt::format("{}: \"{}\" should read PRIORITY/ADDRESS", option, text));
-    bpdu_put16(priority, static_cast<uint16_t>(number_within(option, text.substr(0, slash), ANY_PRIORITY)));
+    bpdu_put16(priority, static_cast<uint16_t>(parse_setting(option, text.substr(0, slash), ANY_PRIORITY)));
     std::ranges::copy(parse_address(option, text.substr(slash + 1)), address);
 }
 
 void put_seconds(const char *option, const std::string &text, uint8_t *time)
 {
-    time[0] = static_cast<uint8_t>(number_within(option, text, OCTET));
+    time[0] = static_cast<uint8_t>(parse_setting(option, text, OCTET));
 }
 
 uint8_t parse_flags(const std::string &text)
@@ -73,6 +71,18 @@ uint8_t parse_flags(const std::string &text)
     return flags;
 }
 
+/// What a BPDU of this type has no octets for must not have been named.
+void refuse_other_fields(uint8_t type, const bpdu_words_t &words)
+{
+    bpdu_words_t bare;
+    bare.type = words.type;
+    bare.source = words.source;
+    if (type == BPDU_TYPE_TCN && words != bare)
+        throw usage_t("--type tcn has no fields but --source");
+    if (type == BPDU_TYPE_CONFIG && words.role != bare.role)
+        throw usage_t("--role goes with --type rst only");
+}
+
 /// Kinds in the order of their words.
 struct bpdu_kind_t {
     uint8_t type, version;
@@ -81,6 +91,15 @@ struct bpdu_kind_t {
 constexpr bpdu_kind_t KINDS[] = {{BPDU_TYPE_RST, 2, BPDU_RST_OCTETS},
                                  {BPDU_TYPE_CONFIG, 0, BPDU_CONFIG_OCTETS},
                                  {BPDU_TYPE_TCN, 0, BPDU_TCN_OCTETS}};
+
+/// The message for a frame as received on a front port, with a switch tag taken out.
+std::vector<uint8_t> received(unsigned port, const std::vector<uint8_t> &frame)
+{
+    const std::vector<uint8_t> plain = without_switch_tag(frame);
+    if (plain.empty() || plain.size() > RSTP_BODY_MAX)
+        throw refused_t(fmt::format("a frame has 1 to {} octets, this one has {}", RSTP_BODY_MAX, plain.size()));
+    return bpdu_message(static_cast<uint8_t>(chip_port_of_front(port) + 1), plain);
+}
 
 } // namespace
 
@@ -99,6 +118,7 @@ port_statuses_t parse_links(const std::vector<std::string> &assignments)
 std::vector<uint8_t> make_bpdu(const bpdu_words_t &words)
 {
     const bpdu_kind_t &kind = KINDS[parse_word("--type", words.type, {"rst", "config", "tcn"})];
+    refuse_other_fields(kind.type, words);
     const size_t role = parse_word("--role", words.role, {"unknown", "alternate", "root", "designated"});
 
     bpdu_t bpdu{};
@@ -113,10 +133,10 @@ std::vector<uint8_t> make_bpdu(const bpdu_words_t &words)
     if (kind.type == BPDU_TYPE_RST)
         bpdu.flags = static_cast<uint8_t>(bpdu.flags | role << BPDU_FLAG_ROLE_SHIFT);
     put_bridge("--root-id", words.root, bpdu.root_priority, bpdu.root_address);
-    bpdu_put32(bpdu.root_path_cost, static_cast<uint32_t>(number_within("--cost", words.cost, ANY_PATH_COST)));
+    bpdu_put32(bpdu.root_path_cost, static_cast<uint32_t>(parse_setting("--cost", words.cost, ANY_PATH_COST)));
     put_bridge("--bridge-id", words.bridge.empty() ? words.root : words.bridge, bpdu.bridge_priority,
                bpdu.bridge_address);
-    bpdu_put16(bpdu.port_id, static_cast<uint16_t>(number_within("--port-id", words.port_id, ANY_PORT_ID)));
+    bpdu_put16(bpdu.port_id, static_cast<uint16_t>(parse_setting("--port-id", words.port_id, ANY_PORT_ID)));
     put_seconds("--message-age", words.message_age, bpdu.message_age);
     put_seconds("--max-age", words.max_age, bpdu.max_age);
     put_seconds("--hello", words.hello_time, bpdu.hello_time);
@@ -128,26 +148,28 @@ std::vector<uint8_t> make_bpdu(const bpdu_words_t &words)
 
 void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &frame)
 {
-    const std::vector<uint8_t> plain = without_switch_tag(frame);
-    if (plain.empty() || plain.size() > RSTP_BODY_MAX)
-        throw refused_t(fmt::format("a frame has 1 to {} octets, this one has {}", RSTP_BODY_MAX, plain.size()));
-    send_message(ctl, bpdu_message(static_cast<uint8_t>(chip_port_of_front(port) + 1), plain));
+    send_message(ctl, received(port, frame));
 }
 
-void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<size_t> number)
+void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<long> number)
 {
-    const std::vector<captured_t> frames = read_capture(path);
-    if (number && (*number < 1 || *number > frames.size()))
-        throw refused_t(fmt::format("{} has no frame {}: it has {}", path, *number, frames.size()));
+    std::vector<std::vector<uint8_t>> wanted;
+    const size_t count = for_each_captured(path, [&](const captured_t &frame) {
+        if (number ? std::cmp_equal(frame.number, *number) : is_bpdu(without_switch_tag(frame.octets)))
+            wanted.push_back(received(port, frame.octets));
+    });
+    if (wanted.empty() && number)
+        throw refused_t(fmt::format("{} has no frame {}: it has {}", path, *number, count));
+    if (wanted.empty())
+        throw refused_t(fmt::format("none of the {} frames of {} is a BPDU", count, path));
 
     size_t sent = 0;
-    for (const captured_t &frame : frames) {
-        const bool wanted = number ? frame.number == *number : is_bpdu(without_switch_tag(frame.octets));
-        if (wanted)
-            inject_frame(ctl, port, frame.octets);
-        sent += wanted;
+    try {
+        for (; sent < wanted.size(); sent++)
+            send_one_of_several(ctl, wanted[sent], ROOM_PATIENCE);
+    } catch (const refused_t &refusal) {
+        throw refused_t(fmt::format("{}\nOnly {} of {} BPDUs were sent.", refusal.what(), sent, wanted.size()));
     }
-    if (!sent)
-        throw refused_t(fmt::format("none of the {} frames of {} is a BPDU", frames.size(), path));
-    fmt::print("{} of {} frames sent\n", sent, frames.size());
+    fmt::print("{} of {} frames sent\n", sent, count);
+    demand_heard(ctl);
 }

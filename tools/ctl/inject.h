@@ -34,6 +34,6 @@ std::vector<uint8_t> make_bpdu(const bpdu_words_t &words);
 /// Throws refused_t.
 void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &frame);
 
-/// The BPDUs of a capture file, or only the frame of that number, in their order and at once. Says how
-/// many there were. Throws refused_t, also when there is none.
-void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<size_t> number);
+/// The BPDUs of a capture file, or only the frame of that number, in their order and as fast as the
+/// daemon takes them. Says how many there were. Throws refused_t, also when there is none.
+void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<long> number);
