@@ -16,6 +16,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace lab {
@@ -49,6 +50,31 @@ std::filesystem::path programs_folder()
     return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
 }
 
+void make_tmpfs()
+{
+    checked(mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777"), "tmpfs on /tmp");
+}
+
+/// Gives the thread's mount namespace an /etc of its own, which starts as the machine's. Where no
+/// overlay is allowed, as in some containers, nothing can be stored there: the machine's own is for
+/// the machine.
+void make_etc()
+{
+    make_tmpfs(); // for what is written; it stays with the overlay
+    std::filesystem::create_directory("/tmp/upper");
+    std::filesystem::create_directory("/tmp/work");
+    const char folders[] = "lowerdir=/etc,upperdir=/tmp/upper,workdir=/tmp/work";
+    const bool done = mount("overlay", "/etc", "overlay", 0, folders) == 0;
+    checked(umount("/tmp"), "/tmp");
+    if (done)
+        return;
+    checked(mount("/etc", "/etc", nullptr, MS_BIND | MS_REC, nullptr), "/etc on itself");
+    struct statvfs etc = {};
+    checked(statvfs("/etc", &etc), "/etc");
+    const unsigned long kept = etc.f_flag & (ST_NOSUID | ST_NODEV | ST_NOEXEC); // those may be locked
+    checked(mount(nullptr, "/etc", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY | kept, nullptr), "/etc read-only");
+}
+
 /// Gives the thread's mount namespace a /tmp of its own. Programs that were built below /tmp stay
 /// where they are.
 void make_tmp()
@@ -59,8 +85,7 @@ void make_tmp()
     if (hidden)
         folder = fd_t(checked(open(programs.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), programs));
 
-    checked(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
-    checked(mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777"), "tmpfs on /tmp");
+    make_tmpfs();
     if (hidden) {
         std::filesystem::create_directories(programs);
         const std::string source = fmt::format("/proc/thread-self/fd/{}", folder.number());
@@ -81,6 +106,8 @@ node_t::node_t(std::string name, int number) : name_(std::move(name)), number_(n
 {
     in_thread([this] {
         checked(unshare(CLONE_NEWNET | CLONE_NEWNS), "namespaces of " + name_);
+        checked(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
+        make_etc();
         make_tmp();
         make_quiet();
         // For tools that look there; not every container allows it.

@@ -1,4 +1,4 @@
-/// A machine of the lab: a network namespace and a /tmp of its own. It lives as long as its
+/// A machine of the lab: a network namespace, a /tmp and an /etc of its own. It lives as long as its
 /// object and the processes started in it; nothing of it is visible in the file system outside.
 #pragma once
 
