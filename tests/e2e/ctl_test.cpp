@@ -181,6 +181,42 @@ TEST_F(ctl, set_keeps_the_rest_and_the_trap)
     EXPECT_TRUE(is_so(root, fmt::format("root is 0/{}", leaf.node().mac())));
 }
 
+TEST_F(ctl, the_stored_file_is_the_switchs_own)
+{
+    lab::switch_t &device = start_switch(), &other = start_switch();
+    if (device.node().run({.argv = {"test", "-w", "/etc"}}).exit_code != 0)
+        GTEST_SKIP() << "cannot run here: no overlay for an /etc of its own";
+    const bool machine_has_one = std::filesystem::exists("/etc/lvt_rstp.toml");
+    EXPECT_EQ(run(device, "apply").exit_code, machine_has_one ? 0 : 1);
+    done(device, "set bridge --priority 4096 --force");
+    done(device, "check");
+    ask(device, "debug show system_config");
+    done(device, "bridge --priority 8192");
+    EXPECT_TRUE(status_within(device, SOON, [](const auto &status) { return status.bridge.prio == 8192; }));
+    done(device, "apply");
+    EXPECT_TRUE(status_within(device, SOON, [](const auto &status) { return status.bridge.prio == 4096; }));
+
+    EXPECT_EQ(std::filesystem::exists(other.node().path("/etc/lvt_rstp.toml")), machine_has_one);
+    EXPECT_EQ(std::filesystem::exists("/etc/lvt_rstp.toml"), machine_has_one);
+}
+
+TEST_F(ctl, set_opens_no_loop_that_single_messages_have_cut)
+{
+    lab::switch_t &root = start_switch(), &leaf = start_switch();
+    done(root, "bridge --priority 4096");
+    done(root, "ports --enable 1,2 --edge 1=off --edge 2=off");
+    done(leaf, "ports --enable 1,2 --edge 1=off --edge 2=off");
+    connect(root, leaf, 1);
+    connect(root, leaf, 2);
+    ASSERT_TRUE(is_so(leaf, "port 2 is alternate"));
+    const lab::outcome_t refused = run(leaf, "set bridge --max-age 10 --file /tmp/switch.toml");
+    EXPECT_EQ(refused.exit_code, 1);
+    EXPECT_THAT(refused.output, testing::HasSubstr("the ports 1,2 take part in the spanning tree now"));
+    ASSERT_TRUE(ticks(leaf, 2));
+    EXPECT_EQ(run(leaf, "expect port 2 is alternate").exit_code, 0);
+    EXPECT_EQ(leaf.node().read("/tmp/switch.toml"), "");
+}
+
 TEST_F(ctl, groups_of_the_file_are_formed)
 {
     lab::switch_t &root = start_switch(), &leaf = start_switch();
@@ -226,6 +262,17 @@ TEST_F(ctl, injected_messages_are_heard)
     EXPECT_EQ(status.port(6).received.all(), 0u);
     EXPECT_EQ(lab::bridge_id_text(status.port(5).designated_bridge), "8192/02:00:00:00:99:01");
 
+    // A better one in hex, as a dry run shows it; the dry run itself sends nothing.
+    const std::string dry = done(device, "inject bpdu 6 --root-id 0/02:00:00:00:98:00 --dry-run");
+    ASSERT_TRUE(ticks(device, 2));
+    EXPECT_EQ(device.status()->port(6).received.all(), 0u);
+    constexpr size_t headers = 16;
+    std::string hex = dry.substr(dry.find("  bc 30"));
+    std::erase_if(hex, [](char letter) { return letter == ' ' || letter == '\n'; });
+    done(device, "inject bpdu 6 --hex " + hex.substr(2 * headers));
+    EXPECT_TRUE(is_so(device, "root is 0/02:00:00:00:98:00"));
+    EXPECT_TRUE(is_so(device, "root port is 6"));
+
     done(device, "inject groups 9=5,6");
     EXPECT_TRUE(is_so(device, "port 5-6 is member"));
     done(device, "inject link");
@@ -237,12 +284,12 @@ TEST_F(ctl, a_message_of_each_kind_is_obeyed)
     lab::switch_t &device = start_switch();
     done(device, "bridge --priority 4096 --max-age 6 --hello 1 --forward-delay 4");
     done(device, "ports --enable 5,6 --cost 6=2000000");
-    done(device, "aggr-config --enable --cost 10000 --edge off");
+    done(device, "aggr-config --enable --cost 10000");
     serve_all(device);
     EXPECT_THAT(ask(device, "debug show system_config"),
                 testing::HasSubstr("       4096         6            1           4           2\n"));
     EXPECT_THAT(ask(device, "debug show port_config"),
-                testing::AllOf(testing::HasSubstr("Aggr       10000         128        1      0     2\n"),
+                testing::AllOf(testing::HasSubstr("Aggr       10000         128        1      1     2\n"),
                                testing::HasSubstr("   4           0         128        0      1     2\n"
                                                   "   5           0         128        1      1     2\n"
                                                   "   6     2000000         128        1      1     2\n")));
@@ -381,6 +428,9 @@ TEST_F(ctl, output_that_is_lost_ends_it)
 TEST_F(ctl, debug_words_reach_the_console)
 {
     lab::switch_t &device = start_switch();
+    const lab::outcome_t fatal = run(device, "debug \"$(printf 'show rstp_port_status 99\\nx')\"");
+    EXPECT_EQ(fatal.exit_code, 1);
+    EXPECT_THAT(fatal.output, testing::HasSubstr("one line without control characters"));
     done(device, "debug bpdu_filter enable");
     serve_all(device);
     done(device, "debug show bpdu_filter");
@@ -402,6 +452,10 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
     EXPECT_TRUE(lab::within(SOON, [&] { return told("show", "so it has ended or hangs"); }));
     EXPECT_TRUE(told("monitor", "so it has ended or hangs"));
     EXPECT_TRUE(told("expect root is this bridge", "so it has ended or hangs"));
+    write_config(device, "");
+    for (const char *command : {"apply /tmp/switch.toml", "set bridge --priority 0 --file /tmp/switch.toml",
+                                "debug show bridge_status", "bridge", "inject bpdu 1"})
+        EXPECT_TRUE(told(command, "sent, but /tmp/rstp_monitor is ")) << command;
 
     // It takes no more than its pipe holds.
     const fd_t pipe(open(device.node().path(RSTP_IF_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
