@@ -229,6 +229,23 @@ TEST(docs, completion_knows_commands_and_options)
     EXPECT_EQ(completions("apply " LVT_DOCS "/messages"), LVT_DOCS "/messages.md");
 }
 
+TEST(docs, completion_knows_values)
+{
+    EXPECT_EQ(completions("set port 1 --edge o"), "on off");
+    EXPECT_EQ(completions("set port 1 --p2p a"), "auto");
+    EXPECT_EQ(completions("inject bpdu 1 --type r"), "rst");
+    EXPECT_EQ(completions("decode --as f"), "frame");
+    EXPECT_EQ(completions("ports --enable 1,2"), "1,2");
+    EXPECT_EQ(completions("set port 1,"), "1,1 1,2 1,3 1,4 1,5 1,6");
+    EXPECT_EQ(completions("set port a"), "all");
+    EXPECT_EQ(completions("--root /tmp show port b"), "");
+    EXPECT_EQ(completions("show port 3"), "3");
+    EXPECT_EQ(completions("expect port 1-3 f"), "forwards");
+    EXPECT_EQ(completions("expect --within 30 port 1 is not d"), "designated disabled discarding down");
+    EXPECT_EQ(completions("debug show rstp_s"), "rstp_statistics rstp_stp_state");
+    EXPECT_EQ(completions("aggr-config --enable --cos"), "--cost");
+}
+
 TEST(docs, examples_of_messages_are_right)
 {
     const auto documented = documented_examples();
