@@ -41,7 +41,7 @@ std::string write_flag(const std::string &option, const std::string &text)
 
 std::string write_path_cost(const std::string &option, const std::string &text)
 {
-    const uint32_t cost = parse_path_cost(option, text);
+    const unsigned cost = parse_path_cost(option, text);
     return cost ? fmt::to_string(cost) : "\"auto\"";
 }
 

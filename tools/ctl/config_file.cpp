@@ -246,7 +246,7 @@ void read_groups(reader_t &reader, const toml::table &groups)
 /// The library makes a table in a table for each part of a name, and its stack holds only so many.
 void limit_parts(reader_t &reader, const std::string &text)
 {
-    constexpr long dots_max = 4000;
+    constexpr long dots_max = 1000;
     if (std::ranges::count(text, '.') > dots_max)
         reader.config.faults.push_back({1, 1, fmt::format("a file has at most {} dots in all", dots_max)});
 }
