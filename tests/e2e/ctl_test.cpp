@@ -211,7 +211,7 @@ TEST_F(ctl, set_opens_no_loop_that_single_messages_have_cut)
     ASSERT_TRUE(is_so(leaf, "port 2 is alternate"));
     const lab::outcome_t refused = run(leaf, "set bridge --max-age 10 --file /tmp/switch.toml");
     EXPECT_EQ(refused.exit_code, 1);
-    EXPECT_THAT(refused.output, testing::HasSubstr("the ports 1,2 take part in the spanning tree now"));
+    EXPECT_THAT(refused.output, testing::HasSubstr("spanning tree is on at port 1,2 now"));
     ASSERT_TRUE(ticks(leaf, 2));
     EXPECT_EQ(run(leaf, "expect port 2 is alternate").exit_code, 0);
     EXPECT_EQ(leaf.node().read("/tmp/switch.toml"), "");

@@ -79,6 +79,22 @@ TEST_P(lab_end, leaves_nothing)
 INSTANTIATE_TEST_SUITE_P(by, lab_end, testing::Values(SIGINT, SIGTERM, SIGHUP, SIGKILL),
                          [](const auto &row) { return std::string(sigabbrev_np(row.param)); });
 
+TEST(lab_help, man_page_has_every_option)
+{
+    std::ifstream file(LVT_DOCS "/man/lvt_switch.8.scd");
+    const std::string page(std::istreambuf_iterator<char>(file), {});
+    std::istringstream help(lab::run({.argv = {SWITCH, "--help"}}).output);
+    size_t options = 0;
+    for (std::string line; std::getline(help, line);) {
+        if (!line.starts_with("  --"))
+            continue;
+        const std::string option = line.substr(2, line.find(' ', 2) - 2);
+        EXPECT_THAT(page, testing::HasSubstr("\n*" + option)) << option;
+        options++;
+    }
+    EXPECT_GE(options, 8u);
+}
+
 TEST(lab_run, ends_as_its_command_does)
 {
     const auto before = processes();

@@ -376,7 +376,7 @@ TEST_F(config, a_daemon_that_does_not_report)
     EXPECT_NE(debug.read_all().size(), 0u);
     const run_t changed = run_on_board("set bridge --priority 0 --force --file " + file);
     EXPECT_EQ(changed.status, 1);
-    EXPECT_TRUE(changed.output.ends_with("\n" + file + " is changed all the same: apply it when the daemon takes messages.\n"))
+    EXPECT_NE(changed.output.find("\n" + file + " is changed all the same: apply it"), std::string::npos)
         << changed.output;
     EXPECT_EQ(run_on_board("bridge --dry-run").status, 0);
 
@@ -500,13 +500,13 @@ TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
                                   "lvt_rstp.toml(5), or say --force.";
     const std::string at = " --file " + file;
     report(STATUS);
-    expect_refused("set bridge --max-age 10" + at, "the ports 1,2,3 take part in the spanning tree now, but there is no " +
-                                                       file + ": they would leave it. " + next_step);
+    expect_refused("set bridge --max-age 10" + at, "spanning tree is on at port 1,2,3 now, but there is no " + file +
+                                                       ": it would go off there. " + next_step);
     EXPECT_FALSE(std::filesystem::exists(file));
 
     write_file(file, "[port.1]\nspanning_tree = true\n");
-    const std::string refusal = "the ports 2,3 take part in the spanning tree now, but " + file +
-                                " says otherwise: they would leave it. " + next_step;
+    const std::string refusal = "spanning tree is on at port 2,3 now, but " + file +
+                                " says otherwise: it would go off there. " + next_step;
     expect_refused("set bridge --max-age 10" + at, refusal);
     expect_refused("--dry-run set bridge --max-age 10" + at, refusal);
     EXPECT_EQ(read_file(file), "[port.1]\nspanning_tree = true\n");
@@ -524,8 +524,8 @@ TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
     // A group, and its members.
     report(replaced(replaced(all_off(), "port01=0,1,1,0,5,5,0", "port01=0,1,1,0,5,5,7"), "port07=0,1,1,0,5,5,0",
                     "port07=8000,0,1,0,4,4,0"));
-    expect_refused("set bridge --max-age 10" + at, "the ports 7 take part in the spanning tree now, but " + file +
-                                                       " says otherwise: they would leave it. " + next_step);
+    expect_refused("set bridge --max-age 10" + at, "spanning tree is on at port 7 now, but " + file +
+                                                       " says otherwise: it would go off there. " + next_step);
     write_file(file, "[groups]\nspanning_tree = true\n");
     EXPECT_EQ(run_on_board("set bridge --max-age 10" + at).status, 0);
 }

@@ -360,7 +360,8 @@ TEST_F(decode_command, brief_tells_no_more_than_is_there)
     const std::string end = "lvt_rstpctl: not all of it is sound: see the faults above\n";
     EXPECT_EQ(brief(rst_frame(), 40), "RST BPDU, cut off\n  fault: the frame is cut off\n" + end);
     EXPECT_EQ(brief(rst_frame(), 17), "BPDU, cut off\n  fault: the frame is cut off\n" + end);
-    EXPECT_EQ(brief(work_flush_message(), 4), "control message, cut off\n  fault: 12 of its 16 octets are missing\n" + end);
+    EXPECT_EQ(brief(work_flush_message(), 4),
+              "control message, cut off\n  fault: 12 of its 16 octets are missing\n" + end);
     EXPECT_EQ(brief(bpdu_message(2, rst_frame()), 20),
               "control message, received frame, cut off\n  fault: 49 of its 69 octets are missing\n" + end);
     EXPECT_EQ(brief({0xB2, 0x06, 0x66, 0xA8}, 4),
@@ -407,7 +408,7 @@ TEST_F(decode_command, any_octets_at_all)
 
 TEST_F(decode_command, a_kind_by_name)
 {
-    EXPECT_TRUE(run("decode --as lacp " + hex(rst_frame())).output.starts_with("message to the LACP daemon, cut off\n"));
+    EXPECT_TRUE(run("decode --as lacp " + hex(rst_frame())).output.starts_with("message to the LACP daemon, cut "));
     EXPECT_TRUE(run("decode --as mux " + hex(rst_frame())).output.starts_with("message to the port multiplexer"));
     EXPECT_TRUE(run("decode --as control " + hex(rst_frame())).output.starts_with("control message"));
     expect_usage("decode --as music 00", "--as: \"music\" is none of any, control, lacp, mux, frame");

@@ -75,8 +75,8 @@ void refuse_losses(const bridge_status_t &now, const std::string &path, bool exi
     const std::string told = exists ? fmt::format("{} says otherwise", path) : fmt::format("there is no {}", path);
     const std::string ports = ports_lost(now, before, settings, edits);
     if (!ports.empty())
-        throw refused_t(fmt::format("the ports {} take part in the spanning tree now, but {}: they would leave it. {}",
-                                    ports, told, next_step));
+        throw refused_t(fmt::format("spanning tree is on at port {} now, but {}: it would go off there. {}", ports,
+                                    told, next_step));
     const bool asked = std::ranges::any_of(
         edits, [](const edit_t &edit) { return edit.section == "bridge" && edit.key == "priority"; });
     if (!exists && !asked && now.bridge.prio != settings.bridge.bridge_priority)
