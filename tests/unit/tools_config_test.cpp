@@ -522,7 +522,7 @@ TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
     control.read_all();
 
     // A group, and its members.
-    report(replaced(replaced(all_off(), "port01=0,1,1,0,5,5,0", "port01=0,1,1,0,5,5,7"), "port07=0,1,1,0,5,5,0",
+    report(replaced(replaced(all_off(), "port01=0,1,1,0,5,5,0", "port01=8000,0,1,0,4,4,7"), "port07=0,1,1,0,5,5,0",
                     "port07=8000,0,1,0,4,4,0"));
     expect_refused("set bridge --max-age 10" + at, "spanning tree is on at port 7 now, but " + file +
                                                        " says otherwise: it would go off there. " + next_step);

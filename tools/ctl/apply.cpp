@@ -47,8 +47,8 @@ std::optional<bridge_status_t> reported(const ctl_t &ctl)
 }
 
 /// The ports, as a list, that take part in the spanning tree now and would not after `settings`,
-/// although they were off in the file already, so that nobody asked for it. A member of a group is
-/// what its group is.
+/// although they were off in the file already, so that nobody asked for it. What holds for a member of a
+/// group is told of the group.
 std::string ports_lost(const bridge_status_t &now, const settings_t &before, const settings_t &settings,
                        const std::vector<edit_t> &edits)
 {
@@ -59,14 +59,15 @@ std::string ports_lost(const bridge_status_t &now, const settings_t &before, con
         const bool asked = std::ranges::any_of(edits, [&](const edit_t &edit) {
             return edit.section == fmt::format("port.{}", port) && edit.key == "spanning_tree";
         });
-        if (now.port(port).role != ROLE_NON_STP && !stays && !asked)
+        const bool on = now.port(port).role != ROLE_NON_STP && !now.port(port).group;
+        if (on && !stays && !asked)
             lost.push_back(port);
     }
     return fmt::format("{}", fmt::join(lost, ","));
 }
 
 /// A file that does not tell how the switch is set up, least of all one that is not there, would take
-/// the rest of it back to the defaults, and open the loops that the spanning tree cuts.
+/// the rest of it back to the defaults, and let frames run in the loops that the spanning tree cuts.
 void refuse_losses(const bridge_status_t &now, const std::string &path, bool exists, const settings_t &before,
                    const settings_t &settings, const std::vector<edit_t> &edits)
 {
