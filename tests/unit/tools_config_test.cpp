@@ -334,6 +334,15 @@ TEST_F(config, the_last_port_that_changes_is_on)
     expect_applies("", default_frames());
 }
 
+TEST_F(config, dry_run_cannot_steer_the_terminal)
+{
+    const std::string root = board.path + "/\x1b[2J";
+    const run_t result = run("--root '" + root + "' --dry-run lacp");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output.find('\x1b'), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("\\x1b[2J"), std::string::npos) << result.output;
+}
+
 TEST_F(config, dry_run_tells_the_messages_and_why)
 {
     report(STATUS);

@@ -9,6 +9,7 @@
 #include "tools/ctl/plan.h"
 #include "tools/ctl/send.h"
 #include "tools/ctl/status.h"
+#include "tools/printable.h"
 
 namespace {
 
@@ -121,7 +122,7 @@ void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<
 
     if (ctl.dry_run)
         for (const edit_t &edit : edits)
-            fmt::print("in {}: [{}] {} = {}\n", path, edit.section, edit.key, edit.value);
+            fmt::print("in {}: [{}] {} = {}\n", printable(path), edit.section, edit.key, edit.value);
     else
         save_config(path, text);
     try {

@@ -18,6 +18,7 @@
 #include "tools/explain.h"
 #include "tools/messages.h"
 #include "tools/pipe.h"
+#include "tools/printable.h"
 
 using namespace std::chrono_literals;
 
@@ -32,7 +33,7 @@ void send(const ctl_t &ctl, const char *pipe, std::span<const uint8_t> octets, c
 {
     const std::string path = ctl.root + pipe;
     if (ctl.dry_run) {
-        fmt::print("to {}, {} octets:\n{}{}", path, octets.size(), words, hex_lines(octets));
+        fmt::print("to {}, {} octets:\n{}{}", printable(path), octets.size(), printable(words), hex_lines(octets));
         return;
     }
 
