@@ -4,9 +4,9 @@
 #include <fstream>
 #include <map>
 
-#include <fcntl.h>
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 
 #include "fixture.h"
 
@@ -51,14 +51,13 @@ TEST_P(lab_end, leaves_nothing)
 {
     const auto processes_before = processes();
     const std::string traces_before = traces();
-    const std::string output = std::filesystem::path(testing::TempDir()) / fmt::format("lvt_switch.{}", getpid());
     {
-        const fd_t file(open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+        const fd_t output(lab::checked(memfd_create("output", MFD_CLOEXEC), "memory for the output"));
         lab::process_t starter = lab::start({.argv = {SWITCH, "--bridge", "1,2", "--host", "3"},
-                                             .out = file.number(),
-                                             .err = file.number()});
+                                             .out = output.number(),
+                                             .err = output.number()});
         const auto said = [&] {
-            std::ifstream text(output);
+            std::ifstream text(fmt::format("/proc/self/fd/{}", output.number()));
             return std::string(std::istreambuf_iterator<char>(text), {});
         };
         ASSERT_TRUE(lab::within(SOON, [&] { return said().find("nsenter") != std::string::npos; })) << said();
@@ -70,7 +69,6 @@ TEST_P(lab_end, leaves_nothing)
         ASSERT_TRUE(lab::within(SOON, [&] { return !starter.running(); }));
         EXPECT_EQ(starter.exit_code(), wanted) << said();
     }
-    std::filesystem::remove(output);
     EXPECT_TRUE(lab::within(SOON, [&] { return processes() == processes_before; }))
         << fmt::format("{}", processes());
     EXPECT_EQ(traces(), traces_before);
