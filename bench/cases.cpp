@@ -10,8 +10,8 @@
 #include "daemon/semaphores.h"
 #include "l2_proto_utility/os_api.h"
 #include "lvt_rstp.h"
-#include "rstp/bpdu.h"
 #include "rstp/stpm.h"
+#include "tools/bpdu_frame.h"
 #include "tools/messages.h"
 
 namespace {
@@ -68,13 +68,7 @@ void neighbour_is_root()
     start_daemon();
     enable_ports(RSTP_PHYSICAL_PORTS);
 
-    neighbour = {};
-    memcpy(neighbour.destination, lvt_rstp_slowmac, sizeof neighbour.destination);
-    bpdu_put16(neighbour.length, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
-    neighbour.dsap = neighbour.ssap = BPDU_LLC_SAP;
-    neighbour.control = BPDU_LLC_CONTROL;
-    neighbour.version = 2;
-    neighbour.type = BPDU_TYPE_RST;
+    neighbour = blank_bpdu(BPDU_TYPE_RST);
     neighbour.flags = BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT | BPDU_FLAG_FORWARDING | BPDU_FLAG_LEARNING;
     bpdu_put16(neighbour.root_priority, 4096);
     bpdu_put16(neighbour.bridge_priority, 8192);

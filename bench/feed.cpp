@@ -4,11 +4,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <stdexcept>
 
 #include "board/lab/within.h"
-#include "rstp/bpdu.h"
+#include "tools/bpdu_frame.h"
 #include "tools/messages.h"
 
 using namespace std::chrono_literals;
@@ -17,13 +16,7 @@ namespace {
 
 std::vector<uint8_t> neighbours_bpdu()
 {
-    bpdu_t bpdu = {};
-    memcpy(bpdu.destination, lvt_rstp_slowmac, sizeof bpdu.destination);
-    bpdu_put16(bpdu.length, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
-    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
-    bpdu.control = BPDU_LLC_CONTROL;
-    bpdu.version = 2;
-    bpdu.type = BPDU_TYPE_RST;
+    bpdu_t bpdu = blank_bpdu(BPDU_TYPE_RST);
     bpdu.flags = BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT;
     bpdu_put16(bpdu.root_priority, 4096);
     bpdu_put16(bpdu.bridge_priority, 4096);

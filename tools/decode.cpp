@@ -7,6 +7,7 @@
 #include "board/chip/ports.h"
 #include "l2_proto_utility/cpu_tag.h"
 #include "rstp/bpdu.h"
+#include "tools/bpdu_frame.h"
 #include "tools/messages.h"
 #include "tools/words.h"
 
@@ -90,16 +91,6 @@ const char *bpdu_name(uint8_t type)
     }
 }
 
-/// How many a whole frame has, with its addresses.
-size_t octets_of(uint8_t type)
-{
-    switch (type) {
-    case BPDU_TYPE_TCN: return offsetof(bpdu_t, flags);
-    case BPDU_TYPE_RST: return sizeof(bpdu_t);
-    default: return offsetof(bpdu_t, version_1_length);
-    }
-}
-
 std::string time_words(const uint8_t *time)
 {
     return fmt::format("{} s", bpdu_get16(time) / 256.0);
@@ -154,7 +145,7 @@ void add_frame(fields_t &fields, size_t offset)
     fields.add(at, bpdu, bpdu.type, "type", bpdu_name(bpdu.type));
     if (bpdu.type != BPDU_TYPE_TCN)
         add_bpdu_body(fields, at, bpdu);
-    const size_t end = at + octets_of(bpdu.type);
+    const size_t end = at + BPDU_HEADER_OCTETS + bpdu_octets(bpdu.type);
     if (const size_t rest = fields.from(end).size())
         fields.add(end, rest, "rest", "padding or later additions");
 }
@@ -388,7 +379,7 @@ std::string frame_summary(octets_t frame)
     const auto bpdu = fields_t(plain).record<bpdu_t>(0);
     if (!is_bpdu(plain))
         return fmt::format("frame of {} octets, no BPDU", frame.size());
-    if (plain.size() < octets_of(bpdu.type))
+    if (plain.size() < BPDU_HEADER_OCTETS + bpdu_octets(bpdu.type))
         return fmt::format("{}, cut off", plain.size() > offsetof(bpdu_t, type) ? bpdu_name(bpdu.type) : "BPDU");
     if (bpdu.type != BPDU_TYPE_CONFIG && bpdu.type != BPDU_TYPE_RST)
         return fmt::format("{} from {}", bpdu_name(bpdu.type), address_text(bpdu.source));

@@ -1,23 +1,12 @@
 #include "bpdus.h"
 
 #include <algorithm>
-#include <iterator>
+
+#include "tools/bpdu_frame.h"
 
 namespace lab {
 
 namespace {
-
-bpdu_t opened(uint8_t type, uint8_t version, uint32_t octets)
-{
-    bpdu_t bpdu = {};
-    std::copy(std::begin(lvt_rstp_slowmac), std::end(lvt_rstp_slowmac), bpdu.destination);
-    bpdu_put16(bpdu.length, static_cast<uint16_t>(octets + BPDU_LLC_OCTETS));
-    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
-    bpdu.control = BPDU_LLC_CONTROL;
-    bpdu.version = version;
-    bpdu.type = type;
-    return bpdu;
-}
 
 void tell(bpdu_t &bpdu, const told_t &told, uint8_t flags)
 {
@@ -59,21 +48,21 @@ uint8_t role_flags(int code)
 
 bpdu_t config_bpdu(const told_t &told, uint8_t flags)
 {
-    bpdu_t bpdu = opened(BPDU_TYPE_CONFIG, 0, BPDU_CONFIG_OCTETS);
+    bpdu_t bpdu = blank_bpdu(BPDU_TYPE_CONFIG);
     tell(bpdu, told, flags);
     return bpdu;
 }
 
 bpdu_t rst_bpdu(const told_t &told, uint8_t flags, int role_code)
 {
-    bpdu_t bpdu = opened(BPDU_TYPE_RST, 2, BPDU_RST_OCTETS);
+    bpdu_t bpdu = blank_bpdu(BPDU_TYPE_RST);
     tell(bpdu, told, static_cast<uint8_t>(flags | role_flags(role_code)));
     return bpdu;
 }
 
 bpdu_t tcn_bpdu()
 {
-    return opened(BPDU_TYPE_TCN, 0, BPDU_TCN_OCTETS);
+    return blank_bpdu(BPDU_TYPE_TCN);
 }
 
 bool is_rst(const bpdu_t &bpdu)

@@ -647,7 +647,7 @@ TEST_F(set, keeps_the_owner)
 {
     write_file(file, "");
     if (chown(file.c_str(), 1000, 1001) != 0)
-        GTEST_SKIP() << "only root may give files away";
+        GTEST_SKIP() << "cannot run here: only root may give files away";
     EXPECT_EQ(run_on_board("set bridge --priority 0 --file " + file).status, 0);
     struct stat after = {};
     ASSERT_EQ(stat(file.c_str(), &after), 0);

@@ -8,6 +8,7 @@
 
 #include "board/chip/ports.h"
 #include "rstp/bpdu.h"
+#include "tools/bpdu_frame.h"
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/capture.h"
 #include "tools/ctl/hex.h"
@@ -83,14 +84,8 @@ void refuse_other_fields(uint8_t type, const bpdu_words_t &words)
         throw usage_t("--role goes with --type rst only");
 }
 
-/// Kinds in the order of their words.
-struct bpdu_kind_t {
-    uint8_t type, version;
-    uint32_t octets; ///< from the protocol identifier on
-};
-constexpr bpdu_kind_t KINDS[] = {{BPDU_TYPE_RST, 2, BPDU_RST_OCTETS},
-                                 {BPDU_TYPE_CONFIG, 0, BPDU_CONFIG_OCTETS},
-                                 {BPDU_TYPE_TCN, 0, BPDU_TCN_OCTETS}};
+/// In the order of their words.
+constexpr uint8_t TYPES[] = {BPDU_TYPE_RST, BPDU_TYPE_CONFIG, BPDU_TYPE_TCN};
 
 /// The message for a frame as received on a front port, with a switch tag taken out.
 std::vector<uint8_t> received(unsigned port, const std::vector<uint8_t> &frame)
@@ -117,20 +112,14 @@ port_statuses_t parse_links(const std::vector<std::string> &assignments)
 
 std::vector<uint8_t> make_bpdu(const bpdu_words_t &words)
 {
-    const bpdu_kind_t &kind = KINDS[parse_word("--type", words.type, {"rst", "config", "tcn"})];
-    refuse_other_fields(kind.type, words);
+    const uint8_t type = TYPES[parse_word("--type", words.type, {"rst", "config", "tcn"})];
+    refuse_other_fields(type, words);
     const size_t role = parse_word("--role", words.role, {"unknown", "alternate", "root", "designated"});
 
-    bpdu_t bpdu{};
-    std::ranges::copy(lvt_rstp_slowmac, bpdu.destination);
+    bpdu_t bpdu = blank_bpdu(type);
     std::ranges::copy(parse_address("--source", words.source), bpdu.source);
-    bpdu_put16(bpdu.length, static_cast<uint16_t>(kind.octets + BPDU_LLC_OCTETS));
-    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
-    bpdu.control = BPDU_LLC_CONTROL;
-    bpdu.version = kind.version;
-    bpdu.type = kind.type;
     bpdu.flags = parse_flags(words.flags);
-    if (kind.type == BPDU_TYPE_RST)
+    if (type == BPDU_TYPE_RST)
         bpdu.flags = static_cast<uint8_t>(bpdu.flags | role << BPDU_FLAG_ROLE_SHIFT);
     put_bridge("--root-id", words.root, bpdu.root_priority, bpdu.root_address);
     bpdu_put32(bpdu.root_path_cost, static_cast<uint32_t>(parse_setting("--cost", words.cost, ANY_PATH_COST)));
@@ -143,7 +132,7 @@ std::vector<uint8_t> make_bpdu(const bpdu_words_t &words)
     put_seconds("--forward-delay", words.forward_delay, bpdu.forward_delay);
 
     const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
-    return {octets, octets + BPDU_HEADER_OCTETS + kind.octets};
+    return {octets, octets + BPDU_HEADER_OCTETS + bpdu_octets(type)};
 }
 
 void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &frame)
