@@ -4,14 +4,19 @@
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <thread>
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+
+constexpr auto EMPTY_POLL_PAUSE = std::chrono::milliseconds(1);
 
 std::string explain(int error, const std::string &path)
 {
@@ -24,6 +29,8 @@ std::string explain(int error, const std::string &path)
         return fmt::format("no reader on {}: is the daemon running?", path);
     case EAGAIN:
         return fmt::format("{} is full: the daemon does not read it; is it running, or stopped?", path);
+    case EBUSY:
+        return fmt::format("{} holds what the daemon has not read: is it running, or stopped?", path);
     case EACCES:
     case EPERM:
         return fmt::format("no permission to write to {}: try it as root", path);
@@ -79,12 +86,6 @@ ssize_t write_patiently(int fd, std::span<const uint8_t> octets, std::chrono::mi
 pipe_result_t write_open_pipe(int fd, const std::string &path, std::span<const uint8_t> octets,
                               std::chrono::milliseconds patience)
 {
-    struct stat status;
-    if (fstat(fd, &status) != 0)
-        return failure(errno, path);
-    if (!S_ISFIFO(status.st_mode))
-        return failure(ENOTSUP, path);
-
     const ssize_t written = write_patiently(fd, octets, patience);
     if (written < 0)
         return failure(errno, path);
@@ -93,15 +94,49 @@ pipe_result_t write_open_pipe(int fd, const std::string &path, std::span<const u
     return {};
 }
 
+/// Waits until nothing lies in the pipe and no other writer does the same. False when that lasts longer
+/// than `patience`.
+bool wait_until_empty(int fd, std::chrono::milliseconds patience)
+{
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto is_ours = [fd] {
+        int waiting = 0;
+        return flock(fd, LOCK_EX | LOCK_NB) == 0 && ioctl(fd, FIONREAD, &waiting) == 0 && waiting == 0;
+    };
+    while (!is_ours()) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(EMPTY_POLL_PAUSE); // a pipe does not tell that it is empty
+    }
+    return true;
+}
+
+/// Opens the pipe for one use of it, which never waits for a reader.
+template <typename use_t> pipe_result_t with_open_pipe(const std::string &path, use_t use)
+{
+    const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0)
+        return failure(errno, path);
+    struct stat status;
+    const pipe_result_t result = fstat(fd, &status) != 0      ? failure(errno, path)
+                                 : !S_ISFIFO(status.st_mode) ? failure(ENOTSUP, path)
+                                                             : use(fd);
+    close(fd);
+    return result;
+}
+
 } // namespace
 
 pipe_result_t write_to_pipe(const std::string &path, std::span<const uint8_t> octets,
                             std::chrono::milliseconds patience)
 {
-    const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (fd < 0)
-        return failure(errno, path);
-    const pipe_result_t result = write_open_pipe(fd, path, octets, patience);
-    close(fd);
-    return result;
+    return with_open_pipe(path, [&](int fd) { return write_open_pipe(fd, path, octets, patience); });
+}
+
+pipe_result_t write_to_empty_pipe(const std::string &path, std::span<const uint8_t> octets,
+                                  std::chrono::milliseconds patience)
+{
+    return with_open_pipe(path, [&](int fd) {
+        return wait_until_empty(fd, patience) ? write_open_pipe(fd, path, octets, {}) : failure(EBUSY, path);
+    });
 }

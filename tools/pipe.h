@@ -22,3 +22,12 @@ struct pipe_result_t {
 /// part of a long frame fitted; ENOTSUP it is no pipe (nothing is written); else as open and write.
 [[nodiscard]] pipe_result_t write_to_pipe(const std::string &path, std::span<const uint8_t> octets,
                                           std::chrono::milliseconds patience = {});
+
+/// As write_to_pipe, for a reader that takes whatever lies in its pipe as one text: writes only once
+/// nothing else waits there. Callers of this function wait for each other.
+///
+/// patience  how long the reader has to take what was written before.
+///
+/// Errors: as write_to_pipe, and EBUSY when the reader did not take it (nothing is written).
+[[nodiscard]] pipe_result_t write_to_empty_pipe(const std::string &path, std::span<const uint8_t> octets,
+                                                std::chrono::milliseconds patience);

@@ -32,7 +32,8 @@ void wait_until_taken(const lab::switch_t &device, const std::string &pipe)
 void command(const lab::switch_t &device, const std::string &text)
 {
     const auto *octets = reinterpret_cast<const uint8_t *>(text.data());
-    const pipe_result_t result = write_to_pipe(device.node().path(RSTP_DBG_IF_PIPE), {octets, text.size()});
+    const pipe_result_t result =
+        write_to_empty_pipe(device.node().path(RSTP_DBG_IF_PIPE), {octets, text.size()}, SOON);
     if (!result.ok())
         give_up(device, result.message);
     wait_until_taken(device, RSTP_DBG_IF_PIPE);

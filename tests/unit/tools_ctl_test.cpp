@@ -140,6 +140,16 @@ TEST_F(ctl, debug_sends_the_words)
     EXPECT_EQ(control.read_all().size(), 0u);
 }
 
+TEST_F(ctl, debug_adds_nothing_to_what_is_unread)
+{
+    EXPECT_EQ(run_on_board("debug bpdu_filter enable").status, 0);
+    const run_t result = run_on_board("debug show bpdu_filter");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "lvt_rstpctl: " + board.path + RSTP_DBG_IF_PIPE +
+                                 " holds what the daemon has not read: is it running, or stopped?\n");
+    EXPECT_EQ(debug.read_all(), text_octets("debug bpdu_filter enable\n"));
+}
+
 TEST_F(ctl, debug_refuses_what_would_end_or_confuse_the_daemon)
 {
     expect_refused("debug show rstp_port_status 0", "logical port 0: allowed is 1 to 9");

@@ -1,9 +1,12 @@
 /// A folder of its own for a test, with named pipes in it.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -49,6 +52,18 @@ struct pipe_reader_t {
         uint8_t buffer[4096];
         for (ssize_t count; (count = read(fd, buffer, sizeof buffer)) > 0;)
             octets.insert(octets.end(), buffer, buffer + count);
+        return octets;
+    }
+
+    /// What one read takes, as soon as there is something; nothing when it does not come.
+    std::vector<uint8_t> read_next() const
+    {
+        std::vector<uint8_t> octets(4096);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        ssize_t count;
+        while ((count = read(fd, octets.data(), octets.size())) <= 0 && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1)); // poll does not wait without a writer
+        octets.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
         return octets;
     }
 };

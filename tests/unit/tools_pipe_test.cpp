@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 namespace {
 
 const std::vector<uint8_t> OCTETS = {1, 2, 3, 4};
+constexpr auto LONG = std::chrono::seconds(60); ///< nothing takes as long
 
 struct pipe : testing::Test {
     temp_folder_t folder;
@@ -76,9 +78,10 @@ TEST_F(pipe, a_long_frame_that_fits_in_part_is_told)
 TEST_F(pipe, a_plain_file_is_left_alone)
 {
     std::ofstream(path) << "precious";
-    const pipe_result_t result = write_to_pipe(path, OCTETS);
-    EXPECT_EQ(result.error, ENOTSUP);
-    EXPECT_EQ(result.message, path + " is not a named pipe: remove it and restart the daemon's board");
+    for (const pipe_result_t &result : {write_to_pipe(path, OCTETS), write_to_empty_pipe(path, OCTETS, LONG)}) {
+        EXPECT_EQ(result.error, ENOTSUP);
+        EXPECT_EQ(result.message, path + " is not a named pipe: remove it and restart the daemon's board");
+    }
     EXPECT_EQ(std::filesystem::file_size(path), 8u);
 }
 
@@ -87,4 +90,30 @@ TEST_F(pipe, a_folder_is_no_pipe)
     const pipe_result_t result = write_to_pipe(folder.path, OCTETS);
     EXPECT_EQ(result.error, EISDIR);
     EXPECT_EQ(result.message, "cannot write to " + folder.path + ": Is a directory");
+}
+
+TEST_F(pipe, what_lies_there_unread_is_not_added_to)
+{
+    pipe_reader_t reader(path);
+    ASSERT_TRUE(write_to_empty_pipe(path, OCTETS, {}).ok());
+    const pipe_result_t result = write_to_empty_pipe(path, OCTETS, {});
+    EXPECT_EQ(result.error, EBUSY);
+    EXPECT_EQ(result.message, path + " holds what the daemon has not read: is it running, or stopped?");
+    EXPECT_EQ(reader.read_all(), OCTETS);
+    EXPECT_TRUE(write_to_empty_pipe(path, OCTETS, {}).ok());
+}
+
+TEST_F(pipe, two_that_write_to_an_empty_one_wait_for_each_other)
+{
+    pipe_reader_t reader(path);
+    constexpr int EACH = 50;
+    const auto write_each = [this] {
+        for (int i = 0; i < EACH; i++)
+            EXPECT_TRUE(write_to_empty_pipe(path, OCTETS, LONG).ok());
+    };
+    std::thread first(write_each), second(write_each);
+    for (int i = 0; i < 2 * EACH; i++)
+        EXPECT_EQ(reader.read_next(), OCTETS);
+    first.join();
+    second.join();
 }

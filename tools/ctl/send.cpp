@@ -28,8 +28,9 @@ namespace {
 constexpr auto REPORT_PATIENCE = 1500ms;
 constexpr auto POLL_PAUSE = 20ms;
 
-void send(const ctl_t &ctl, const char *pipe, std::span<const uint8_t> octets, const std::string &words,
-          std::chrono::milliseconds patience = {})
+/// Hands `octets` to one of the daemon's pipes by `write`, or only shows them.
+template <typename write_t>
+void send(const ctl_t &ctl, const char *pipe, std::span<const uint8_t> octets, const std::string &words, write_t write)
 {
     const std::string path = ctl.root + pipe;
     if (ctl.dry_run) {
@@ -37,7 +38,7 @@ void send(const ctl_t &ctl, const char *pipe, std::span<const uint8_t> octets, c
         return;
     }
 
-    const pipe_result_t result = write_to_pipe(path, octets, patience);
+    const pipe_result_t result = write(path);
     if (result.error == ENOENT)
         throw refused_t(result.message + root_hint(ctl));
     if (!result.ok())
@@ -70,7 +71,8 @@ std::string root_hint(const ctl_t &ctl)
 
 void send_one_of_several(const ctl_t &ctl, const std::vector<uint8_t> &frame, std::chrono::milliseconds patience)
 {
-    send(ctl, RSTP_IF_PIPE, frame, explain_message(frame), patience);
+    send(ctl, RSTP_IF_PIPE, frame, explain_message(frame),
+         [&](const std::string &path) { return write_to_pipe(path, frame, patience); });
 }
 
 void within_a_report(const std::function<void()> &attempt)
@@ -112,7 +114,9 @@ void send_debug_words(const ctl_t &ctl, const std::vector<std::string> &words)
     if (text.size() > RSTP_DBG_MAX)
         throw refused_t(fmt::format("a debug command has at most {} characters, this one has {}", RSTP_DBG_MAX,
                                     text.size()));
-    send(ctl, RSTP_DBG_IF_PIPE, {reinterpret_cast<const uint8_t *>(text.data()), text.size()},
-         "debug command\n  " + text);
+    // Two commands that lie in the pipe together are one to the daemon, and the second is lost.
+    const std::span octets(reinterpret_cast<const uint8_t *>(text.data()), text.size());
+    send(ctl, RSTP_DBG_IF_PIPE, octets, "debug command\n  " + text,
+         [&](const std::string &path) { return write_to_empty_pipe(path, octets, REPORT_PATIENCE); });
     demand_heard(ctl);
 }
