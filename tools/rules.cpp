@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-std::string fault_of(const setting_rule_t &rule, long value)
+std::string fault_of(const setting_rule_t &rule, int64_t value)
 {
     if (value >= rule.min && value <= rule.max && (value - rule.min) % rule.step == 0)
         return {};
@@ -13,7 +13,7 @@ std::string fault_of(const setting_rule_t &rule, long value)
     return fmt::format("{} {}: allowed is {} to {}{}{}", rule.name, value, rule.min, rule.max, rule.unit, steps);
 }
 
-std::string fault_of_times(long max_age, long hello_time, long forward_delay)
+std::string fault_of_times(int64_t max_age, int64_t hello_time, int64_t forward_delay)
 {
     if (max_age > 2 * (forward_delay - 1))
         return fmt::format("max age {} s is too long for forward delay {} s: at most 2 * ({} - 1) = {} s", max_age,

@@ -2,14 +2,15 @@
 /// takes any value; the tools ask here before they send one.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 /// A setting's allowed values: `min`, `min` + `step`, ... `max`.
 struct setting_rule_t {
     const char *name;
-    long min;
-    long max;
-    long step;
+    int64_t min;
+    int64_t max;
+    int64_t step;
     const char *unit;
 };
 
@@ -27,8 +28,8 @@ constexpr setting_rule_t GROUP = {"group", 7, 9, 1, ""};
 constexpr setting_rule_t LOGICAL_PORT = {"logical port", 1, 9, 1, ""};
 
 /// Says in a sentence why `value` may not be set; empty when it may.
-std::string fault_of(const setting_rule_t &rule, long value);
+std::string fault_of(const setting_rule_t &rule, int64_t value);
 
 /// Says which rule between the three times, in seconds, is broken; empty when they go together:
 /// 2 * (forward delay - 1) >= max age >= 2 * (hello time + 1).
-std::string fault_of_times(long max_age, long hello_time, long forward_delay);
+std::string fault_of_times(int64_t max_age, int64_t hello_time, int64_t forward_delay);

@@ -29,9 +29,9 @@ public:
     }
 
     template <typename number_t>
-    pieces_t &number(number_t &value, long min, long max, int base = 10)
+    pieces_t &number(number_t &value, int64_t min, int64_t max, int base = 10)
     {
-        long read = 0;
+        int64_t read = 0;
         const auto [stop, error] = std::from_chars(next_, end(), read, base);
         sound_ = sound_ && error == std::errc{} && read >= min && read <= max;
         next_ = stop;
@@ -126,7 +126,7 @@ private:
 };
 
 constexpr int FRONT_PORT_MAX = RSTP_PHYSICAL_PORTS;
-constexpr long LAST_PORT = RSTP_PORTS;
+constexpr int64_t LAST_PORT = RSTP_PORTS;
 
 void read_overview(lines_t &lines, bridge_status_t &status)
 {

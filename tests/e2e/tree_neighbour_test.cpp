@@ -11,8 +11,6 @@ class tree_neighbour : public network_test_t {};
 
 using clock_t = std::chrono::steady_clock;
 
-/// Worse than any switch of ours: its designated information is never taken.
-const told_t INFERIOR = root_bridge(61440, 200);
 const told_t SUPERIOR = root_bridge(0, 200);
 
 TEST_F(tree_neighbour, language_follows_the_neighbour)

@@ -11,6 +11,7 @@
 #include "board/lab/neighbours.h"
 #include "board/lab/switch_node.h"
 #include "board/lab/within.h"
+#include "bpdus.h"
 #include "fixture.h"
 #include "tools/messages.h"
 
@@ -26,6 +27,9 @@ constexpr auto BY_TIMERS = std::chrono::seconds(2 * FORWARD_DELAY + 5);
 
 /// A few ticks: what needs no timer.
 constexpr auto AT_ONCE = std::chrono::seconds(4);
+
+/// Worse than any switch of ours: its designated information is never taken.
+inline const told_t INFERIOR = root_bridge(61440, 200);
 
 lvt_rstp_system_config_t bridge_config(uint16_t priority);
 

@@ -9,8 +9,6 @@ namespace {
 
 using clock_t = std::chrono::steady_clock;
 
-const told_t INFERIOR = root_bridge(61440, 200);
-
 bool tells_change(const bpdu_t &bpdu)
 {
     return has_flag(bpdu, BPDU_FLAG_TC);

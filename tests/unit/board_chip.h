@@ -6,6 +6,8 @@
 #include "chip/chip.h"
 #include "chip/registers.h"
 
+constexpr mac_t bridge_group = {0x01, 0x80, 0xC2, 0, 0, 0}; ///< where BPDUs go
+
 inline mdio_op_t op_write(std::uint32_t reg, std::uint32_t value)
 {
     return {MDIO_OP_WRITE, reg, 0, value};

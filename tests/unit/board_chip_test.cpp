@@ -9,7 +9,6 @@ using namespace std::chrono_literals;
 
 constexpr mac_t station_a = {0x02, 0, 0, 0, 0, 0x0A};
 constexpr mac_t station_b = {0x02, 0, 0, 0, 0, 0x0B};
-constexpr mac_t bridge_group = {0x01, 0x80, 0xC2, 0, 0, 0};
 
 TEST(chip_wiring, ports_5_and_6_are_crossed_both_ways)
 {

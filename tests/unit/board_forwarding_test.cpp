@@ -13,7 +13,6 @@ using namespace std::chrono_literals;
 constexpr mac_t host_a = {0x02, 0, 0, 0, 0, 0x0A};
 constexpr mac_t host_b = {0x02, 0, 0, 0, 0, 0x0B};
 constexpr mac_t broadcast = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-constexpr mac_t bridge_group = {0x01, 0x80, 0xC2, 0, 0, 0};
 
 using frame_t = std::vector<std::uint8_t>;
 

@@ -109,6 +109,13 @@ log_t state_written(uint32_t port, uint32_t code);
 /// What an assertion prints.
 std::string assertion(const std::string &source_and_line, const std::string &function, const std::string &text);
 
+/// An assertion of the ports and frames, on whatever line.
+inline auto asserts(const std::string &function, const std::string &text)
+{
+    return testing::AllOf(HasSubstr("l2_proto_utility/os_api:"),
+                          HasSubstr(": " + function + ": Assertion `" + text + "' failed."));
+}
+
 /// Runs `action` and gives what it wrote to a standard stream.
 std::string stdout_of(const std::function<void()> &action);
 std::string stderr_of(const std::function<void()> &action);

@@ -29,12 +29,6 @@ std::string zeros(size_t count)
     return text;
 }
 
-auto asserts(const std::string &function, const std::string &text)
-{
-    return testing::AllOf(HasSubstr("l2_proto_utility/os_api:"),
-                          HasSubstr(": " + function + ": Assertion `" + text + "' failed."));
-}
-
 } // namespace
 
 // ---- tag and padding --------------------------------------------------------------------

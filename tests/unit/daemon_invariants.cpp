@@ -4,7 +4,7 @@
 
 #include "daemon/rstp_aggr.h"
 #include "daemon/rstp_config.h"
-#include "daemon_board.h"
+#include "daemon_fixture.h"
 #include "l2_proto_utility/os_api.h"
 #include "lvt_rstp.h"
 #include "rstp/machines.h"
@@ -20,8 +20,6 @@ struct faults_t {
             text += what + ", " + std::to_string(number) + "\n";
     }
 };
-
-const port_t &record(uint32_t l2port) { return lvt_rstp_vars.ports[l2port - 1]; }
 
 bool is_front_port(const port_t *port) { return port >= &record(1) && port <= &record(6); }
 

@@ -42,14 +42,6 @@ protected:
     }
 };
 
-const std::string ASSERTED_IN = "l2_proto_utility/os_api:";
-
-/// The text of an assertion whose line may be any.
-auto asserts(const std::string &function, const std::string &text)
-{
-    return testing::AllOf(HasSubstr(ASSERTED_IN), HasSubstr(": " + function + ": Assertion `" + text + "' failed."));
-}
-
 } // namespace
 
 // ---- logical ports ----------------------------------------------------------------------

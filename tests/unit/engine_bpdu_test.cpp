@@ -118,7 +118,7 @@ void everything(port_t *p)
     p->tcWhile = 4;
 }
 
-const flags_row_t flags[] = {
+const flags_row_t flags_rows[] = {
     {"rst role disabled", TRANSMIT_RSTP, [](port_t *p) { p->selectedRole = ROLE_DISABLED; }, 0x00},
     {"rst role alternate", TRANSMIT_RSTP, [](port_t *p) { p->selectedRole = ROLE_ALTERNATE; }, 0x04},
     {"rst role backup", TRANSMIT_RSTP, [](port_t *p) { p->selectedRole = ROLE_BACKUP; }, 0x04},
@@ -150,7 +150,7 @@ TEST_P(bpdu_flags, are)
     EXPECT_EQ(world.sent[0].octets[21], GetParam().flags);
 }
 
-INSTANTIATE_TEST_SUITE_P(of, bpdu_flags, testing::ValuesIn(flags), label_of<flags_row_t>);
+INSTANTIATE_TEST_SUITE_P(of, bpdu_flags, testing::ValuesIn(flags_rows), label_of<flags_row_t>);
 
 using bpdu_DeathTest = bpdu;
 

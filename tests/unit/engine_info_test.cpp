@@ -10,7 +10,7 @@ void up(port_t *p)
     p->edgeDetected = 1;
 }
 
-const move_row_t moves[] = {
+const move_row_t info_move_rows[] = {
     // Without a link the machine is DISABLED, wherever it was.
     {"link lost while begin", STP_BEGIN, [](port_t *p) { p->infoIs = INFO_IS_MINE; }, INFO_DISABLED},
     {"link lost while enabled", INFO_ENABLED, [](port_t *p) { p->infoIs = INFO_IS_MINE; }, INFO_DISABLED},
@@ -86,7 +86,7 @@ TEST_P(info_moves, row)
     expect_move(&port_t::info, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(when, info_moves, testing::ValuesIn(moves), label_of<move_row_t>);
+INSTANTIATE_TEST_SUITE_P(when, info_moves, testing::ValuesIn(info_move_rows), label_of<move_row_t>);
 
 class info : public machine_test {
 protected:
@@ -159,7 +159,7 @@ void message(port_t *p)
     p->operPointToPoint = 1;
 }
 
-const entry_row_t entries[] = {
+const entry_row_t info_entry_rows[] = {
     {"begin", STP_BEGIN, nothing,
      [](port_t *p) {
          p->rcvdInfo = 3;
@@ -270,7 +270,7 @@ TEST_P(info_entries, row)
     expect_entry(&port_t::info, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(of, info_entries, testing::ValuesIn(entries), label_of<entry_row_t>);
+INSTANTIATE_TEST_SUITE_P(of, info_entries, testing::ValuesIn(info_entry_rows), label_of<entry_row_t>);
 
 // ---- classification ---------------------------------------------------------------------
 

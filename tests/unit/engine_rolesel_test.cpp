@@ -5,11 +5,6 @@ namespace {
 
 constexpr bridge_id_t self = {32768, {2, 0, 0, 0, 0, 1}};
 
-constexpr bridge_id_t id_of(uint16_t prio, uint8_t last)
-{
-    return {prio, {2, 0, 0, 0, 0, last}};
-}
-
 /// Ports 1, 2 and 3 take part, port 4 does not. All have information of their own.
 class rolesel : public machine_test {
 protected:

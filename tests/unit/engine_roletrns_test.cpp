@@ -63,7 +63,7 @@ void new_role(port_t *p, lvt_rstp_port_role_t role)
     p->selectedRole = role;
 }
 
-const move_row_t moves[] = {
+const move_row_t roletrns_move_rows[] = {
     {"begin", STP_BEGIN, nothing, ROLETRNS_INIT_PORT},
     {"begin comes before a new role", STP_BEGIN, [](port_t *p) { new_role(p, ROLE_ROOT); },
      ROLETRNS_INIT_PORT},
@@ -347,7 +347,7 @@ TEST_P(roletrns_moves, row)
     expect_move(&port_t::roletrns, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(when, roletrns_moves, testing::ValuesIn(moves), label_of<move_row_t>);
+INSTANTIATE_TEST_SUITE_P(when, roletrns_moves, testing::ValuesIn(roletrns_move_rows), label_of<move_row_t>);
 
 // ---- all rules --------------------------------------------------------------------------
 
@@ -468,7 +468,7 @@ void init_port(port_t *p)
     p->rbWhile = 0;
 }
 
-const entry_row_t entries[] = {
+const entry_row_t roletrns_entry_rows[] = {
     {"begin", STP_BEGIN, nothing, init_port},
     {"init port", ROLETRNS_INIT_PORT, nothing, init_port},
     {"block port", ROLETRNS_BLOCK_PORT, [](port_t *p) { p->selectedRole = ROLE_ALTERNATE; },
@@ -509,6 +509,6 @@ TEST_P(roletrns_entries, row)
     expect_entry(&port_t::roletrns, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(of, roletrns_entries, testing::ValuesIn(entries), label_of<entry_row_t>);
+INSTANTIATE_TEST_SUITE_P(of, roletrns_entries, testing::ValuesIn(roletrns_entry_rows), label_of<entry_row_t>);
 
 } // namespace

@@ -198,7 +198,7 @@ std::ostream &operator<<(std::ostream &out, const edge_row_t &row)
     return out << row.label;
 }
 
-const edge_row_t edge_rows[] = {
+const edge_row_t edge_port_rows[] = {
     {"on an edge port", true, true, 0, true},
     {"on a port that is no edge port", false, true, 0, false},
     {"on an edge port within its delay", true, true, 1, false},
@@ -221,7 +221,7 @@ TEST_P(stp_in_edge, bpdu)
     EXPECT_EQ(port->rcvdBpdu, 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(heard, stp_in_edge, testing::ValuesIn(edge_rows), label_of<edge_row_t>);
+INSTANTIATE_TEST_SUITE_P(heard, stp_in_edge, testing::ValuesIn(edge_port_rows), label_of<edge_row_t>);
 
 class stp_in_early : public stp_in {
 protected:

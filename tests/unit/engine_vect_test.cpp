@@ -5,11 +5,6 @@
 
 namespace {
 
-constexpr bridge_id_t id_of(uint16_t prio, uint8_t last)
-{
-    return {prio, {0x02, 0, 0, 0, 0, last}};
-}
-
 constexpr prio_vector_t middle = {id_of(8192, 5), 1000, id_of(16384, 6), 0x8003, 0x8004};
 
 // ---- bridge identifiers -----------------------------------------------------------------
@@ -74,7 +69,7 @@ constexpr bridge_id_t first_octet(uint8_t value)
     return {8192, {value, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
 }
 
-const order_row_t order[] = {
+const order_row_t order_rows[] = {
     {"root priority", with(&prio_vector_t::root_bridge, id_of(8191, 9)), middle},
     {"root priority is a number, not octets", with(&prio_vector_t::root_bridge, id_of(0x00FF, 5)),
      with(&prio_vector_t::root_bridge, id_of(0x0100, 5))},
@@ -109,7 +104,7 @@ TEST_P(vector_order, decides)
     EXPECT_EQ(STP_VECT_eq_vector(&row.worse, &row.better), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(by, vector_order, testing::ValuesIn(order), label_of<order_row_t>);
+INSTANTIATE_TEST_SUITE_P(by, vector_order, testing::ValuesIn(order_rows), label_of<order_row_t>);
 
 TEST(vector, equals_its_copy)
 {

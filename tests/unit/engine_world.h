@@ -128,15 +128,20 @@ void tick(unsigned seconds = 1);
 
 // ---- frames -----------------------------------------------------------------------------
 
+constexpr bridge_id_t id_of(uint16_t priority, uint8_t last_octet)
+{
+    return {priority, {2, 0, 0, 0, 0, last_octet}};
+}
+
 /// A BPDU to be received. Unless told otherwise it is an RST BPDU by which a better bridge, the root,
 /// announces itself from a designated, forwarding port.
 struct heard_t {
     uint8_t type = 2;
     uint8_t version = 2;
     uint8_t flags = 0x3C;
-    bridge_id_t root = {4096, {2, 0, 0, 0, 0, 0x11}};
+    bridge_id_t root = id_of(4096, 0x11);
     uint32_t cost = 0;
-    bridge_id_t bridge = {4096, {2, 0, 0, 0, 0, 0x11}};
+    bridge_id_t bridge = id_of(4096, 0x11);
     uint16_t port_id = 0x8001;
     timevalues_t times = {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2};
 };

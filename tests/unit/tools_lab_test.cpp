@@ -6,78 +6,17 @@
 #include "rstp/bpdu.h"
 #include "tools/decode.h"
 #include "tools_ctl.h"
+#include "tools_frames.h"
 
 namespace {
-
-using octets_t = std::vector<uint8_t>;
-
-/// An RST BPDU of the root 4096/02:00:00:00:99:00, from its port 1.
-octets_t rst_frame()
-{
-    bpdu_t bpdu{};
-    std::copy_n(lvt_rstp_slowmac, 6, bpdu.destination);
-    const uint8_t address[] = {0x02, 0, 0, 0, 0x99, 0};
-    std::copy_n(address, 6, bpdu.source);
-    std::copy_n(address, 6, bpdu.root_address);
-    std::copy_n(address, 6, bpdu.bridge_address);
-    bpdu_put16(bpdu.root_priority, 4096);
-    bpdu_put16(bpdu.bridge_priority, 4096);
-    bpdu_put16(bpdu.length, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
-    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
-    bpdu.control = BPDU_LLC_CONTROL;
-    bpdu.version = 2;
-    bpdu.type = BPDU_TYPE_RST;
-    bpdu.flags = BPDU_FLAG_PROPOSAL | BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT;
-    bpdu_put16(bpdu.port_id, 0x8001);
-    bpdu.max_age[0] = 20;
-    bpdu.hello_time[0] = 2;
-    bpdu.forward_delay[0] = 15;
-    const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
-    return {octets, octets + sizeof bpdu};
-}
-
-octets_t tagged(octets_t frame)
-{
-    const uint8_t tag[] = {0x88, 0x99, 0x84, 0x82};
-    frame.insert(frame.begin() + offsetof(bpdu_t, length), std::begin(tag), std::end(tag));
-    return frame;
-}
-
-octets_t other_frame()
-{
-    octets_t frame(60, 0xAA);
-    frame[12] = 0x08;
-    frame[13] = 0x00;
-    return frame;
-}
 
 std::string hex(const octets_t &octets)
 {
     return fmt::format("{:02x}", fmt::join(octets, " "));
 }
 
-/// A capture file in the classic format, of link type `link_type` (1: Ethernet).
-std::string capture_of(const std::vector<octets_t> &frames, uint32_t link_type = 1)
-{
-    std::string file;
-    const auto put = [&file](std::initializer_list<uint32_t> words) {
-        for (const uint32_t word : words)
-            file.append(reinterpret_cast<const char *>(&word), sizeof word);
-    };
-    put({0xA1B2C3D4, 4u << 16 | 2, 0, 0, 65535, link_type});
-    for (const octets_t &frame : frames) {
-        const auto size = static_cast<uint32_t>(frame.size());
-        put({1795183695, 0, size, size});
-        file.append(frame.begin(), frame.end());
-    }
-    return file;
-}
-
-class inject : public ctl {
-protected:
-    std::string capture = path("trace.pcap");
-};
-class decode_command : public inject {};
+class inject : public ctl {};
+class decode_command : public ctl {};
 
 } // namespace
 
@@ -175,76 +114,6 @@ TEST_F(inject, fields_that_are_none)
     expect_refused("inject bpdu 1 --cost 4294967296", "path cost 4294967296: allowed is 0 to 4294967295");
     expect_refused("inject bpdu 1 --port-id 0x10000", "port identifier 65536: allowed is 0 to 65535");
     expect_refused("inject bpdu 1 --max-age 256", "seconds 256: allowed is 0 to 255 s");
-}
-
-TEST_F(inject, bpdus_of_a_capture)
-{
-    write_file(capture, capture_of({other_frame(), rst_frame(), tagged(rst_frame())}));
-    run_t result = run_on_board("inject bpdu 1 --capture " + capture);
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.output, "2 of 3 frames sent\n");
-    octets_t both = bpdu_message(2, rst_frame());
-    both.insert(both.end(), both.begin(), both.begin() + static_cast<long>(both.size()));
-    EXPECT_EQ(control.read_all(), both);
-
-    result = run_on_board("inject bpdu 1 --frame 1 --capture " + capture);
-    EXPECT_EQ(result.output, "1 of 3 frames sent\n");
-    EXPECT_EQ(control.read_all(), bpdu_message(2, other_frame()));
-
-    expect_refused("inject bpdu 1 --frame 4 --capture " + capture, capture + " has no frame 4: it has 3");
-    expect_refused("inject bpdu 1 --frame=-2 --capture " + capture, capture + " has no frame -2: it has 3");
-    expect_usage("inject bpdu 1 --frame x --capture " + capture, "--frame: \"x\" is not a number");
-    expect_usage("inject bpdu 1 --frame 4", "--frame requires --capture");
-}
-
-TEST_F(inject, a_capture_goes_as_fast_as_it_is_read)
-{
-    constexpr size_t count = 3000; // several times what the pipe holds
-    write_file(capture, capture_of(std::vector<octets_t>(count, rst_frame())));
-    const size_t size = count * bpdu_message(2, rst_frame()).size();
-    size_t taken = 0;
-    std::thread daemon([&] {
-        pollfd input = {control.fd, POLLIN, 0};
-        while (taken < size && poll(&input, 1, 10'000) == 1)
-            taken += control.read_all().size();
-    });
-    const run_t result = run_on_board("inject bpdu 1 --capture " + capture);
-    daemon.join();
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.output, "3000 of 3000 frames sent\n");
-    EXPECT_EQ(taken, size);
-
-    // Nobody reads.
-    const run_t stuck = run_on_board("inject bpdu 1 --capture " + capture);
-    EXPECT_EQ(stuck.status, 1);
-    const size_t sent = control.read_all().size() / (size / count);
-    EXPECT_EQ(stuck.output, fmt::format("lvt_rstpctl: {} is full: the daemon does not read it; is it running, or "
-                                        "stopped?\nOnly {} of 3000 BPDUs were sent.\n",
-                                        control.path, sent));
-}
-
-TEST_F(inject, captures_that_are_none)
-{
-    write_file(capture, capture_of({other_frame()}));
-    expect_refused("inject bpdu 1 --capture " + capture, "none of the 1 frames of " + capture + " is a BPDU");
-
-    write_file(capture, capture_of({rst_frame()}, 113));
-    expect_refused("inject bpdu 1 --capture " + capture,
-                   capture + " holds no Ethernet frames: capture on one interface, not on \"any\"");
-
-    const std::string whole = capture_of({rst_frame(), rst_frame()});
-    write_file(capture, whole.substr(0, whole.size() - 1));
-    const run_t damaged = run_on_board("inject bpdu 1 --capture " + capture);
-    EXPECT_EQ(damaged.status, 1);
-    EXPECT_TRUE(damaged.output.starts_with("lvt_rstpctl: " + capture + " is damaged after frame 1: "))
-        << damaged.output;
-
-    write_file(capture, "hello");
-    const run_t text = run_on_board("inject bpdu 1 --capture " + capture);
-    EXPECT_EQ(text.status, 1);
-    EXPECT_TRUE(text.output.starts_with("lvt_rstpctl: " + capture + " is no capture file that can be read: "))
-        << text.output;
-    EXPECT_EQ(control.read_all().size(), 0u);
 }
 
 TEST_F(inject, dry_run_tells_the_bpdu)
@@ -417,31 +286,4 @@ TEST_F(decode_command, a_kind_by_name)
     expect_usage("decode 10xbc", "\"x\" is no digit of octets in hex");
     for (const char *prefixed : {"0xbc301182000000000600000000000000", "0xbc 0x30 0x11:0x82 000000000600000000000000"})
         expect_says(std::string("decode --brief ") + prefixed, "control message, empty the work table\n");
-}
-
-TEST_F(decode_command, a_capture)
-{
-    write_file(capture, capture_of({other_frame(), rst_frame()}));
-    const run_t result = run_on_board("decode --brief --capture " + capture);
-    EXPECT_EQ(result.status, 0);
-    std::istringstream lines(result.output);
-    std::string line;
-    std::getline(lines, line);
-    EXPECT_TRUE(line.starts_with("frame 1, 2026-11-") && line.ends_with(": frame of 60 octets, no BPDU")) << line;
-    std::getline(lines, line);
-    EXPECT_NE(line.find(": RST BPDU of 4096/02:00:00:00:99:00, root "), std::string::npos) << line;
-}
-
-TEST_F(decode_command, a_capture_that_is_damaged_or_empty)
-{
-    const std::string whole = capture_of({rst_frame(), rst_frame()});
-    write_file(capture, whole.substr(0, whole.size() - 1));
-    const run_t damaged = run_on_board("decode --brief --capture " + capture);
-    EXPECT_EQ(damaged.status, 1);
-    EXPECT_TRUE(damaged.output.starts_with("frame 1, ")) << damaged.output;
-    EXPECT_NE(damaged.output.find("lvt_rstpctl: " + capture + " is damaged after frame 1: "), std::string::npos)
-        << damaged.output;
-
-    write_file(capture, capture_of({}));
-    expect_refused("decode --capture " + capture, capture + " holds no frames");
 }

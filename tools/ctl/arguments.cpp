@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-void demand(const setting_rule_t &rule, long value)
+void demand(const setting_rule_t &rule, int64_t value)
 {
     const std::string fault = fault_of(rule, value);
     if (!fault.empty())
@@ -21,13 +21,13 @@ std::vector<unsigned> parse_ports(const std::string &option, const std::string &
         comma = list.find(',', start);
         const std::string part = list.substr(start, comma - start);
         const size_t dash = part.find('-', 1);
-        const long first = parse_number(option, part.substr(0, dash));
-        const long last = dash == std::string::npos ? first : parse_number(option, part.substr(dash + 1));
+        const int64_t first = parse_number(option, part.substr(0, dash));
+        const int64_t last = dash == std::string::npos ? first : parse_number(option, part.substr(dash + 1));
         demand(rule, first);
         demand(rule, last);
         if (last < first)
             throw usage_t(fmt::format("{}: \"{}\" runs backwards", option, part));
-        for (long port = first; port <= last; port++)
+        for (int64_t port = first; port <= last; port++)
             ports.push_back(static_cast<unsigned>(port));
     }
     return ports;
@@ -56,11 +56,11 @@ std::string first_name(const std::string &names)
     return names.substr(0, names.find(','));
 }
 
-long parse_number(const std::string &option, const std::string &text)
+int64_t parse_number(const std::string &option, const std::string &text)
 {
     const bool hex = text.starts_with("0x");
     const char *begin = text.data() + (hex ? 2 : 0), *end = text.data() + text.size();
-    long value = 0;
+    int64_t value = 0;
     const auto [stop, error] = std::from_chars(begin, end, value, hex ? 16 : 10);
     if (stop != end || error == std::errc::invalid_argument)
         throw usage_t(fmt::format("{}: \"{}\" is not a number", option, text));
@@ -88,9 +88,9 @@ size_t parse_word(const std::string &option, const std::string &text, const std:
     return static_cast<size_t>(found - words.begin());
 }
 
-long parse_setting(const std::string &option, const std::string &text, const setting_rule_t &rule)
+int64_t parse_setting(const std::string &option, const std::string &text, const setting_rule_t &rule)
 {
-    const long value = parse_number(option, text);
+    const int64_t value = parse_number(option, text);
     demand(rule, value);
     return value;
 }

@@ -9,7 +9,7 @@
 #include "tools/rules.h"
 
 /// Throws refused_t unless the rule allows the value.
-void demand(const setting_rule_t &rule, long value);
+void demand(const setting_rule_t &rule, int64_t value);
 
 /// A list as in "1,2,5" or "1-3,5", or "all" that the rule allows, in the order given. Throws
 /// usage_t for what is no list of numbers, refused_t for a number that the rule does not allow.
@@ -33,7 +33,7 @@ void refuse_empty_arguments(int argc, const char *const *argv);
 std::string first_name(const std::string &names);
 
 /// A whole number, decimal or in hex after "0x". Throws usage_t.
-long parse_number(const std::string &option, const std::string &text);
+int64_t parse_number(const std::string &option, const std::string &text);
 
 /// A time in seconds, 0 to a thousand million, with or without a fraction. Throws usage_t.
 std::chrono::nanoseconds parse_seconds(const std::string &option, const std::string &text);
@@ -42,7 +42,7 @@ std::chrono::nanoseconds parse_seconds(const std::string &option, const std::str
 size_t parse_word(const std::string &option, const std::string &text, const std::vector<std::string> &words);
 
 /// A whole number as parse_number reads it, which the rule has to allow. Throws usage_t or refused_t.
-long parse_setting(const std::string &option, const std::string &text, const setting_rule_t &rule);
+int64_t parse_setting(const std::string &option, const std::string &text, const setting_rule_t &rule);
 
 /// A path cost, or "auto", which is 0. Throws usage_t or refused_t.
 unsigned parse_path_cost(const std::string &option, const std::string &text);

@@ -6,6 +6,12 @@
 
 #include "tools/ctl/ctl.h"
 
+/// What the help says over each group of commands.
+constexpr char HEADING_LOOK[] = "Look";
+constexpr char HEADING_CONFIGURE[] = "Configure";
+constexpr char HEADING_MESSAGES[] = "Send one message, without the file";
+constexpr char HEADING_TEST[] = "Test";
+
 /// show, monitor, expect
 void add_status_commands(CLI::App &app, const ctl_t &ctl);
 

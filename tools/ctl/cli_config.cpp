@@ -10,12 +10,10 @@
 
 namespace {
 
-constexpr char HEADING[] = "Configure";
-
 void add_file_command(CLI::App &app, const ctl_t &ctl, const char *name, const char *text, const char *footer,
                       void (*run)(const ctl_t &ctl, const std::string &path))
 {
-    auto *command = app.add_subcommand(name, text)->group(HEADING);
+    auto *command = app.add_subcommand(name, text)->group(HEADING_CONFIGURE);
     command->footer(footer);
     auto path = std::make_shared<std::string>();
     command->add_option("FILE", *path, fmt::format("The configuration file, by default {}", CONFIG_FILE))
@@ -157,7 +155,8 @@ void add_config_commands(CLI::App &app, const ctl_t &ctl)
                      "  lvt_rstpctl apply switch.toml --dry-run",
                      apply_config);
 
-    auto *set = app.add_subcommand("set", "Changes settings of the configuration file and applies it")->group(HEADING);
+    auto *set = app.add_subcommand("set", "Changes settings of the configuration file and applies it");
+    set->group(HEADING_CONFIGURE);
     set->require_subcommand(1);
     set->footer("Comments and order of the file stay. A file that is not there is made.\n"
                 "The daemon then gets the whole file, so nothing is done if ports take part in the spanning\n"

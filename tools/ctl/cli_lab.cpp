@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr char HEADING[] = "Test";
-
 // ---- inject ----------------------------------------------------------------------------
 
 void add_inject_link_command(CLI::App &inject, const ctl_t &ctl)
@@ -83,7 +81,7 @@ void add_inject_bpdu_command(CLI::App &inject, const ctl_t &ctl)
 
 void add_inject_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("inject", "Plays the daemon's neighbours on the board")->group(HEADING);
+    auto *command = app.add_subcommand("inject", "Plays the daemon's neighbours on the board")->group(HEADING_TEST);
     command->require_subcommand(1);
     command->footer("Example:\n"
                     "  lvt_rstpctl inject link 1-2=up");
@@ -96,7 +94,7 @@ void add_inject_command(CLI::App &app, const ctl_t &ctl)
 
 void add_decode_command(CLI::App &app, const ctl_t &)
 {
-    auto *command = app.add_subcommand("decode", "Explains messages and BPDUs field by field")->group(HEADING);
+    auto *command = app.add_subcommand("decode", "Explains messages and BPDUs field by field")->group(HEADING_TEST);
     command->footer("HEX is octets in hex, with or without blanks, colons and line ends; \"-\" reads them from\n"
                     "standard input. Control messages, messages to the LACP daemon and the port multiplexer, and\n"
                     "frames with BPDUs, with or without switch tag, are told apart by how they begin.\n"
@@ -120,7 +118,7 @@ void add_decode_command(CLI::App &app, const ctl_t &)
 
 void add_debug_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("debug", "Hands a debug command to the daemon")->group(HEADING);
+    auto *command = app.add_subcommand("debug", "Hands a debug command to the daemon")->group(HEADING_TEST);
     command->footer("The daemon answers on the board's console; without WORDS it lists its commands there.\n"
                     "Example:\n"
                     "  lvt_rstpctl debug show rstp_port_status 3");

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr char HEADING[] = "Send one message, without the file";
-
 // ---- bridge ----------------------------------------------------------------------------
 
 struct bridge_args_t {
@@ -40,7 +38,7 @@ lvt_rstp_system_config_t system_config_of(const bridge_args_t &args)
 
 void add_bridge_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("bridge", "Sets the bridge")->group(HEADING);
+    auto *command = app.add_subcommand("bridge", "Sets the bridge")->group(HEADING_MESSAGES);
     command->footer("What is not named goes back to its default.\n"
                     "The times must go together: 2 * (forward delay - 1) >= max age >= 2 * (hello + 1).\n"
                     "Example, to become the root quickly:\n"
@@ -80,7 +78,7 @@ void set_point_to_point(lvt_rstp_port_config_t &config, const std::string &text)
     config.adminPointToPoint = static_cast<uint8_t>(parse_word("--p2p", text, {"on", "off", "auto"}));
 }
 
-struct port_setting_t {
+struct record_option_t {
     const char *names;
     const char *value; ///< as the help shows it
     const char *text;
@@ -88,24 +86,24 @@ struct port_setting_t {
 };
 
 /// Those that groups have, too, come first: a group's edge the daemon takes from its members.
-constexpr port_setting_t PORT_SETTINGS[] = {
+constexpr record_option_t RECORD_OPTIONS[] = {
     {"--cost,--path-cost", "VALUE", "Path cost, 1 to 200000000; auto or 0, the default: from the speed", set_path_cost},
     {"--priority", "VALUE", "Port priority, 0 to 240 in steps of 16, default 128", set_priority},
     {"--p2p,--point-to-point", "on|off|auto", "Whether one bridge at most is there, default auto (from the duplex)",
      set_point_to_point},
     {"--edge", "on|off", "Whether a host is expected there, default on", set_edge},
 };
-constexpr std::span<const port_setting_t> GROUP_SETTINGS = std::span(PORT_SETTINGS).first(3);
+constexpr std::span<const record_option_t> GROUP_RECORD_OPTIONS = std::span(RECORD_OPTIONS).first(3);
 
 // ---- ports -----------------------------------------------------------------------------
 
 struct ports_args_t {
     std::string enable;
-    std::vector<std::string> assignments[std::size(PORT_SETTINGS)]; ///< in the order of PORT_SETTINGS
+    std::vector<std::string> assignments[std::size(RECORD_OPTIONS)]; ///< in the order of RECORD_OPTIONS
     bool no_groups = false;
 };
 
-std::string port_form(const port_setting_t &setting)
+std::string port_form(const record_option_t &setting)
 {
     return fmt::format("N={}", setting.value);
 }
@@ -117,12 +115,12 @@ port_configs_t port_configs_of(const ports_args_t &args)
         for (const unsigned port : parse_ports("--enable", args.enable))
             configs[port].adminEnable = 1;
 
-    for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
+    for (size_t i = 0; i < std::size(RECORD_OPTIONS); i++)
         for (const std::string &text : args.assignments[i]) {
-            const port_setting_t &setting = PORT_SETTINGS[i];
+            const record_option_t &setting = RECORD_OPTIONS[i];
             const std::string option = first_name(setting.names);
             const assignment_t assignment = parse_assignment(option, text, port_form(setting));
-            const long port = parse_setting(option, assignment.left, FRONT_PORT);
+            const int64_t port = parse_setting(option, assignment.left, FRONT_PORT);
             setting.set(configs[static_cast<size_t>(port)], assignment.right);
         }
     return configs;
@@ -130,7 +128,7 @@ port_configs_t port_configs_of(const ports_args_t &args)
 
 void add_ports_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("ports", "Sets all six ports")->group(HEADING);
+    auto *command = app.add_subcommand("ports", "Sets all six ports")->group(HEADING_MESSAGES);
     command->footer("One message sets all ports: a port that --enable does not name leaves the spanning tree,\n"
                     "and what is not named goes back to its default. N is a port, 1 to 6.\n"
                     "Example, three ports of which the third leads to another bridge over a slow line:\n"
@@ -139,9 +137,9 @@ void add_ports_command(CLI::App &app, const ctl_t &ctl)
     auto args = std::make_shared<ports_args_t>();
     command->add_option("--enable", args->enable, "Ports that take part in the spanning tree, or \"all\"")
         ->type_name("N,N...");
-    for (size_t i = 0; i < std::size(PORT_SETTINGS); i++)
-        command->add_option(PORT_SETTINGS[i].names, args->assignments[i], PORT_SETTINGS[i].text)
-            ->type_name(port_form(PORT_SETTINGS[i]))
+    for (size_t i = 0; i < std::size(RECORD_OPTIONS); i++)
+        command->add_option(RECORD_OPTIONS[i].names, args->assignments[i], RECORD_OPTIONS[i].text)
+            ->type_name(port_form(RECORD_OPTIONS[i]))
             ->allow_extra_args(false);
     command->add_flag("--no-groups", args->no_groups, "Leave queued group work queued (type 9 instead of 5)");
     command->callback([args, &ctl] {
@@ -154,31 +152,32 @@ void add_ports_command(CLI::App &app, const ctl_t &ctl)
 
 struct aggr_args_t {
     bool enable = false;
-    std::string values[GROUP_SETTINGS.size()]; ///< in the order of GROUP_SETTINGS
+    std::string values[GROUP_RECORD_OPTIONS.size()]; ///< in the order of GROUP_RECORD_OPTIONS
 };
 
 lvt_rstp_port_config_t aggr_config_of(const aggr_args_t &args)
 {
     lvt_rstp_port_config_t config = LVT_RSTP_PORT_DEFAULTS;
     config.adminEnable = args.enable;
-    for (size_t i = 0; i < GROUP_SETTINGS.size(); i++)
+    for (size_t i = 0; i < GROUP_RECORD_OPTIONS.size(); i++)
         if (!args.values[i].empty())
-            GROUP_SETTINGS[i].set(config, args.values[i]);
+            GROUP_RECORD_OPTIONS[i].set(config, args.values[i]);
     return config;
 }
 
 void add_aggr_config_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("aggr-config", "Sets what the groups 7, 8 and 9 have in common")->group(HEADING);
+    auto *command = app.add_subcommand("aggr-config", "Sets what the groups 7, 8 and 9 have in common");
+    command->group(HEADING_MESSAGES);
     command->footer("What is not named goes back to its default. A group is edge when all its members are.\n"
                     "Example, groups take part and are preferred to single ports:\n"
                     "  lvt_rstpctl aggr-config --enable --cost 10000");
 
     auto args = std::make_shared<aggr_args_t>();
     command->add_flag("--enable", args->enable, "Groups take part in the spanning tree");
-    for (size_t i = 0; i < GROUP_SETTINGS.size(); i++)
-        command->add_option(GROUP_SETTINGS[i].names, args->values[i], GROUP_SETTINGS[i].text)
-            ->type_name(GROUP_SETTINGS[i].value);
+    for (size_t i = 0; i < GROUP_RECORD_OPTIONS.size(); i++)
+        command->add_option(GROUP_RECORD_OPTIONS[i].names, args->values[i], GROUP_RECORD_OPTIONS[i].text)
+            ->type_name(GROUP_RECORD_OPTIONS[i].value);
     command->callback([args, &ctl] { send_message(ctl, aggr_config_message(aggr_config_of(*args))); });
 }
 
@@ -191,7 +190,7 @@ aggr_status_t aggr_status_of(const std::vector<std::string> &assignments)
     aggr_status_t groups = AGGR_STATUS_ALONE;
     for (const std::string &text : assignments) {
         const assignment_t assignment = parse_assignment("GROUP", text, GROUP_FORM);
-        const long group = parse_setting("GROUP", assignment.left, GROUP);
+        const int64_t group = parse_setting("GROUP", assignment.left, GROUP);
         for (const unsigned port : parse_ports("GROUP", assignment.right)) {
             if (groups[port] != port)
                 throw refused_t(fmt::format("port {} is named twice: it belongs to one group at most", port));
@@ -225,7 +224,7 @@ namespace {
 
 void add_lacp_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("lacp", "Tells on which ports LACP runs")->group(HEADING);
+    auto *command = app.add_subcommand("lacp", "Tells on which ports LACP runs")->group(HEADING_MESSAGES);
     command->footer("A port that --enable does not name runs no LACP. The spanning tree leaves the state of a\n"
                     "port alone while LACP runs there and spanning tree does not.\n"
                     "Example:\n"
@@ -249,6 +248,6 @@ void add_message_commands(CLI::App &app, const ctl_t &ctl)
     add_bridge_command(app, ctl);
     add_ports_command(app, ctl);
     add_aggr_config_command(app, ctl);
-    add_groups_command(app, ctl)->group(HEADING);
+    add_groups_command(app, ctl)->group(HEADING_MESSAGES);
     add_lacp_command(app, ctl);
 }

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr char HEADING[] = "Look";
-
 struct show_words_t {
     std::vector<std::string> subject;
     bool json = false, pretty = false, lines = false, watch = false;
@@ -37,7 +35,7 @@ subject_t subject_of(const std::vector<std::string> &words)
 
     subject_t subject = {.bridge = word == 0, .ports = word == 1, .statistics = word == 2};
     if (one_port) {
-        const long port = parse_number("port", words[1]);
+        const int64_t port = parse_number("port", words[1]);
         demand(LOGICAL_PORT, port);
         subject.port = static_cast<int>(port);
     }
@@ -53,7 +51,7 @@ format_t format_of(const show_words_t &words)
 
 void add_show_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("show", "Shows what the daemon reports")->group(HEADING);
+    auto *command = app.add_subcommand("show", "Shows what the daemon reports")->group(HEADING_LOOK);
     command->footer("SUBJECT is bridge, ports, statistics, or port N with N from 1 to 9; without one all is shown.\n"
                     "The JSON has one shape whatever is shown: the subject says whose entries are in \"ports\".\n"
                     "Examples:\n"
@@ -80,7 +78,7 @@ void add_show_command(CLI::App &app, const ctl_t &ctl)
 
 void add_monitor_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("monitor", "Tells of each change as it happens")->group(HEADING);
+    auto *command = app.add_subcommand("monitor", "Tells of each change as it happens")->group(HEADING_LOOK);
     command->footer("One line for each change of a role, a state, the root or the topology. The daemon reports\n"
                     "once a second: what comes and goes between two reports is not seen.\n"
                     "Example:\n"
@@ -99,7 +97,8 @@ struct expect_words_t {
 
 void add_expect_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("expect", "Checks a statement: status 0 if it is so, 1 if not")->group(HEADING);
+    auto *command = app.add_subcommand("expect", "Checks a statement: status 0 if it is so, 1 if not");
+    command->group(HEADING_LOOK);
     command->footer(std::string("Statements:\n") + STATEMENTS +
                     "\n"
                     "Examples:\n"

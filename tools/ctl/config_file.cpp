@@ -179,7 +179,7 @@ void read_port(reader_t &reader, const toml::table &section, size_t port)
 /// The number that a key is; nothing when it is none, or not one that the rule allows.
 std::optional<size_t> number_in(const toml::key &key, const setting_rule_t &rule)
 {
-    long number = 0;
+    int64_t number = 0;
     std::from_chars(key.data(), key.data() + key.length(), number);
     if (key.str() != fmt::to_string(number) || !fault_of(rule, number).empty()) // no second name, as 01
         return {};
@@ -246,7 +246,7 @@ void read_groups(reader_t &reader, const toml::table &groups)
 /// The library makes a table in a table for each part of a name, and its stack holds only so many.
 void limit_parts(reader_t &reader, const std::string &text)
 {
-    constexpr long dots_max = 1000;
+    constexpr int dots_max = 1000;
     if (std::ranges::count(text, '.') > dots_max)
         reader.config.faults.push_back({1, 1, fmt::format("a file has at most {} dots in all", dots_max)});
 }

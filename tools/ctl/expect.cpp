@@ -39,7 +39,7 @@ using test_t = std::function<std::string(const bridge_status_t &status)>;
 /// A statement as the engine of this file understands it: a state to reach, or a limit to keep.
 struct statement_t {
     test_t test;
-    std::optional<long> changes_below;
+    std::optional<int64_t> changes_below;
 };
 
 [[noreturn]] void not_understood(const std::string &statement)
@@ -75,7 +75,7 @@ predicate_t predicate_from(const words_t &words, size_t first)
 // ---- root ------------------------------------------------------------------------------
 
 struct bridge_name_t {
-    std::optional<long> priority;
+    std::optional<int64_t> priority;
     std::string address;
 };
 
@@ -115,7 +115,7 @@ test_t root_test(const std::optional<bridge_name_t> &name, bool negated)
 
 test_t root_port_test(const predicate_t &predicate)
 {
-    const long wanted = predicate.text == "none" ? 0 : parse_number("root port", predicate.text);
+    const int64_t wanted = predicate.text == "none" ? 0 : parse_number("root port", predicate.text);
     if (wanted)
         demand(LOGICAL_PORT, wanted);
     return [wanted, negated = predicate.negated](const bridge_status_t &status) -> std::string {
@@ -228,10 +228,10 @@ void expect_state(const ctl_t &ctl, const std::string &text, const test_t &test,
 }
 
 /// Counts to the end. A change that runs at the start counts.
-void expect_few_changes(const ctl_t &ctl, const std::string &text, long limit, steady_t::time_point deadline)
+void expect_few_changes(const ctl_t &ctl, const std::string &text, int64_t limit, steady_t::time_point deadline)
 {
     reading_t reading = read_status(ctl);
-    long count = reading.status.topology_change;
+    int64_t count = reading.status.topology_change;
     while (count < limit) {
         const auto next = next_status(ctl, reading, deadline);
         if (!next)

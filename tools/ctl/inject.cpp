@@ -140,7 +140,7 @@ void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &f
     send_message(ctl, received(port, frame));
 }
 
-void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<long> number)
+void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<int64_t> number)
 {
     std::vector<std::vector<uint8_t>> wanted;
     const size_t count = for_each_captured(path, [&](const captured_t &frame) {

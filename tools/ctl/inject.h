@@ -36,4 +36,4 @@ void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &f
 
 /// The BPDUs of a capture file, or only the frame of that number, in their order and as fast as the
 /// daemon takes them. Says how many there were. Throws refused_t, also when there is none.
-void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<long> number);
+void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<int64_t> number);

@@ -26,7 +26,6 @@ namespace {
 
 /// A running daemon writes its status file every second.
 constexpr auto REPORT_PATIENCE = 1500ms;
-constexpr auto POLL_PAUSE = 20ms;
 
 /// Hands `octets` to one of the daemon's pipes by `write`, or only shows them.
 template <typename write_t>
@@ -84,7 +83,7 @@ void within_a_report(const std::function<void()> &attempt)
             if (std::chrono::steady_clock::now() >= deadline)
                 throw;
         }
-        std::this_thread::sleep_for(POLL_PAUSE);
+        std::this_thread::sleep_for(STATUS_POLL_PAUSE);
     }
 }
 

@@ -20,7 +20,6 @@ using std::chrono::seconds;
 using std::chrono::system_clock;
 using namespace std::chrono_literals;
 
-constexpr auto POLL_PAUSE = 20ms;
 constexpr size_t STATUS_OCTETS_MAX = 1 << 16;
 
 std::string path_of(const ctl_t &ctl)
@@ -108,7 +107,7 @@ std::optional<reading_t> next_status(const ctl_t &ctl, const reading_t &last,
         demand_fresh(ctl, written);
         if (std::chrono::steady_clock::now() >= deadline)
             return {};
-        std::this_thread::sleep_for(POLL_PAUSE);
+        std::this_thread::sleep_for(STATUS_POLL_PAUSE);
     }
 }
 

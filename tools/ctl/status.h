@@ -18,6 +18,8 @@ struct reading_t {
 /// does one that is dated as far ahead.
 constexpr std::chrono::seconds STATUS_STALE_AFTER{3};
 
+constexpr std::chrono::milliseconds STATUS_POLL_PAUSE{20}; ///< between two looks at the file
+
 /// Reads the status file. Throws refused_t when it is missing, stale or malformed, and says what that
 /// means and what to do.
 reading_t read_status(const ctl_t &ctl);

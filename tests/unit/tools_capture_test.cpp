@@ -1,0 +1,132 @@
+/// lvt_rstpctl with capture files.
+#include <cstring>
+#include <sstream>
+#include <thread>
+
+#include <fmt/format.h>
+
+#include "tools_ctl.h"
+#include "tools_frames.h"
+
+namespace {
+
+/// A capture file in the classic format, of link type `link_type` (1: Ethernet).
+std::string capture_of(const std::vector<octets_t> &frames, uint32_t link_type = 1)
+{
+    std::string file;
+    const auto put = [&file](std::initializer_list<uint32_t> words) {
+        for (const uint32_t word : words)
+            file.append(reinterpret_cast<const char *>(&word), sizeof word);
+    };
+    put({0xA1B2C3D4, 4u << 16 | 2, 0, 0, 65535, link_type});
+    for (const octets_t &frame : frames) {
+        const auto size = static_cast<uint32_t>(frame.size());
+        put({1795183695, 0, size, size});
+        file.append(frame.begin(), frame.end());
+    }
+    return file;
+}
+
+class capture_file : public ctl {
+protected:
+    std::string capture = path("trace.pcap");
+};
+
+} // namespace
+
+TEST_F(capture_file, its_bpdus_are_injected)
+{
+    write_file(capture, capture_of({other_frame(), rst_frame(), tagged(rst_frame())}));
+    run_t result = run_on_board("inject bpdu 1 --capture " + capture);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "2 of 3 frames sent\n");
+    octets_t both = bpdu_message(2, rst_frame());
+    both.insert(both.end(), both.begin(), both.begin() + static_cast<long>(both.size()));
+    EXPECT_EQ(control.read_all(), both);
+
+    result = run_on_board("inject bpdu 1 --frame 1 --capture " + capture);
+    EXPECT_EQ(result.output, "1 of 3 frames sent\n");
+    EXPECT_EQ(control.read_all(), bpdu_message(2, other_frame()));
+
+    expect_refused("inject bpdu 1 --frame 4 --capture " + capture, capture + " has no frame 4: it has 3");
+    expect_refused("inject bpdu 1 --frame=-2 --capture " + capture, capture + " has no frame -2: it has 3");
+    expect_usage("inject bpdu 1 --frame x --capture " + capture, "--frame: \"x\" is not a number");
+    expect_usage("inject bpdu 1 --frame 4", "--frame requires --capture");
+}
+
+TEST_F(capture_file, goes_as_fast_as_it_is_read)
+{
+    constexpr size_t count = 3000; // several times what the pipe holds
+    write_file(capture, capture_of(std::vector<octets_t>(count, rst_frame())));
+    const size_t size = count * bpdu_message(2, rst_frame()).size();
+    size_t taken = 0;
+    std::thread daemon([&] {
+        pollfd input = {control.fd, POLLIN, 0};
+        while (taken < size && poll(&input, 1, 10'000) == 1)
+            taken += control.read_all().size();
+    });
+    const run_t result = run_on_board("inject bpdu 1 --capture " + capture);
+    daemon.join();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "3000 of 3000 frames sent\n");
+    EXPECT_EQ(taken, size);
+
+    // Nobody reads.
+    const run_t stuck = run_on_board("inject bpdu 1 --capture " + capture);
+    EXPECT_EQ(stuck.status, 1);
+    const size_t sent = control.read_all().size() / (size / count);
+    EXPECT_EQ(stuck.output, fmt::format("lvt_rstpctl: {} is full: the daemon does not read it; is it running, or "
+                                        "stopped?\nOnly {} of 3000 BPDUs were sent.\n",
+                                        control.path, sent));
+}
+
+TEST_F(capture_file, that_is_none)
+{
+    write_file(capture, capture_of({other_frame()}));
+    expect_refused("inject bpdu 1 --capture " + capture, "none of the 1 frames of " + capture + " is a BPDU");
+
+    write_file(capture, capture_of({rst_frame()}, 113));
+    expect_refused("inject bpdu 1 --capture " + capture,
+                   capture + " holds no Ethernet frames: capture on one interface, not on \"any\"");
+
+    const std::string whole = capture_of({rst_frame(), rst_frame()});
+    write_file(capture, whole.substr(0, whole.size() - 1));
+    const run_t damaged = run_on_board("inject bpdu 1 --capture " + capture);
+    EXPECT_EQ(damaged.status, 1);
+    EXPECT_TRUE(damaged.output.starts_with("lvt_rstpctl: " + capture + " is damaged after frame 1: "))
+        << damaged.output;
+
+    write_file(capture, "hello");
+    const run_t text = run_on_board("inject bpdu 1 --capture " + capture);
+    EXPECT_EQ(text.status, 1);
+    EXPECT_TRUE(text.output.starts_with("lvt_rstpctl: " + capture + " is no capture file that can be read: "))
+        << text.output;
+    EXPECT_EQ(control.read_all().size(), 0u);
+}
+
+TEST_F(capture_file, is_explained)
+{
+    write_file(capture, capture_of({other_frame(), rst_frame()}));
+    const run_t result = run_on_board("decode --brief --capture " + capture);
+    EXPECT_EQ(result.status, 0);
+    std::istringstream lines(result.output);
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_TRUE(line.starts_with("frame 1, 2026-11-") && line.ends_with(": frame of 60 octets, no BPDU")) << line;
+    std::getline(lines, line);
+    EXPECT_NE(line.find(": RST BPDU of 4096/02:00:00:00:99:00, root "), std::string::npos) << line;
+}
+
+TEST_F(capture_file, is_explained_until_it_is_damaged)
+{
+    const std::string whole = capture_of({rst_frame(), rst_frame()});
+    write_file(capture, whole.substr(0, whole.size() - 1));
+    const run_t damaged = run_on_board("decode --brief --capture " + capture);
+    EXPECT_EQ(damaged.status, 1);
+    EXPECT_TRUE(damaged.output.starts_with("frame 1, ")) << damaged.output;
+    EXPECT_NE(damaged.output.find("lvt_rstpctl: " + capture + " is damaged after frame 1: "), std::string::npos)
+        << damaged.output;
+
+    write_file(capture, capture_of({}));
+    expect_refused("decode --capture " + capture, capture + " holds no frames");
+}
