@@ -1,12 +1,14 @@
 /// Running lvt_rstpctl, as a program, on a board's file system that a test prepares.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -112,14 +114,33 @@ struct ctl : testing::Test {
     pipe_reader_t control{board.path + RSTP_IF_PIPE};
     pipe_reader_t debug{board.path + RSTP_DBG_IF_PIPE};
 
-    std::chrono::milliseconds age{0}; ///< of the daemon's report when a command starts
+    /// The age of a report that stays the only one while even a command that starts slowly looks at it.
+    static constexpr auto FRESH_FOR_LONG = std::chrono::milliseconds(-2500);
 
+    std::optional<std::chrono::milliseconds> age; ///< of the last report when a command starts, if the daemon is dead
+
+    /// Runs a command while the daemon reports the same again and again, unless it is dead.
     run_t run_on_board(const std::string &arguments)
     {
+        using namespace std::chrono_literals;
+        date_report(age.value_or(0ms));
+        std::atomic<bool> over = age.has_value();
+        std::thread daemon([&] {
+            for (; !over; std::this_thread::sleep_for(20ms))
+                date_report(0ms);
+        });
+        const run_t result = run("--root " + board.path + " " + arguments);
+        over = true;
+        daemon.join();
+        return result;
+    }
+
+    void date_report(std::chrono::milliseconds how_old) const
+    {
         const std::string status = board.path + RSTP_MONITOR_FILE;
-        if (std::filesystem::is_regular_file(status))
-            std::filesystem::last_write_time(status, std::filesystem::file_time_type::clock::now() - age);
-        return run("--root " + board.path + " " + arguments);
+        std::error_code none;
+        if (std::filesystem::is_regular_file(status, none))
+            std::filesystem::last_write_time(status, std::filesystem::file_time_type::clock::now() - how_old, none);
     }
 
     std::string path(const std::string &name) const { return board.path + "/" + name; }
@@ -136,10 +157,14 @@ struct ctl : testing::Test {
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    /// What the daemon reports now.
+    /// What the daemon, which lives, reports from now on.
     void report(const std::string &status_text)
     {
-        age = {};
+        age.reset();
+        put_report(status_text);
+    }
+    void put_report(const std::string &status_text) const
+    {
         const std::string next = board.path + RSTP_MONITOR_FILE + ".new";
         std::ofstream(next) << status_text;
         // The time at which the kernel says that a file was written may be the same for two of them.
@@ -156,13 +181,15 @@ struct ctl : testing::Test {
         std::thread daemon([&] {
             for (size_t i = 1; i < reports.size(); i++) {
                 reads.wait();
-                report(reports[i]);
+                put_report(reports[i]);
             }
             reads.wait();
             std::filesystem::remove(board.path + RSTP_MONITOR_FILE);
         });
+        age = FRESH_FOR_LONG; // until the next
         const run_t result = run_on_board(arguments);
         daemon.join();
+        age.reset();
         return result;
     }
 

@@ -217,7 +217,7 @@ TEST_F(show, no_status_file)
 TEST_F(show, a_stale_status_file)
 {
     report(STATUS);
-    age = 1000ms;
+    age = 0ms;
     EXPECT_EQ(run_on_board("show").status, 0);
     age = 1h;
     EXPECT_EQ(refused_some_seconds_from(60 * 60),
@@ -355,6 +355,7 @@ TEST_F(show, fits_the_terminal)
 TEST_F(show, watching_redraws_a_screen_in_place)
 {
     report(STATUS);
+    age = FRESH_FOR_LONG;
     const std::string text = run_on_terminal("show --color never --watch --for 0.1", {10, 80, 0, 0});
     EXPECT_TRUE(text.starts_with("\033[?7l\033[H20")) << text;
     EXPECT_TRUE(text.ends_with("\033[J\033[?7h")) << text;
