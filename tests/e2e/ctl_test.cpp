@@ -68,6 +68,11 @@ protected:
     {
         std::ofstream(device.node().path("/tmp/switch.toml")) << text;
     }
+    static void apply(const lab::switch_t &device, const std::string &text)
+    {
+        write_config(device, text);
+        done(device, "apply /tmp/switch.toml");
+    }
 
 private:
     std::list<lab::cable_t> cables_;
@@ -98,8 +103,7 @@ TEST_F(ctl, apply_puts_the_file_in_force)
     EXPECT_THAT(ask(device, "debug show rstp_aggr_status"), testing::HasSubstr("   5         7\n   6         7\n"));
 
     // What is no longer in the file is as it was at first.
-    write_config(device, "[groups]\n7 = []\n");
-    done(device, "apply /tmp/switch.toml");
+    apply(device, "[groups]\n7 = []\n");
     serve_all(device);
     EXPECT_THAT(ask(device, "debug show system_config"), testing::HasSubstr("      32768        20            2"));
     EXPECT_THAT(ask(device, "debug show port_config"), testing::HasSubstr("   2           0         128        0"));
@@ -109,10 +113,8 @@ TEST_F(ctl, apply_puts_the_file_in_force)
 TEST_F(ctl, a_tree_of_two_switches_is_shown_as_it_is)
 {
     lab::switch_t &root = start_switch(), &leaf = start_switch();
-    write_config(root, FAST_ROOT);
-    write_config(leaf, FAST_LEAF);
-    done(root, "apply /tmp/switch.toml");
-    done(leaf, "apply /tmp/switch.toml");
+    apply(root, FAST_ROOT);
+    apply(leaf, FAST_LEAF);
     connect(root, leaf, 1);
     connect(root, leaf, 2);
 
@@ -160,10 +162,8 @@ TEST_F(ctl, a_tree_of_two_switches_is_shown_as_it_is)
 TEST_F(ctl, set_keeps_the_rest_and_the_trap)
 {
     lab::switch_t &root = start_switch(), &leaf = start_switch();
-    write_config(root, FAST_ROOT);
-    write_config(leaf, FAST_LEAF);
-    done(root, "apply /tmp/switch.toml");
-    done(leaf, "apply /tmp/switch.toml");
+    apply(root, FAST_ROOT);
+    apply(leaf, FAST_LEAF);
     connect(root, leaf, 1);
     ASSERT_TRUE(is_so(leaf, "port 1 is root"));
 
@@ -248,8 +248,7 @@ TEST_F(ctl, groups_of_the_file_are_formed)
 TEST_F(ctl, injected_messages_are_heard)
 {
     lab::switch_t &device = start_switch();
-    write_config(device, "[port.5]\nspanning_tree = true\n[port.6]\nspanning_tree = true\n");
-    done(device, "apply /tmp/switch.toml");
+    apply(device, "[port.5]\nspanning_tree = true\n[port.6]\nspanning_tree = true\n");
     done(device, "inject link 5=1000/full 6=100/full");
     EXPECT_TRUE(is_so(device, "port 5,6 is designated"));
     EXPECT_THAT(ask(device, "debug show port_status"), testing::HasSubstr("   6      1       1     1\n"));
@@ -316,11 +315,9 @@ TEST_F(ctl, apply_leaves_the_trap_armed)
     EXPECT_TRUE(is_trapped());
 
     // Port 3, off before and after, is the only one that changes.
-    write_config(device, "[port.1]\nspanning_tree = true\n");
-    done(device, "apply /tmp/switch.toml");
+    apply(device, "[port.1]\nspanning_tree = true\n");
     EXPECT_TRUE(is_trapped());
-    write_config(device, "");
-    done(device, "apply /tmp/switch.toml");
+    apply(device, "");
     EXPECT_FALSE(is_trapped());
 }
 

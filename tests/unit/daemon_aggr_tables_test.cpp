@@ -20,16 +20,6 @@ protected:
 
     static std::string port_table() { return hex(aggr_port_status, 7); }
     static std::string group_table() { return hex(aggr_group_status, 3); }
-
-    /// Ports of which a group stands for, in the adaptation layer.
-    static std::vector<uint32_t> members(uint32_t group)
-    {
-        std::vector<uint32_t> numbers;
-        for (uint32_t port = 1; port <= 6; port++)
-            if (lvt_rstp_vars.representative[port - 1] == &record(group))
-                numbers.push_back(port);
-        return numbers;
-    }
 };
 
 } // namespace

@@ -32,15 +32,6 @@ protected:
         board_log();
         board.frames.clear();
     }
-
-    static std::vector<uint32_t> members(uint32_t group)
-    {
-        std::vector<uint32_t> numbers;
-        for (uint32_t port = 1; port <= 6; port++)
-            if (lvt_rstp_vars.representative[port - 1] == &record(group))
-                numbers.push_back(port);
-        return numbers;
-    }
 };
 
 const aggr_status_t TWO_AND_FOUR = {0, 1, 7, 3, 7, 5, 6};

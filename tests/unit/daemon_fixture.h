@@ -94,6 +94,16 @@ protected:
 /// Logical port 1 to 9.
 inline port_t &record(uint32_t l2port) { return lvt_rstp_vars.ports[l2port - 1]; }
 
+/// The ports for which a group stands, in the adaptation layer.
+inline std::vector<uint32_t> members(uint32_t group)
+{
+    std::vector<uint32_t> numbers;
+    for (uint32_t port = 1; port <= 6; port++)
+        if (lvt_rstp_vars.representative[port - 1] == &record(group))
+            numbers.push_back(port);
+    return numbers;
+}
+
 /// The octets as text of gmock's ElementsAre, for logs.
 using testing::ElementsAre;
 using testing::HasSubstr;

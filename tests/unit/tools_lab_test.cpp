@@ -10,11 +10,6 @@
 
 namespace {
 
-std::string hex(const octets_t &octets)
-{
-    return fmt::format("{:02x}", fmt::join(octets, " "));
-}
-
 class inject : public ctl {};
 class decode_command : public ctl {};
 

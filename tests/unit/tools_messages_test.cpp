@@ -3,16 +3,11 @@
 
 #include <string>
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-namespace {
+#include "tools_frames.h"
 
-/// "bc 30 ..." for a frame, so that a difference can be read.
-std::string hex(std::span<const uint8_t> octets)
-{
-    return fmt::format("{:02x}", fmt::join(octets, " "));
-}
+namespace {
 
 std::string zeros(size_t count)
 {
