@@ -277,6 +277,8 @@ decoded_t decode_control(octets_t octets)
     else if (fields.truncated)
         fault = fmt::format("the body is too short for type {}", message.type);
     const bool headed = octets.size() >= headers;
+    if (headed && fault.empty() && message_name(message.type) == UNKNOWN_MESSAGE)
+        fault = fmt::format("type {} is not known: the daemon ignores this message", message.type);
     return {.title = fmt::format("control message, {}{}", headed ? message_name(message.type) : "cut off",
                                  headed && fields.truncated ? ", cut off" : ""),
             .fields = fields.fields,
@@ -303,7 +305,9 @@ decoded_t decode_lacp(octets_t octets)
         fields.add(offsetof(lacp_frame_t, body), frame.length, "body", "");
     return {.title = fields.truncated ? "message to the LACP daemon, cut off" : "message to the LACP daemon",
             .fields = fields.fields,
-            .fault = fields.truncated ? "the message is cut off" : "",
+            .fault = fields.truncated ? "the message is cut off"
+                     : known          ? ""
+                                      : fmt::format("type {} is not known", frame.type),
             .octets = std::min(octets.size(), whole)};
 }
 

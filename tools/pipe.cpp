@@ -23,17 +23,19 @@ std::string explain(int error, const std::string &path)
     switch (error) {
     case ENOENT:
     case ENOTDIR:
-        return fmt::format("no pipe at {}: is the daemon's board running?", path);
+        return fmt::format("no pipe at {}: is the daemon's board running? Start it, and then the daemon.", path);
     case ENXIO:
     case EPIPE:
-        return fmt::format("no reader on {}: is the daemon running?", path);
+        return fmt::format("no reader on {}: is the daemon running? Start it.", path);
     case EAGAIN:
-        return fmt::format("{} is full: the daemon does not read it; is it running, or stopped?", path);
+        return fmt::format("{} is full: the daemon hangs or is stopped. Look at what it printed last, and start it again.", path);
     case EBUSY:
-        return fmt::format("{} holds what the daemon has not read: is it running, or stopped?", path);
+        return fmt::format("{} holds what the daemon has not read: it hangs or is stopped. Look at what it printed last, and start it "
+                           "again.", path);
     case EACCES:
     case EPERM:
         return fmt::format("no permission to write to {}: try it as root", path);
+    case EISDIR:
     case ENOTSUP:
         return fmt::format("{} is not a named pipe: remove it and restart the daemon's board", path);
     default:

@@ -46,6 +46,8 @@ const char *force_version_word(uint8_t version)
     return version < 2 ? "STP only" : "RSTP";
 }
 
+const char *const UNKNOWN_MESSAGE = "unknown message";
+
 const char *message_name(uint8_t type)
 {
     switch (type) {
@@ -58,7 +60,7 @@ const char *message_name(uint8_t type)
     case RSTP_MSG_WORK_FLUSH: return "empty the work table";
     case RSTP_MSG_PORT_CONFIG_ONLY: return "port settings, queued group work stays queued";
     case RSTP_MSG_LACP_ENABLE: return "LACP on ports";
-    default: return "message";
+    default: return UNKNOWN_MESSAGE;
     }
 }
 

@@ -21,8 +21,9 @@ std::string group_word(uint8_t group);
 /// "RSTP" or "STP only".
 const char *force_version_word(uint8_t version);
 
-/// "bridge settings" of a control message's type; "message" of one without a meaning.
+/// "bridge settings" of a control message's type; UNKNOWN_MESSAGE of one without a meaning.
 const char *message_name(uint8_t type);
+extern const char *const UNKNOWN_MESSAGE; ///< the name of all others
 
 /// "02:00:00:00:01:00"
 std::string address_text(const uint8_t *octets);

@@ -462,15 +462,16 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
     const std::vector<uint8_t> filling(4096);
     while (write(pipe.number(), filling.data(), filling.size()) > 0) {
     }
-    EXPECT_TRUE(told("lacp", "/tmp/rstp_if_pipe is full: the daemon does not read it; is it running, or stopped?"));
+    EXPECT_TRUE(told("lacp", "/tmp/rstp_if_pipe is full: the daemon hangs or is stopped. Look at what it printed last, and "
+                                 "start it again."));
 
     device.daemon().signal(SIGKILL);
     EXPECT_EQ(device.daemon().wait(), 128 + SIGKILL);
     EXPECT_TRUE(lab::within(SOON, [&] {
-        return told("lacp", "no reader on /tmp/rstp_if_pipe: is the daemon running?");
+        return told("lacp", "no reader on /tmp/rstp_if_pipe: is the daemon running? Start it.");
     }));
     device.board().stop();
-    EXPECT_TRUE(told("lacp", "no pipe at /tmp/rstp_if_pipe: is the daemon's board running?"));
+    EXPECT_TRUE(told("lacp", "no pipe at /tmp/rstp_if_pipe: is the daemon's board running? Start it, and then the daemon."));
 }
 
 } // namespace

@@ -44,6 +44,10 @@ TEST_F(capture_file, its_bpdus_are_injected)
     both.insert(both.end(), both.begin(), both.begin() + static_cast<long>(both.size()));
     EXPECT_EQ(control.read_all(), both);
 
+    result = run_on_board("inject bpdu 1 --dry-run --capture - <" + capture);
+    EXPECT_TRUE(result.output.ends_with("\n2 of 3 frames would be sent\n")) << result.output;
+    EXPECT_EQ(control.read_all().size(), 0u);
+
     result = run_on_board("inject bpdu 1 --frame 1 --capture " + capture);
     EXPECT_EQ(result.output, "1 of 3 frames sent\n");
     EXPECT_EQ(control.read_all(), bpdu_message(2, other_frame()));
@@ -75,8 +79,8 @@ TEST_F(capture_file, goes_as_fast_as_it_is_read)
     const run_t stuck = run_on_board("inject bpdu 1 --capture " + capture);
     EXPECT_EQ(stuck.status, 1);
     const size_t sent = control.read_all().size() / (size / count);
-    EXPECT_EQ(stuck.output, fmt::format("lvt_rstpctl: {} is full: the daemon does not read it; is it running, or "
-                                        "stopped?\nOnly {} of 3000 BPDUs were sent.\n",
+    EXPECT_EQ(stuck.output, fmt::format("lvt_rstpctl: {} is full: the daemon hangs or is stopped. Look at what it "
+                                        "printed last, and start it again.\nOnly {} of 3000 BPDUs were sent.\n",
                                         control.path, sent));
 }
 
@@ -95,6 +99,12 @@ TEST_F(capture_file, that_is_none)
     EXPECT_EQ(damaged.status, 1);
     EXPECT_TRUE(damaged.output.starts_with("lvt_rstpctl: " + capture + " is damaged after frame 1: "))
         << damaged.output;
+
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0); // nobody writes there
+    for (const char *command : {"inject bpdu 1", "decode"})
+        expect_refused(fmt::format("{} --capture {}", command, path("fifo")),
+                       "cannot read " + path("fifo") + ": not a regular file. Put one in its place, or name another.");
+    expect_refused("decode --capture " + path("none"), path("none") + " cannot be read: No such file or directory");
 
     write_file(capture, "hello");
     const run_t text = run_on_board("inject bpdu 1 --capture " + capture);

@@ -146,7 +146,8 @@ TEST_F(ctl, debug_adds_nothing_to_what_is_unread)
     const run_t result = run_on_board("debug show bpdu_filter");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "lvt_rstpctl: " + board.path + RSTP_DBG_IF_PIPE +
-                                 " holds what the daemon has not read: is it running, or stopped?\n");
+                                 " holds what the daemon has not read: it hangs or is stopped. Look at what it "
+                                 "printed last, and start it again.\n");
     EXPECT_EQ(debug.read_all(), text_octets("debug bpdu_filter enable\n"));
 }
 
@@ -270,7 +271,7 @@ TEST_F(ctl, a_board_without_pipes)
     const run_t result = run("--root " + empty.path + " bridge");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "lvt_rstpctl: no pipe at " + empty.path +
-                                 "/tmp/rstp_if_pipe: is the daemon's board running?\n");
+                                 "/tmp/rstp_if_pipe: is the daemon's board running? Start it, and then the daemon.\n");
 }
 
 TEST_F(ctl, a_board_without_daemon)
@@ -279,7 +280,7 @@ TEST_F(ctl, a_board_without_daemon)
     control.fd = -1;
     const run_t result = run_on_board("bridge");
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running?\n");
+    EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running? Start it.\n");
 }
 
 TEST_F(ctl, help_has_an_example_for_every_command)

@@ -236,10 +236,19 @@ TEST(docs, completion_knows_values)
     EXPECT_EQ(completions("inject bpdu 1 --type r"), "rst");
     EXPECT_EQ(completions("decode --as f"), "frame");
     EXPECT_EQ(completions("ports --enable 1,2"), "1,2");
+    // bash takes "=" for a word of its own.
+    EXPECT_EQ(completions("ports --edge 3"), "3=");
+    EXPECT_EQ(completions("ports --edge 3 = of"), "off");
+    EXPECT_EQ(completions("ports --edge 3 = off --p2p 4 ="), "on off auto");
+    EXPECT_EQ(completions("ports --edge 3 = off --cos"), "--cost");
+    EXPECT_EQ(completions("ports --priority 6 = 1"), "");
+    EXPECT_EQ(completions("set port 1 --edge = of"), "off");
+    EXPECT_EQ(completions("set port 1 --edge = off --p2p a"), "auto");
+    EXPECT_EQ(completions("set --file = x.toml po"), "port");
     EXPECT_EQ(completions("set port 1,"), "1,1 1,2 1,3 1,4 1,5 1,6");
     EXPECT_EQ(completions("set port a"), "all");
     EXPECT_EQ(completions("--root /tmp show port b"), "");
-    EXPECT_EQ(completions("show port 3"), "3");
+    EXPECT_EQ(completions("show port 7"), "7");
     EXPECT_EQ(completions("expect port 1-3 f"), "forwards");
     EXPECT_EQ(completions("expect --within 30 port 1 is not d"), "designated disabled discarding down");
     EXPECT_EQ(completions("debug show rstp_s"), "rstp_statistics rstp_stp_state");

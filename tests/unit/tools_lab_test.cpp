@@ -277,6 +277,15 @@ TEST_F(decode_command, a_kind_by_name)
     EXPECT_TRUE(run("decode --as control " + hex(rst_frame())).output.starts_with("control message"));
     expect_usage("decode --as music 00", "--as: \"music\" is none of any, control, lacp, mux, frame");
     expect_usage("decode", "decode: give octets in hex, or --capture FILE");
+    for (const int type : {7, 8, 11, 99}) { // as long as the one that is known, but ignored
+        const run_t result = run(fmt::format("decode bc 30 11 82 00 00 00 00 {:02x} 00 00 00 00 00 00 00", type));
+        EXPECT_EQ(result.status, 1) << type;
+        EXPECT_NE(result.output.find(fmt::format("type {} is not known: the daemon ignores this message", type)),
+                  std::string::npos)
+            << result.output;
+    }
+    expect_usage("decode - </dev/null", "decode: there are no octets in hex");
+    expect_usage("decode --as lacp --capture x", "--as: a capture holds frames");
     expect_usage("decode 0g", "\"g\" is no digit of octets in hex");
     expect_usage("decode 10xbc", "\"x\" is no digit of octets in hex");
     for (const char *prefixed : {"0xbc301182000000000600000000000000", "0xbc 0x30 0x11:0x82 000000000600000000000000"})

@@ -41,7 +41,7 @@ TEST_F(pipe, a_missing_one_is_told_and_not_created)
 {
     const pipe_result_t result = write_to_pipe(path, OCTETS);
     EXPECT_EQ(result.error, ENOENT);
-    EXPECT_EQ(result.message, "no pipe at " + path + ": is the daemon's board running?");
+    EXPECT_EQ(result.message, "no pipe at " + path + ": is the daemon's board running? Start it, and then the daemon.");
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
@@ -50,7 +50,7 @@ TEST_F(pipe, without_a_reader_it_does_not_wait)
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const pipe_result_t result = write_to_pipe(path, OCTETS);
     EXPECT_EQ(result.error, ENXIO);
-    EXPECT_EQ(result.message, "no reader on " + path + ": is the daemon running?");
+    EXPECT_EQ(result.message, "no reader on " + path + ": is the daemon running? Start it.");
 }
 
 TEST_F(pipe, a_full_one_takes_nothing)
@@ -61,7 +61,8 @@ TEST_F(pipe, a_full_one_takes_nothing)
     fill(writer);
     const pipe_result_t result = write_to_pipe(path, OCTETS);
     EXPECT_EQ(result.error, EAGAIN);
-    EXPECT_EQ(result.message, path + " is full: the daemon does not read it; is it running, or stopped?");
+    EXPECT_EQ(result.message, path + " is full: the daemon hangs or is stopped. Look at what it printed last, and "
+                                 "start it again.");
     close(writer);
     EXPECT_EQ(reader.read_all().size() % 4096, 0u);
 }
@@ -89,7 +90,7 @@ TEST_F(pipe, a_folder_is_no_pipe)
 {
     const pipe_result_t result = write_to_pipe(folder.path, OCTETS);
     EXPECT_EQ(result.error, EISDIR);
-    EXPECT_EQ(result.message, "cannot write to " + folder.path + ": Is a directory");
+    EXPECT_EQ(result.message, folder.path + " is not a named pipe: remove it and restart the daemon's board");
 }
 
 TEST_F(pipe, what_lies_there_unread_is_not_added_to)
@@ -98,7 +99,8 @@ TEST_F(pipe, what_lies_there_unread_is_not_added_to)
     ASSERT_TRUE(write_to_empty_pipe(path, OCTETS, {}).ok());
     const pipe_result_t result = write_to_empty_pipe(path, OCTETS, {});
     EXPECT_EQ(result.error, EBUSY);
-    EXPECT_EQ(result.message, path + " holds what the daemon has not read: is it running, or stopped?");
+    EXPECT_EQ(result.message, path + " holds what the daemon has not read: it hangs or is stopped. Look at what it "
+                                 "printed last, and start it again.");
     EXPECT_EQ(reader.read_all(), OCTETS);
     EXPECT_TRUE(write_to_empty_pipe(path, OCTETS, {}).ok());
 }

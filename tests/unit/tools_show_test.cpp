@@ -237,15 +237,15 @@ TEST_F(show, a_malformed_status_file)
 TEST_F(show, what_cannot_be_read)
 {
     std::filesystem::create_directory(board.path + RSTP_MONITOR_FILE);
-    expect_refused("show", "cannot read " + board.path + "/tmp/rstp_monitor: not a regular file");
+    expect_refused("show", "cannot read " + board.path + "/tmp/rstp_monitor: not a regular file. Put one in its place, or name another.");
 }
 
 TEST_F(show, a_pipe_instead_of_the_status_file)
 {
     const pipe_reader_t pipe(board.path + RSTP_MONITOR_FILE);
-    expect_refused("show", "cannot read " + pipe.path + ": not a regular file");
-    expect_refused("check " + pipe.path, "cannot read " + pipe.path + ": not a regular file");
-    expect_refused("set bridge --priority 0 --file /dev/full", "cannot read /dev/full: not a regular file");
+    expect_refused("show", "cannot read " + pipe.path + ": not a regular file. Put one in its place, or name another.");
+    expect_refused("check " + pipe.path, "cannot read " + pipe.path + ": not a regular file. Put one in its place, or name another.");
+    expect_refused("set bridge --priority 0 --file /dev/full", "cannot read /dev/full: not a regular file. Put one in its place, or name another.");
 }
 
 TEST_F(show, a_status_file_without_end)

@@ -47,6 +47,18 @@ std::optional<bridge_status_t> reported(const ctl_t &ctl)
     return reading ? std::optional(reading->status) : std::nullopt;
 }
 
+/// What the daemon reports; throws refused_t when that cannot be known.
+bridge_status_t demand_report(const ctl_t &ctl)
+{
+    try {
+        return read_status(ctl).status;
+    } catch (const refused_t &refusal) {
+        throw refused_t(fmt::format("it cannot be told what is on now: {}\nNothing was changed or sent; --force does it "
+                                    "all the same.",
+                                    refusal.what()));
+    }
+}
+
 /// The ports, as a list, that take part in the spanning tree now and would not after `settings`,
 /// although they were off in the file already, so that nobody asked for it. What holds for a member of a
 /// group is told of the group.
@@ -106,7 +118,9 @@ void apply_config(const ctl_t &ctl, const std::string &path)
 
 void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<edit_t> &edits, bool force)
 {
-    const config_lock_t lock(path);
+    std::optional<config_lock_t> lock;
+    if (!ctl.dry_run)
+        lock.emplace(path);
     const bool exists = std::filesystem::exists(path);
     std::string text = exists ? read_config_text(path) : "";
     const settings_t before = settings_in(text, path);
@@ -115,7 +129,7 @@ void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<
     const settings_t settings = settings_after(text, path);
     std::optional<bridge_status_t> now;
     within_a_report([&] { // which may not yet tell of what was sent just before
-        now = reported(ctl);
+        now = force || ctl.dry_run ? reported(ctl) : demand_report(ctl);
         if (now && !force)
             refuse_losses(*now, path, exists, before, settings, edits);
     });

@@ -1,18 +1,25 @@
 #include "tools/ctl/capture.h"
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 
 #include <fmt/format.h>
 #include <pcap/pcap.h>
 
 #include "tools/ctl/ctl.h"
+#include "tools/ctl/text_file.h"
 
 size_t for_each_captured(const std::string &path, const std::function<void(const captured_t &frame)> &action)
 {
+    file_t stream = path == "-" ? file_t(stdin, [](std::FILE *) { return 0; }) : open_regular_file(path);
+    if (!stream)
+        throw refused_t(fmt::format("{} cannot be read: {}", path, std::strerror(errno)));
     char reason[PCAP_ERRBUF_SIZE] = {};
-    const std::unique_ptr<pcap_t, decltype(&pcap_close)> file(pcap_open_offline(path.c_str(), reason), pcap_close);
+    const std::unique_ptr<pcap_t, decltype(&pcap_close)> file(pcap_fopen_offline(stream.get(), reason), pcap_close);
     if (!file)
         throw refused_t(fmt::format("{} is no capture file that can be read: {}", path, reason));
+    stream.release(); // the library closes it
     if (pcap_datalink(file.get()) != DLT_EN10MB)
         throw refused_t(fmt::format("{} holds no Ethernet frames: capture on one interface, not on \"any\"", path));
 

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
+#include <thread>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -18,6 +20,11 @@
 #include "tools/ctl/ctl.h"
 
 namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto LOCK_PATIENCE = 10s; ///< several changes, one after the other
+constexpr auto LOCK_POLL_PAUSE = 10ms;
 
 /// The octet of the text at a place in lines and columns, both from 1. Columns count characters,
 /// which may have several octets.
@@ -68,7 +75,10 @@ std::string with_line(std::string text, const toml::table &section, const edit_t
 
 [[noreturn]] void refuse(const std::string &path)
 {
-    throw refused_t(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
+    const char *next_step = errno == ENOENT || errno == ENOTDIR                    ? ". Make its folder first."
+                            : errno == EACCES || errno == EPERM || errno == EROFS ? ". Try it as root, or name another file."
+                                                                                  : "";
+    throw refused_t(fmt::format("cannot write {}: {}{}", path, std::strerror(errno), next_step));
 }
 
 /// What a path leads to: a link stays one.
@@ -132,14 +142,19 @@ config_lock_t::config_lock_t(const std::string &path)
     folder_ = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder_ < 0)
         refuse(path);
-    int result;
-    while ((result = flock(folder_, LOCK_EX)) != 0 && errno == EINTR) {}
-    if (result == 0)
-        return;
-    const int error = errno;
-    close(folder_);
-    errno = error;
-    refuse(path);
+    for (const auto deadline = std::chrono::steady_clock::now() + LOCK_PATIENCE; flock(folder_, LOCK_EX | LOCK_NB) != 0;
+         std::this_thread::sleep_for(LOCK_POLL_PAUSE)) {
+        const int error = errno;
+        if (error == EWOULDBLOCK && std::chrono::steady_clock::now() < deadline)
+            continue;
+        close(folder_);
+        if (error == EWOULDBLOCK)
+            throw refused_t(fmt::format("another program has held a lock on the folder of {} for {} s, as an lvt_rstpctl "
+                                        "does that is stopped. Nothing was changed or sent: end it, and try again.",
+                                        path, LOCK_PATIENCE.count()));
+        errno = error;
+        refuse(path);
+    }
 }
 
 config_lock_t::~config_lock_t()

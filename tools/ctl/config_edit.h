@@ -18,7 +18,7 @@ std::string with_setting(const std::string &text, const edit_t &edit);
 /// Keeps others that hold such a lock on a file of the same folder waiting, and leaves nothing behind.
 class config_lock_t {
 public:
-    /// Throws refused_t.
+    /// Throws refused_t, also when another holds it for longer than any change takes.
     explicit config_lock_t(const std::string &path);
     ~config_lock_t();
     config_lock_t(const config_lock_t &) = delete;

@@ -25,7 +25,8 @@ bool decode_hex(const decode_args_t &args, kind_t kind)
 {
     const std::vector<uint8_t> octets = parse_hex(text_of(args.hex));
     if (octets.empty())
-        throw usage_t("decode: give octets in hex, or --capture FILE");
+        throw usage_t(args.hex.empty() ? "decode: give octets in hex, or --capture FILE"
+                                       : "decode: there are no octets in hex");
 
     bool good = true;
     for (const decoded_t &decoded : decode_all(octets, kind)) {
@@ -54,6 +55,8 @@ void decode_octets(const decode_args_t &args)
 {
     const auto kind =
         static_cast<kind_t>(parse_word("--as", args.kind, {"any", "control", "lacp", "mux", "frame"}));
+    if (!args.capture.empty() && kind != kind_t::any && kind != kind_t::frame)
+        throw usage_t("--as: a capture holds frames");
     if (!(args.capture.empty() ? decode_hex(args, kind) : decode_capture(args)))
         throw refused_t("not all of it is sound: see the faults above");
 }

@@ -159,6 +159,6 @@ void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, st
     } catch (const refused_t &refusal) {
         throw refused_t(fmt::format("{}\nOnly {} of {} BPDUs were sent.", refusal.what(), sent, wanted.size()));
     }
-    fmt::print("{} of {} frames sent\n", sent, count);
+    fmt::print("{} of {} frames {}\n", sent, count, ctl.dry_run ? "would be sent" : "sent");
     demand_heard(ctl);
 }
