@@ -453,9 +453,10 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
     EXPECT_TRUE(told("monitor", "so it has ended or hangs"));
     EXPECT_TRUE(told("expect root is this bridge", "so it has ended or hangs"));
     write_config(device, "");
-    for (const char *command : {"apply /tmp/switch.toml", "set bridge --priority 0 --file /tmp/switch.toml",
+    for (const char *command : {"apply /tmp/switch.toml", "set bridge --priority 0 --force --file /tmp/switch.toml",
                                 "debug show bridge_status", "bridge", "inject bpdu 1"})
         EXPECT_TRUE(told(command, "sent, but /tmp/rstp_monitor is ")) << command;
+    EXPECT_TRUE(told("set bridge --priority 4096 --file /tmp/switch.toml", "it cannot be told what is on now: "));
 
     // It takes no more than its pipe holds.
     const fd_t pipe(open(device.node().path(RSTP_IF_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
