@@ -18,6 +18,7 @@ namespace lab {
 namespace {
 
 constexpr int CPU_PORT_MAC = 0xFE;   ///< the chip's end of the CPU cable; no frame carries it
+constexpr char LAST_OF_BANNER[] = "RSTP Initial Complete   *\n*****************************\n";
 constexpr auto START_PATIENCE = 10s; ///< a sanitized daemon under load takes its time
 
 /// What to say of a program that was not ready in time, or not alive.
@@ -105,7 +106,7 @@ void switch_t::start_daemon()
     std::filesystem::remove(node_.path(CONSOLE_FILE));
     daemon_ = launch(std::move(argv), std::move(environment), DAEMON_OUTPUT_FILE, DAEMON_ERROR_FILE);
     const bool ready = within(START_PATIENCE, [&] {
-        return node_.read(CONSOLE_FILE).find("RSTP Initial Complete") != std::string::npos ||
+        return node_.read(CONSOLE_FILE).find(LAST_OF_BANNER) != std::string::npos ||
                !daemon_.running();
     });
     if (!ready || !daemon_.running())

@@ -247,7 +247,9 @@ TEST_F(daemon_bpdus, expired_information_is_not_believed)
     bpdu_t bpdu = lab::rst_bpdu(lab::root_bridge(0, 0x01));
     say_times(bpdu, 6, 6, 1, 4);
     hear(device, 1, bpdu);
-    hear(device, 3, superior_bpdu());
+    bpdu_t believed = superior_bpdu();
+    say_times(believed, 0, 20, 2, 15); // for six seconds
+    hear(device, 3, believed);
     EXPECT_TRUE(ticks(device, 2));
     EXPECT_EQ(lab::bridge_id_text(device.status()->root), "4096/02:00:00:00:99:00");
     EXPECT_EQ(counts(device, 1).rstp_received, 1);

@@ -357,16 +357,17 @@ TEST_F(daemon_frames, the_chip_takes_the_tag_off_and_nothing_else)
 {
     take_part(2);
     ASSERT_TRUE(ticks(device, 3));
-    ASSERT_EQ(at_cpu.frames().size(), at_cpu.bpdus(BPDU_TYPE_RST, TAG_OCTETS).size())
-        << "something else was sent";
+    const size_t frames = at_cpu.frames().size();
+    ASSERT_GE(at_cpu.bpdus(BPDU_TYPE_RST, TAG_OCTETS).size(), frames) << "something else was sent";
 
     std::map<std::string, size_t> from_cpu, at_ports;
-    for (octets_t frame : at_cpu.frames()) {
-        frame.erase(frame.begin() + TAG_OFFSET, frame.begin() + TAG_OFFSET + TAG_OCTETS);
-        from_cpu[hex(frame)]++;
-    }
-    ASSERT_TRUE(lab::within(SOON, [&] {
+    ASSERT_TRUE(lab::within(SOON, [&] { // all that was sent until now has come
+        from_cpu.clear();
         at_ports.clear();
+        for (octets_t frame : at_cpu.frames()) {
+            frame.erase(frame.begin() + TAG_OFFSET, frame.begin() + TAG_OFFSET + TAG_OCTETS);
+            from_cpu[hex(frame)]++;
+        }
         for (const int port : PORTS)
             for (const octets_t &frame : at(port).frames())
                 at_ports[hex(frame)]++;

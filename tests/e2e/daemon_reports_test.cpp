@@ -1,5 +1,6 @@
 // Debug commands from pipe to console, and the status file as its readers see it.
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -222,10 +223,10 @@ TEST_F(daemon_reports, the_status_file_counts_in_its_own_order)
 TEST_F(daemon_reports, a_tick_is_a_second)
 {
     ASSERT_TRUE(ticks(device, 1));
-    const auto begin = std::chrono::steady_clock::now();
+    const auto written = [&] { return std::filesystem::last_write_time(device.node().path(lab::STATUS_FILE)); };
+    const auto begin = written();
     ASSERT_TRUE(ticks(device, 3));
-    const auto three = std::chrono::steady_clock::now() - begin;
-    EXPECT_GE(three, 2900ms);
+    EXPECT_GE(written() - begin, 2900ms);
 }
 
 } // namespace

@@ -16,7 +16,7 @@ namespace e2e {
 
 namespace {
 
-constexpr auto TICK_PATIENCE = 5s; ///< for one tick
+constexpr auto TICK_PATIENCE = SOON; ///< for one tick
 
 [[noreturn]] void give_up(const lab::switch_t &device, const std::string &what)
 {
@@ -39,20 +39,10 @@ void command(const lab::switch_t &device, const std::string &text)
     wait_until_taken(device, RSTP_DBG_IF_PIPE);
 }
 
-/// Gives a command whose answer everybody knows. What the daemon took before is handled then.
-/// Returns what came on the console after `from` and before the answer.
-std::string mark(const lab::switch_t &device, size_t from)
+/// Waits until what the daemon took before is handled: only then it reads this, which is no command.
+void settle(const lab::switch_t &device)
 {
-    constexpr char ANSWER[] = "bpdu_filter_en = ";
-    std::string console;
-    command(device, "debug show bpdu_filter");
-    const auto answered = [&] {
-        console = device.node().read(lab::CONSOLE_FILE).substr(from);
-        return console.find(ANSWER) != std::string::npos;
-    };
-    if (!lab::within(SOON, answered, 1ms))
-        give_up(device, "no answer to a debug command");
-    return console.substr(0, console.rfind(ANSWER));
+    command(device, "\n");
 }
 
 struct stamp_t {
@@ -116,16 +106,17 @@ void serve(const lab::switch_t &device, std::span<const uint8_t> message)
 
 void serve_all(const lab::switch_t &device)
 {
-    // A debug command is served before the message that came with it, so it has to come later.
+    // A debug text is served before the message that came with it, so it has to come later.
     wait_until_taken(device, RSTP_IF_PIPE);
-    mark(device, device.node().read(lab::CONSOLE_FILE).size());
+    settle(device);
 }
 
 std::string ask(const lab::switch_t &device, const std::string &text)
 {
     const size_t before = device.node().read(lab::CONSOLE_FILE).size();
     command(device, text);
-    return mark(device, before);
+    settle(device);
+    return device.node().read(lab::CONSOLE_FILE).substr(before);
 }
 
 size_t octets_waiting(const lab::switch_t &device, const std::string &pipe)
