@@ -91,6 +91,15 @@ const char *bpdu_name(uint8_t type)
     }
 }
 
+std::string version_words(uint8_t version)
+{
+    return fmt::format("{}{}", version,
+                       version == 0   ? ", STP"
+                       : version == 2 ? ", RSTP"
+                       : version > 2  ? ", taken as RSTP" // MSTP and what came after it
+                                      : "");
+}
+
 std::string time_words(const uint8_t *time)
 {
     return fmt::format("{} s", bpdu_get16(time) / 256.0);
@@ -141,7 +150,7 @@ void add_frame(fields_t &fields, size_t offset)
 
     fields.add(at + offsetof(bpdu_t, dsap), BPDU_LLC_OCTETS, "LLC", "spanning tree");
     fields.add(at, bpdu, bpdu.protocol, "protocol", number(bpdu_get16(bpdu.protocol)));
-    fields.add(at, bpdu, bpdu.version, "version", number(bpdu.version));
+    fields.add(at, bpdu, bpdu.version, "version", version_words(bpdu.version));
     fields.add(at, bpdu, bpdu.type, "type", bpdu_name(bpdu.type));
     if (bpdu.type != BPDU_TYPE_TCN)
         add_bpdu_body(fields, at, bpdu);

@@ -108,7 +108,7 @@ TEST_F(inject, fields_that_are_none)
     expect_refused("inject bpdu 1 --root-id 65536/02:00:00:00:00:01", "priority 65536: allowed is 0 to 65535");
     expect_refused("inject bpdu 1 --cost 4294967296", "path cost 4294967296: allowed is 0 to 4294967295");
     expect_refused("inject bpdu 1 --port-id 0x10000", "port identifier 65536: allowed is 0 to 65535");
-    expect_refused("inject bpdu 1 --max-age 256", "seconds 256: allowed is 0 to 255 s");
+    expect_refused("inject bpdu 1 --max-age 256", "--max-age 256: allowed is 0 to 255 s");
 }
 
 TEST_F(inject, dry_run_tells_the_bpdu)
@@ -155,7 +155,7 @@ TEST_F(decode_command, a_tagged_frame)
               "   16  00 27                     length                  39\n"
               "   18  42 42 03                  LLC                     spanning tree\n"
               "   21  00 00                     protocol                0\n"
-              "   23  02                        version                 2\n"
+              "   23  02                        version                 2, RSTP\n"
               "   24  02                        type                    RST BPDU\n"
               "   25  0e                        flags                   designated, proposal\n"
               "   26  10 00                     root priority           4096\n"

@@ -22,7 +22,6 @@ constexpr char LINK_FORM[] = "LIST=up|down|SPEED/full|SPEED/half";
 /// A daemon that takes nothing for so long does not read.
 constexpr std::chrono::seconds ROOM_PATIENCE{2};
 
-constexpr setting_rule_t OCTET = {"seconds", 0, 255, 1, " s"};
 constexpr setting_rule_t ANY_PATH_COST = {"path cost", 0, UINT32_MAX, 1, ""};
 constexpr setting_rule_t ANY_PRIORITY = {"priority", 0, UINT16_MAX, 1, ""};
 constexpr setting_rule_t ANY_PORT_ID = {"port identifier", 0, UINT16_MAX, 1, ""};
@@ -55,7 +54,8 @@ void put_bridge(const char *option, const std::string &text, uint8_t *priority, 
 
 void put_seconds(const char *option, const std::string &text, uint8_t *time)
 {
-    time[0] = static_cast<uint8_t>(parse_setting(option, text, OCTET));
+    const setting_rule_t octet = {option, 0, 255, 1, " s"};
+    time[0] = static_cast<uint8_t>(parse_setting(option, text, octet));
 }
 
 uint8_t parse_flags(const std::string &text)
