@@ -28,10 +28,13 @@ std::string explain(int error, const std::string &path)
     case EPIPE:
         return fmt::format("no reader on {}: is the daemon running? Start it.", path);
     case EAGAIN:
-        return fmt::format("{} is full: the daemon hangs or is stopped. Look at what it printed last, and start it again.", path);
+        return fmt::format("{} is full: the daemon hangs or is stopped. Look at what it printed last, and start it "
+                           "again.",
+                           path);
     case EBUSY:
-        return fmt::format("{} holds what the daemon has not read: it hangs or is stopped. Look at what it printed last, and start it "
-                           "again.", path);
+        return fmt::format("{} holds what the daemon has not read: it hangs or is stopped. Look at what it printed "
+                           "last, and start it again.",
+                           path);
     case EACCES:
     case EPERM:
         return fmt::format("no permission to write to {}: try it as root", path);

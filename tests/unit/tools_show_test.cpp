@@ -20,6 +20,8 @@ constexpr char BRIDGE_TABLE[] = "bridge           61440/02:00:00:00:01:00\n"
                                 "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
                                 "topology change  none, the last about 2026/11/20 14:08:15, told by port 3\n";
 
+constexpr char NOT_REGULAR[] = ": not a regular file. Put one in its place, or name another.";
+
 constexpr char PORTS_TABLE[] =
     "port  role        state       cost  edge  point-to-point  neighbour  designated bridge        its port\n"
     "1     root        forwarding  8000  no    yes             STP        32768/02:00:00:01:11:00         1\n"
@@ -237,15 +239,15 @@ TEST_F(show, a_malformed_status_file)
 TEST_F(show, what_cannot_be_read)
 {
     std::filesystem::create_directory(board.path + RSTP_MONITOR_FILE);
-    expect_refused("show", "cannot read " + board.path + "/tmp/rstp_monitor: not a regular file. Put one in its place, or name another.");
+    expect_refused("show", "cannot read " + board.path + "/tmp/rstp_monitor" + NOT_REGULAR);
 }
 
 TEST_F(show, a_pipe_instead_of_the_status_file)
 {
     const pipe_reader_t pipe(board.path + RSTP_MONITOR_FILE);
-    expect_refused("show", "cannot read " + pipe.path + ": not a regular file. Put one in its place, or name another.");
-    expect_refused("check " + pipe.path, "cannot read " + pipe.path + ": not a regular file. Put one in its place, or name another.");
-    expect_refused("set bridge --priority 0 --file /dev/full", "cannot read /dev/full: not a regular file. Put one in its place, or name another.");
+    expect_refused("show", "cannot read " + pipe.path + NOT_REGULAR);
+    expect_refused("check " + pipe.path, "cannot read " + pipe.path + NOT_REGULAR);
+    expect_refused("set bridge --priority 0 --file /dev/full", std::string("cannot read /dev/full") + NOT_REGULAR);
 }
 
 TEST_F(show, a_status_file_without_end)

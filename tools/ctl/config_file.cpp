@@ -1,7 +1,6 @@
 #include "tools/ctl/config_file.h"
 
 #include <algorithm>
-#include <sstream>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -247,13 +246,15 @@ void read_groups(reader_t &reader, const toml::table &groups)
 /// The library makes a table in a table for each part of a name, and its stack holds only so many.
 void limit_parts(reader_t &reader, const std::string &text)
 {
-    constexpr int dots_max = 500; // in a section's name, and as many in a name within it
-    unsigned number = 1;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line); number++) {
-        line.erase(std::min(line.find('#'), line.size()));
-        if (std::ranges::count(line, '.') > dots_max)
-            reader.config.faults.push_back({number, 1, fmt::format("a line has at most {} dots", dots_max)});
+    constexpr int dots_max = 1000; // wherever they are: names may go on in other lines, or behind a quoted "#"
+    int dots = 0;
+    unsigned line = 1;
+    for (const char letter : text) {
+        line += letter == '\n';
+        if (letter == '.' && ++dots > dots_max) {
+            reader.config.faults.push_back({line, 1, fmt::format("a file has at most {} dots in all", dots_max)});
+            return;
+        }
     }
 }
 
