@@ -35,7 +35,7 @@ constexpr int BPDUS = 100000;
 constexpr int SETTINGS = 100; ///< messages with the groups' settings
 constexpr int QUIET_TICKS = 10;
 
-constexpr uint64_t STACK_LEAST = 1 << 20; ///< what is mapped for a thread's stack, at least
+constexpr uint64_t STACK_LEAST = 1 << 20;       ///< what is mapped for a thread's stack, at least
 constexpr uint64_t GUEST_FROM = 0x200000000000; ///< where nothing of the emulator's own is
 constexpr uint64_t GUEST_TO = GUEST_FROM + (uint64_t{1} << 32);
 
@@ -209,14 +209,13 @@ void measure_heap(const std::string &daemon, const std::string &counter)
 
     const fd_t file(lab::checked(memfd_create("heap", MFD_CLOEXEC), "memfd"));
     lab::checked(ftruncate(file.number(), sizeof(heap_counts_t)), "memfd");
-    void *shared =
-        mmap(nullptr, sizeof(heap_counts_t), PROT_READ | PROT_WRITE, MAP_SHARED, file.number(), 0);
+    void *shared = mmap(nullptr, sizeof(heap_counts_t), PROT_READ | PROT_WRITE, MAP_SHARED, file.number(), 0);
     if (shared == MAP_FAILED)
         throw std::runtime_error("the counts cannot be mapped");
     heap_counts_t &counts = *static_cast<heap_counts_t *>(shared);
 
-    subject_t subject(daemon, {"LD_PRELOAD=" + counter,
-                               fmt::format("{}=/proc/{}/fd/{}", HEAP_COUNT_FILE, getpid(), file.number())});
+    subject_t subject(
+        daemon, {"LD_PRELOAD=" + counter, fmt::format("{}=/proc/{}/fd/{}", HEAP_COUNT_FILE, getpid(), file.number())});
     subject.start();
     for (heap_use_t &use : counts.of)
         use.most = use.held;

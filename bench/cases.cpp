@@ -16,7 +16,7 @@
 
 namespace {
 
-bpdu_t neighbour;       // the BPDU that port 1 hears
+bpdu_t neighbour;        // the BPDU that port 1 hears
 uint32_t neighbour_cost; // its root path cost
 rstp_msg_t message;
 

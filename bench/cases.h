@@ -7,10 +7,10 @@
 
 struct bench_case_t {
     const char *name;
-    const char *what;    ///< for the table
-    void (*prepare)();   ///< brings the daemon into the state that the case needs
-    void (*next)();      ///< varies the input; not measured
-    void (*call)();      ///< the measured call
+    const char *what;  ///< for the table
+    void (*prepare)(); ///< brings the daemon into the state that the case needs
+    void (*next)();    ///< varies the input; not measured
+    void (*call)();    ///< the measured call
 };
 
 std::span<const bench_case_t> bench_cases();

@@ -37,8 +37,7 @@ feed_t::feed_t(const lab::node_t &node)
 
 void feed_t::put(const std::vector<uint8_t> &message)
 {
-    lab::checked(static_cast<int>(write(pipe_.number(), message.data(), message.size())),
-                 "write to the control pipe");
+    lab::checked(static_cast<int>(write(pipe_.number(), message.data(), message.size())), "write to the control pipe");
 }
 
 void feed_t::take_part()

@@ -42,7 +42,6 @@ struct board_link_answer_t {
 };
 
 static_assert(sizeof(board_head_t) == 16);
-static_assert(sizeof(board_mdio_request_t) == 16 + sizeof(mdio_multi_t) &&
-              offsetof(board_mdio_request_t, batch) == 16);
+static_assert(sizeof(board_mdio_request_t) == 16 + sizeof(mdio_multi_t) && offsetof(board_mdio_request_t, batch) == 16);
 static_assert(sizeof(board_link_answer_t) == 16 + sizeof(link_mon_status_t) &&
               offsetof(board_link_answer_t, status) == 16);

@@ -116,12 +116,10 @@ port_t *STP_OUT_port(uint32_t port_index) { return record_of(port_index); }
 port_t *STP_OUT_sending_port(uint32_t port_index) { return lvt_rstp_vars.by_l2port[port_index - 1]; }
 uint8_t STP_OUT_force_version() { return lvt_rstp_vars.config.force_version; }
 
-int STP_OUT_tx_bpdu(uint32_t port_index, uint16_t /*vlan_id*/, const uint8_t *frame, uint16_t /*tag*/,
-                    size_t length)
+int STP_OUT_tx_bpdu(uint32_t port_index, uint16_t /*vlan_id*/, const uint8_t *frame, uint16_t /*tag*/, size_t length)
 {
-    STP_ASSERT(l2port_is_poag(port_index),
-               "((port_index) > 0 && (port_index) <= (((6) * 1)) + ((3 * 1)+(0 )))", SOURCE, 1314,
-               "STP_OUT_tx_bpdu");
+    STP_ASSERT(l2port_is_poag(port_index), "((port_index) > 0 && (port_index) <= (((6) * 1)) + ((3 * 1)+(0 )))", SOURCE,
+               1314, "STP_OUT_tx_bpdu");
 
     port_t *port = STP_OUT_sending_port(port_index);
     if (!port)
@@ -311,8 +309,8 @@ void lvt_rstp_vlan_add(uint16_t vid, const uint8_t *members)
         if (!bridge)
             return;
         if (vid == LVT_RSTP_DEFAULT_VLAN) {
-            STP_ASSERT(lvt_rstp_vars.default_vlan == nullptr,
-                       "(&lvt_rstp_vars)->default_vlan == ((void *)0)", SOURCE, 0, "lvt_rstp_vlan_add");
+            STP_ASSERT(lvt_rstp_vars.default_vlan == nullptr, "(&lvt_rstp_vars)->default_vlan == ((void *)0)", SOURCE,
+                       0, "lvt_rstp_vlan_add");
             lvt_rstp_vars.default_vlan = bridge;
         }
     }
@@ -368,17 +366,13 @@ bool is_well_formed(const uint8_t *frame, uint32_t length)
 }
 
 /// True when the engine knows the link to be so already, or it is neither up nor down.
-bool is_known_link(const port_t *port, uint32_t link)
-{
-    return link > 1 || port->portEnabled == link;
-}
+bool is_known_link(const port_t *port, uint32_t link) { return link > 1 || port->portEnabled == link; }
 
 } // namespace
 
 int lvt_rstp_receive(uint32_t from_port, const uint8_t *frame, uint32_t length)
 {
-    STP_ASSERT(from_port <= RSTP_PHYSICAL_PORTS, "((from_port) <= (((6) * 1)))", SOURCE, 1197,
-               "lvt_rstp_receive");
+    STP_ASSERT(from_port <= RSTP_PHYSICAL_PORTS, "((from_port) <= (((6) * 1)))", SOURCE, 1197, "lvt_rstp_receive");
     STP_ASSERT(frame != nullptr, "bpdu != ((void *)0)", SOURCE, 1198, "lvt_rstp_receive");
     if (from_port == 0)
         return -1;
@@ -395,8 +389,7 @@ int lvt_rstp_receive(uint32_t from_port, const uint8_t *frame, uint32_t length)
 
 void lvt_rstp_linkstate_changed(uint32_t portno, uint32_t link)
 {
-    STP_ASSERT(portno <= RSTP_PHYSICAL_PORTS, "((portno) <= (((6) * 1)))", SOURCE, 1112,
-               "lvt_rstp_linkstate_changed");
+    STP_ASSERT(portno <= RSTP_PHYSICAL_PORTS, "((portno) <= (((6) * 1)))", SOURCE, 1112, "lvt_rstp_linkstate_changed");
     if (!lvt_rstp_vars.initialised)
         return;
     lvt_rstp_run_pending();
@@ -434,9 +427,8 @@ void lvt_rstp_tick()
     for (port_t &port : lvt_rstp_vars.ports) {
         if (boring_port(&port))
             continue;
-        for (uint8_t *timer : {&port.fdWhile, &port.helloWhen, &port.mdelayWhile, &port.rbWhile,
-                               &port.rcvdInfoWhile, &port.rrWhile, &port.tcWhile, &port.txCount,
-                               &port.edgeDelayWhile})
+        for (uint8_t *timer : {&port.fdWhile, &port.helloWhen, &port.mdelayWhile, &port.rbWhile, &port.rcvdInfoWhile,
+                               &port.rrWhile, &port.tcWhile, &port.txCount, &port.edgeDelayWhile})
             if (*timer)
                 --*timer;
     }

@@ -15,10 +15,10 @@
 struct lvt_rstp_vars_t {
     uint8_t initialised; ///< 0 until the defaults are applied
     lvt_rstp_system_config_t config;
-    port_t ports[RSTP_PORTS];                   ///< by l2port - 1: ports 1 to 6, groups 7 to 9
-    port_t *by_l2port[RSTP_PORTS];              ///< who sends for it; null: a group that was deleted
+    port_t ports[RSTP_PORTS];                    ///< by l2port - 1: ports 1 to 6, groups 7 to 9
+    port_t *by_l2port[RSTP_PORTS];               ///< who sends for it; null: a group that was deleted
     port_t *representative[RSTP_PHYSICAL_PORTS]; ///< who stands for it: itself or its group
-    uint16_t time;                              ///< ticks
+    uint16_t time;                               ///< ticks
     stpm_t *bridges;
     stpm_t *default_vlan; ///< the bridge of VLAN 1
     stpm_t *free_bridges;
@@ -155,10 +155,10 @@ struct lvt_rstp_port_status_t {
     bridge_id_t designated_bridge;
     uint32_t designated_port; ///< port identifier
     lvt_rstp_port_role_t role;
-    uint8_t state;       ///< 1 blocking, 3 learning, 4 forwarding; 0 and 5 as the role
+    uint8_t state; ///< 1 blocking, 3 learning, 4 forwarding; 0 and 5 as the role
     uint8_t is_p2p;
     uint8_t is_edge;
-    uint8_t stp_neigb;   ///< the neighbour speaks STP only
+    uint8_t stp_neigb; ///< the neighbour speaks STP only
     uint32_t oper_pathcost;
     uint32_t part_of_aggr; ///< 7 to 9, or 0
     uint8_t stp_viewable;

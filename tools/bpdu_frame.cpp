@@ -5,9 +5,12 @@
 uint32_t bpdu_octets(uint8_t type)
 {
     switch (type) {
-    case BPDU_TYPE_TCN: return BPDU_TCN_OCTETS;
-    case BPDU_TYPE_RST: return BPDU_RST_OCTETS;
-    default: return BPDU_CONFIG_OCTETS;
+    case BPDU_TYPE_TCN:
+        return BPDU_TCN_OCTETS;
+    case BPDU_TYPE_RST:
+        return BPDU_RST_OCTETS;
+    default:
+        return BPDU_CONFIG_OCTETS;
     }
 }
 

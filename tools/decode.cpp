@@ -60,10 +60,7 @@ private:
     octets_t octets_;
 };
 
-std::string number(uint64_t value)
-{
-    return fmt::to_string(value);
-}
+std::string number(uint64_t value) { return fmt::to_string(value); }
 
 // ---- frames ----------------------------------------------------------------------------
 
@@ -84,10 +81,14 @@ std::string tag_words(uint8_t last)
 const char *bpdu_name(uint8_t type)
 {
     switch (type) {
-    case BPDU_TYPE_CONFIG: return "configuration BPDU";
-    case BPDU_TYPE_RST: return "RST BPDU";
-    case BPDU_TYPE_TCN: return "topology change notification";
-    default: return "BPDU of unknown type";
+    case BPDU_TYPE_CONFIG:
+        return "configuration BPDU";
+    case BPDU_TYPE_RST:
+        return "RST BPDU";
+    case BPDU_TYPE_TCN:
+        return "topology change notification";
+    default:
+        return "BPDU of unknown type";
     }
 }
 
@@ -100,10 +101,7 @@ std::string version_words(uint8_t version)
                                       : "");
 }
 
-std::string time_words(const uint8_t *time)
-{
-    return fmt::format("{} s", bpdu_get16(time) / 256.0);
-}
+std::string time_words(const uint8_t *time) { return fmt::format("{} s", bpdu_get16(time) / 256.0); }
 
 std::string port_id_words(const uint8_t *id)
 {
@@ -245,15 +243,30 @@ void add_control_body(fields_t &fields, size_t at, uint8_t type, size_t size)
 {
     const size_t before = fields.fields.size();
     switch (type) {
-    case RSTP_MSG_BPDU: add_frame(fields, at); break;
-    case RSTP_MSG_PORT_STATUS: add_port_statuses(fields, at); break;
-    case RSTP_MSG_AGGR_STATUS: add_aggr_status(fields, at); break;
-    case RSTP_MSG_SYSTEM_CONFIG: add_system_config(fields, at); break;
-    case RSTP_MSG_AGGR_CONFIG: add_port_config(fields, at, "groups"); break;
+    case RSTP_MSG_BPDU:
+        add_frame(fields, at);
+        break;
+    case RSTP_MSG_PORT_STATUS:
+        add_port_statuses(fields, at);
+        break;
+    case RSTP_MSG_AGGR_STATUS:
+        add_aggr_status(fields, at);
+        break;
+    case RSTP_MSG_SYSTEM_CONFIG:
+        add_system_config(fields, at);
+        break;
+    case RSTP_MSG_AGGR_CONFIG:
+        add_port_config(fields, at, "groups");
+        break;
     case RSTP_MSG_PORT_CONFIG:
-    case RSTP_MSG_PORT_CONFIG_ONLY: add_port_configs(fields, at); break;
-    case RSTP_MSG_LACP_ENABLE: add_flags(fields, at, "LACP"); break;
-    default: break;
+    case RSTP_MSG_PORT_CONFIG_ONLY:
+        add_port_configs(fields, at);
+        break;
+    case RSTP_MSG_LACP_ENABLE:
+        add_flags(fields, at, "LACP");
+        break;
+    default:
+        break;
     }
     if (before == fields.fields.size() && size)
         fields.add(at, size, "body", "");
@@ -333,8 +346,8 @@ decoded_t decode_mux(octets_t octets)
     fields.add(0, message, message.reserved1, "reserved", "");
     fields.add(0, message, message.forwarding, "forwarding", message.forwarding ? "yes" : "no");
     fields.add(0, message, message.reserved2, "reserved", "");
-    const std::string says = fmt::format("port {} {}", message.l2port,
-                                         message.forwarding ? "forwards" : "does not forward");
+    const std::string says =
+        fmt::format("port {} {}", message.l2port, message.forwarding ? "forwards" : "does not forward");
     return {.title = fmt::format("message to the port multiplexer, {}", fields.truncated ? "cut off" : says),
             .fields = fields.fields,
             .fault = fields.truncated ? "the message is cut off" : "",
@@ -405,11 +418,16 @@ std::string frame_summary(octets_t frame)
 decoded_t decode(octets_t octets, kind_t kind)
 {
     switch (kind == kind_t::any ? kind_by_magic(octets) : kind) {
-    case kind_t::control: return decode_control(octets);
-    case kind_t::lacp: return decode_lacp(octets);
-    case kind_t::mux: return decode_mux(octets);
-    case kind_t::frame: return decode_frame(octets);
-    case kind_t::any: break;
+    case kind_t::control:
+        return decode_control(octets);
+    case kind_t::lacp:
+        return decode_lacp(octets);
+    case kind_t::mux:
+        return decode_mux(octets);
+    case kind_t::frame:
+        return decode_frame(octets);
+    case kind_t::any:
+        break;
     }
 
     decoded_t frame = decode_frame(octets);

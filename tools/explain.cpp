@@ -23,13 +23,14 @@ record_t record_of(std::span<const uint8_t> body)
 std::string explain_system_config(std::span<const uint8_t> body)
 {
     const auto config = record_of<lvt_rstp_system_config_t>(body);
-    return fmt::format("  priority       {}\n"
-                       "  max age        {} s\n"
-                       "  hello time     {} s\n"
-                       "  forward delay  {} s\n"
-                       "  force version  {} ({})\n",
-                       config.bridge_priority, config.max_age, config.hello_time, config.forward_delay,
-                       config.force_version, force_version_word(config.force_version));
+    return fmt::format(
+        "  priority       {}\n"
+        "  max age        {} s\n"
+        "  hello time     {} s\n"
+        "  forward delay  {} s\n"
+        "  force version  {} ({})\n",
+        config.bridge_priority, config.max_age, config.hello_time, config.forward_delay, config.force_version,
+        force_version_word(config.force_version));
 }
 
 std::string port_config_heading(const char *first)
@@ -57,8 +58,7 @@ std::string explain_port_configs(std::span<const uint8_t> body)
 /// A group's edge the daemon takes from its members, whatever the message says.
 std::string explain_aggr_config(std::span<const uint8_t> body)
 {
-    return port_config_heading("groups") +
-           port_config_line("7 to 9", record_of<lvt_rstp_port_config_t>(body), "-");
+    return port_config_heading("groups") + port_config_line("7 to 9", record_of<lvt_rstp_port_config_t>(body), "-");
 }
 
 std::string explain_aggr_status(std::span<const uint8_t> body)

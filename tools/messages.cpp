@@ -57,10 +57,7 @@ std::vector<uint8_t> port_config_only_message(const port_configs_t &configs)
     return raw_message(RSTP_MSG_PORT_CONFIG_ONLY, octets_of(configs));
 }
 
-std::vector<uint8_t> work_flush_message()
-{
-    return raw_message(RSTP_MSG_WORK_FLUSH, {});
-}
+std::vector<uint8_t> work_flush_message() { return raw_message(RSTP_MSG_WORK_FLUSH, {}); }
 
 std::vector<uint8_t> lacp_enable_message(const lacp_enables_t &enables)
 {

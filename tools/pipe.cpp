@@ -28,13 +28,15 @@ std::string explain(int error, const std::string &path)
     case EPIPE:
         return fmt::format("no reader on {}: is the daemon running? Start it.", path);
     case EAGAIN:
-        return fmt::format("{} is full: the daemon hangs or is stopped. Look at what it printed last, and start it "
-                           "again.",
-                           path);
+        return fmt::format(
+            "{} is full: the daemon hangs or is stopped. Look at what it printed last, and start it "
+            "again.",
+            path);
     case EBUSY:
-        return fmt::format("{} holds what the daemon has not read: it hangs or is stopped. Look at what it printed "
-                           "last, and start it again.",
-                           path);
+        return fmt::format(
+            "{} holds what the daemon has not read: it hangs or is stopped. Look at what it printed "
+            "last, and start it again.",
+            path);
     case EACCES:
     case EPERM:
         return fmt::format("no permission to write to {}: try it as root", path);
@@ -46,10 +48,7 @@ std::string explain(int error, const std::string &path)
     }
 }
 
-pipe_result_t failure(int error, const std::string &path)
-{
-    return {error, explain(error, path)};
-}
+pipe_result_t failure(int error, const std::string &path) { return {error, explain(error, path)}; }
 
 /// A write whose error does not come as a signal, whatever the program does with SIGPIPE.
 ssize_t write_quietly(int fd, std::span<const uint8_t> octets)
@@ -117,13 +116,14 @@ bool wait_until_empty(int fd, std::chrono::milliseconds patience)
 }
 
 /// Opens the pipe for one use of it, which never waits for a reader.
-template <typename use_t> pipe_result_t with_open_pipe(const std::string &path, use_t use)
+template <typename use_t>
+pipe_result_t with_open_pipe(const std::string &path, use_t use)
 {
     const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (fd < 0)
         return failure(errno, path);
     struct stat status;
-    const pipe_result_t result = fstat(fd, &status) != 0      ? failure(errno, path)
+    const pipe_result_t result = fstat(fd, &status) != 0     ? failure(errno, path)
                                  : !S_ISFIFO(status.st_mode) ? failure(ENOTSUP, path)
                                                              : use(fd);
     close(fd);

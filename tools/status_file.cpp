@@ -169,8 +169,8 @@ void read_counts(lines_t &lines, int number, port_status_t &port)
 {
     pieces_t line = lines.next();
     line.literal(fmt::format("port{:02}=", number)).count(port.sent.rstp);
-    for (uint32_t *value : {&port.sent.stp, &port.sent.tcn, &port.received.rstp, &port.received.stp,
-                            &port.received.tcn, &port.illegal, &port.unknown})
+    for (uint32_t *value : {&port.sent.stp, &port.sent.tcn, &port.received.rstp, &port.received.stp, &port.received.tcn,
+                            &port.illegal, &port.unknown})
         line.literal(",").count(*value);
     lines.judge(line, fmt::format("the counters of port {}", number));
 }
@@ -205,10 +205,7 @@ std::optional<bridge_status_t> parse_status(const std::string &text, std::string
     return {};
 }
 
-std::string bridge_id_text(const bridge_id_t &id)
-{
-    return fmt::format("{}/{:02x}", id.prio, fmt::join(id.addr, ":"));
-}
+std::string bridge_id_text(const bridge_id_t &id) { return fmt::format("{}/{:02x}", id.prio, fmt::join(id.addr, ":")); }
 
 bool same_bridge(const bridge_id_t &a, const bridge_id_t &b)
 {

@@ -8,31 +8,29 @@
 #include "rstp/bpdu.h"
 #include "tools/rules.h"
 
-const char *on_off(uint8_t value)
-{
-    return value ? "on" : "off";
-}
+const char *on_off(uint8_t value) { return value ? "on" : "off"; }
 
-const char *point_to_point_word(uint8_t value)
-{
-    return value == 0 ? "on" : value == 1 ? "off" : "auto";
-}
+const char *point_to_point_word(uint8_t value) { return value == 0 ? "on" : value == 1 ? "off" : "auto"; }
 
-std::string path_cost_word(uint32_t cost)
-{
-    return cost ? fmt::to_string(cost) : "auto";
-}
+std::string path_cost_word(uint32_t cost) { return cost ? fmt::to_string(cost) : "auto"; }
 
 std::string speed_word(uint8_t code)
 {
     switch (code) {
-    case 0: return "10 Mbit/s";
-    case 1: return "100 Mbit/s";
-    case 2: return "1000 Mbit/s";
-    case 3: return "2500 Mbit/s";
-    case 4: return "5000 Mbit/s";
-    case 5: return "10000 Mbit/s";
-    default: return fmt::format("unknown speed {}", code);
+    case 0:
+        return "10 Mbit/s";
+    case 1:
+        return "100 Mbit/s";
+    case 2:
+        return "1000 Mbit/s";
+    case 3:
+        return "2500 Mbit/s";
+    case 4:
+        return "5000 Mbit/s";
+    case 5:
+        return "10000 Mbit/s";
+    default:
+        return fmt::format("unknown speed {}", code);
     }
 }
 
@@ -41,33 +39,37 @@ std::string group_word(uint8_t group)
     return fault_of(GROUP, group).empty() ? fmt::format("in group {}", group) : "alone";
 }
 
-const char *force_version_word(uint8_t version)
-{
-    return version < 2 ? "STP only" : "RSTP";
-}
+const char *force_version_word(uint8_t version) { return version < 2 ? "STP only" : "RSTP"; }
 
 const char *const UNKNOWN_MESSAGE = "unknown message";
 
 const char *message_name(uint8_t type)
 {
     switch (type) {
-    case RSTP_MSG_BPDU: return "received frame";
-    case RSTP_MSG_PORT_STATUS: return "links of ports";
-    case RSTP_MSG_AGGR_STATUS: return "groups of ports";
-    case RSTP_MSG_SYSTEM_CONFIG: return "bridge settings";
-    case RSTP_MSG_AGGR_CONFIG: return "settings of all groups";
-    case RSTP_MSG_PORT_CONFIG: return "port settings";
-    case RSTP_MSG_WORK_FLUSH: return "empty the work table";
-    case RSTP_MSG_PORT_CONFIG_ONLY: return "port settings, queued group work stays queued";
-    case RSTP_MSG_LACP_ENABLE: return "LACP on ports";
-    default: return UNKNOWN_MESSAGE;
+    case RSTP_MSG_BPDU:
+        return "received frame";
+    case RSTP_MSG_PORT_STATUS:
+        return "links of ports";
+    case RSTP_MSG_AGGR_STATUS:
+        return "groups of ports";
+    case RSTP_MSG_SYSTEM_CONFIG:
+        return "bridge settings";
+    case RSTP_MSG_AGGR_CONFIG:
+        return "settings of all groups";
+    case RSTP_MSG_PORT_CONFIG:
+        return "port settings";
+    case RSTP_MSG_WORK_FLUSH:
+        return "empty the work table";
+    case RSTP_MSG_PORT_CONFIG_ONLY:
+        return "port settings, queued group work stays queued";
+    case RSTP_MSG_LACP_ENABLE:
+        return "LACP on ports";
+    default:
+        return UNKNOWN_MESSAGE;
     }
 }
 
-std::string address_text(const uint8_t *octets)
-{
-    return fmt::format("{:02x}", fmt::join(std::span(octets, 6), ":"));
-}
+std::string address_text(const uint8_t *octets) { return fmt::format("{:02x}", fmt::join(std::span(octets, 6), ":")); }
 
 std::string bpdu_bridge_text(const uint8_t *priority, const uint8_t *address)
 {

@@ -34,10 +34,7 @@ void address_age(address_table_t &table, chip_time_t now)
     std::erase_if(table.learned, [&](const auto &entry) { return has_aged(table, entry.second, now); });
 }
 
-void address_flush(address_table_t &table)
-{
-    table.learned.clear();
-}
+void address_flush(address_table_t &table) { table.learned.clear(); }
 
 void address_flush_port(address_table_t &table, unsigned port)
 {

@@ -69,8 +69,7 @@ struct chip_step_t {
 ///
 /// Returns 0, or -1: a count above 44 or an unknown operation executes nothing; a wait that runs
 /// out or an address outside the chip ends the batch there.
-int chip_execute(chip_t &chip, const mdio_multi_t &batch, chip_time_t now,
-                 std::vector<chip_step_t> *steps = nullptr);
+int chip_execute(chip_t &chip, const mdio_multi_t &batch, chip_time_t now, std::vector<chip_step_t> *steps = nullptr);
 
 /// The word that reading register `reg` gives at `now`, busy bit included.
 std::uint32_t chip_read(const chip_t &chip, std::uint32_t reg, chip_time_t now);
@@ -110,14 +109,13 @@ const char *chip_drop_name(chip_drop_t drop);
 
 /// Where a frame goes.
 struct chip_verdict_t {
-    std::uint8_t ports = 0; ///< bit p: it leaves through chip port p
-    bool trapped = false;   ///< it goes to the CPU, and nowhere else
+    std::uint8_t ports = 0;               ///< bit p: it leaves through chip port p
+    bool trapped = false;                 ///< it goes to the CPU, and nowhere else
     chip_drop_t drop = chip_drop_t::none; ///< why it goes nowhere
 };
 
 /// Takes a frame that came in at chip port 1 to 6, without its check sequence.
-chip_verdict_t chip_receive(chip_t &chip, unsigned port, std::span<const std::uint8_t> frame,
-                            chip_time_t now);
+chip_verdict_t chip_receive(chip_t &chip, unsigned port, std::span<const std::uint8_t> frame, chip_time_t now);
 
 /// Takes a frame from the CPU. Its tag names the ports by which it leaves, whatever their state
 /// is, but a disabled port sends nothing. The tag is still in `frame`: see chip_untag.

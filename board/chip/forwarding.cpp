@@ -22,15 +22,9 @@ bool is_tagged(std::span<const std::uint8_t> frame)
            (tag[RSTP_CPU_TAG_PORTS] & ALWAYS) == ALWAYS;
 }
 
-bool state_learns(unsigned state)
-{
-    return state == 3 || state == 4 || state == 5;
-}
+bool state_learns(unsigned state) { return state == 3 || state == 4 || state == 5; }
 
-bool state_forwards(unsigned state)
-{
-    return state == 4 || state == 5;
-}
+bool state_forwards(unsigned state) { return state == 4 || state == 5; }
 
 mac_t mac_at(std::span<const std::uint8_t> frame, std::size_t offset)
 {
@@ -49,10 +43,7 @@ bool same_logical_port(const chip_t &chip, unsigned a, unsigned b)
     return a == b || (chip.trunk[a] != 0 && chip.trunk[a] == chip.trunk[b]);
 }
 
-std::uint8_t bit(unsigned port)
-{
-    return static_cast<std::uint8_t>(1u << port);
-}
+std::uint8_t bit(unsigned port) { return static_cast<std::uint8_t>(1u << port); }
 
 // The one port, as a bit, by which a frame leaves towards `port` or the trunk that it belongs to;
 // 0 when none can send. The addresses choose the member, so that a flow keeps its order.
@@ -122,15 +113,9 @@ void count_sent(chip_t &chip, std::uint8_t ports)
 
 } // namespace
 
-void chip_link_set(chip_t &chip, unsigned port, bool up)
-{
-    chip.link.at(port) = up;
-}
+void chip_link_set(chip_t &chip, unsigned port, bool up) { chip.link.at(port) = up; }
 
-void chip_trunk_set(chip_t &chip, unsigned port, std::uint8_t group)
-{
-    chip.trunk.at(port) = group;
-}
+void chip_trunk_set(chip_t &chip, unsigned port, std::uint8_t group) { chip.trunk.at(port) = group; }
 
 chip_verdict_t chip_receive(chip_t &chip, unsigned port, std::span<const std::uint8_t> frame, chip_time_t now)
 {

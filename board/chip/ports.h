@@ -12,13 +12,7 @@ constexpr unsigned CHIP_CPU_PORT = 0;
 constexpr std::array<std::uint8_t, CHIP_PORTS> PORT_WIRING = {0, 1, 2, 3, 4, 6, 5};
 
 /// The chip port behind front port 1 to 6.
-constexpr unsigned chip_port_of_front(unsigned front)
-{
-    return PORT_WIRING.at(front);
-}
+constexpr unsigned chip_port_of_front(unsigned front) { return PORT_WIRING.at(front); }
 
 /// The front port that chip port 1 to 6 leads to.
-constexpr unsigned front_port_of_chip(unsigned chip_port)
-{
-    return PORT_WIRING.at(chip_port);
-}
+constexpr unsigned front_port_of_chip(unsigned chip_port) { return PORT_WIRING.at(chip_port); }

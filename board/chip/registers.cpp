@@ -99,8 +99,7 @@ bool execute(chip_t &chip, const mdio_op_t &op)
         write_register(chip, op.reg, op.value);
         return true;
     case MDIO_OP_MODIFY:
-        write_register(chip, op.reg,
-                       (chip_read(chip, op.reg, chip.clock) & ~op.mask) | (op.value & op.mask));
+        write_register(chip, op.reg, (chip_read(chip, op.reg, chip.clock) & ~op.mask) | (op.value & op.mask));
         return true;
     case MDIO_OP_WAIT:
         return wait_for(chip, op);
@@ -123,21 +122,13 @@ std::optional<unsigned> port_of_control_register(std::uint32_t reg)
     return std::nullopt;
 }
 
-address_words_t address_words(const chip_t &chip)
-{
-    return stored_words<ADDRESS_WORDS>(chip, REG_ADDRESS_DATA);
-}
+address_words_t address_words(const chip_t &chip) { return stored_words<ADDRESS_WORDS>(chip, REG_ADDRESS_DATA); }
 
-rule_words_t rule_words(const chip_t &chip)
-{
-    return stored_words<RULE_WORDS>(chip, REG_RULE_DATA);
-}
+rule_words_t rule_words(const chip_t &chip) { return stored_words<RULE_WORDS>(chip, REG_RULE_DATA); }
 
 mac_t address_of_words(const address_words_t &words)
 {
-    const auto octet = [](std::uint32_t word, unsigned shift) {
-        return static_cast<std::uint8_t>(word >> shift);
-    };
+    const auto octet = [](std::uint32_t word, unsigned shift) { return static_cast<std::uint8_t>(word >> shift); };
     return {octet(words[1], 8),  octet(words[1], 0), octet(words[0], 24),
             octet(words[0], 16), octet(words[0], 8), octet(words[0], 0)};
 }

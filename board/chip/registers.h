@@ -43,21 +43,15 @@ std::optional<unsigned> port_of_control_register(std::uint32_t reg);
 // ---- commands ----------------------------------------------------------------------------
 
 enum class address_command_t : std::uint8_t {
-    delete_all = 0x04,  ///< every learned entry
-    flush_port = 0x05,  ///< the learned entries of the port in bits 8 and up
-    install = 0x22,     ///< a static entry, from the data words
-    remove = 0x23,      ///< the static entry that the data words name
+    delete_all = 0x04, ///< every learned entry
+    flush_port = 0x05, ///< the learned entries of the port in bits 8 and up
+    install = 0x22,    ///< a static entry, from the data words
+    remove = 0x23,     ///< the static entry that the data words name
 };
 
-constexpr address_command_t address_command(std::uint32_t word)
-{
-    return static_cast<address_command_t>(word & 0xFF);
-}
+constexpr address_command_t address_command(std::uint32_t word) { return static_cast<address_command_t>(word & 0xFF); }
 
-constexpr unsigned address_command_port(std::uint32_t word)
-{
-    return word >> 8 & 0xFF;
-}
+constexpr unsigned address_command_port(std::uint32_t word) { return word >> 8 & 0xFF; }
 
 using address_words_t = std::array<std::uint32_t, ADDRESS_WORDS>;
 using rule_words_t = std::array<std::uint32_t, RULE_WORDS>;
@@ -70,13 +64,7 @@ rule_words_t rule_words(const chip_t &chip);
 /// last octet lowest; the second word's lower half holds the first two.
 mac_t address_of_words(const address_words_t &words);
 
-constexpr unsigned rule_command_entry(std::uint32_t word)
-{
-    return word & 0x7F;
-}
+constexpr unsigned rule_command_entry(std::uint32_t word) { return word & 0x7F; }
 
 /// 0 pattern, 1 mask, 2 action; 3 is none.
-constexpr unsigned rule_command_part(std::uint32_t word)
-{
-    return word >> 8 & 0x3;
-}
+constexpr unsigned rule_command_part(std::uint32_t word) { return word >> 8 & 0x3; }

@@ -60,8 +60,7 @@ std::string write_words(const chip_t &chip, std::uint32_t reg, std::uint32_t wor
         return fmt::format("rule table: data word {} = {:08x}", (reg - REG_RULE_DATA) / 4, word);
     if (const auto port = port_of_control_register(reg)) {
         const unsigned state = (word & PORT_STATE_MASK) >> PORT_STATE_SHIFT;
-        return fmt::format("{}: control {:08x}, state {} {}", port_words(*port), word, state,
-                           chip_state_name(state));
+        return fmt::format("{}: control {:08x}, state {} {}", port_words(*port), word, state, chip_state_name(state));
     }
     return fmt::format("register 0x{:03x} = {:08x}", reg, word);
 }
@@ -102,24 +101,36 @@ std::string chip_describe(const chip_t &chip, const mdio_op_t &op)
 const char *chip_state_name(unsigned state)
 {
     switch (state) {
-    case 0: return "disabled";
-    case 1: return "discarding";
-    case 3: return "learning";
-    case 4: return "forwarding";
-    case 5: return "forwarding (no spanning tree)";
-    default: return "unknown";
+    case 0:
+        return "disabled";
+    case 1:
+        return "discarding";
+    case 3:
+        return "learning";
+    case 4:
+        return "forwarding";
+    case 5:
+        return "forwarding (no spanning tree)";
+    default:
+        return "unknown";
     }
 }
 
 const char *chip_drop_name(chip_drop_t drop)
 {
     switch (drop) {
-    case chip_drop_t::none: return "not dropped";
-    case chip_drop_t::runt: return "runt";
-    case chip_drop_t::link_down: return "link down";
-    case chip_drop_t::state: return "port state";
-    case chip_drop_t::nowhere: return "nowhere to go";
-    case chip_drop_t::untagged: return "untagged";
+    case chip_drop_t::none:
+        return "not dropped";
+    case chip_drop_t::runt:
+        return "runt";
+    case chip_drop_t::link_down:
+        return "link down";
+    case chip_drop_t::state:
+        return "port state";
+    case chip_drop_t::nowhere:
+        return "nowhere to go";
+    case chip_drop_t::untagged:
+        return "untagged";
     }
     return "";
 }

@@ -18,10 +18,7 @@ namespace {
 constexpr timeval PATIENCE = {2, 0};
 constexpr std::size_t ANSWER_OCTETS_MAX = 1 << 20;
 
-[[noreturn]] void fail(const std::string &what)
-{
-    throw board_error_t(what + ": " + std::strerror(errno));
-}
+[[noreturn]] void fail(const std::string &what) { throw board_error_t(what + ": " + std::strerror(errno)); }
 
 } // namespace
 
@@ -89,18 +86,14 @@ nlohmann::json board_client_t::ask(const nlohmann::json &request)
     return answer;
 }
 
-nlohmann::json board_client_t::show(const std::string &what)
-{
-    return ask({{"show", what}});
-}
+nlohmann::json board_client_t::show(const std::string &what) { return ask({{"show", what}}); }
 
 std::vector<board_port_t> board_client_t::ports()
 {
     std::vector<board_port_t> ports;
     for (const auto &port : show("ports"))
-        ports.push_back({port.at("port"), port.at("chip"), port.at("present"), port.at("link"),
-                         port.at("mbit"), port.at("full_duplex"), port.at("state"), port.at("state_name"),
-                         port.at("trunk")});
+        ports.push_back({port.at("port"), port.at("chip"), port.at("present"), port.at("link"), port.at("mbit"),
+                         port.at("full_duplex"), port.at("state"), port.at("state_name"), port.at("trunk")});
     return ports;
 }
 
@@ -135,42 +128,24 @@ bool board_client_t::is_trapped(const std::string &address)
     return false;
 }
 
-nlohmann::json board_client_t::messages()
-{
-    return show("messages");
-}
+nlohmann::json board_client_t::messages() { return show("messages"); }
 
 void board_client_t::set_speed(unsigned front, unsigned mbit, bool full_duplex)
 {
     ask({{"set", "speed"}, {"port", front}, {"mbit", mbit}, {"full_duplex", full_duplex}});
 }
 
-void board_client_t::clear_speed(unsigned front)
-{
-    ask({{"set", "speed"}, {"port", front}});
-}
+void board_client_t::clear_speed(unsigned front) { ask({{"set", "speed"}, {"port", front}}); }
 
 void board_client_t::set_trunk(unsigned group, const std::vector<unsigned> &fronts)
 {
     ask({{"set", "trunk"}, {"group", group}, {"ports", fronts}});
 }
 
-void board_client_t::set_mdio_failures(std::uint64_t batches)
-{
-    ask({{"set", "mdio-fail"}, {"value", batches}});
-}
+void board_client_t::set_mdio_failures(std::uint64_t batches) { ask({{"set", "mdio-fail"}, {"value", batches}}); }
 
-void board_client_t::set_mdio_fail(bool on)
-{
-    ask({{"set", "mdio-fail"}, {"value", on}});
-}
+void board_client_t::set_mdio_fail(bool on) { ask({{"set", "mdio-fail"}, {"value", on}}); }
 
-void board_client_t::set_link_fail(bool on)
-{
-    ask({{"set", "link-fail"}, {"value", on}});
-}
+void board_client_t::set_link_fail(bool on) { ask({{"set", "link-fail"}, {"value", on}}); }
 
-void board_client_t::set_pipes_unread(bool on)
-{
-    ask({{"set", "pipes-unread"}, {"value", on}});
-}
+void board_client_t::set_pipes_unread(bool on) { ask({{"set", "pipes-unread"}, {"value", on}}); }

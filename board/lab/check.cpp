@@ -90,21 +90,18 @@ const trial_t trials[] = {
          checked(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount");
      },
      [](int error) { return cure_for_namespace(error, "max_mnt_namespaces"); }},
-    {"a /tmp of its own (tmpfs)",
-     [](const user_t &) { checked(mount("tmpfs", "/tmp", "tmpfs", 0, nullptr), "mount"); },
+    {"a /tmp of its own (tmpfs)", [](const user_t &) { checked(mount("tmpfs", "/tmp", "tmpfs", 0, nullptr), "mount"); },
      [](int) { return std::string(CONTAINER_CURE); }},
     {"a network namespace", [](const user_t &) { checked(unshare(CLONE_NEWNET), "unshare"); },
      [](int error) { return cure_for_namespace(error, "max_net_namespaces"); }},
     {"packet sockets",
      [](const user_t &) {
-         const fd_t socket_fd(
-             checked(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)), "socket"));
+         const fd_t socket_fd(checked(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)), "socket"));
      },
      [](int) { return cure_for_module("af_packet"); }},
     {"virtual Ethernet cables (veth)", [](const user_t &) { make_link("name a0 type veth peer name a1"); },
      [](int) { return cure_for_module("veth"); }},
-    {"a kernel bridge with spanning tree",
-     [](const user_t &) { make_link("name br0 type bridge stp_state 1"); },
+    {"a kernel bridge with spanning tree", [](const user_t &) { make_link("name br0 type bridge stp_state 1"); },
      [](int) { return cure_for_module("bridge"); }},
     {"a process namespace", [](const user_t &) { checked(unshare(CLONE_NEWPID), "unshare"); },
      [](int error) { return cure_for_namespace(error, "max_pid_namespaces"); }},
@@ -131,10 +128,7 @@ struct failure_t {
     _exit(0);
 }
 
-const char *reason_of(int error)
-{
-    return error == ENOSPC ? "no more of them are allowed" : std::strerror(error);
-}
+const char *reason_of(int error) { return error == ENOSPC ? "no more of them are allowed" : std::strerror(error); }
 
 std::string text_of(const std::vector<lack_t> &lacks)
 {
@@ -146,10 +140,7 @@ std::string text_of(const std::vector<lack_t> &lacks)
 
 } // namespace
 
-cannot_run_t::cannot_run_t(std::vector<lack_t> lacks)
-    : std::runtime_error(text_of(lacks)), lacks_(std::move(lacks))
-{
-}
+cannot_run_t::cannot_run_t(std::vector<lack_t> lacks) : std::runtime_error(text_of(lacks)), lacks_(std::move(lacks)) {}
 
 std::vector<lack_t> find_lacks()
 {
@@ -173,8 +164,7 @@ std::vector<lack_t> find_lacks()
     failure_t failure;
     if (read(report.number(), &failure, sizeof failure) == sizeof failure) {
         const trial_t &trial = trials[failure.trial];
-        lacks.push_back(
-            {fmt::format("{}: {}", trial.what, reason_of(failure.error)), trial.cure(failure.error)});
+        lacks.push_back({fmt::format("{}: {}", trial.what, reason_of(failure.error)), trial.cure(failure.error)});
     }
     waitpid(child, nullptr, 0);
     return lacks;

@@ -30,10 +30,9 @@ bool frame_t::kernel_forwards(int port) const
 void pings_t::start(const host_t &from, const host_t &to)
 {
     node_ = &from.node();
-    const fd_t file(
-        checked(open(node_->path(PING_FILE).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), PING_FILE));
-    process_ = node_->start(
-        {.argv = {"ping", "-n", "-i", std::to_string(PING_PAUSE), to.address()}, .out = file.number()});
+    const fd_t file(checked(open(node_->path(PING_FILE).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), PING_FILE));
+    process_ =
+        node_->start({.argv = {"ping", "-n", "-i", std::to_string(PING_PAUSE), to.address()}, .out = file.number()});
 }
 
 /// The numbers of the answered pings, in the order of the answers.
@@ -59,16 +58,13 @@ double pings_t::longest_silence(size_t known) const
     return (longest - 1) * PING_PAUSE;
 }
 
-bool pings_t::any_answered_twice() const
-{
-    return node_->read(PING_FILE).find("DUP!") != std::string::npos;
-}
+bool pings_t::any_answered_twice() const { return node_->read(PING_FILE).find("DUP!") != std::string::npos; }
 
 stage_t::stage_t()
     : ours_({.name = "our switch", .number = 1}),
-      kernel_("kernel bridge", 2, {KERNEL_PRIORITY, MAX_AGE, HELLO_TIME, FORWARD_DELAY}),
-      a_("host A", 3, "10.0.0.1"), b_("host B", 4, "10.0.0.2"), cable1_(ours_.port(1), kernel_port(1)),
-      cable2_(ours_.port(2), kernel_port(2)), cable_a_(ours_.port(3), {&a_.node(), "eth0", a_.node().mac()}),
+      kernel_("kernel bridge", 2, {KERNEL_PRIORITY, MAX_AGE, HELLO_TIME, FORWARD_DELAY}), a_("host A", 3, "10.0.0.1"),
+      b_("host B", 4, "10.0.0.2"), cable1_(ours_.port(1), kernel_port(1)), cable2_(ours_.port(2), kernel_port(2)),
+      cable_a_(ours_.port(3), {&a_.node(), "eth0", a_.node().mac()}),
       cable_b_(kernel_port(3), {&b_.node(), "eth0", b_.node().mac()})
 {
     cable1_.pull();
@@ -102,8 +98,7 @@ frame_t stage_t::next_frame()
         struct stat file;
         if (stat(path.c_str(), &file) != 0)
             return false;
-        const bool same =
-            file.st_mtim.tv_sec == file_time_.tv_sec && file.st_mtim.tv_nsec == file_time_.tv_nsec;
+        const bool same = file.st_mtim.tv_sec == file_time_.tv_sec && file.st_mtim.tv_nsec == file_time_.tv_nsec;
         if (!same)
             status = ours_.status();
         if (status)

@@ -60,10 +60,14 @@ std::string demo_view_t::state_cell(int state) const
 {
     const std::string word = fmt::format("{:<8}", state_word(state));
     switch (state) {
-    case STATE_BLOCKING: return paint(RED, word);
-    case STATE_LEARNING: return paint(YELLOW, word);
-    case STATE_FORWARDING: return paint(GREEN, word);
-    default: return word;
+    case STATE_BLOCKING:
+        return paint(RED, word);
+    case STATE_LEARNING:
+        return paint(YELLOW, word);
+    case STATE_FORWARDING:
+        return paint(GREEN, word);
+    default:
+        return word;
     }
 }
 
@@ -104,10 +108,7 @@ void demo_view_t::show_result(bool good, const std::string &statement) const
     fmt::print("  {}  {}\n", good ? paint(GREEN, "ok    ") : paint(RED, "FAILED"), statement);
 }
 
-void demo_view_t::epilogue() const
-{
-    fmt::print("\n");
-}
+void demo_view_t::epilogue() const { fmt::print("\n"); }
 
 void demo_view_t::check(bool good, const std::string &statement)
 {
@@ -121,8 +122,7 @@ bool demo_view_t::summary(int seconds) const
     fmt::print("\n{}\n", paint(BOLD, "What was checked"));
     for (const result_t &result : results_)
         show_result(result.good, result.statement);
-    const auto good =
-        std::count_if(results_.begin(), results_.end(), [](const result_t &r) { return r.good; });
+    const auto good = std::count_if(results_.begin(), results_.end(), [](const result_t &r) { return r.good; });
     const bool all = static_cast<size_t>(good) == results_.size();
     const std::string verdict = fmt::format("{} of {} ok after {} seconds", good, results_.size(), seconds);
     fmt::print("\n{}\n", paint(all ? GREEN : RED, verdict));

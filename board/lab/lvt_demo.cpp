@@ -56,8 +56,7 @@ bool loop_is_cut_here(const frame_t &frame)
 bool loop_is_cut_there(const frame_t &frame)
 {
     return is_port(frame, 1, ROLE_DESIGNATED, STATE_FORWARDING) &&
-           is_port(frame, 2, ROLE_DESIGNATED, STATE_FORWARDING) &&
-           frame.kernel_forwards(1) != frame.kernel_forwards(2);
+           is_port(frame, 2, ROLE_DESIGNATED, STATE_FORWARDING) && frame.kernel_forwards(1) != frame.kernel_forwards(2);
 }
 
 class demo_t {
@@ -81,15 +80,14 @@ public:
 private:
     void cut_the_loop()
     {
-        view_.act(
-            "The loop is cut",
-            "Two cables between two bridges are a loop, in which a broadcast would circle for ever. "
-            "Spanning\n"
-            "tree is enabled on our ports 1 to 3, and both cables are plugged in. The kernel bridge has the\n"
-            "better priority, so it becomes the root, and our switch blocks its end of the second cable. "
-            "The\n"
-            "kernel bridge speaks only the older STP: our ports fall back to that after 3 seconds, and the\n"
-            "kernel's own ports wait for two forward delays of 4 seconds before they forward.");
+        view_.act("The loop is cut",
+                  "Two cables between two bridges are a loop, in which a broadcast would circle for ever. "
+                  "Spanning\n"
+                  "tree is enabled on our ports 1 to 3, and both cables are plugged in. The kernel bridge has the\n"
+                  "better priority, so it becomes the root, and our switch blocks its end of the second cable. "
+                  "The\n"
+                  "kernel bridge speaks only the older STP: our ports fall back to that after 3 seconds, and the\n"
+                  "kernel's own ports wait for two forward delays of 4 seconds before they forward.");
         enable_ports();
         set_bridge(ORDINARY_PRIORITY);
         plug(1);
@@ -98,8 +96,7 @@ private:
 
         view_.check(same_bridge(last_.ours.root, last_.kernel.bridge) && last_.kernel.root_port == 0,
                     "both bridges say that the kernel bridge is the root");
-        view_.check(cut,
-                    "the loop is cut: port 1 is the root port and forwards, port 2 the alternate and blocks");
+        view_.check(cut, "the loop is cut: port 1 is the root port and forwards, port 2 the alternate and blocks");
         view_.check(chip_state(1) == HW_FORWARDING && chip_state(2) == HW_DISCARDING,
                     "the switch chip does the same: it forwards at port 1 and discards at port 2");
         view_.check(last_.port(1).stp_neighbour && last_.port(2).stp_neighbour,
@@ -118,8 +115,8 @@ private:
         const size_t answers = stage_.pings().answered();
         pull(1);
         const bool took_over = watch([](const frame_t &f) {
-            return is_port(f, 1, ROLE_DISABLED, STATE_DISABLED) &&
-                   is_port(f, 2, ROLE_ROOT, STATE_FORWARDING) && f.replies > 0;
+            return is_port(f, 1, ROLE_DISABLED, STATE_DISABLED) && is_port(f, 2, ROLE_ROOT, STATE_FORWARDING) &&
+                   f.replies > 0;
         });
         const double silence = stage_.pings().longest_silence(answers);
         view_.check(took_over, "port 2 became the root port and forwards; host A reaches host B");
@@ -133,12 +130,11 @@ private:
 
     void become_the_root()
     {
-        view_.act(
-            "Our bridge becomes the root",
-            "Our switch gets the better priority. New settings make its ports try RSTP again, which the "
-            "kernel\n"
-            "bridge ignores; after 3 seconds they speak STP, and it learns who is the root. As the root our\n"
-            "switch opens both its ports, and it is up to the kernel bridge to block its end of one cable.");
+        view_.act("Our bridge becomes the root",
+                  "Our switch gets the better priority. New settings make its ports try RSTP again, which the "
+                  "kernel\n"
+                  "bridge ignores; after 3 seconds they speak STP, and it learns who is the root. As the root our\n"
+                  "switch opens both its ports, and it is up to the kernel bridge to block its end of one cable.");
         set_bridge(BEST_PRIORITY);
         const bool cut =
             watch([](const frame_t &f) { return f.ours.is_root() && loop_is_cut_there(f) && f.replies > 0; });
@@ -153,25 +149,22 @@ private:
     {
         const int lost = last_.kernel_forwards(1) ? 1 : 2;
         const int other = 3 - lost;
-        view_.act(
-            "The open cable breaks",
-            fmt::format("Cable {} is pulled, the one that carries the traffic. Now the kernel bridge has\n"
-                        "to open its end of cable {}. With STP that takes two forward delays.",
-                        lost, other));
+        view_.act("The open cable breaks",
+                  fmt::format("Cable {} is pulled, the one that carries the traffic. Now the kernel bridge has\n"
+                              "to open its end of cable {}. With STP that takes two forward delays.",
+                              lost, other));
         const size_t answers = stage_.pings().answered();
         pull(lost);
         const bool took_over = watch([&](const frame_t &f) {
             return is_port(f, lost, ROLE_DISABLED, STATE_DISABLED) &&
-                   is_port(f, other, ROLE_DESIGNATED, STATE_FORWARDING) && f.kernel_forwards(other) &&
-                   f.replies > 0;
+                   is_port(f, other, ROLE_DESIGNATED, STATE_FORWARDING) && f.kernel_forwards(other) && f.replies > 0;
         });
         const double silence = stage_.pings().longest_silence(answers);
         constexpr int ALLOWED = MAX_AGE + 2 * FORWARD_DELAY;
         view_.check(took_over, fmt::format("cable {} carries the traffic; host A reaches host B", other));
-        view_.check(
-            took_over && silence <= ALLOWED,
-            fmt::format("the hosts were apart for {:.1f} s; STP may take max age + 2 forward delays, {} s",
-                        silence, ALLOWED));
+        view_.check(took_over && silence <= ALLOWED,
+                    fmt::format("the hosts were apart for {:.1f} s; STP may take max age + 2 forward delays, {} s",
+                                silence, ALLOWED));
     }
 
     void enable_ports()
@@ -191,8 +184,8 @@ private:
                                                   .forward_delay = FORWARD_DELAY,
                                                   .force_version = 2,
                                                   .reserved = 0}));
-        view_.event(fmt::format("lvt_rstpctl bridge --priority {} --max-age {} --hello {} --forward-delay {}",
-                                priority, MAX_AGE, HELLO_TIME, FORWARD_DELAY));
+        view_.event(fmt::format("lvt_rstpctl bridge --priority {} --max-age {} --hello {} --forward-delay {}", priority,
+                                MAX_AGE, HELLO_TIME, FORWARD_DELAY));
     }
 
     void pull(int cable)

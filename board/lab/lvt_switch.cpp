@@ -54,12 +54,13 @@ void introduce(const switch_t &device, const world_t &world, const surroundings_
     fmt::print("The switch {} is up. Ctrl-C ends it and leaves nothing behind.\n", device.node().mac());
     for (const std::string &line : surroundings.lines(pid))
         fmt::print("  {}\n", line);
-    fmt::print("From another terminal{}:\n"
-               "  {}/lvt_rstpctl --root /proc/{}/root ports --enable 1,2,3\n"
-               "  cat /proc/{}/root{}\n"
-               "  nsenter -t {}{} --net --mount bash     a shell in the switch;\n"
-               "                                         with a neighbour's --net= one there\n\n",
-               world.unprivileged ? "" : ", as root", programs, pid, pid, STATUS_FILE, pid, user);
+    fmt::print(
+        "From another terminal{}:\n"
+        "  {}/lvt_rstpctl --root /proc/{}/root ports --enable 1,2,3\n"
+        "  cat /proc/{}/root{}\n"
+        "  nsenter -t {}{} --net --mount bash     a shell in the switch;\n"
+        "                                         with a neighbour's --net= one there\n\n",
+        world.unprivileged ? "" : ", as root", programs, pid, pid, STATUS_FILE, pid, user);
     std::fflush(stdout);
 }
 
@@ -86,8 +87,7 @@ int stay(switch_t &device, bool trace)
     if (interrupted)
         return EXIT_SUCCESS;
     process_t &dead = device.board().running() ? device.daemon() : device.board();
-    fmt::print("The {} ended with status {}.\n", &dead == &device.daemon() ? "daemon" : "board",
-               *dead.exit_code());
+    fmt::print("The {} ended with status {}.\n", &dead == &device.daemon() ? "daemon" : "board", *dead.exit_code());
     return EXIT_FAILURE;
 }
 
@@ -143,8 +143,7 @@ void add_options(CLI::App &app, options_t &options)
                    "different ones")
         ->type_name("N")
         ->check(CLI::Range(1, 255).description(""));
-    app.add_option("--daemon", options.settings.daemon,
-                   "Daemon to run instead of the one beside this program");
+    app.add_option("--daemon", options.settings.daemon, "Daemon to run instead of the one beside this program");
     app.add_option("--board", options.settings.board, "Board to run instead of the one beside this program");
     app.footer(FOOTER);
 }

@@ -16,8 +16,8 @@ namespace {
 bridge_id_t bridge_id(const std::string &text)
 {
     unsigned priority = 0, octets[RSTP_MAC_OCTETS] = {};
-    std::sscanf(text.c_str(), "%x.%x:%x:%x:%x:%x:%x", &priority, &octets[0], &octets[1], &octets[2],
-                &octets[3], &octets[4], &octets[5]);
+    std::sscanf(text.c_str(), "%x.%x:%x:%x:%x:%x:%x", &priority, &octets[0], &octets[1], &octets[2], &octets[3],
+                &octets[4], &octets[5]);
     bridge_id_t id = {static_cast<uint16_t>(priority), {}};
     std::copy(std::begin(octets), std::end(octets), id.addr);
     return id;
@@ -29,13 +29,13 @@ kernel_bridge_t::kernel_bridge_t(std::string name, int number, const bridge_sett
     : node_(std::move(name), number)
 {
     constexpr int TICKS = 100; // `ip` takes the times in hundredths of a second
-    node_.ip(fmt::format(
-        "link add name br0 address {} type bridge stp_state 1 priority {} max_age {} hello_time {} "
-        "forward_delay {}\n"
-        "link set br0 addrgenmode none\n"
-        "link set br0 up",
-        node_.mac(), settings.priority, settings.max_age * TICKS, settings.hello_time * TICKS,
-        settings.forward_delay * TICKS));
+    node_.ip(
+        fmt::format("link add name br0 address {} type bridge stp_state 1 priority {} max_age {} hello_time {} "
+                    "forward_delay {}\n"
+                    "link set br0 addrgenmode none\n"
+                    "link set br0 up",
+                    node_.mac(), settings.priority, settings.max_age * TICKS, settings.hello_time * TICKS,
+                    settings.forward_delay * TICKS));
 }
 
 void kernel_bridge_t::add_port(const std::string &interface) const
@@ -58,8 +58,7 @@ kernel_view_t kernel_bridge_t::view() const
         } else if (link.value("master", "") == "br0") {
             const auto &port = info["info_slave_data"];
             const std::string number = port["no"];
-            view.ports[link["ifname"]] = {std::stoi(number, nullptr, 16), port["state"],
-                                          bridge_id(port["root_id"])};
+            view.ports[link["ifname"]] = {std::stoi(number, nullptr, 16), port["state"], bridge_id(port["root_id"])};
         }
     }
 
@@ -77,10 +76,7 @@ host_t::host_t(std::string name, int number, std::string address)
 {
 }
 
-void host_t::set_address() const
-{
-    node_.ip(fmt::format("address add {}/24 dev eth0", address_));
-}
+void host_t::set_address() const { node_.ip(fmt::format("address add {}/24 dev eth0", address_)); }
 
 bool host_t::reaches(const host_t &other, std::chrono::milliseconds patience) const
 {

@@ -39,10 +39,7 @@ void in_thread(const std::function<void()> &action)
         std::rethrow_exception(thrown);
 }
 
-void write_if_allowed(const char *path, const char *text)
-{
-    std::ofstream(path) << text;
-}
+void write_if_allowed(const char *path, const char *text) { std::ofstream(path) << text; }
 
 /// The folder that holds bin/ and lib/ with the running program and its companions.
 std::filesystem::path programs_folder()
@@ -50,10 +47,7 @@ std::filesystem::path programs_folder()
     return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
 }
 
-void make_tmpfs()
-{
-    checked(mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777"), "tmpfs on /tmp");
-}
+void make_tmpfs() { checked(mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777"), "tmpfs on /tmp"); }
 
 /// Gives the thread's mount namespace an /etc of its own, which starts as the machine's. Where no
 /// overlay is allowed, as in some containers, nothing can be stored there: the machine's own is for
@@ -150,11 +144,9 @@ outcome_t node_t::run(command_t command, const std::string &input) const
 
 void node_t::ip(const std::string &commands, std::vector<int> keep_open) const
 {
-    const outcome_t outcome =
-        run({.argv = {"ip", "-batch", "-"}, .keep_open = std::move(keep_open)}, commands + "\n");
+    const outcome_t outcome = run({.argv = {"ip", "-batch", "-"}, .keep_open = std::move(keep_open)}, commands + "\n");
     if (outcome.exit_code != 0)
-        throw std::runtime_error(
-            fmt::format("{}: ip refused:\n{}\nIt said: {}", name_, commands, outcome.output));
+        throw std::runtime_error(fmt::format("{}: ip refused:\n{}\nIt said: {}", name_, commands, outcome.output));
 }
 
 void node_t::in_net(const std::function<void()> &action) const
@@ -177,8 +169,7 @@ fd_t node_t::packet_socket(const std::string &interface) const
             checked(-1, name_ + ": " + interface);
         // Deaf until it is bound, so that it hears nothing of other interfaces.
         result = fd_t(checked(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0), "packet socket"));
-        checked(bind(result.number(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
-                interface);
+        checked(bind(result.number(), reinterpret_cast<const sockaddr *>(&address), sizeof address), interface);
     });
     return result;
 }

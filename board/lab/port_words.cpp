@@ -7,25 +7,38 @@ namespace lab {
 const char *role_word(int role)
 {
     switch (role) {
-    case ROLE_DISABLED: return "disabled";
-    case ROLE_ALTERNATE: return "alternate";
-    case ROLE_BACKUP: return "backup";
-    case ROLE_ROOT: return "root";
-    case ROLE_DESIGNATED: return "designated";
-    case ROLE_NON_STP: return "no STP";
-    default: return "?";
+    case ROLE_DISABLED:
+        return "disabled";
+    case ROLE_ALTERNATE:
+        return "alternate";
+    case ROLE_BACKUP:
+        return "backup";
+    case ROLE_ROOT:
+        return "root";
+    case ROLE_DESIGNATED:
+        return "designated";
+    case ROLE_NON_STP:
+        return "no STP";
+    default:
+        return "?";
     }
 }
 
 const char *state_word(int state)
 {
     switch (state) {
-    case STATE_DISABLED: return "down";
-    case STATE_BLOCKING: return "blocks";
-    case STATE_LEARNING: return "learns";
-    case STATE_FORWARDING: return "forwards";
-    case STATE_NON_STP: return "forwards";
-    default: return "?";
+    case STATE_DISABLED:
+        return "down";
+    case STATE_BLOCKING:
+        return "blocks";
+    case STATE_LEARNING:
+        return "learns";
+    case STATE_FORWARDING:
+        return "forwards";
+    case STATE_NON_STP:
+        return "forwards";
+    default:
+        return "?";
     }
 }
 

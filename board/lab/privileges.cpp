@@ -37,10 +37,7 @@ void write_file(const std::string &path, const std::string &text)
 
 } // namespace
 
-user_t this_user()
-{
-    return {geteuid(), getegid(), has_capabilities() ? 0 : CLONE_NEWUSER};
-}
+user_t this_user() { return {geteuid(), getegid(), has_capabilities() ? 0 : CLONE_NEWUSER}; }
 
 void take_root(const user_t &user)
 {

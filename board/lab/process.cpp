@@ -21,10 +21,7 @@ namespace lab {
 
 namespace {
 
-int exit_code_of(int status)
-{
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
+int exit_code_of(int status) { return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status); }
 
 std::vector<char *> pointers_to(std::vector<std::string> &strings)
 {
@@ -169,8 +166,8 @@ outcome_t run(command_t command, const std::string &input)
 {
     const fd_t in(checked(memfd_create("input", MFD_CLOEXEC), "memfd"));
     for (size_t at = 0; at < input.size();)
-        at += static_cast<size_t>(
-            checked(static_cast<int>(write(in.number(), &input[at], input.size() - at)), "memfd"));
+        at +=
+            static_cast<size_t>(checked(static_cast<int>(write(in.number(), &input[at], input.size() - at)), "memfd"));
     lseek(in.number(), 0, SEEK_SET);
 
     int ends[2];
@@ -224,10 +221,7 @@ std::optional<int> process_t::exit_code()
     return exit_code_;
 }
 
-bool process_t::running()
-{
-    return pid_ > 0 && !exit_code();
-}
+bool process_t::running() { return pid_ > 0 && !exit_code(); }
 
 int process_t::wait()
 {

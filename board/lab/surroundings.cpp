@@ -51,12 +51,11 @@ void surroundings_t::add_outside(const std::string &text)
 
     const int net = world_.caller_net.number();
     const cable_end_t near = device_.port(port);
-    near.node->ip(
-        fmt::format("link add name {0} address {1} type veth peer name {2} netns /proc/self/fd/{3}\n"
-                    "link set {0} addrgenmode none\n"
-                    "link set {0} up",
-                    near.interface, near.mac, interface, net),
-        {net});
+    near.node->ip(fmt::format("link add name {0} address {1} type veth peer name {2} netns /proc/self/fd/{3}\n"
+                              "link set {0} addrgenmode none\n"
+                              "link set {0} up",
+                              near.interface, near.mac, interface, net),
+                  {net});
     lab::run({.argv = {"ip", "link", "set", interface, "up"}, .place = {.net = net}});
 }
 
@@ -77,8 +76,7 @@ void surroundings_t::add_bridge(const std::string &ports)
     for (std::string word; std::getline(words, word, ',');) {
         const int port = port_number(word);
         const std::string interface = fmt::format("port{}", port);
-        claim(port,
-              {fmt::format("a Linux bridge with STP, its {}", interface), "LVT_BRIDGE", &bridge.node()});
+        claim(port, {fmt::format("a Linux bridge with STP, its {}", interface), "LVT_BRIDGE", &bridge.node()});
         cable(port, bridge.node(), interface, port);
         bridge.add_port(interface);
     }

@@ -17,7 +17,7 @@ namespace lab {
 
 namespace {
 
-constexpr int CPU_PORT_MAC = 0xFE;   ///< the chip's end of the CPU cable; no frame carries it
+constexpr int CPU_PORT_MAC = 0xFE; ///< the chip's end of the CPU cable; no frame carries it
 constexpr char LAST_OF_BANNER[] = "RSTP Initial Complete   *\n*****************************\n";
 constexpr auto START_PATIENCE = 10s; ///< a sanitized daemon under load takes its time
 
@@ -48,8 +48,7 @@ std::string program(const char *variable, const char *name)
     return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
 }
 
-switch_t::switch_t(switch_settings_t settings)
-    : settings_(std::move(settings)), node_(settings_.name, settings_.number)
+switch_t::switch_t(switch_settings_t settings) : settings_(std::move(settings)), node_(settings_.name, settings_.number)
 {
     if (settings_.board.empty())
         settings_.board = program("LVT_BOARD", "lvt_board");
@@ -58,21 +57,19 @@ switch_t::switch_t(switch_settings_t settings)
     settings_.board = std::filesystem::absolute(settings_.board); // a node's programs start elsewhere
     settings_.daemon = std::filesystem::absolute(settings_.daemon);
 
-    node_.ip(fmt::format("link add name eth0 address {} type veth peer name cpu0 address {}\n"
-                         "link set eth0 addrgenmode none\n"
-                         "link set cpu0 addrgenmode none\n"
-                         "link set eth0 up\n"
-                         "link set cpu0 up",
-                         node_.mac(), node_.mac(CPU_PORT_MAC)));
+    node_.ip(
+        fmt::format("link add name eth0 address {} type veth peer name cpu0 address {}\n"
+                    "link set eth0 addrgenmode none\n"
+                    "link set cpu0 addrgenmode none\n"
+                    "link set eth0 up\n"
+                    "link set cpu0 up",
+                    node_.mac(), node_.mac(CPU_PORT_MAC)));
 }
 
-cable_end_t switch_t::port(int number) const
-{
-    return {&node_, fmt::format("port{}", number), node_.mac(number)};
-}
+cable_end_t switch_t::port(int number) const { return {&node_, fmt::format("port{}", number), node_.mac(number)}; }
 
-process_t switch_t::launch(std::vector<std::string> argv, std::vector<std::string> environment,
-                           const char *output, const char *error) const
+process_t switch_t::launch(std::vector<std::string> argv, std::vector<std::string> environment, const char *output,
+                           const char *error) const
 {
     const auto create = [this](const char *path) {
         const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
@@ -80,20 +77,16 @@ process_t switch_t::launch(std::vector<std::string> argv, std::vector<std::strin
     };
     const fd_t out = create(output);
     const fd_t err = create(error);
-    return node_.start({.argv = std::move(argv),
-                        .environment = std::move(environment),
-                        .out = out.number(),
-                        .err = err.number()});
+    return node_.start(
+        {.argv = std::move(argv), .environment = std::move(environment), .out = out.number(), .err = err.number()});
 }
 
 void switch_t::start_board()
 {
-    board_ =
-        launch({settings_.board, "run", "--log", BOARD_LOG_FILE}, {}, BOARD_OUTPUT_FILE, BOARD_OUTPUT_FILE);
+    board_ = launch({settings_.board, "run", "--log", BOARD_LOG_FILE}, {}, BOARD_OUTPUT_FILE, BOARD_OUTPUT_FILE);
     const bool ready = within(START_PATIENCE, [&] { return is_ready(*this) || !board_.running(); });
     if (!ready || !board_.running())
-        throw std::runtime_error(
-            fmt::format("{}: {}\n{}", node_.name(), complaint("board", board_), story()));
+        throw std::runtime_error(fmt::format("{}: {}\n{}", node_.name(), complaint("board", board_), story()));
 }
 
 void switch_t::start_daemon()
@@ -106,12 +99,10 @@ void switch_t::start_daemon()
     std::filesystem::remove(node_.path(CONSOLE_FILE));
     daemon_ = launch(std::move(argv), std::move(environment), DAEMON_OUTPUT_FILE, DAEMON_ERROR_FILE);
     const bool ready = within(START_PATIENCE, [&] {
-        return node_.read(CONSOLE_FILE).find(LAST_OF_BANNER) != std::string::npos ||
-               !daemon_.running();
+        return node_.read(CONSOLE_FILE).find(LAST_OF_BANNER) != std::string::npos || !daemon_.running();
     });
     if (!ready || !daemon_.running())
-        throw std::runtime_error(
-            fmt::format("{}: {}\n{}", node_.name(), complaint("daemon", daemon_), story()));
+        throw std::runtime_error(fmt::format("{}: {}\n{}", node_.name(), complaint("daemon", daemon_), story()));
 }
 
 void switch_t::start()
@@ -120,10 +111,7 @@ void switch_t::start()
     start_daemon();
 }
 
-board_client_t switch_t::client() const
-{
-    return board_client_t(node_.path(BOARD_SOCKET));
-}
+board_client_t switch_t::client() const { return board_client_t(node_.path(BOARD_SOCKET)); }
 
 void switch_t::send(std::span<const uint8_t> message) const
 {
@@ -145,16 +133,13 @@ void switch_t::group(const aggr_status_t &groups) const
     send(aggr_status_message(groups));
 }
 
-std::optional<bridge_status_t> switch_t::status() const
-{
-    return parse_status(node_.read(STATUS_FILE));
-}
+std::optional<bridge_status_t> switch_t::status() const { return parse_status(node_.read(STATUS_FILE)); }
 
 std::string switch_t::story() const
 {
     std::string text;
-    for (const char *file : {BOARD_OUTPUT_FILE, BOARD_LOG_FILE, CONSOLE_FILE, DAEMON_OUTPUT_FILE,
-                             DAEMON_ERROR_FILE, STATUS_FILE}) {
+    for (const char *file :
+         {BOARD_OUTPUT_FILE, BOARD_LOG_FILE, CONSOLE_FILE, DAEMON_OUTPUT_FILE, DAEMON_ERROR_FILE, STATUS_FILE}) {
         if (const std::string content = node_.read(file); !content.empty())
             text += fmt::format("--- {}:{}\n{}\n", node_.name(), file, content);
     }

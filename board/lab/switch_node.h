@@ -34,10 +34,10 @@ constexpr char STATUS_FILE[] = "/tmp/rstp_monitor";      ///< the daemon's statu
 
 struct switch_settings_t {
     std::string name = "switch";
-    int number = 1;          ///< as node_t takes it; the bridge's MAC address is the node's
-    std::string board = {};  ///< programs; empty: what the environment names in LVT_BOARD and
-    std::string daemon = {}; ///< LVT_RSTPD, or those beside the running program
-    bool trace = false;      ///< the daemon that prints every transition of its machines
+    int number = 1;                                   ///< as node_t takes it; the bridge's MAC address is the node's
+    std::string board = {};                           ///< programs; empty: what the environment names in LVT_BOARD and
+    std::string daemon = {};                          ///< LVT_RSTPD, or those beside the running program
+    bool trace = false;                               ///< the daemon that prints every transition of its machines
     std::vector<std::string> daemon_wrapper = {};     ///< words before the daemon's name, say valgrind's
     std::vector<std::string> daemon_environment = {}; ///< NAME=value, say LD_PRELOAD's
 };

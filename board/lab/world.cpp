@@ -75,8 +75,7 @@ std::string own_program()
 }
 
 /// The program's own process: it sees the world's processes only, and runs `program` anew.
-[[noreturn]] void be_program(const std::string &program, char **argv, int caller_net,
-                             const signals_t &signals)
+[[noreturn]] void be_program(const std::string &program, char **argv, int caller_net, const signals_t &signals)
 {
     // The old /proc still knows this process by its outside number.
     char outside[32] = {};
@@ -170,8 +169,7 @@ world_t enter_world(char **argv)
     const signals_t signals = block_signals();
 
     std::fflush(nullptr);
-    const pid_t child =
-        checked(bare_fork(user.flags | CLONE_NEWPID | CLONE_NEWNS | CLONE_NEWNET), "new namespaces");
+    const pid_t child = checked(bare_fork(user.flags | CLONE_NEWPID | CLONE_NEWNS | CLONE_NEWNET), "new namespaces");
     if (child == 0) {
         close(alive_end.number());
         be_first(program, argv, caller_net.number(), caller_alive.number(), user, signals);

@@ -25,9 +25,12 @@ const char *bpdu_name(std::span<const std::uint8_t> frame)
         !std::equal(llc_and_protocol.begin(), llc_and_protocol.end(), frame.begin() + LLC_OFFSET))
         return "none";
     switch (frame[BPDU_TYPE_OFFSET]) {
-    case 0x00: return "config";
-    case 0x02: return frame[BPDU_VERSION_OFFSET] >= 3 ? "mst" : "rstp";
-    case 0x80: return "tcn";
+    case 0x00:
+        return "config";
+    case 0x02:
+        return frame[BPDU_VERSION_OFFSET] >= 3 ? "mst" : "rstp";
+    case 0x80:
+        return "tcn";
     }
     return "unknown";
 }
@@ -84,9 +87,8 @@ int board_t::mdio(const mdio_multi_t &batch)
     counters.batches_failed += result != 0;
     for (std::size_t i = 0; i < steps.size(); i++) {
         const auto &[op, words, done] = steps[i];
-        log_.line("mdio", "batch={} step={}/{} op={} reg=0x{:03x} mask=0x{:08x} value=0x{:08x} | {}{}",
-                  number, i + 1, batch.count, op.op, op.reg, op.mask, op.value, words,
-                  done ? "" : ": failed");
+        log_.line("mdio", "batch={} step={}/{} op={} reg=0x{:03x} mask=0x{:08x} value=0x{:08x} | {}{}", number, i + 1,
+                  batch.count, op.op, op.reg, op.mask, op.value, words, done ? "" : ": failed");
     }
     log_.line("mdio", "batch={} ops={} result={}", number, batch.count, result);
     return result;
@@ -211,8 +213,8 @@ void board_t::from_cpu(wire_frame_t &frame)
         return;
     }
     const auto untagged = chip_untag(frame.span());
-    log_.line("tx", "ports={} octets={} bpdu={}", fmt::join(front_ports_of(verdict.ports), ","),
-              untagged.size(), bpdu_name(untagged));
+    log_.line("tx", "ports={} octets={} bpdu={}", fmt::join(front_ports_of(verdict.ports), ","), untagged.size(),
+              bpdu_name(untagged));
     send(verdict.ports, wire_offload_t{}, untagged);
 }
 
@@ -238,13 +240,11 @@ void board_t::deliver_bpdu(unsigned front, std::span<const std::uint8_t> frame)
                   bpdu_name(frame));
     } else {
         counters.bpdus_lost++;
-        log_.line("drop", "from=port{} octets={} bpdu={} | {}", front, frame.size(), bpdu_name(frame),
-                  written.message);
+        log_.line("drop", "from=port{} octets={} bpdu={} | {}", front, frame.size(), bpdu_name(frame), written.message);
     }
 }
 
-void board_t::send(std::uint8_t chip_ports, const wire_offload_t &offload,
-                   std::span<const std::uint8_t> octets)
+void board_t::send(std::uint8_t chip_ports, const wire_offload_t &offload, std::span<const std::uint8_t> octets)
 {
     for (const unsigned front : front_ports_of(chip_ports))
         if (!plugs[front].wire || !wire_send(plugs[front].wire, offload, octets))

@@ -43,7 +43,8 @@ link_t settings_of(int fd, const std::string &name)
 {
     // The record, followed by room for three masks of at most 127 words.
     alignas(ethtool_link_settings)
-        std::array<char, sizeof(ethtool_link_settings) + 3 * SCHAR_MAX * sizeof(std::uint32_t)> room = {};
+        std::array<char, sizeof(ethtool_link_settings) + 3 * SCHAR_MAX * sizeof(std::uint32_t)>
+            room = {};
     auto *const settings = reinterpret_cast<ethtool_link_settings *>(room.data());
     ifreq request = request_for(name, settings);
     const auto ask = [&](int words) {
@@ -53,9 +54,8 @@ link_t settings_of(int fd, const std::string &name)
     };
 
     // Asked for no mask, the kernel answers how long a mask is, as a negative number.
-    const bool known = ask(0) && settings->link_mode_masks_nwords < 0 &&
-                       ask(-settings->link_mode_masks_nwords) && settings->speed != 0 &&
-                       settings->speed != static_cast<std::uint32_t>(SPEED_UNKNOWN);
+    const bool known = ask(0) && settings->link_mode_masks_nwords < 0 && ask(-settings->link_mode_masks_nwords) &&
+                       settings->speed != 0 && settings->speed != static_cast<std::uint32_t>(SPEED_UNKNOWN);
     if (!known)
         return {true, 1000, true};
     return {true, std::min<unsigned>(settings->speed, LINK_MBIT_MAX), settings->duplex != DUPLEX_HALF};

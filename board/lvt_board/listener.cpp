@@ -92,8 +92,7 @@ void refuse_second_board(const std::string &path)
 {
     const sockaddr_un address = address_of(path);
     const fd_t caller = new_socket();
-    if (connect(caller.number(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ||
-        errno == EAGAIN)
+    if (connect(caller.number(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN)
         throw std::runtime_error("another board is running at " + path);
 }
 
@@ -106,10 +105,7 @@ listener_t::listener_t(const std::string &path) : path_(path), socket_(new_socke
         throw std::system_error(errno, std::generic_category(), "cannot listen at " + path);
 }
 
-listener_t::~listener_t()
-{
-    unlink(path_.c_str());
-}
+listener_t::~listener_t() { unlink(path_.c_str()); }
 
 void listener_t::accept_caller()
 {
@@ -137,11 +133,17 @@ bool serve(board_t &board, const fd_t &caller)
 
     octets_t answer;
     switch (head.kind) {
-    case BOARD_MDIO: answer = answer_mdio(board, request); break;
-    case BOARD_LINK: answer = answer_link(board); break;
-    case BOARD_TEXT: answer = answer_text(board, request); break;
+    case BOARD_MDIO:
+        answer = answer_mdio(board, request);
+        break;
+    case BOARD_LINK:
+        answer = answer_link(board);
+        break;
+    case BOARD_TEXT:
+        answer = answer_text(board, request);
+        break;
     }
     // A caller that does not fetch its answers is not waited for.
-    return !answer.empty() && send(caller.number(), answer.data(), answer.size(), MSG_NOSIGNAL) ==
-                                  static_cast<ssize_t>(answer.size());
+    return !answer.empty() &&
+           send(caller.number(), answer.data(), answer.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(answer.size());
 }

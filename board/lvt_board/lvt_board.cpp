@@ -23,10 +23,7 @@ unsigned number_of(const std::string &text)
     return number;
 }
 
-bool is_on(const std::string &text)
-{
-    return text == "on";
-}
+bool is_on(const std::string &text) { return text == "on"; }
 
 // "3=100" or "3=100,half"
 void add_speed(speeds_t &speeds, const std::string &text)
@@ -97,8 +94,7 @@ void add_set(CLI::App &app, const std::string &socket)
 
     CLI::App *speed = set->add_subcommand("speed", "What a port's PHY reports while it has link");
     speed->add_option("port", first, "Front port, 1 to 6")->required();
-    speed->add_option("mbit", second, "10, 100, 1000, 2500, or auto for what its interface says")
-        ->required();
+    speed->add_option("mbit", second, "10, 100, 1000, 2500, or auto for what its interface says")->required();
     speed->add_option("duplex", third, "full or half")->check(CLI::IsMember({"full", "half"}));
     speed->callback([&socket] {
         board_client_t board(socket);
@@ -109,8 +105,7 @@ void add_set(CLI::App &app, const std::string &socket)
     });
 
     CLI::App *trunk = set->add_subcommand("trunk", "The members of a trunk");
-    trunk->add_option("members", first, "PORTS=GROUP: 1,2=7 joins ports 1 and 2, none=7 dissolves")
-        ->required();
+    trunk->add_option("members", first, "PORTS=GROUP: 1,2=7 joins ports 1 and 2, none=7 dissolves")->required();
     trunk->callback([&socket] {
         board_client_t board(socket);
         set_trunk(board, first);

@@ -47,10 +47,7 @@ void take_in(reader_t &reader)
         reader.pending.insert(reader.pending.end(), chunk.begin(), chunk.begin() + got);
 }
 
-std::string hexadecimal(const std::vector<std::uint8_t> &octets)
-{
-    return ::hexadecimal(octets.data(), octets.size());
-}
+std::string hexadecimal(const std::vector<std::uint8_t> &octets) { return ::hexadecimal(octets.data(), octets.size()); }
 
 // Without its magic nothing tells where the next message begins, so all that is pending goes.
 heard_t give_up(reader_t &reader, const char *pipe)
@@ -93,10 +90,7 @@ pipes_t::pipes_t()
     mux = open_reader(PORT_MUX_IF_PIPE);
 }
 
-pipes_t::~pipes_t()
-{
-    std::for_each(std::begin(PIPES), std::end(PIPES), unlink);
-}
+pipes_t::~pipes_t() { std::for_each(std::begin(PIPES), std::end(PIPES), unlink); }
 
 std::vector<heard_t> lacp_read(reader_t &lacp)
 {

@@ -12,17 +12,13 @@ namespace {
 
 using nlohmann::json;
 
-std::string mac_text(const mac_t &mac)
-{
-    return fmt::format("{:02x}", fmt::join(mac, ":"));
-}
+std::string mac_text(const mac_t &mac) { return fmt::format("{:02x}", fmt::join(mac, ":")); }
 
 unsigned front_port_in(const json &value)
 {
     const auto front = value.get<unsigned>();
     if (front < 1 || front > BOARD_PORTS)
-        throw std::invalid_argument(
-            fmt::format("there is no port {}; ports are 1 to {}", front, BOARD_PORTS));
+        throw std::invalid_argument(fmt::format("there is no port {}; ports are 1 to {}", front, BOARD_PORTS));
     return front;
 }
 
@@ -83,8 +79,7 @@ json show_rules(board_t &board, const json &)
     for (unsigned entry = 0; entry < CHIP_RULES; entry++) {
         const auto &parts = board.chip.rules[entry].parts;
         if (parts != chip_rule_t{}.parts)
-            rules.push_back(
-                {{"rule", entry}, {"pattern", parts[0]}, {"mask", parts[1]}, {"action", parts[2]}});
+            rules.push_back({{"rule", entry}, {"pattern", parts[0]}, {"mask", parts[1]}, {"action", parts[2]}});
     }
     return rules;
 }
@@ -130,8 +125,7 @@ json set_speed(board_t &board, const json &request)
 {
     const unsigned front = front_port_in(request.at("port"));
     if (request.contains("mbit"))
-        board.set_speed(front, speed_of(request["mbit"].get<unsigned>(),
-                                        request.at("full_duplex").get<bool>()));
+        board.set_speed(front, speed_of(request["mbit"].get<unsigned>(), request.at("full_duplex").get<bool>()));
     else
         board.set_speed(front, std::nullopt);
     return true;
@@ -176,18 +170,12 @@ struct handler_t {
 };
 
 constexpr handler_t HANDLERS[] = {
-    {"show", "ports", show_ports},
-    {"show", "addresses", show_addresses},
-    {"show", "registers", show_registers},
-    {"show", "register", show_register},
-    {"show", "rules", show_rules},
-    {"show", "counters", show_counters},
-    {"show", "messages", show_messages},
-    {"set", "speed", set_speed},
-    {"set", "trunk", set_trunk},
-    {"set", "mdio-fail", set_mdio_fail},
-    {"set", "link-fail", set_link_fail},
-    {"set", "pipes-unread", set_pipes_unread},
+    {"show", "ports", show_ports},         {"show", "addresses", show_addresses},
+    {"show", "registers", show_registers}, {"show", "register", show_register},
+    {"show", "rules", show_rules},         {"show", "counters", show_counters},
+    {"show", "messages", show_messages},   {"set", "speed", set_speed},
+    {"set", "trunk", set_trunk},           {"set", "mdio-fail", set_mdio_fail},
+    {"set", "link-fail", set_link_fail},   {"set", "pipes-unread", set_pipes_unread},
 };
 
 } // namespace

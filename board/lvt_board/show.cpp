@@ -17,15 +17,9 @@ void append(std::string &text, fmt::format_string<arguments_t...> format, argume
     fmt::format_to(std::back_inserter(text), format, std::forward<arguments_t>(arguments)...);
 }
 
-unsigned number_at(const json &record, const char *name)
-{
-    return record.at(name).get<unsigned>();
-}
+unsigned number_at(const json &record, const char *name) { return record.at(name).get<unsigned>(); }
 
-std::string text_at(const json &record, const char *name)
-{
-    return record.at(name).get<std::string>();
-}
+std::string text_at(const json &record, const char *name) { return record.at(name).get<std::string>(); }
 
 std::string link_text(const json &port)
 {
@@ -40,8 +34,8 @@ std::string ports_text(const json &ports)
     std::string text = fmt::format(row, "port", "chip", "interface", "link", "trunk", "state");
     for (const json &port : ports) {
         const unsigned trunk = number_at(port, "trunk");
-        append(text, row, number_at(port, "port"), number_at(port, "chip"), text_at(port, "interface"),
-               link_text(port), trunk == 0 ? "-" : std::to_string(trunk),
+        append(text, row, number_at(port, "port"), number_at(port, "chip"), text_at(port, "interface"), link_text(port),
+               trunk == 0 ? "-" : std::to_string(trunk),
                fmt::format("{} {}", number_at(port, "state"), text_at(port, "state_name")));
     }
     return text;
@@ -53,8 +47,8 @@ std::string addresses_text(const json &table)
     for (const json &address : table.at("trapped"))
         append(text, "{:<19}{:<8}{}\n", address.get<std::string>(), "CPU", "trapped");
     for (const json &entry : table.at("learned"))
-        append(text, "{:<19}{:<8}{:.0f} s ago\n", text_at(entry, "address"),
-                       number_at(entry, "port"), entry.at("age").get<double>());
+        append(text, "{:<19}{:<8}{:.0f} s ago\n", text_at(entry, "address"), number_at(entry, "port"),
+               entry.at("age").get<double>());
     return text;
 }
 
@@ -63,7 +57,7 @@ std::string registers_text(const json &registers)
     std::string text = fmt::format("{:<10}{}\n", "register", "value");
     for (const json &entry : registers)
         append(text, "0x{:<8x}0x{:08x}\n", entry.at("register").get<std::uint32_t>(),
-                       entry.at("value").get<std::uint32_t>());
+               entry.at("value").get<std::uint32_t>());
     return text;
 }
 
@@ -73,7 +67,7 @@ std::string rules_text(const json &rules)
     for (const json &rule : rules)
         for (const char *part : {"pattern", "mask", "action"})
             append(text, "{:<6}{:<9}{:08x}\n", number_at(rule, "rule"), part,
-                           fmt::join(rule.at(part).get<words_t>(), " "));
+                   fmt::join(rule.at(part).get<words_t>(), " "));
     return text;
 }
 
@@ -111,8 +105,8 @@ std::string messages_text(const json &messages)
 {
     std::string text = fmt::format("{:>12}  {:<6}{}\n", "seconds", "pipe", "message");
     for (const json &message : messages)
-        append(text, "{:>12.6f}  {:<6}{}\n", message.at("seconds").get<double>(),
-                       text_at(message, "pipe"), message_words(message));
+        append(text, "{:>12.6f}  {:<6}{}\n", message.at("seconds").get<double>(), text_at(message, "pipe"),
+               message_words(message));
     return text;
 }
 

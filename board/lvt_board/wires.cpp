@@ -96,8 +96,7 @@ wire_result_t wire_receive(const fd_t &wire, wire_frame_t &frame)
 
     frame.size = static_cast<std::size_t>(got) - sizeof frame.offload;
     const tpacket_auxdata *auxdata = auxdata_of(message);
-    if (auxdata != nullptr && (auxdata->tp_status & TP_STATUS_VLAN_VALID) != 0 &&
-        frame.size > ADDRESSES_OCTETS)
+    if (auxdata != nullptr && (auxdata->tp_status & TP_STATUS_VLAN_VALID) != 0 && frame.size > ADDRESSES_OCTETS)
         restore_vlan_tag(frame, *auxdata);
     if (frame.size < FRAME_OCTETS_MIN) {
         std::fill(frame.octets.begin() + static_cast<std::ptrdiff_t>(frame.size),
@@ -111,6 +110,5 @@ bool wire_send(const fd_t &wire, const wire_offload_t &offload, std::span<const 
 {
     const iovec parts[] = {{const_cast<wire_offload_t *>(&offload), sizeof offload},
                            {const_cast<std::uint8_t *>(octets.data()), octets.size()}};
-    return writev(wire.number(), parts, std::size(parts)) ==
-           static_cast<ssize_t>(sizeof offload + octets.size());
+    return writev(wire.number(), parts, std::size(parts)) == static_cast<ssize_t>(sizeof offload + octets.size());
 }

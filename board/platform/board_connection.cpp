@@ -38,8 +38,7 @@ int board_connect()
     return fd;
 }
 
-bool board_ask(int fd, const board_head_t *request, size_t request_size, board_head_t *answer,
-               size_t answer_size)
+bool board_ask(int fd, const board_head_t *request, size_t request_size, board_head_t *answer, size_t answer_size)
 {
     if (send(fd, request, request_size, MSG_NOSIGNAL) != static_cast<ssize_t>(request_size))
         return false;
@@ -50,14 +49,13 @@ bool board_ask(int fd, const board_head_t *request, size_t request_size, board_h
         got = recv(fd, answer, answer_size, MSG_TRUNC);
     while (got < 0 && errno == EINTR);
 
-    return got == static_cast<ssize_t>(answer_size) && answer->magic == BOARD_MAGIC &&
-           answer->kind == request->kind;
+    return got == static_cast<ssize_t>(answer_size) && answer->magic == BOARD_MAGIC && answer->kind == request->kind;
 }
 
 } // namespace
 
-int board_exchange(board_connection_t *connection, board_head_t *request, size_t request_size,
-                   board_head_t *answer, size_t answer_size)
+int board_exchange(board_connection_t *connection, board_head_t *request, size_t request_size, board_head_t *answer,
+                   size_t answer_size)
 {
     request->magic = BOARD_MAGIC;
     request->result = 0;

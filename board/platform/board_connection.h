@@ -12,7 +12,10 @@ struct board_connection_t {
     int fd; ///< below 0: not connected
 };
 
-#define BOARD_CONNECTION_INIT {PTHREAD_MUTEX_INITIALIZER, -1}
+#define BOARD_CONNECTION_INIT                                                                                          \
+    {                                                                                                                  \
+        PTHREAD_MUTEX_INITIALIZER, -1                                                                                  \
+    }
 
 /// Sends `request` and waits for its answer, which must have exactly `answer_size` octets and
 /// the request's kind. Both records begin with a board_head_t; the one of the request is
@@ -21,5 +24,5 @@ struct board_connection_t {
 /// Returns the answer's result, or -1 when the board cannot be reached, does not answer in time
 /// or answers something else; then the connection is given up, and the next call connects anew.
 /// Any thread may call it.
-int board_exchange(board_connection_t *connection, board_head_t *request, size_t request_size,
-                   board_head_t *answer, size_t answer_size);
+int board_exchange(board_connection_t *connection, board_head_t *request, size_t request_size, board_head_t *answer,
+                   size_t answer_size);

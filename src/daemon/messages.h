@@ -21,15 +21,15 @@ constexpr uint32_t RSTP_BPDU_MAX = 100;  ///< octets of a received frame that ar
 constexpr uint32_t RSTP_DBG_MAX = 100;   ///< octets of a debug command that are read
 
 enum rstp_msg_type_t : uint8_t {
-    RSTP_MSG_BPDU = 0,            ///< a received frame, from its destination address on
-    RSTP_MSG_PORT_STATUS = 1,     ///< rstp_port_status_t for each front port
-    RSTP_MSG_AGGR_STATUS = 2,     ///< seven octets; octet p: the group of port p
-    RSTP_MSG_SYSTEM_CONFIG = 3,   ///< lvt_rstp_system_config_t
-    RSTP_MSG_AGGR_CONFIG = 4,     ///< one lvt_rstp_port_config_t, for all groups
-    RSTP_MSG_PORT_CONFIG = 5,     ///< seven lvt_rstp_port_config_t; record 0 is not used
-    RSTP_MSG_WORK_FLUSH = 6,      ///< empties the reserved work table
+    RSTP_MSG_BPDU = 0,             ///< a received frame, from its destination address on
+    RSTP_MSG_PORT_STATUS = 1,      ///< rstp_port_status_t for each front port
+    RSTP_MSG_AGGR_STATUS = 2,      ///< seven octets; octet p: the group of port p
+    RSTP_MSG_SYSTEM_CONFIG = 3,    ///< lvt_rstp_system_config_t
+    RSTP_MSG_AGGR_CONFIG = 4,      ///< one lvt_rstp_port_config_t, for all groups
+    RSTP_MSG_PORT_CONFIG = 5,      ///< seven lvt_rstp_port_config_t; record 0 is not used
+    RSTP_MSG_WORK_FLUSH = 6,       ///< empties the reserved work table
     RSTP_MSG_PORT_CONFIG_ONLY = 9, ///< as 5, but queued group work stays queued
-    RSTP_MSG_LACP_ENABLE = 10,    ///< six octets, nonzero: LACP runs on the port
+    RSTP_MSG_LACP_ENABLE = 10,     ///< six octets, nonzero: LACP runs on the port
     RSTP_MSG_TYPES = 11,
 };
 
@@ -83,8 +83,8 @@ struct lacp_frame_t {
     uint8_t body[512];
 };
 
-static_assert(sizeof(lacp_frame_t) == 524 && offsetof(lacp_frame_t, length) == 4 &&
-              offsetof(lacp_frame_t, type) == 8 && offsetof(lacp_frame_t, body) == 12);
+static_assert(sizeof(lacp_frame_t) == 524 && offsetof(lacp_frame_t, length) == 4 && offsetof(lacp_frame_t, type) == 8 &&
+              offsetof(lacp_frame_t, body) == 12);
 
 // ---- to the port multiplexer -----------------------------------------------------------
 

@@ -38,8 +38,8 @@ void write_tc_time(FILE *file, uint16_t time_since_tc)
     const time_t shown = monitor_tc_time(static_cast<int32_t>(time(nullptr)), time_since_tc, &old_sec);
     tm when;
     if (localtime_r(&shown, &when))
-        fprintf(file, "%d/%02d/%02d %02d:%02d:%02d", when.tm_year + 1900, when.tm_mon + 1, when.tm_mday,
-                when.tm_hour, when.tm_min, when.tm_sec);
+        fprintf(file, "%d/%02d/%02d %02d:%02d:%02d", when.tm_year + 1900, when.tm_mon + 1, when.tm_mday, when.tm_hour,
+                when.tm_min, when.tm_sec);
 }
 
 void write_time(FILE *file, const lvt_rstp_bridge_status_t &bridge)
@@ -54,9 +54,8 @@ void write_port(FILE *file, int number, const lvt_rstp_port_status_t &port)
     const bool outside = port.role == ROLE_DISABLED || port.role == ROLE_NON_STP;
     const bridge_id_t designated = outside ? bridge_id_t{} : port.designated_bridge;
 
-    fprintf(file, "port%02d=%ld,%d,%d,%d,%d,%d,%d,", number, outside ? 0 : long_of(port.oper_pathcost),
-            port.is_edge, port.is_p2p, port.stp_neigb, port.role, port.state,
-            static_cast<int>(port.part_of_aggr));
+    fprintf(file, "port%02d=%ld,%d,%d,%d,%d,%d,%d,", number, outside ? 0 : long_of(port.oper_pathcost), port.is_edge,
+            port.is_p2p, port.stp_neigb, port.role, port.state, static_cast<int>(port.part_of_aggr));
     write_bridge_id(file, designated);
     fprintf(file, "/%d\n", outside ? 0 : port_id_number(port.designated_port));
 }

@@ -59,9 +59,8 @@ void lvt_show_rstp_port_config()
     osPrintfConsole(THIN_RULE);
     for (uint32_t port = 1; port <= RSTP_PHYSICAL_PORTS; port++) {
         lvt_rstp_get_portconfig(port, &config);
-        osPrintfConsole("%4d   %9ld   %9d   %6d   %4d   %3d\n", static_cast<int>(port),
-                        long_of(config.adminPathCost), config.port_priority, config.adminEnable,
-                        config.adminEdge, config.adminPointToPoint);
+        osPrintfConsole("%4d   %9ld   %9d   %6d   %4d   %3d\n", static_cast<int>(port), long_of(config.adminPathCost),
+                        config.port_priority, config.adminEnable, config.adminEdge, config.adminPointToPoint);
     }
 }
 
@@ -124,8 +123,9 @@ void lvt_show_rstp_port_status(uint32_t poag)
 void lvt_show_rstp_statistics()
 {
     report_frame_t frame("RSTP Statistics:\n");
-    osPrintfConsole("1.stp_frame_xmits, 2.stp_frame_recvs, 3.rstp_frame_xmits,    4.rstp_frame_recvs \n"
-                    "5.tcn_frame_xmits, 6.tcn_frame_recvs, 7.unknown_frame_recvs, 8.illegal_frame_recvs\n");
+    osPrintfConsole(
+        "1.stp_frame_xmits, 2.stp_frame_recvs, 3.rstp_frame_xmits,    4.rstp_frame_recvs \n"
+        "5.tcn_frame_xmits, 6.tcn_frame_recvs, 7.unknown_frame_recvs, 8.illegal_frame_recvs\n");
     for (uint32_t port = 1; port <= RSTP_PORTS; port++) {
         lvt_rstp_port_status_t status;
         lvt_rstp_read_port_status(port, &status);

@@ -158,8 +158,7 @@ void lvt_port_status_polling(uint8_t *pbm)
 
     for (uint32_t i = 0; i < RSTP_PHYSICAL_PORTS; i++) {
         const lvt_port_status_t now = status_of_word(monitor.status[i]);
-        if (load_shared(lvt_port_status[i].link) != now.link ||
-            load_shared(lvt_port_status[i].speed) != now.speed ||
+        if (load_shared(lvt_port_status[i].link) != now.link || load_shared(lvt_port_status[i].speed) != now.speed ||
             load_shared(lvt_port_status[i].duplex) != now.duplex)
             lvt_pbm_set(i, pbm);
     }
@@ -229,8 +228,8 @@ void lvt_show_port_status()
     for (uint32_t port = 1; port <= RSTP_PHYSICAL_PORTS; port++) {
         lvt_port_mgmt_status_t status;
         lvt_port_mgmt_status_get(UNIT, port, &status);
-        osPrintfConsole("%4d   %4d   %5d   %3d\n", static_cast<int>(port), status.link,
-                        static_cast<int>(status.speed), status.duplex);
+        osPrintfConsole("%4d   %4d   %5d   %3d\n", static_cast<int>(port), status.link, static_cast<int>(status.speed),
+                        status.duplex);
     }
     osPrintfConsole(rule);
 }
@@ -326,8 +325,8 @@ void lvt_os_set_stpstate(uint32_t l2port, uint8_t state)
 {
     // Before the line, which shows what there is only for a valid port.
     STP_ASSERT(l2port_is_valid(l2port), "l2port_is_valid(portno)", SOURCE, 421, "lvt_os_set_stpstate");
-    printf("\n%s: L%d: lvt_os_set_stpstate(), new_state=%d, cached_stpstates=%d, cached_fwdstates=%d\n", SOURCE,
-           420, state, cached_stpstates[l2port], cached_fwdstates[l2port]);
+    printf("\n%s: L%d: lvt_os_set_stpstate(), new_state=%d, cached_stpstates=%d, cached_fwdstates=%d\n", SOURCE, 420,
+           state, cached_stpstates[l2port], cached_fwdstates[l2port]);
     cached_stpstates[l2port] = state;
     if (cached_fwdstates[l2port] == 1)
         l2port_stp_state_set(l2port, state);
@@ -335,8 +334,8 @@ void lvt_os_set_stpstate(uint32_t l2port, uint8_t state)
 
 void lvt_os_set_fwdstate(uint32_t l2port, uint8_t enable)
 {
-    printf("\n%s: L%d: lvt_os_set_fwdstate(), port %d: new FWD state %s\n", SOURCE, 445,
-           static_cast<int>(l2port), enable == 1 ? "enb" : "dis");
+    printf("\n%s: L%d: lvt_os_set_fwdstate(), port %d: new FWD state %s\n", SOURCE, 445, static_cast<int>(l2port),
+           enable == 1 ? "enb" : "dis");
     STP_ASSERT(l2port_is_valid(l2port), "l2port_is_valid(portno)", SOURCE, 446, "lvt_os_set_fwdstate");
     if (cached_fwdstates[l2port] == 1 && enable == 0) {
         cached_fwdstates[l2port] = 0;
@@ -479,8 +478,8 @@ int rstp_rawSocketOnceTx(const uint8_t *buffer, size_t length, const char *ifnam
     initSocket(&fd, &addr, ifname);
     if (fd == 0)
         return -1;
-    if (sendto(fd, buffer, length, MSG_DONTROUTE | MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&addr),
-               sizeof addr) == -1)
+    if (sendto(fd, buffer, length, MSG_DONTROUTE | MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&addr), sizeof addr) ==
+        -1)
         perror("sendto");
     close(fd);
     return 0;

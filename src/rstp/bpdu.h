@@ -30,9 +30,8 @@ struct bpdu_t {
 };
 
 static_assert(sizeof(bpdu_t) == 53 && alignof(bpdu_t) == 1);
-static_assert(offsetof(bpdu_t, length) == 12 && offsetof(bpdu_t, type) == 20 &&
-              offsetof(bpdu_t, root_priority) == 22 && offsetof(bpdu_t, port_id) == 42 &&
-              offsetof(bpdu_t, hello_time) == 48);
+static_assert(offsetof(bpdu_t, length) == 12 && offsetof(bpdu_t, type) == 20 && offsetof(bpdu_t, root_priority) == 22 &&
+              offsetof(bpdu_t, port_id) == 42 && offsetof(bpdu_t, hello_time) == 48);
 
 constexpr size_t BPDU_HEADER_OCTETS = offsetof(bpdu_t, protocol); ///< addresses, length, LLC
 constexpr size_t BPDU_ETHERNET_OCTETS = offsetof(bpdu_t, dsap);
@@ -65,10 +64,7 @@ enum : uint8_t { BPDU_ROLE_UNKNOWN, BPDU_ROLE_ALTERNATE_BACKUP, BPDU_ROLE_ROOT, 
 /// Where bridges send BPDUs (clause 7.12).
 constexpr uint8_t lvt_rstp_slowmac[6] = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x00};
 
-constexpr uint16_t bpdu_get16(const uint8_t *octets)
-{
-    return static_cast<uint16_t>(octets[0] << 8 | octets[1]);
-}
+constexpr uint16_t bpdu_get16(const uint8_t *octets) { return static_cast<uint16_t>(octets[0] << 8 | octets[1]); }
 
 constexpr uint32_t bpdu_get32(const uint8_t *octets)
 {

@@ -16,7 +16,7 @@ struct lvt_rstp_system_config_t {
 
 /// Port settings. Compared and copied as a whole.
 struct lvt_rstp_port_config_t {
-    uint32_t adminPathCost;    ///< 0: from the link's speed
+    uint32_t adminPathCost; ///< 0: from the link's speed
     uint16_t port_priority;
     uint8_t adminEnable;       ///< nonzero: the port takes part in the spanning tree
     uint8_t adminEdge;         ///< nonzero: expected to lead to a host
@@ -29,8 +29,7 @@ static_assert(sizeof(lvt_rstp_system_config_t) == 10 && offsetof(lvt_rstp_system
               offsetof(lvt_rstp_system_config_t, forward_delay) == 6 &&
               offsetof(lvt_rstp_system_config_t, force_version) == 8);
 static_assert(sizeof(lvt_rstp_port_config_t) == 12 && offsetof(lvt_rstp_port_config_t, port_priority) == 4 &&
-              offsetof(lvt_rstp_port_config_t, adminEnable) == 6 &&
-              offsetof(lvt_rstp_port_config_t, adminEdge) == 7 &&
+              offsetof(lvt_rstp_port_config_t, adminEnable) == 6 && offsetof(lvt_rstp_port_config_t, adminEdge) == 7 &&
               offsetof(lvt_rstp_port_config_t, adminPointToPoint) == 8);
 
 /// What the daemon starts with.

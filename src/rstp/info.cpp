@@ -18,11 +18,9 @@ uint8_t classify(const port_t *port)
     if (port->rcvdType == BPDU_TYPE_TCN)
         return RCVD_OTHER;
 
-    const bool from_designated =
-        port->rcvdRole == BPDU_ROLE_DESIGNATED || port->rcvdType == BPDU_TYPE_CONFIG;
+    const bool from_designated = port->rcvdRole == BPDU_ROLE_DESIGNATED || port->rcvdType == BPDU_TYPE_CONFIG;
     const bool better = STP_VECT_compare_vector(&port->msgPrio, &port->portPrio) == VECT_BETTER;
-    const bool same_bridge =
-        STP_VECT_eq_bridge_id(&port->msgPrio.design_bridge, &port->portPrio.design_bridge);
+    const bool same_bridge = STP_VECT_eq_bridge_id(&port->msgPrio.design_bridge, &port->portPrio.design_bridge);
     const bool same_sender = same_bridge && port->msgPrio.design_port == port->portPrio.design_port;
     const bool same_vector = STP_VECT_eq_vector(&port->msgPrio, &port->portPrio);
     const bool same_times = STP_eq_times(&port->msgTimes, &port->portTimes);
@@ -53,8 +51,8 @@ void updtRcvdInfoWhile(port_t *port)
 /// recordProposal (clause 17.21).
 void recordProposed(port_t *port)
 {
-    port->proposed = port->rcvdRole == BPDU_ROLE_DESIGNATED && (port->rcvdFlags & BPDU_FLAG_PROPOSAL) &&
-                     port->operPointToPoint;
+    port->proposed =
+        port->rcvdRole == BPDU_ROLE_DESIGNATED && (port->rcvdFlags & BPDU_FLAG_PROPOSAL) && port->operPointToPoint;
 }
 
 void take_designated(port_t *port)

@@ -9,6 +9,7 @@
 #include "rstp/bpdu.h"
 #include "rstp/records.h"
 
+// clang-format off
 /// Port information (clause 17.27), with the classification of received BPDUs.
 enum : rstpstate_t {
     INFO_DISABLED, INFO_ENABLED, INFO_AGED, INFO_UPDATE, INFO_CURRENT, INFO_RECEIVE, INFO_SUPERIOR,

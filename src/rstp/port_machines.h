@@ -7,6 +7,7 @@
 
 constexpr size_t STP_PORT_MACHINES = 9;
 
+// clang-format off
 // A row: the machine, the assertion that start makes of it, its place and its functions.
 #define STP_MACHINE(name, line)                                                               \
     {#name, "port->" #name ".State == ((rstpstate_t)255)", line, &port_t::name,               \
@@ -20,3 +21,4 @@ inline constexpr stp_machine_t STP_port_machines[STP_PORT_MACHINES] = {
 };
 
 #undef STP_MACHINE
+// clang-format on

@@ -193,10 +193,7 @@ struct stpm_t {
 
 /// True when the port takes no part: every loop over a bridge's ports that decides
 /// something skips it.
-inline bool boring_port(const port_t *port)
-{
-    return !port->stpEnabled || port->nonStp;
-}
+inline bool boring_port(const port_t *port) { return !port->stpEnabled || port->nonStp; }
 
 /// First of `port` and its successors that takes part, or null.
 inline port_t *next_interesting_port(port_t *port)

@@ -8,8 +8,7 @@ namespace {
 /// True when some port that takes part asks for its role.
 bool reselection_wanted(const stpm_t *bridge)
 {
-    for (const port_t *port = next_interesting_port(bridge->ports); port;
-         port = next_interesting_port(port->next))
+    for (const port_t *port = next_interesting_port(bridge->ports); port; port = next_interesting_port(port->next))
         if (port->reselect)
             return true;
     return false;
@@ -36,8 +35,7 @@ void choose_root(stpm_t *bridge)
     STP_VECT_create(&bridge->rootPrio, &bridge->BrId, 0, &bridge->BrId, 0, 0);
     bridge->rootTimes = bridge->BrTimes;
 
-    for (const port_t *port = next_interesting_port(bridge->ports); port;
-         port = next_interesting_port(port->next)) {
+    for (const port_t *port = next_interesting_port(bridge->ports); port; port = next_interesting_port(port->next)) {
         if (port->infoIs != INFO_IS_RECEIVED)
             continue;
         prio_vector_t candidate = port->portPrio;
@@ -54,8 +52,7 @@ void choose_root(stpm_t *bridge)
 
 void set_designated(stpm_t *bridge)
 {
-    for (port_t *port = next_interesting_port(bridge->ports); port;
-         port = next_interesting_port(port->next)) {
+    for (port_t *port = next_interesting_port(bridge->ports); port; port = next_interesting_port(port->next)) {
         STP_VECT_create(&port->designatedPrio, &bridge->rootPrio.root_bridge, bridge->rootPrio.root_path_cost,
                         &bridge->BrId, port->port_id, port->port_id);
         port->designatedTimes = bridge->rootTimes;

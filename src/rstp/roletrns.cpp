@@ -6,8 +6,7 @@ namespace {
 /// allSynced (clause 17.20), with this port left out.
 bool all_synced(const port_t *self)
 {
-    for (const port_t *port = next_interesting_port(self->owner->ports); port;
-         port = next_interesting_port(port->next))
+    for (const port_t *port = next_interesting_port(self->owner->ports); port; port = next_interesting_port(port->next))
         if (port != self && !port->synced)
             return false;
     return true;
@@ -16,23 +15,16 @@ bool all_synced(const port_t *self)
 /// reRooted (clause 17.20).
 bool all_rerooted(const port_t *self)
 {
-    for (const port_t *port = next_interesting_port(self->owner->ports); port;
-         port = next_interesting_port(port->next))
+    for (const port_t *port = next_interesting_port(self->owner->ports); port; port = next_interesting_port(port->next))
         if (port != self && port->rrWhile != 0)
             return false;
     return true;
 }
 
-uint8_t forward_delay(const port_t *port)
-{
-    return port->owner->rootTimes.ForwardDelay;
-}
+uint8_t forward_delay(const port_t *port) { return port->owner->rootTimes.ForwardDelay; }
 
 /// How long a port remembers that it was a backup: two hellos, in the width of the timer.
-uint8_t recent_backup_time(const port_t *port)
-{
-    return static_cast<uint8_t>(2 * port->owner->rootTimes.HelloTime);
-}
+uint8_t recent_backup_time(const port_t *port) { return static_cast<uint8_t>(2 * port->owner->rootTimes.HelloTime); }
 
 /// A new role is taken up at once, from any state.
 int take_role(state_mach_t *mach, lvt_rstp_port_role_t role)
@@ -62,8 +54,8 @@ int check_blocked_port(state_mach_t *mach, const port_t *port)
 
 int check_root_port(state_mach_t *mach, const port_t *port)
 {
-    const bool may_advance = port->fdWhile == 0 || (all_rerooted(port) && port->rbWhile == 0 &&
-                                                    STP_OUT_force_version() >= 2);
+    const bool may_advance =
+        port->fdWhile == 0 || (all_rerooted(port) && port->rbWhile == 0 && STP_OUT_force_version() >= 2);
 
     if (!port->forward && !port->reRoot)
         return STP_hop_2_state(mach, ROLETRNS_REROOT);
@@ -84,8 +76,8 @@ int check_root_port(state_mach_t *mach, const port_t *port)
 
 int check_designated_port(state_mach_t *mach, const port_t *port)
 {
-    const bool may_advance = (port->fdWhile == 0 || port->operEdge || port->agreed) &&
-                             (port->rrWhile == 0 || !port->reRoot) && !port->sync;
+    const bool may_advance =
+        (port->fdWhile == 0 || port->operEdge || port->agreed) && (port->rrWhile == 0 || !port->reRoot) && !port->sync;
     const bool must_sync = port->sync && !port->synced;
     const bool must_retire = port->reRoot && port->rrWhile != 0;
 

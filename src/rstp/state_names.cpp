@@ -2,6 +2,7 @@
 
 /// The names of all states, machine after machine. "DELEAYED" and "FORSE" are written so on
 /// purpose: tools match these spellings.
+// clang-format off
 const char *STP_state_names[] = {
     // rolesel
     "INIT_BRIDGE", "ROLE_SELECTION",
@@ -27,6 +28,7 @@ const char *STP_state_names[] = {
     // pcost
     "AUTO", "FORSE", "STABLE",
 };
+// clang-format on
 
 namespace {
 
@@ -58,8 +60,7 @@ constexpr bool is_port_offset(size_t offset)
     return offset == offsetof(port_t, info) || offset == offsetof(port_t, roletrns) ||
            offset == offsetof(port_t, sttrans) || offset == offsetof(port_t, topoch) ||
            offset == offsetof(port_t, migrate) || offset == offsetof(port_t, transmit) ||
-           offset == offsetof(port_t, p2p) || offset == offsetof(port_t, edge) ||
-           offset == offsetof(port_t, pcost);
+           offset == offsetof(port_t, p2p) || offset == offsetof(port_t, edge) || offset == offsetof(port_t, pcost);
 }
 static_assert(!is_port_offset(offsetof(stpm_t, rolesel)),
               "a machine is told from another by its place in the owner's record");

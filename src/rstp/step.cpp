@@ -58,10 +58,7 @@ uint32_t sweep(port_t *port, std::index_sequence<i...>)
 
 } // namespace
 
-uint32_t STP_port_sweep(port_t *port)
-{
-    return sweep(port, std::make_index_sequence<STP_PORT_MACHINES>());
-}
+uint32_t STP_port_sweep(port_t *port) { return sweep(port, std::make_index_sequence<STP_PORT_MACHINES>()); }
 
 void lvt_rstp_more_work()
 {

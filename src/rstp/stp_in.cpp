@@ -39,9 +39,8 @@ stpm_t *stpapi_stpm_find(uint16_t vlan_id)
 
 port_t *_stpapi_port_find(stpm_t *bridge, uint32_t port_index)
 {
-    STP_ASSERT(port_index - 1 < RSTP_PORTS,
-               "((port_index) > 0 && (port_index) <= (((6) * 1)) + ((3 * 1)+(0 )))", "stp_in", 53,
-               "_stpapi_port_find");
+    STP_ASSERT(port_index - 1 < RSTP_PORTS, "((port_index) > 0 && (port_index) <= (((6) * 1)) + ((3 * 1)+(0 )))",
+               "stp_in", 53, "_stpapi_port_find");
 
     port_t *port = STP_OUT_port(port_index);
     return port->owner == bridge ? port : nullptr;

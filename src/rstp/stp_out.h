@@ -70,17 +70,15 @@ void packet_tx_free(uint8_t *buffer);
 /// length      octets in `frame`, without switch tag and padding.
 ///
 /// Returns 0, or -1 when the frame is lost.
-int STP_OUT_tx_bpdu(uint32_t port_index, uint16_t vlan_id, const uint8_t *frame, uint16_t tag,
-                    size_t length);
+int STP_OUT_tx_bpdu(uint32_t port_index, uint16_t vlan_id, const uint8_t *frame, uint16_t tag, size_t length);
 
 /// A programming error was found. Reports it and ends the process.
-[[noreturn]] void STP_OUT_assert_fail(const char *text, const char *source, unsigned line,
-                                      const char *function);
+[[noreturn]] void STP_OUT_assert_fail(const char *text, const char *source, unsigned line, const char *function);
 
 /// A machine is about to move from `mach->State` to `state`. Called by traced builds only.
 void STP_OUT_trace(const state_mach_t *mach, rstpstate_t state);
 
 /// An assertion that is never compiled out. Text, source, line and function are fixed: they
 /// are what support staff search for.
-#define STP_ASSERT(condition, text, source, line, function) \
+#define STP_ASSERT(condition, text, source, line, function)                                                            \
     ((condition) ? void(0) : STP_OUT_assert_fail(text, source, line, function))

@@ -82,8 +82,7 @@ int STP_stpm_start(stpm_t *bridge)
     for (port_t *port = next_interesting_port(bridge->ports); port; port = next_interesting_port(port->next))
         for (const stp_machine_t &machine : STP_port_machines) {
             state_mach_t *mach = &(port->*machine.mach);
-            STP_ASSERT(mach->State == STP_BEGIN, machine.begin_assertion, "stpm", machine.begin_line,
-                       "STP_stpm_start");
+            STP_ASSERT(mach->State == STP_BEGIN, machine.begin_assertion, "stpm", machine.begin_line, "STP_stpm_start");
             machine.enter_state(mach);
         }
 
@@ -91,9 +90,7 @@ int STP_stpm_start(stpm_t *bridge)
     return 0;
 }
 
-void STP_stpm_stop(stpm_t *)
-{
-}
+void STP_stpm_stop(stpm_t *) {}
 
 int STP_stpm_check_bridge_priority(const stpm_t *bridge)
 {
@@ -115,8 +112,7 @@ void STP_stpm_update_after_bridge_management(stpm_t *bridge)
 
 int check_topoch(stpm_t *bridge)
 {
-    for (const port_t *port = next_interesting_port(bridge->ports); port;
-         port = next_interesting_port(port->next))
+    for (const port_t *port = next_interesting_port(bridge->ports); port; port = next_interesting_port(port->next))
         if (port->tcWhile) {
             bridge->prevTcPort = bridge->lastTcPort;
             bridge->lastTcPort = port->port_number;

@@ -3,18 +3,14 @@
 
 namespace {
 
-bool is_root_or_designated(const port_t *port)
-{
-    return port->role == ROLE_ROOT || port->role == ROLE_DESIGNATED;
-}
+bool is_root_or_designated(const port_t *port) { return port->role == ROLE_ROOT || port->role == ROLE_DESIGNATED; }
 
 /// newTcWhile (clause 17.21).
 uint8_t new_tc_while(const port_t *port)
 {
     const timevalues_t &times = port->owner->rootTimes;
-    return static_cast<uint8_t>(port->sendRSTP && port->operPointToPoint
-                                    ? 2 * times.HelloTime
-                                    : times.MaxAge + times.ForwardDelay);
+    return static_cast<uint8_t>(port->sendRSTP && port->operPointToPoint ? 2 * times.HelloTime
+                                                                         : times.MaxAge + times.ForwardDelay);
 }
 
 /// setTcPropTree (clause 17.21), with one flush for all the ports concerned.
@@ -22,8 +18,7 @@ void set_tc_prop_bridge(port_t *self, int reason)
 {
     uint32_t flush_port = 0;
 
-    for (port_t *port = next_interesting_port(self->owner->ports); port;
-         port = next_interesting_port(port->next)) {
+    for (port_t *port = next_interesting_port(self->owner->ports); port; port = next_interesting_port(port->next)) {
         if (port != self)
             port->tcProp = 1;
         if (!port->operEdge)

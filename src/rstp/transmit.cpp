@@ -11,20 +11,18 @@ constexpr uint8_t TX_HOLD_COUNT = 3; ///< BPDUs a second (TxHoldCount, clause 17
 
 /// Role codes of RST BPDUs by selected role.
 constexpr uint8_t role_codes[ROLE_NON_STP] = {
-    BPDU_ROLE_UNKNOWN, BPDU_ROLE_ALTERNATE_BACKUP, BPDU_ROLE_ALTERNATE_BACKUP, BPDU_ROLE_ROOT,
-    BPDU_ROLE_DESIGNATED,
+    BPDU_ROLE_UNKNOWN, BPDU_ROLE_ALTERNATE_BACKUP, BPDU_ROLE_ALTERNATE_BACKUP, BPDU_ROLE_ROOT, BPDU_ROLE_DESIGNATED,
 };
 
 uint8_t rst_flags(const port_t *port)
 {
-    STP_ASSERT(port->selectedRole < ROLE_NON_STP, "port->selectedRole < ((lvt_rstp_port_role_t)5)", "transmit",
-               0, "txBpdu");
+    STP_ASSERT(port->selectedRole < ROLE_NON_STP, "port->selectedRole < ((lvt_rstp_port_role_t)5)", "transmit", 0,
+               "txBpdu");
 
     return static_cast<uint8_t>(role_codes[port->selectedRole] << BPDU_FLAG_ROLE_SHIFT |
                                 (port->learning ? BPDU_FLAG_LEARNING : 0) |
                                 (port->forwarding ? BPDU_FLAG_FORWARDING : 0) |
-                                (port->synced ? BPDU_FLAG_AGREEMENT : 0) |
-                                (port->proposing ? BPDU_FLAG_PROPOSAL : 0));
+                                (port->synced ? BPDU_FLAG_AGREEMENT : 0) | (port->proposing ? BPDU_FLAG_PROPOSAL : 0));
 }
 
 /// Builds and sends one BPDU (clause 17.21, txConfig, txRstp and txTcn). The attempt counts against the

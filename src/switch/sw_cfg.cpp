@@ -70,8 +70,7 @@ void add_bypass_rule(mdio_multi_t *request, uint8_t enable, uint32_t index, cons
     const uint32_t port_bit = 1u << chip_port(index);
     const uint32_t on = enable ? 0xFFFFFFFF : 0;
 
-    const uint32_t pattern[] = {0xC2000000 & on,
-                                (uint32_t{mac[4]} << 24 | uint32_t{mac[5]} << 16 | 0x180) & on,
+    const uint32_t pattern[] = {0xC2000000 & on, (uint32_t{mac[4]} << 24 | uint32_t{mac[5]} << 16 | 0x180) & on,
                                 (uint32_t{mac[0]} << 24 | uint32_t{mac[1]} << 16 | uint32_t{mac[2]} << 8 | mac[3]) & on,
                                 0, 0};
     const uint32_t mask[] = {on, on, on, 0, RULE_MASK_FLAGS};
@@ -125,8 +124,8 @@ int sw_cfg_trap_portMgmtFrameAction_rstp_set_api(uint8_t enable, uint32_t /*inde
         add(&request, MDIO_OP_WRITE, ADDRESS_COMMAND, BUSY, ADDRESS_TRAP_DISARM);
 
     if (failed(&request)) {
-        osPrintfConsole("E:%s() L%d, mdio_intf_access_multi failed\n",
-                        "sw_cfg_trap_portMgmtFrameAction_rstp_set_api", 126);
+        osPrintfConsole("E:%s() L%d, mdio_intf_access_multi failed\n", "sw_cfg_trap_portMgmtFrameAction_rstp_set_api",
+                        126);
         return -1;
     }
     return 0;

@@ -25,10 +25,7 @@ void tell(bpdu_t &bpdu, const told_t &told, uint8_t flags)
 
 } // namespace
 
-bridge_id_t made_up_bridge(uint16_t priority, uint8_t last)
-{
-    return {priority, {0x02, 0, 0, 0, last, 0}};
-}
+bridge_id_t made_up_bridge(uint16_t priority, uint8_t last) { return {priority, {0x02, 0, 0, 0, last, 0}}; }
 
 told_t root_bridge(uint16_t priority, uint8_t last)
 {
@@ -36,15 +33,9 @@ told_t root_bridge(uint16_t priority, uint8_t last)
     return {.root = id, .cost = 0, .bridge = id};
 }
 
-int role_code_of(uint8_t flags)
-{
-    return flags >> BPDU_FLAG_ROLE_SHIFT & 3;
-}
+int role_code_of(uint8_t flags) { return flags >> BPDU_FLAG_ROLE_SHIFT & 3; }
 
-uint8_t role_flags(int code)
-{
-    return static_cast<uint8_t>(code << BPDU_FLAG_ROLE_SHIFT);
-}
+uint8_t role_flags(int code) { return static_cast<uint8_t>(code << BPDU_FLAG_ROLE_SHIFT); }
 
 bpdu_t config_bpdu(const told_t &told, uint8_t flags)
 {
@@ -60,34 +51,16 @@ bpdu_t rst_bpdu(const told_t &told, uint8_t flags, int role_code)
     return bpdu;
 }
 
-bpdu_t tcn_bpdu()
-{
-    return blank_bpdu(BPDU_TYPE_TCN);
-}
+bpdu_t tcn_bpdu() { return blank_bpdu(BPDU_TYPE_TCN); }
 
-bool is_rst(const bpdu_t &bpdu)
-{
-    return bpdu.type == BPDU_TYPE_RST;
-}
+bool is_rst(const bpdu_t &bpdu) { return bpdu.type == BPDU_TYPE_RST; }
 
-bool is_config(const bpdu_t &bpdu)
-{
-    return bpdu.type == BPDU_TYPE_CONFIG;
-}
+bool is_config(const bpdu_t &bpdu) { return bpdu.type == BPDU_TYPE_CONFIG; }
 
-bool is_tcn(const bpdu_t &bpdu)
-{
-    return bpdu.type == BPDU_TYPE_TCN;
-}
+bool is_tcn(const bpdu_t &bpdu) { return bpdu.type == BPDU_TYPE_TCN; }
 
-bool is_ack(const bpdu_t &bpdu)
-{
-    return is_config(bpdu) && has_flag(bpdu, BPDU_FLAG_TC_ACK);
-}
+bool is_ack(const bpdu_t &bpdu) { return is_config(bpdu) && has_flag(bpdu, BPDU_FLAG_TC_ACK); }
 
-bool has_flag(const bpdu_t &bpdu, uint8_t flag)
-{
-    return (bpdu.flags & flag) != 0;
-}
+bool has_flag(const bpdu_t &bpdu, uint8_t flag) { return (bpdu.flags & flag) != 0; }
 
 } // namespace lab

@@ -19,12 +19,14 @@ namespace {
 using namespace e2e;
 using json_t = nlohmann::json;
 
-constexpr char FAST_ROOT[] = "[bridge]\npriority = 4096\nmax_age = 6\nhello_time = 1\nforward_delay = 4\n"
-                             "[port.1]\nspanning_tree = true\nedge = false\n"
-                             "[port.2]\nspanning_tree = true\nedge = false\n";
-constexpr char FAST_LEAF[] = "[bridge]\nmax_age = 6\nhello_time = 1\nforward_delay = 4\n"
-                             "[port.1]\nspanning_tree = true\nedge = false\n"
-                             "[port.2]\nspanning_tree = true\nedge = false\n";
+constexpr char FAST_ROOT[] =
+    "[bridge]\npriority = 4096\nmax_age = 6\nhello_time = 1\nforward_delay = 4\n"
+    "[port.1]\nspanning_tree = true\nedge = false\n"
+    "[port.2]\nspanning_tree = true\nedge = false\n";
+constexpr char FAST_LEAF[] =
+    "[bridge]\nmax_age = 6\nhello_time = 1\nforward_delay = 4\n"
+    "[port.1]\nspanning_tree = true\nedge = false\n"
+    "[port.2]\nspanning_tree = true\nedge = false\n";
 
 /// The tool of this build, or that of the build under test.
 const std::string TOOL = lab::program("LVT_RSTPCTL", "lvt_rstpctl");
@@ -82,17 +84,19 @@ private:
 TEST_F(ctl, apply_puts_the_file_in_force)
 {
     lab::switch_t &device = start_switch();
-    write_config(device, "[bridge]\npriority = 8192\nhello_time = 1\n"
-                         "[port.2]\nspanning_tree = true\npath_cost = 77\npriority = 16\nedge = false\n"
-                         "point_to_point = false\nlacp = true\n"
-                         "[groups]\nspanning_tree = true\npath_cost = 99\n3 = []\n");
+    write_config(device,
+                 "[bridge]\npriority = 8192\nhello_time = 1\n"
+                 "[port.2]\nspanning_tree = true\npath_cost = 77\npriority = 16\nedge = false\n"
+                 "point_to_point = false\nlacp = true\n"
+                 "[groups]\nspanning_tree = true\npath_cost = 99\n3 = []\n");
     EXPECT_EQ(run(device, "apply /tmp/switch.toml").exit_code, 1); // 3 is no group: nothing is sent
     EXPECT_THAT(ask(device, "debug show system_config"), testing::HasSubstr("      32768        20"));
 
-    write_config(device, "[bridge]\npriority = 8192\nhello_time = 1\n"
-                         "[port.2]\nspanning_tree = true\npath_cost = 77\npriority = 16\nedge = false\n"
-                         "point_to_point = false\nlacp = true\n"
-                         "[groups]\nspanning_tree = true\npath_cost = 99\n7 = [5, 6]\n");
+    write_config(device,
+                 "[bridge]\npriority = 8192\nhello_time = 1\n"
+                 "[port.2]\nspanning_tree = true\npath_cost = 77\npriority = 16\nedge = false\n"
+                 "point_to_point = false\nlacp = true\n"
+                 "[groups]\nspanning_tree = true\npath_cost = 99\n7 = [5, 6]\n");
     EXPECT_EQ(done(device, "apply /tmp/switch.toml"), "");
     EXPECT_THAT(ask(device, "debug show system_config"), testing::HasSubstr("       8192        20            1"));
     const std::string ports = ask(device, "debug show port_config");
@@ -144,8 +148,8 @@ TEST_F(ctl, a_tree_of_two_switches_is_shown_as_it_is)
     // The monitor sees the second way taken.
     lab::process_t watcher =
         leaf.node().start({.argv = {"sh", "-c", fmt::format("exec {} monitor > /tmp/changes", TOOL)}});
-    ASSERT_TRUE(lab::within(SOON, [&] { return leaf.node().read("/proc/" + std::to_string(watcher.pid()) + "/comm") ==
-                                               "lvt_rstpctl\n"; }));
+    ASSERT_TRUE(lab::within(
+        SOON, [&] { return leaf.node().read("/proc/" + std::to_string(watcher.pid()) + "/comm") == "lvt_rstpctl\n"; }));
     ASSERT_TRUE(ticks(leaf, 2));
     cable(0).pull();
     EXPECT_TRUE(is_so(leaf, "root port is 2"));
@@ -232,9 +236,7 @@ TEST_F(ctl, groups_of_the_file_are_formed)
     EXPECT_THAT(done(leaf, "show ports"), testing::HasSubstr("\n7 (1, 2)  root  "));
 
     // A setting of something else leaves the group in peace.
-    const auto stops = [&leaf] {
-        return count_of(leaf.node().read(lab::BOARD_LOG_FILE), "mux port=1 forwarding=0");
-    };
+    const auto stops = [&leaf] { return count_of(leaf.node().read(lab::BOARD_LOG_FILE), "mux port=1 forwarding=0"); };
     const size_t stops_before = stops();
     ASSERT_GT(stops_before, 0u);
     done(leaf, "set port 6 --edge off --file /tmp/switch.toml");
@@ -359,8 +361,7 @@ TEST_F(ctl, parts_of_a_report)
     done(device, "inject bpdu 5 --root-id 4096/02:00:00:00:99:00");
     ASSERT_TRUE(is_so(device, "port 5 is root"));
 
-    EXPECT_THAT(done(device, "show statistics"),
-                testing::ContainsRegex("\n5 +[1-9][0-9]* +0 +0 +1 +0 +0 +0 +0\n"));
+    EXPECT_THAT(done(device, "show statistics"), testing::ContainsRegex("\n5 +[1-9][0-9]* +0 +0 +1 +0 +0 +0 +0\n"));
     EXPECT_THAT(done(device, "show port 5"),
                 testing::AllOf(testing::StartsWith("port            5\nrole            root\n"),
                                testing::HasSubstr("\ndesignated      4096/02:00:00:00:99:00 port "),
@@ -463,16 +464,17 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
     const std::vector<uint8_t> filling(4096);
     while (write(pipe.number(), filling.data(), filling.size()) > 0) {
     }
-    EXPECT_TRUE(told("lacp", "/tmp/rstp_if_pipe is full: the daemon hangs or is stopped. Look at what it printed last, and "
-                                 "start it again."));
+    EXPECT_TRUE(told("lacp",
+                     "/tmp/rstp_if_pipe is full: the daemon hangs or is stopped. Look at what it printed last, and "
+                     "start it again."));
 
     device.daemon().signal(SIGKILL);
     EXPECT_EQ(device.daemon().wait(), 128 + SIGKILL);
-    EXPECT_TRUE(lab::within(SOON, [&] {
-        return told("lacp", "no reader on /tmp/rstp_if_pipe: is the daemon running? Start it.");
-    }));
+    EXPECT_TRUE(lab::within(
+        SOON, [&] { return told("lacp", "no reader on /tmp/rstp_if_pipe: is the daemon running? Start it."); }));
     device.board().stop();
-    EXPECT_TRUE(told("lacp", "no pipe at /tmp/rstp_if_pipe: is the daemon's board running? Start it, and then the daemon."));
+    EXPECT_TRUE(
+        told("lacp", "no pipe at /tmp/rstp_if_pipe: is the daemon's board running? Start it, and then the daemon."));
 }
 
 } // namespace

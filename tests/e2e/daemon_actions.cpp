@@ -24,10 +24,7 @@ std::string operation(unsigned op, unsigned reg, unsigned mask, unsigned value)
     return fmt::format("{} {:x} {:x} {:x}", op, reg, mask, value);
 }
 
-std::string batch(const std::vector<std::string> &operations)
-{
-    return fmt::format("{}", fmt::join(operations, "; "));
-}
+std::string batch(const std::vector<std::string> &operations) { return fmt::format("{}", fmt::join(operations, "; ")); }
 
 unsigned number(const event_t &event, const char *key)
 {
@@ -42,10 +39,7 @@ std::string trap(unsigned mask, unsigned command)
 }
 
 /// The board has written down what the daemon did until now.
-void catch_up(const lab::switch_t &device)
-{
-    device.client().show("counters");
-}
+void catch_up(const lab::switch_t &device) { device.client().show("counters"); }
 
 } // namespace
 
@@ -61,15 +55,14 @@ actions_t watch_t::news()
     for (; seen_ < events.size(); seen_++) {
         const event_t &event = events[seen_];
         if (event.topic == "mux")
-            actions.push_back(
-                event.values.contains("port")
-                    ? tells_mux(static_cast<int>(number(event, "port")), number(event, "forwarding") != 0)
-                    : "mux ?");
+            actions.push_back(event.values.contains("port")
+                                  ? tells_mux(static_cast<int>(number(event, "port")), number(event, "forwarding") != 0)
+                                  : "mux ?");
         if (event.topic != "mdio")
             continue;
         if (event.values.contains("step")) {
-            operations.push_back(operation(number(event, "op"), number(event, "reg"), number(event, "mask"),
-                                           number(event, "value")));
+            operations.push_back(
+                operation(number(event, "op"), number(event, "reg"), number(event, "mask"), number(event, "value")));
             continue;
         }
         if (event.values.at("result") == "0")
@@ -97,25 +90,13 @@ std::string writes_state(int port, unsigned code)
     return operation(MODIFY, 0x660 + 12 * chip, 0x70000, code << 16);
 }
 
-std::string tells_mux(int port, bool forwarding)
-{
-    return fmt::format("mux {} {}", port, int{forwarding});
-}
+std::string tells_mux(int port, bool forwarding) { return fmt::format("mux {} {}", port, int{forwarding}); }
 
-std::string flushes()
-{
-    return batch({operation(WAIT, 0x60C, BUSY, 0), operation(WRITE, 0x60C, 0, 0x80000004)});
-}
+std::string flushes() { return batch({operation(WAIT, 0x60C, BUSY, 0), operation(WRITE, 0x60C, 0, 0x80000004)}); }
 
-std::string arms_trap()
-{
-    return trap(0, 0x80020022);
-}
+std::string arms_trap() { return trap(0, 0x80020022); }
 
-std::string disarms_trap()
-{
-    return trap(BUSY, 0x80020023);
-}
+std::string disarms_trap() { return trap(BUSY, 0x80020023); }
 
 std::string writes_rule(int port, unsigned mac)
 {
@@ -136,10 +117,7 @@ std::string writes_rule(int port, unsigned mac)
     return batch(operations);
 }
 
-std::string is_refused(unsigned operations)
-{
-    return fmt::format("refused: {} operations", operations);
-}
+std::string is_refused(unsigned operations) { return fmt::format("refused: {} operations", operations); }
 
 actions_t operator+(actions_t first, const actions_t &second)
 {

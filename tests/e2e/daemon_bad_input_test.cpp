@@ -202,9 +202,8 @@ TEST_F(daemon_bad_input, bpdu_from_the_cpu_port_is_a_programming_error)
     device.send(bpdu_message(1, octets_of(superior_bpdu())));
     ASSERT_TRUE(lab::within(SOON, [&] { return !device.daemon().running(); }));
     EXPECT_EQ(device.daemon().exit_code(), 128 + SIGABRT);
-    EXPECT_EQ(
-        device.node().read(lab::DAEMON_ERROR_FILE),
-        "lvt_rstpd: lvt_rstp:1197: lvt_rstp_receive: Assertion `((from_port) <= (((6) * 1)))' failed.\n");
+    EXPECT_EQ(device.node().read(lab::DAEMON_ERROR_FILE),
+              "lvt_rstpd: lvt_rstp:1197: lvt_rstp_receive: Assertion `((from_port) <= (((6) * 1)))' failed.\n");
 }
 
 TEST_F(daemon_bad_input, status_of_no_port_is_a_programming_error)
@@ -248,9 +247,8 @@ TEST_F(daemon_bad_input, debug_texts_of_all_kinds)
 {
     std::mt19937 random(20041);
     const std::string console = device.node().read(lab::CONSOLE_FILE);
-    for (const std::string &text :
-         {std::string("bug show system_config"), std::string("Debug show system_config"),
-          std::string(" debug"), std::string(100, '\0'), std::string("\n")})
+    for (const std::string &text : {std::string("bug show system_config"), std::string("Debug show system_config"),
+                                    std::string(" debug"), std::string(100, '\0'), std::string("\n")})
         EXPECT_EQ(ask(device, text), "") << text;
     EXPECT_EQ(ask(device, "debug bpdu_filter"), "");
     EXPECT_EQ(ask(device, "debug bpdu_filter maybe"), "");
@@ -262,8 +260,7 @@ TEST_F(daemon_bad_input, debug_texts_of_all_kinds)
     EXPECT_EQ(ask(device, "debug show a b c d e f g h i j k l m n o p q r s t u v w x y z"), menu);
     EXPECT_EQ(ask(device, "debug show rstp_port_status 1 2 3 4 5 6 7 8 9 10 11 12 13"), menu);
     EXPECT_EQ(ask(device, "debugging"), menu);
-    EXPECT_EQ(ask(device, "debug    show   system_config\n"),
-              ask(device, "debug show system_config_and_more"));
+    EXPECT_EQ(ask(device, "debug    show   system_config\n"), ask(device, "debug show system_config_and_more"));
 
     // More than one read takes: the rest is a text of its own.
     EXPECT_EQ(ask(device, "debug " + std::string(94, 'x') + "debug"), menu + menu);

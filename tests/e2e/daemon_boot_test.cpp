@@ -20,9 +20,10 @@ using testing::HasSubstr;
 
 class daemon_boot : public switches_test_t {};
 
-constexpr char BANNER[] = "*****************************\n"
-                          "*   RSTP Initial Complete   *\n"
-                          "*****************************\n";
+constexpr char BANNER[] =
+    "*****************************\n"
+    "*   RSTP Initial Complete   *\n"
+    "*****************************\n";
 
 /// The switch's own address is 02:00:00:00:01:00.
 actions_t whole_boot()
@@ -56,8 +57,7 @@ TEST_F(daemon_boot, does_the_same_when_ports_have_link)
     const lab::node_t far("far", 100);
     std::list<lab::cable_t> cables;
     for (const int port : {1, 4, 5})
-        cables.emplace_back(device.port(port),
-                            lab::cable_end_t{&far, fmt::format("port{}", port), far.mac(port)});
+        cables.emplace_back(device.port(port), lab::cable_end_t{&far, fmt::format("port{}", port), far.mac(port)});
     device.start();
 
     EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
@@ -153,8 +153,8 @@ TEST(daemon_program, needs_the_board_libraries_and_libc_only)
     for (std::string line; std::getline(lines, line);)
         if (line.find("(NEEDED)") != std::string::npos)
             needed.insert(line.substr(line.find('[')));
-    EXPECT_THAT(needed, testing::ElementsAre("[libLvtCom.so]", "[libc.so.6]", "[liblink_mon_intf.so]",
-                                             "[libmdio_intf.so]"));
+    EXPECT_THAT(needed,
+                testing::ElementsAre("[libLvtCom.so]", "[libc.so.6]", "[liblink_mon_intf.so]", "[libmdio_intf.so]"));
 }
 
 } // namespace

@@ -28,9 +28,8 @@ protected:
         serve(device, port_status_message(linked({1, 3, 6})));
         serve(device, port_config_message(enabled({1, 3, 6})));
         hear(device, 3, superior_bpdu());
-        ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
-            return status.port(3).role == ROLE_ROOT;
-        }));
+        ASSERT_TRUE(status_within(device, SOON,
+                                  [](const lab::bridge_status_t &status) { return status.port(3).role == ROLE_ROOT; }));
     }
 
     lab::switch_t &device = add_switch();
@@ -48,10 +47,7 @@ octets_t with(bpdu_t bpdu, size_t offset, uint8_t value)
     return frame;
 }
 
-octets_t cut(const bpdu_t &bpdu, size_t octets)
-{
-    return octets_of(bpdu, octets);
-}
+octets_t cut(const bpdu_t &bpdu, size_t octets) { return octets_of(bpdu, octets); }
 
 const bpdu_t RST = superior_bpdu();
 const bpdu_t CONFIG = lab::config_bpdu(lab::root_bridge(4096, 0x99));
@@ -200,8 +196,7 @@ const odd_t ODD[] = {
     {"all flags", [](bpdu_t &b) { b.flags = 0xFF; }},
     {"no flags", [](bpdu_t &b) { b.flags = 0; }},
     {"a version 1 length", [](bpdu_t &b) { b.version_1_length = 255; }},
-    {"everything 0",
-     [](bpdu_t &b) { std::fill(&b.flags, reinterpret_cast<uint8_t *>(&b) + sizeof b, uint8_t{0}); }},
+    {"everything 0", [](bpdu_t &b) { std::fill(&b.flags, reinterpret_cast<uint8_t *>(&b) + sizeof b, uint8_t{0}); }},
     {"everything 255",
      [](bpdu_t &b) { std::fill(&b.flags, reinterpret_cast<uint8_t *>(&b) + sizeof b, uint8_t{255}); }},
 };
@@ -234,8 +229,7 @@ TEST_F(daemon_bpdus, a_hello_time_of_0_does_not_stop_the_hellos)
     lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
     config.hello_time = 256; // kept to eight bits
     serve(device, system_config_message(config));
-    ASSERT_TRUE(status_within(device, SOON,
-                              [](const lab::bridge_status_t &status) { return status.hello_time == 0; }));
+    ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) { return status.hello_time == 0; }));
     const long before = counts(device, 1).rstp_sent;
     EXPECT_TRUE(lab::within(SOON, [&] { return counts(device, 1).rstp_sent >= before + 3; }));
     EXPECT_TRUE(is_sound(device));
@@ -264,9 +258,8 @@ TEST_F(daemon_bpdus, our_own_bpdu_comes_back)
     lab::told_t ours = {.root = OUR_OWN, .cost = 0, .bridge = OUR_OWN, .port = 0x8001};
     ours.times = {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2};
     hear(device, 6, lab::rst_bpdu(ours));
-    ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
-        return status.port(6).role == ROLE_BACKUP;
-    }));
+    ASSERT_TRUE(status_within(device, SOON,
+                              [](const lab::bridge_status_t &status) { return status.port(6).role == ROLE_BACKUP; }));
     EXPECT_EQ(device.status()->port(1).role, ROLE_DESIGNATED);
     EXPECT_TRUE(device.status()->is_root());
 }
@@ -286,8 +279,7 @@ protected:
 
     void send(octets_t frame) const
     {
-        ASSERT_EQ(::send(wire.number(), frame.data(), frame.size(), MSG_DONTWAIT),
-                  static_cast<ssize_t>(frame.size()));
+        ASSERT_EQ(::send(wire.number(), frame.data(), frame.size(), MSG_DONTWAIT), static_cast<ssize_t>(frame.size()));
     }
 
     bool counted(const counts_t &wanted) const
@@ -315,8 +307,7 @@ TEST_F(daemon_bpdus_over_a_cable, every_kind_is_counted)
     send(with(RST, 20, 0x03));
     EXPECT_TRUE(counted({.stp_received = 1, .rstp_received = 1, .tcn_received = 1, .unknown = 1}));
     send(with(RST, 14, 0x43));
-    EXPECT_TRUE(
-        counted({.stp_received = 1, .rstp_received = 1, .tcn_received = 1, .unknown = 1, .illegal = 1}));
+    EXPECT_TRUE(counted({.stp_received = 1, .rstp_received = 1, .tcn_received = 1, .unknown = 1, .illegal = 1}));
 }
 
 TEST_F(daemon_bpdus_over_a_cable, frames_of_1500_octets)

@@ -30,9 +30,7 @@ constexpr size_t TAG_OCTETS = 4;
 /// Everything that passes an interface, from the moment that the object is there.
 class capture_t {
 public:
-    capture_t(const lab::node_t &node, const std::string &interface) : socket_(node.packet_socket(interface))
-    {
-    }
+    capture_t(const lab::node_t &node, const std::string &interface) : socket_(node.packet_socket(interface)) {}
 
     const std::vector<octets_t> &frames()
     {
@@ -82,12 +80,8 @@ protected:
         device.start();
     }
 
-    static constexpr lvt_rstp_system_config_t BRIDGE = {.bridge_priority = 24576,
-                                                        .max_age = 9,
-                                                        .hello_time = 1,
-                                                        .forward_delay = 2,
-                                                        .force_version = 2,
-                                                        .reserved = 0};
+    static constexpr lvt_rstp_system_config_t BRIDGE = {
+        .bridge_priority = 24576, .max_age = 9, .hello_time = 1, .forward_delay = 2, .force_version = 2, .reserved = 0};
 
     void take_part(uint8_t force_version)
     {
@@ -152,9 +146,8 @@ std::string fields(const json &layer, std::initializer_list<const char *> names)
 /// The switch's addresses are 02:00:00:00:01:00 and, for its ports, those that follow.
 std::string ethernet_of(int port, int length, int padding)
 {
-    return fmt::format(
-        "eth.dst=01:80:c2:00:00:00\neth.src=02:00:00:00:01:{:02x}\neth.len={}\neth.padding={}\n", port,
-        length, fmt::join(std::vector<std::string>(static_cast<size_t>(padding), "00"), ":"));
+    return fmt::format("eth.dst=01:80:c2:00:00:00\neth.src=02:00:00:00:01:{:02x}\neth.len={}\neth.padding={}\n", port,
+                       length, fmt::join(std::vector<std::string>(static_cast<size_t>(padding), "00"), ":"));
 }
 
 std::string ethernet_in(const json &layers)
@@ -162,17 +155,14 @@ std::string ethernet_in(const json &layers)
     return fields(layers.at("eth"), {"eth.dst", "eth.src", "eth.len", "eth.padding"});
 }
 
-std::string llc_in(const json &layers)
-{
-    return fields(layers.at("llc"), {"llc.dsap", "llc.ssap", "llc.control"});
-}
+std::string llc_in(const json &layers) { return fields(layers.at("llc"), {"llc.dsap", "llc.ssap", "llc.control"}); }
 
 constexpr char LLC[] = "llc.dsap=0x42\nllc.ssap=0x42\nllc.control=0x0003\n";
 
 constexpr std::initializer_list<const char *> BPDU_FIELDS = {
-    "stp.protocol", "stp.version", "stp.type",     "stp.flags",    "stp.root.prio", "stp.root.ext",
-    "stp.root.hw",  "stp.root.cost", "stp.bridge.prio", "stp.bridge.ext", "stp.bridge.hw", "stp.port",
-    "stp.msg_age",  "stp.max_age", "stp.hello",    "stp.forward",  "stp.version_1_length"};
+    "stp.protocol", "stp.version",   "stp.type",        "stp.flags",      "stp.root.prio",       "stp.root.ext",
+    "stp.root.hw",  "stp.root.cost", "stp.bridge.prio", "stp.bridge.ext", "stp.bridge.hw",       "stp.port",
+    "stp.msg_age",  "stp.max_age",   "stp.hello",       "stp.forward",    "stp.version_1_length"};
 
 struct expected_bpdu_t {
     std::string version, type, flags;
@@ -231,9 +221,8 @@ TEST_F(daemon_frames, rst_bpdus)
         }
         // A designated port proposes, is in step with the others, learns and forwards.
         EXPECT_THAT(course, testing::MatchesRegex("( 0c)?( 0e)?( 4e)? 5e 7e")) << port;
-        EXPECT_EQ(fields(layers.back().at("stp"),
-                         {"stp.flags.tcack", "stp.flags.agreement", "stp.flags.forwarding",
-                          "stp.flags.learning", "stp.flags.port_role", "stp.flags.proposal"}),
+        EXPECT_EQ(fields(layers.back().at("stp"), {"stp.flags.tcack", "stp.flags.agreement", "stp.flags.forwarding",
+                                                   "stp.flags.learning", "stp.flags.port_role", "stp.flags.proposal"}),
                   "stp.flags.tcack=0\nstp.flags.agreement=1\nstp.flags.forwarding=1\nstp.flags.learning=1\n"
                   "stp.flags.port_role=3\nstp.flags.proposal=1\n");
     }
@@ -257,12 +246,11 @@ TEST_F(daemon_frames, rst_bpdus_of_a_root_port)
     EXPECT_EQ(ethernet_in(last), ethernet_of(4, 39, 7));
     const json &stp = last.at("stp");
     EXPECT_EQ(field(stp, "stp.flags.port_role"), "2");
-    EXPECT_EQ(
-        fields(stp, {"stp.root.prio", "stp.root.hw", "stp.root.cost", "stp.bridge.prio", "stp.bridge.hw",
-                     "stp.port", "stp.msg_age", "stp.max_age", "stp.hello", "stp.forward"}),
-        "stp.root.prio=4096\nstp.root.hw=02:00:00:00:99:00\nstp.root.cost=71234\n"
-        "stp.bridge.prio=24576\nstp.bridge.hw=02:00:00:00:01:00\nstp.port=0x1004\n"
-        "stp.msg_age=4\nstp.max_age=20\nstp.hello=2\nstp.forward=15\n");
+    EXPECT_EQ(fields(stp, {"stp.root.prio", "stp.root.hw", "stp.root.cost", "stp.bridge.prio", "stp.bridge.hw",
+                           "stp.port", "stp.msg_age", "stp.max_age", "stp.hello", "stp.forward"}),
+              "stp.root.prio=4096\nstp.root.hw=02:00:00:00:99:00\nstp.root.cost=71234\n"
+              "stp.bridge.prio=24576\nstp.bridge.hw=02:00:00:00:01:00\nstp.port=0x1004\n"
+              "stp.msg_age=4\nstp.max_age=20\nstp.hello=2\nstp.forward=15\n");
 }
 
 TEST_F(daemon_frames, configuration_bpdus)
@@ -280,10 +268,17 @@ TEST_F(daemon_frames, configuration_bpdus)
             EXPECT_EQ(ethernet_in(frame), ethernet_of(port, 38, 8));
             EXPECT_EQ(llc_in(frame), LLC);
             EXPECT_EQ(fields(frame.at("stp"), BPDU_FIELDS),
-                      text_of({.version = "0", .type = "0x00", .flags = flags,
-                               .root_priority = "24576", .root_address = "02:00:00:00:01:00", .cost = "0",
+                      text_of({.version = "0",
+                               .type = "0x00",
+                               .flags = flags,
+                               .root_priority = "24576",
+                               .root_address = "02:00:00:00:01:00",
+                               .cost = "0",
                                .port = fmt::format("0x{:02x}{:02x}", port == 4 ? 16 : 128, port),
-                               .message_age = "0", .max_age = "9", .hello_time = "1", .forward_delay = "2",
+                               .message_age = "0",
+                               .max_age = "9",
+                               .hello_time = "1",
+                               .forward_delay = "2",
                                .version_1_length = "none"}));
         }
         EXPECT_THAT(flags, testing::AnyOf("0x00", "0x01"));
@@ -297,8 +292,7 @@ TEST_F(daemon_frames, a_configuration_bpdu_acknowledges_a_topology_change)
     hear(device, 6, lab::tcn_bpdu());
     ASSERT_TRUE(lab::within(SOON, [&] {
         const auto frames = at(6).bpdus(BPDU_TYPE_CONFIG);
-        return std::any_of(frames.begin(), frames.end(),
-                           [](const octets_t &f) { return (f[21] & 0x80) != 0; });
+        return std::any_of(frames.begin(), frames.end(), [](const octets_t &f) { return (f[21] & 0x80) != 0; });
     }));
     const auto frames = at(6).bpdus(BPDU_TYPE_CONFIG);
     const auto found =
@@ -315,10 +309,13 @@ TEST_F(daemon_frames, tcn_bpdus)
     lab::told_t told = lab::root_bridge(4096, 0x99);
     told.times = {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 1, .HelloTime = 2};
     // The root port tells of itself when it forwards.
-    ASSERT_TRUE(lab::within(20s, [&] {
-        hear(device, 5, lab::config_bpdu(told));
-        return !at(5).bpdus(BPDU_TYPE_TCN).empty();
-    }, 200ms));
+    ASSERT_TRUE(lab::within(
+        20s,
+        [&] {
+            hear(device, 5, lab::config_bpdu(told));
+            return !at(5).bpdus(BPDU_TYPE_TCN).empty();
+        },
+        200ms));
 
     const std::vector<octets_t> frames = at(5).bpdus(BPDU_TYPE_TCN);
     for (const json &frame : analysed(frames)) {
@@ -328,7 +325,12 @@ TEST_F(daemon_frames, tcn_bpdus)
                   "stp.protocol=0x0000\nstp.version=0\nstp.type=0x80\nstp.flags=none\n");
     }
     for (const octets_t &frame : frames)
-        EXPECT_EQ(hex(frame), "0180c20000000200000001050007424203" "0000" "00" "80" + std::string(78, '0'));
+        EXPECT_EQ(hex(frame),
+                  "0180c20000000200000001050007424203"
+                  "0000"
+                  "00"
+                  "80" +
+                      std::string(78, '0'));
     for (const int port : {1, 4, 6})
         EXPECT_TRUE(at(port).bpdus(BPDU_TYPE_TCN).empty()) << port;
     EXPECT_GE(counts(device, 5).tcn_sent, static_cast<long>(frames.size()));

@@ -33,10 +33,7 @@ protected:
     std::string output() const { return device.node().read(lab::DAEMON_OUTPUT_FILE); }
     std::string errors() const { return device.node().read(lab::DAEMON_ERROR_FILE); }
     std::string console() const { return device.node().read(lab::CONSOLE_FILE); }
-    void remove(const char *path) const
-    {
-        ASSERT_TRUE(std::filesystem::remove(device.node().path(path))) << path;
-    }
+    void remove(const char *path) const { ASSERT_TRUE(std::filesystem::remove(device.node().path(path))) << path; }
 
     /// The daemon ends at once with status 1, after saying so.
     void expect_refusal(const std::string &words)
@@ -167,7 +164,11 @@ TEST_F(daemon_hard_days, without_the_lacp_pipe_it_says_so_and_goes_on)
     serve(device, port_config_message(enabled({1})));
     std::array<uint8_t, 100> octets;
     ASSERT_EQ(read(reader.number(), octets.data(), octets.size()), 18);
-    EXPECT_EQ(hex(std::span(octets).first(18)), "ac014352" "06000000" "07000000" "010000000000");
+    EXPECT_EQ(hex(std::span(octets).first(18)),
+              "ac014352"
+              "06000000"
+              "07000000"
+              "010000000000");
     EXPECT_EQ(output(), "Setting lacp_rstp_status is failSetting lacp_rstp_status is fail");
     EXPECT_TRUE(is_sound(device));
 }
@@ -201,9 +202,8 @@ TEST_F(daemon_hard_days, a_chip_that_refuses_everything)
         for (int time = 0; time < 2; time++)
             boot = boot + actions_t{is_refused(1), tells_mux(port, true)};
     EXPECT_THAT(watch.news(), ElementsAreArray(boot + actions_t{is_refused(2)}));
-    const std::string boot_words =
-        fmt::format(BATCH_FAILED, "sw_cfg_trap_bypassVlan_rstp_set_api", 444) +
-        repeated(fmt::format(BATCH_FAILED, "sw_cfg_stp_mstpState_set_api", 466), 12);
+    const std::string boot_words = fmt::format(BATCH_FAILED, "sw_cfg_trap_bypassVlan_rstp_set_api", 444) +
+                                   repeated(fmt::format(BATCH_FAILED, "sw_cfg_stp_mstpState_set_api", 466), 12);
     EXPECT_EQ(output(), boot_words);
 
     // What the daemon remembers is what it asked for.
@@ -232,8 +232,7 @@ TEST_F(daemon_hard_days, a_chip_that_refuses_one_rule)
     device.client().set_mdio_failures(1);
     device.start_daemon();
     // The first rule is refused, so the others are not tried; the rest of the boot is as always.
-    EXPECT_THAT(watch.news(),
-                ElementsAreArray(actions_t{is_refused(21)} + all_states() + actions_t{flushes()}));
+    EXPECT_THAT(watch.news(), ElementsAreArray(actions_t{is_refused(21)} + all_states() + actions_t{flushes()}));
     EXPECT_EQ(output(), fmt::format(BATCH_FAILED, "sw_cfg_trap_bypassVlan_rstp_set_api", 444));
 }
 
@@ -291,8 +290,7 @@ TEST_F(daemon_hard_days, a_link_monitor_without_an_answer)
     device.client().set_link_fail(true);
     device.start_daemon();
 
-    EXPECT_THAT(console(),
-                StartsWith("E:lvt_port_status_update() L789 link_mon_intf_param_get() failed\n*****"));
+    EXPECT_THAT(console(), StartsWith("E:lvt_port_status_update() L789 link_mon_intf_param_get() failed\n*****"));
     EXPECT_EQ(count_of(console(), "link_mon_intf_param_get"), 1u);
     EXPECT_THAT(watch.news(), Contains(writes_state(2, 4))) << "the boot goes on";
 
@@ -363,11 +361,15 @@ TEST_F(daemon_hard_days, a_failed_send_is_counted_and_not_repeated)
             sum += c.rstp_sent + c.stp_sent + c.tcn_sent;
         return sum;
     };
-    EXPECT_TRUE(lab::within(SOON, [&] {
-        const long before = sent();
-        const std::string complaints = errors();
-        return sent() == before && complaints == repeated("sendto: Network is down\n", static_cast<size_t>(before));
-    })) << sent() << "\n" << errors();
+    EXPECT_TRUE(lab::within(SOON,
+                            [&] {
+                                const long before = sent();
+                                const std::string complaints = errors();
+                                return sent() == before &&
+                                       complaints == repeated("sendto: Network is down\n", static_cast<size_t>(before));
+                            }))
+        << sent() << "\n"
+        << errors();
     const auto reached_the_chip = [&] {
         return device.client().show("counters").at("board").at("cpu_tagged").get<long>();
     };
@@ -385,14 +387,11 @@ lab::process_t start_with_console(const lab::switch_t &device, const std::string
 {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").replace_filename("lvt_rstpd");
     const auto open_file = [&](const char *file) {
-        return fd_t(
-            lab::checked(open(device.node().path(file).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), file));
+        return fd_t(lab::checked(open(device.node().path(file).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), file));
     };
     const fd_t out = open_file(lab::DAEMON_OUTPUT_FILE), err = open_file(lab::DAEMON_ERROR_FILE);
-    return device.node().start({.argv = {program},
-                                .environment = {"LVT_CONSOLE=" + console},
-                                .out = out.number(),
-                                .err = err.number()});
+    return device.node().start(
+        {.argv = {program}, .environment = {"LVT_CONSOLE=" + console}, .out = out.number(), .err = err.number()});
 }
 
 TEST_F(daemon_hard_days, a_console_that_cannot_be_opened_is_standard_output)
@@ -443,7 +442,8 @@ TEST_F(daemon_hard_days, a_status_file_without_room)
     // The file is made beside its place, where a full disk stands for once.
     const std::string beside = device.node().path(std::string(lab::STATUS_FILE) + ".tmp");
     std::filesystem::create_symlink("/dev/full", beside);
-    ASSERT_TRUE(lab::within(SOON, [&] { return !std::filesystem::is_symlink(beside); }, 1ms));
+    ASSERT_TRUE(lab::within(
+        SOON, [&] { return !std::filesystem::is_symlink(beside); }, 1ms));
     EXPECT_EQ(device.node().read(lab::STATUS_FILE), before) << "the last whole one stays";
 
     EXPECT_TRUE(ticks(device, 2));

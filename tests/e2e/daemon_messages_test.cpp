@@ -45,18 +45,12 @@ protected:
 /// What a port without link writes when it takes part for the first time.
 actions_t joins(int port)
 {
-    return {flushes(),
-            writes_state(port, 1), tells_mux(port, false),
-            writes_state(port, 3), tells_mux(port, false),
-            flushes(),
-            writes_state(port, 1), tells_mux(port, false)};
+    return {flushes(), writes_state(port, 1), tells_mux(port, false), writes_state(port, 3), tells_mux(port, false),
+            flushes(), writes_state(port, 1), tells_mux(port, false)};
 }
 
 /// What a port writes when spanning tree is switched off on it.
-actions_t leaves(int port)
-{
-    return {disarms_trap(), writes_state(port, 4), tells_mux(port, true)};
-}
+actions_t leaves(int port) { return {disarms_trap(), writes_state(port, 4), tells_mux(port, true)}; }
 
 // ---- type 0 -----------------------------------------------------------------------------------
 
@@ -69,8 +63,7 @@ TEST_F(daemon_messages, bpdu_is_counted_at_the_front_port_behind_the_chip_port)
 
     const auto all = counts(device);
     for (size_t octet = 2; octet < front_port.size(); octet++)
-        EXPECT_EQ(all[static_cast<size_t>(front_port[octet]) - 1],
-                  counts_t{.rstp_received = static_cast<long>(octet)})
+        EXPECT_EQ(all[static_cast<size_t>(front_port[octet]) - 1], counts_t{.rstp_received = static_cast<long>(octet)})
             << "port octet " << octet;
     for (size_t group = 6; group < 9; group++)
         EXPECT_EQ(all[group], counts_t{});
@@ -98,8 +91,8 @@ TEST_F(daemon_messages, bpdu_makes_its_port_the_root_port)
 
 TEST_F(daemon_messages, port_status_is_stored_as_it_comes)
 {
-    serve(device, port_status_message({{{9, 1, 0, 1}, {9, 0, 1, 0}, {9, 7, 2, 2}, {9, 255, 255, 255},
-                                        {9, 1, 3, 0}, {9, 0, 0, 0}}}));
+    serve(device, port_status_message(
+                      {{{9, 1, 0, 1}, {9, 0, 1, 0}, {9, 7, 2, 2}, {9, 255, 255, 255}, {9, 1, 3, 0}, {9, 0, 0, 0}}}));
     EXPECT_EQ(ask(device, "debug show port_status"),
               "====================================================================\n"
               "Port Status:\n"
@@ -118,8 +111,8 @@ TEST_F(daemon_messages, port_status_sets_path_costs_and_point_to_point)
 {
     // Any link octet but 0 means up, duplex 1 alone means full; speed 6 is no speed, above is 1 Mbit/s.
     serve(device, port_config_message(enabled({1, 2, 3, 4, 5, 6})));
-    serve(device, port_status_message({{{0, 1, 0, 1}, {0, 9, 1, 0}, {0, 1, 2, 2}, {0, 1, 3, 1},
-                                        {0, 1, 6, 1}, {0, 1, 200, 1}}}));
+    serve(device, port_status_message(
+                      {{{0, 1, 0, 1}, {0, 9, 1, 0}, {0, 1, 2, 2}, {0, 1, 3, 1}, {0, 1, 6, 1}, {0, 1, 200, 1}}}));
 
     ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
         return status.port(1).role == ROLE_DESIGNATED && status.port(6).role == ROLE_DESIGNATED;
@@ -141,7 +134,7 @@ TEST_F(daemon_messages, link_flushes_at_once_and_moves_the_port_with_the_next_ti
 
     serve(device, port_status_message(linked({3, 4})));
     const actions_t expected = {flushes(), // spanning tree is on at port 3 only
-                                // A host is expected there: learning and forwarding at once.
+                                           // A host is expected there: learning and forwarding at once.
                                 writes_state(3, 3), tells_mux(3, false), writes_state(3, 4), tells_mux(3, true)};
     EXPECT_EQ(watch.news_like(expected), expected);
     ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
@@ -153,9 +146,8 @@ TEST_F(daemon_messages, link_flushes_at_once_and_moves_the_port_with_the_next_ti
     EXPECT_THAT(watch.news(), IsEmpty()) << "nothing has changed";
 
     serve(device, port_status_message(linked({4})));
-    EXPECT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
-        return status.port(3).state == lab::STATE_DISABLED;
-    }));
+    EXPECT_TRUE(status_within(
+        device, SOON, [](const lab::bridge_status_t &status) { return status.port(3).state == lab::STATE_DISABLED; }));
     EXPECT_THAT(watch.news(), Contains(writes_state(3, 1)));
     EXPECT_EQ(device.client().port(3).state, 1u);
 }
@@ -204,8 +196,12 @@ TEST_F(daemon_messages, system_configuration_reaches_the_bridge)
     const size_t lacp_before = lacp_messages().size();
     watch.news();
 
-    serve(device, system_config_message({.bridge_priority = 4096 + 7, .max_age = 10, .hello_time = 1,
-                                         .forward_delay = 6, .force_version = 0, .reserved = 0x77}));
+    serve(device, system_config_message({.bridge_priority = 4096 + 7,
+                                         .max_age = 10,
+                                         .hello_time = 1,
+                                         .forward_delay = 6,
+                                         .force_version = 0,
+                                         .reserved = 0x77}));
     EXPECT_EQ(ask(device, "debug show system_config"),
               "================================================================\n"
               "RSTP SYSTEM CONFIG:\n"
@@ -228,8 +224,12 @@ TEST_F(daemon_messages, system_configuration_reaches_the_bridge)
 TEST_F(daemon_messages, aggregation_configuration_concerns_the_groups_only)
 {
     const std::string ports_before = ask(device, "debug show rstp_port_status 1");
-    serve(device, aggr_config_message({.adminPathCost = 4000000000, .port_priority = 16, .adminEnable = 1,
-                                       .adminEdge = 0, .adminPointToPoint = 1, .reserved = {}}));
+    serve(device, aggr_config_message({.adminPathCost = 4000000000,
+                                       .port_priority = 16,
+                                       .adminEnable = 1,
+                                       .adminEdge = 0,
+                                       .adminPointToPoint = 1,
+                                       .reserved = {}}));
     EXPECT_EQ(ask(device, "debug show port_config"),
               "================================================================\n"
               "RSTP PORT CONFIG:\n"
@@ -302,7 +302,11 @@ TEST_F(daemon_messages, port_configuration_tells_the_lacp_daemon_every_time)
 {
     port_configs_t configs = enabled({1, 6});
     configs[3].adminEnable = 0x5A;
-    const std::string told = "ac014352" "06000000" "07000000" "01005a000001";
+    const std::string told =
+        "ac014352"
+        "06000000"
+        "07000000"
+        "01005a000001";
 
     serve(device, port_config_message(configs));
     EXPECT_THAT(lacp_messages(), testing::ElementsAre(told));

@@ -56,22 +56,21 @@ const report_t REPORTS[] = {
                                    "Aggr Port:\n"
                                    "Aggr           0         128        0      1     2\n" +
                                    std::string(64, '-') + "\n" +
-                                   lines("   {}           0         128        0      1     2\n", 6) +
-                                   RULE64},
+                                   lines("   {}           0         128        0      1     2\n", 6) + RULE64},
     {"debug show rstp_statistics",
      RULE64 +
          "RSTP Statistics:\n"
          "1.stp_frame_xmits, 2.stp_frame_recvs, 3.rstp_frame_xmits,    4.rstp_frame_recvs \n"
          "5.tcn_frame_xmits, 6.tcn_frame_recvs, 7.unknown_frame_recvs, 8.illegal_frame_recvs\n" +
          lines("port{:02}=0,0,0,0,0,0,0,0\n", 9) + RULE64},
-    {"debug show port_status", RULE68 + "Port Status:\nPort | Link | Speed | Fdx\n" +
-                                   lines("   {}      0       0     0\n", 6) + RULE68},
+    {"debug show port_status",
+     RULE68 + "Port Status:\nPort | Link | Speed | Fdx\n" + lines("   {}      0       0     0\n", 6) + RULE68},
     {"debug show aggr_status",
      RULE68 + "RSTP Aggr Status:\nPORT NO | AGGR ID\n" + lines("      {0}         {0}\n", 6) + RULE68},
     {"debug show rstp_aggr_status",
      RULE64 + "RSTP AGGR STATUS:\nPort | Aggr_No\n" + lines("   {}         0\n", 6) + RULE64},
-    {"debug show rstp_stp_state", RULE64 + "RSTP STP STATE:\nPort | STP State | Fwd State\n" +
-                                      lines("   {}           4           1\n", 6) + RULE64},
+    {"debug show rstp_stp_state",
+     RULE64 + "RSTP STP STATE:\nPort | STP State | Fwd State\n" + lines("   {}           4           1\n", 6) + RULE64},
     {"debug show lacp_port_config",
      RULE64 + "RSTP LACP PORT STATE:\nPort | LACP State \n" + lines("   {}           0\n", 6, 0) + RULE64},
     {"debug show rstp_port_status 3", RULE64 + PORT_3_STATUS + RULE64},
@@ -98,30 +97,33 @@ TEST_F(daemon_reports, every_command_prints_its_report)
 TEST_F(daemon_reports, bridge_status)
 {
     EXPECT_THAT(ask(device, "debug show bridge_status"),
-                MatchesRegex(RULE64 + "RSTP BRIDGE STATUS:\n"
-                                      "admin_enabled=1\n"
-                                      "vlan_id=1\n"
-                                      "This Bridge: Prio=32768, ID=02:00:00:00:01:00\n"
-                                      "designated_root: Prio=32768, ID=02:00:00:00:01:00\n"
-                                      "root_cost=0\n"
-                                      "root_port=0\n"
-                                      "root_port_prio=0\n"
-                                      "max_age=20\n"
-                                      "hello_time=2\n"
-                                      "forward_delay=15\n"
-                                      "in_tc=0\n"
-                                      "tc_count=0\n"
-                                      "secs_since_last_tc=-?[0-9]+\n"
-                                      "num_active_ports=0\n" + RULE64));
+                MatchesRegex(RULE64 +
+                             "RSTP BRIDGE STATUS:\n"
+                             "admin_enabled=1\n"
+                             "vlan_id=1\n"
+                             "This Bridge: Prio=32768, ID=02:00:00:00:01:00\n"
+                             "designated_root: Prio=32768, ID=02:00:00:00:01:00\n"
+                             "root_cost=0\n"
+                             "root_port=0\n"
+                             "root_port_prio=0\n"
+                             "max_age=20\n"
+                             "hello_time=2\n"
+                             "forward_delay=15\n"
+                             "in_tc=0\n"
+                             "tc_count=0\n"
+                             "secs_since_last_tc=-?[0-9]+\n"
+                             "num_active_ports=0\n" +
+                             RULE64));
 
     serve(device, port_status_message(linked({2, 5})));
     serve(device, port_config_message(enabled({2, 5})));
     const auto follows = [&] {
         hear(device, 5, superior_bpdu());
         const std::string report = ask(device, "debug show bridge_status");
-        return report.find("designated_root: Prio=4096, ID=02:00:00:00:99:00\n"
-                           "root_cost=20000\nroot_port=5\nroot_port_prio=128\n"
-                           "max_age=6\nhello_time=1\nforward_delay=4\n") != std::string::npos &&
+        return report.find(
+                   "designated_root: Prio=4096, ID=02:00:00:00:99:00\n"
+                   "root_cost=20000\nroot_port=5\nroot_port_prio=128\n"
+                   "max_age=6\nhello_time=1\nforward_delay=4\n") != std::string::npos &&
                report.find("num_active_ports=2\n") != std::string::npos;
     };
     EXPECT_TRUE(lab::within(SOON, follows, 100ms));
@@ -147,10 +149,9 @@ TEST_F(daemon_reports, the_bpdu_filter_disarms_the_trap_for_each_port_that_is_of
 TEST_F(daemon_reports, commands_from_a_shell)
 {
     const size_t before = device.node().read(lab::CONSOLE_FILE).size();
-    ASSERT_EQ(device.node()
-                  .run({.argv = {"sh", "-c", "echo debug show system_config > /tmp/rstp_dbg_if_pipe"}})
-                  .exit_code,
-              0);
+    ASSERT_EQ(
+        device.node().run({.argv = {"sh", "-c", "echo debug show system_config > /tmp/rstp_dbg_if_pipe"}}).exit_code,
+        0);
     EXPECT_TRUE(lab::within(SOON, [&] {
         return device.node().read(lab::CONSOLE_FILE).substr(before) == REPORTS[0].text;
     })) << device.node().read(lab::CONSOLE_FILE);
@@ -212,12 +213,10 @@ TEST_F(daemon_reports, the_status_file_counts_in_its_own_order)
     ASSERT_TRUE(ticks(device, 2));
     // Sent: RST, configuration, TCN; received: the same; malformed, unknown.
     EXPECT_THAT(device.node().read(lab::STATUS_FILE), testing::HasSubstr("port02=0,0,0,3,4,5,1,2\n"));
-    EXPECT_EQ(
-        counts(device, 2),
-        (counts_t{.stp_received = 4, .rstp_received = 3, .tcn_received = 5, .unknown = 2, .illegal = 1}));
-    ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
-        return status.port(6).sent.rstp >= 2;
-    }));
+    EXPECT_EQ(counts(device, 2),
+              (counts_t{.stp_received = 4, .rstp_received = 3, .tcn_received = 5, .unknown = 2, .illegal = 1}));
+    ASSERT_TRUE(
+        status_within(device, SOON, [](const lab::bridge_status_t &status) { return status.port(6).sent.rstp >= 2; }));
 }
 
 TEST_F(daemon_reports, a_tick_is_a_second)

@@ -14,9 +14,9 @@ namespace e2e {
 
 void PrintTo(const counts_t &c, std::ostream *stream)
 {
-    *stream << fmt::format(
-        "sent: stp {} rstp {} tcn {}; received: stp {} rstp {} tcn {}, unknown {} illegal {}", c.stp_sent,
-        c.rstp_sent, c.tcn_sent, c.stp_received, c.rstp_received, c.tcn_received, c.unknown, c.illegal);
+    *stream << fmt::format("sent: stp {} rstp {} tcn {}; received: stp {} rstp {} tcn {}, unknown {} illegal {}",
+                           c.stp_sent, c.rstp_sent, c.tcn_sent, c.stp_received, c.rstp_received, c.tcn_received,
+                           c.unknown, c.illegal);
 }
 
 std::array<counts_t, 9> counts(const lab::switch_t &device)
@@ -27,24 +27,20 @@ std::array<counts_t, 9> counts(const lab::switch_t &device)
         const size_t line = report.find(fmt::format("port{:02}=", i + 1));
         counts_t &c = all[i];
         if (line == std::string::npos ||
-            std::sscanf(&report[line], "port%*d=%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld", &c.stp_sent,
-                        &c.stp_received, &c.rstp_sent, &c.rstp_received, &c.tcn_sent, &c.tcn_received,
-                        &c.unknown, &c.illegal) != 8)
+            std::sscanf(&report[line], "port%*d=%ld,%ld,%ld,%ld,%ld,%ld,%ld,%ld", &c.stp_sent, &c.stp_received,
+                        &c.rstp_sent, &c.rstp_received, &c.tcn_sent, &c.tcn_received, &c.unknown, &c.illegal) != 8)
             throw std::runtime_error("no statistics: " + report);
     }
     return all;
 }
 
-counts_t counts(const lab::switch_t &device, int port)
-{
-    return counts(device).at(static_cast<size_t>(port) - 1);
-}
+counts_t counts(const lab::switch_t &device, int port) { return counts(device).at(static_cast<size_t>(port) - 1); }
 
 std::string all_reports(const lab::switch_t &device)
 {
     std::string reports;
-    for (const char *report : {"system_config", "port_config", "rstp_statistics", "port_status",
-                               "aggr_status", "rstp_aggr_status", "rstp_stp_state", "lacp_port_config"})
+    for (const char *report : {"system_config", "port_config", "rstp_statistics", "port_status", "aggr_status",
+                               "rstp_aggr_status", "rstp_stp_state", "lacp_port_config"})
         reports += ask(device, fmt::format("debug show {}", report));
     for (int port = 1; port <= 9; port++)
         reports += ask(device, fmt::format("debug show rstp_port_status {}", port));
@@ -69,8 +65,7 @@ port_statuses_t linked(std::initializer_list<int> ports)
 
 std::vector<uint8_t> received(int port, std::span<const uint8_t> frame)
 {
-    constexpr std::array<uint8_t, 7> PORT_OCTET = {0, 2, 3, 4,
-                                                   5, 7, 6}; // chip ports + 1; 5 and 6 are crossed
+    constexpr std::array<uint8_t, 7> PORT_OCTET = {0, 2, 3, 4, 5, 7, 6}; // chip ports + 1; 5 and 6 are crossed
     return bpdu_message(PORT_OCTET.at(static_cast<size_t>(port)), frame);
 }
 
@@ -87,15 +82,9 @@ std::vector<uint8_t> octets_of(const bpdu_t &bpdu, size_t count)
     return frame;
 }
 
-bpdu_t superior_bpdu()
-{
-    return lab::rst_bpdu(lab::root_bridge(4096, 0x99));
-}
+bpdu_t superior_bpdu() { return lab::rst_bpdu(lab::root_bridge(4096, 0x99)); }
 
-void hear(const lab::switch_t &device, int port, const bpdu_t &bpdu)
-{
-    serve(device, received(port, octets_of(bpdu)));
-}
+void hear(const lab::switch_t &device, int port, const bpdu_t &bpdu) { serve(device, received(port, octets_of(bpdu))); }
 
 testing::AssertionResult is_sound(lab::switch_t &device)
 {
@@ -107,9 +96,6 @@ testing::AssertionResult is_sound(lab::switch_t &device)
     return testing::AssertionSuccess();
 }
 
-std::string hex(std::span<const uint8_t> octets)
-{
-    return fmt::format("{:02x}", fmt::join(octets, ""));
-}
+std::string hex(std::span<const uint8_t> octets) { return fmt::format("{:02x}", fmt::join(octets, "")); }
 
 } // namespace e2e

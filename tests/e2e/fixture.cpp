@@ -25,25 +25,22 @@ constexpr auto TICK_PATIENCE = SOON; ///< for one tick
 
 void wait_until_taken(const lab::switch_t &device, const std::string &pipe)
 {
-    if (!lab::within(SOON, [&] { return octets_waiting(device, pipe) == 0; }, 1ms))
+    if (!lab::within(
+            SOON, [&] { return octets_waiting(device, pipe) == 0; }, 1ms))
         give_up(device, pipe + " was not read");
 }
 
 void command(const lab::switch_t &device, const std::string &text)
 {
     const auto *octets = reinterpret_cast<const uint8_t *>(text.data());
-    const pipe_result_t result =
-        write_to_empty_pipe(device.node().path(RSTP_DBG_IF_PIPE), {octets, text.size()}, SOON);
+    const pipe_result_t result = write_to_empty_pipe(device.node().path(RSTP_DBG_IF_PIPE), {octets, text.size()}, SOON);
     if (!result.ok())
         give_up(device, result.message);
     wait_until_taken(device, RSTP_DBG_IF_PIPE);
 }
 
 /// Waits until what the daemon took before is handled: only then it reads this, which is no command.
-void settle(const lab::switch_t &device)
-{
-    command(device, "\n");
-}
+void settle(const lab::switch_t &device) { command(device, "\n"); }
 
 struct stamp_t {
     timespec time;
@@ -121,8 +118,7 @@ std::string ask(const lab::switch_t &device, const std::string &text)
 
 size_t octets_waiting(const lab::switch_t &device, const std::string &pipe)
 {
-    const fd_t fd(
-        lab::checked(open(device.node().path(pipe).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), pipe));
+    const fd_t fd(lab::checked(open(device.node().path(pipe).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), pipe));
     int count = 0;
     lab::checked(ioctl(fd.number(), FIONREAD, &count), pipe);
     return static_cast<size_t>(count);
@@ -132,7 +128,8 @@ bool ticks(const lab::switch_t &device, int count)
 {
     stamp_t seen = status_stamp(device);
     for (int i = 0; i < count; i++) {
-        if (!lab::within(TICK_PATIENCE, [&] { return !(status_stamp(device) == seen); }, 5ms))
+        if (!lab::within(
+                TICK_PATIENCE, [&] { return !(status_stamp(device) == seen); }, 5ms))
             return false;
         seen = status_stamp(device);
     }

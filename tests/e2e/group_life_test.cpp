@@ -45,8 +45,7 @@ TEST_F(group_life, form_reform_dissolve_and_form_again)
 
     report_to_both(AGGR_STATUS_ALONE);
     EXPECT_EQ(engine_groups(b), ports_t({0, 0, 0, 0, 0, 0}));
-    EXPECT_TRUE(
-        becomes(b, "1 root forwards, 2 alternate blocks, 3 alternate blocks, 6 designated forwards", 8s));
+    EXPECT_TRUE(becomes(b, "1 root forwards, 2 alternate blocks, 3 alternate blocks, 6 designated forwards", 8s));
     EXPECT_EQ(status_of(b).port(7).role, ROLE_NON_STP);
 
     report_to_both(groups({8, 8, 8}));
@@ -188,9 +187,8 @@ TEST_F(group_life, spanning_tree_off_and_on_for_the_groups)
     lvt_rstp_port_config_t on = LVT_RSTP_PORT_DEFAULTS;
     on.adminEnable = 1;
     serve(ours, aggr_config_message(on));
-    EXPECT_TRUE(within(AT_ONCE, [&] {
-        return chip_state(ours, 1) == HW_DISCARDING && chip_state(ours, 2) == HW_DISCARDING;
-    }));
+    EXPECT_TRUE(
+        within(AT_ONCE, [&] { return chip_state(ours, 1) == HW_DISCARDING && chip_state(ours, 2) == HW_DISCARDING; }));
     EXPECT_TRUE(becomes(ours, "7 designated forwards", BY_TIMERS));
     expect_states_together(ours, mark);
 }
@@ -211,9 +209,8 @@ TEST_F(group_life, spanning_tree_off_and_on_for_a_member)
     EXPECT_TRUE(becomes(ours, "7 designated forwards", BY_TIMERS));
 
     serve(ours, port_config_message(port_configs({1, 2})));
-    EXPECT_TRUE(within(AT_ONCE, [&] {
-        return chip_state(ours, 1) == HW_DISCARDING && chip_state(ours, 2) == HW_DISCARDING;
-    }));
+    EXPECT_TRUE(
+        within(AT_ONCE, [&] { return chip_state(ours, 1) == HW_DISCARDING && chip_state(ours, 2) == HW_DISCARDING; }));
     EXPECT_EQ(engine_groups(ours), ports_t({7, 7, 0, 0, 0, 0}));
 }
 
@@ -236,8 +233,7 @@ TEST_P(group_lacp, decides_whether_members_are_forced_to_forward)
 
     for (const int port : {1, 2}) {
         for (const int state : {HW_DISABLED, HW_DISCARDING, HW_LEARNING, HW_NO_STP})
-            EXPECT_TRUE(times_of_state(ours, port, state, mark).empty())
-                << "port " << port << ", state " << state;
+            EXPECT_TRUE(times_of_state(ours, port, state, mark).empty()) << "port " << port << ", state " << state;
         const auto forced = times_of_state(ours, port, HW_FORWARDING, mark);
         if (lacp)
             EXPECT_TRUE(forced.empty());
@@ -254,10 +250,7 @@ INSTANTIATE_TEST_SUITE_P(lacp, group_lacp, testing::Bool(),
 
 constexpr char FAILURE[] = "Setting lacp_rstp_status is fail";
 
-size_t failures(const switch_t &device)
-{
-    return e2e::count_of(device.node().read(DAEMON_OUTPUT_FILE), FAILURE);
-}
+size_t failures(const switch_t &device) { return e2e::count_of(device.node().read(DAEMON_OUTPUT_FILE), FAILURE); }
 
 /// The ports with spanning tree that the link-aggregation daemon was told last.
 ports_t told_to_lacp(const switch_t &device)
@@ -306,8 +299,8 @@ TEST_F(group_life, full_lacp_pipe_changes_nothing_else)
     ours.client().set_pipes_unread(true);
     {
         const std::array<uint8_t, 18> message = {0xAC, 0x01, 0x43, 0x52, 6, 0, 0, 0, 7};
-        const fd_t pipe(checked(
-            open(ours.node().path(LACP_IF_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), LACP_IF_PIPE));
+        const fd_t pipe(
+            checked(open(ours.node().path(LACP_IF_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), LACP_IF_PIPE));
         while (write(pipe.number(), message.data(), message.size()) > 0)
             continue;
         ASSERT_EQ(errno, EAGAIN);

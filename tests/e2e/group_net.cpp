@@ -104,9 +104,8 @@ void group_test_t::expect_tables_agree(const switch_t &device)
         return written == chip && shown == engine;
     });
     EXPECT_TRUE(agree) << testing::PrintToString(written) << " were written, the chip has "
-                       << testing::PrintToString(chip) << "; the engine has groups "
-                       << testing::PrintToString(engine) << ", the status file "
-                       << testing::PrintToString(shown);
+                       << testing::PrintToString(chip) << "; the engine has groups " << testing::PrintToString(engine)
+                       << ", the status file " << testing::PrintToString(shown);
 }
 
 void group_test_t::expect_states_together(const switch_t &device, double since)

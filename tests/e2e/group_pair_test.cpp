@@ -54,13 +54,12 @@ TEST_F(group_pair, speaks_by_its_first_member_and_hears_by_all)
 
     const bpdu_t bpdu = at_first.heard().back().bpdu;
     const auto *source = bpdu.source;
-    EXPECT_EQ(fmt::format("{:02x}:{:02x}:{:02x}:{:02x}:{:02x}:{:02x}", source[0], source[1], source[2],
-                          source[3], source[4], source[5]),
+    EXPECT_EQ(fmt::format("{:02x}:{:02x}:{:02x}:{:02x}:{:02x}:{:02x}", source[0], source[1], source[2], source[3],
+                          source[4], source[5]),
               a->node().mac(1));
     EXPECT_EQ(bpdu_get16(bpdu.port_id), 128 << 8 | 7);
 
-    ASSERT_TRUE(
-        within(AT_ONCE, [&] { return status_of(*a).port(1).sent.rstp >= a_before.port(1).sent.rstp + 2; }));
+    ASSERT_TRUE(within(AT_ONCE, [&] { return status_of(*a).port(1).sent.rstp >= a_before.port(1).sent.rstp + 2; }));
     const bridge_status_t a_after = status_of(*a), b_after = status_of(*b);
     EXPECT_EQ(a_after.port(2).sent.all(), a_before.port(2).sent.all());
     EXPECT_EQ(a_after.port(7).sent.all(), 0u);
@@ -95,12 +94,14 @@ TEST_F(group_pair, carries_every_flow_once_and_in_order)
                 for (const std::string &source : sources)
                     left->send(source, to, from + round + i);
             const uint32_t last = from + round + BURST - 1;
-            ASSERT_TRUE(within(5s, [&] {
-                for (const std::string &source : sources)
-                    if (right->times_received(source, last) == 0)
-                        return false;
-                return true;
-            })) << "frame " << last << " to " << to;
+            ASSERT_TRUE(within(5s,
+                               [&] {
+                                   for (const std::string &source : sources)
+                                       if (right->times_received(source, last) == 0)
+                                           return false;
+                                   return true;
+                               }))
+                << "frame " << last << " to " << to;
         }
     };
 

@@ -53,9 +53,8 @@ TEST_P(lab_end, leaves_nothing)
     const std::string traces_before = traces();
     {
         const fd_t output(lab::checked(memfd_create("output", MFD_CLOEXEC), "memory for the output"));
-        lab::process_t starter = lab::start({.argv = {SWITCH, "--bridge", "1,2", "--host", "3"},
-                                             .out = output.number(),
-                                             .err = output.number()});
+        lab::process_t starter = lab::start(
+            {.argv = {SWITCH, "--bridge", "1,2", "--host", "3"}, .out = output.number(), .err = output.number()});
         const auto said = [&] {
             std::ifstream text(fmt::format("/proc/self/fd/{}", output.number()));
             return std::string(std::istreambuf_iterator<char>(text), {});
@@ -69,8 +68,7 @@ TEST_P(lab_end, leaves_nothing)
         ASSERT_TRUE(lab::within(SOON, [&] { return !starter.running(); }));
         EXPECT_EQ(starter.exit_code(), wanted) << said();
     }
-    EXPECT_TRUE(lab::within(SOON, [&] { return processes() == processes_before; }))
-        << fmt::format("{}", processes());
+    EXPECT_TRUE(lab::within(SOON, [&] { return processes() == processes_before; })) << fmt::format("{}", processes());
     EXPECT_EQ(traces(), traces_before);
 }
 

@@ -34,9 +34,8 @@ TEST_P(tree_parallel, one_path_forwards)
     const bool settled = within(BY_TIMERS, [&] {
         left.send(left.mac(), EVERYBODY, number++);
         EXPECT_TRUE(left.received().empty());
-        return ports_text(a) == at_a + "6 designated forwards" &&
-               ports_text(b) == at_b + "6 designated forwards" && number >= 2 &&
-               right.times_received(left.mac(), number - 2) > 0;
+        return ports_text(a) == at_a + "6 designated forwards" && ports_text(b) == at_b + "6 designated forwards" &&
+               number >= 2 && right.times_received(left.mac(), number - 2) > 0;
     });
     EXPECT_TRUE(settled) << ports_text(a) << " and " << ports_text(b);
 
@@ -90,8 +89,7 @@ TEST_F(tree_pair, alternate_takes_over_at_once)
 
     first_cable->plug();
     EXPECT_TRUE(becomes(*b, "1 root forwards, 2 alternate blocks, 6 designated forwards", AT_ONCE));
-    EXPECT_TRUE(
-        becomes(*a, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
+    EXPECT_TRUE(becomes(*a, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
     EXPECT_TRUE(left->reaches(*right, AT_ONCE));
 }
 
@@ -145,8 +143,8 @@ TEST_F(tree_boards, ring_of_three_has_one_gap)
         EXPECT_TRUE(within(5s, [&] { return at_a.times_received(at_c.mac(), number) > 0; }));
         EXPECT_TRUE(within(5s, [&] { return at_b.times_received(at_c.mac(), number) > 0; }));
         EXPECT_FALSE(within(300ms, [&] {
-            return at_a.times_received(at_c.mac(), number) > 1 ||
-                   at_b.times_received(at_c.mac(), number) > 1 || !at_c.received().empty();
+            return at_a.times_received(at_c.mac(), number) > 1 || at_b.times_received(at_c.mac(), number) > 1 ||
+                   !at_c.received().empty();
         }));
     };
     everybody_hears_once(1);

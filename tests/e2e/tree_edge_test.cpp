@@ -71,10 +71,10 @@ TEST_F(tree_edge, bridge_on_an_edge_port_ends_that)
     // A bridge there is a topology change, and the port an ordinary one until the link goes.
     neighbour.say_once(rst_bpdu(root_bridge(61440, 200)));
     EXPECT_TRUE(within(AT_ONCE, [&] { return !status_of(ours).port(1).edge; }));
-    EXPECT_TRUE(within(AT_ONCE, [&] {
-        return neighbour.count([](const bpdu_t &bpdu) { return has_flag(bpdu, BPDU_FLAG_TC); }) > 0;
-    }));
-    EXPECT_FALSE(within(2500ms, [&] { return status_of(ours).port(1).edge; }, 100ms));
+    EXPECT_TRUE(within(
+        AT_ONCE, [&] { return neighbour.count([](const bpdu_t &bpdu) { return has_flag(bpdu, BPDU_FLAG_TC); }) > 0; }));
+    EXPECT_FALSE(within(
+        2500ms, [&] { return status_of(ours).port(1).edge; }, 100ms));
 
     last_cable().pull();
     ASSERT_TRUE(within(AT_ONCE, [&] { return role_of(ours, 1) == ROLE_DISABLED; }));

@@ -82,8 +82,7 @@ TEST_F(tree_kernel, our_bridge_is_root)
     const cable_t &first = connect(ours, 1, kernel, 1);
     connect(ours, 2, kernel, 2);
 
-    EXPECT_TRUE(
-        becomes(ours, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
+    EXPECT_TRUE(becomes(ours, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
     EXPECT_TRUE(within(BY_TIMERS, [&] { return kernel_ports_are(kernel, "forwarding", "blocking"); }));
     EXPECT_TRUE(reaches_kernel(host, AT_ONCE));
 
@@ -124,9 +123,8 @@ TEST_F(tree_kernel, priority_moves_the_root)
         const kernel_view_t view = kernel.view();
         return view.root_port == 0 && follows(ours, view.bridge) && status_of(ours).bridge.prio == 12288;
     }));
-    EXPECT_TRUE(within(AT_ONCE, [&] {
-        return role_of(ours, 1) == ROLE_ROOT && role_of(ours, 2) == ROLE_ALTERNATE;
-    })) << ports_text(ours);
+    EXPECT_TRUE(within(AT_ONCE, [&] { return role_of(ours, 1) == ROLE_ROOT && role_of(ours, 2) == ROLE_ALTERNATE; }))
+        << ports_text(ours);
     EXPECT_EQ(state_of(ours, 2), STATE_BLOCKING);
 
     e2e::serve(ours, system_config_message(bridge_config(0)));

@@ -17,10 +17,7 @@ struct lie_t {
     std::chrono::milliseconds pause;
 };
 
-void PrintTo(const lie_t &lie, std::ostream *stream)
-{
-    *stream << lie.name;
-}
+void PrintTo(const lie_t &lie, std::ostream *stream) { *stream << lie.name; }
 
 told_t with_times(told_t told, timevalues_t times)
 {
@@ -34,33 +31,31 @@ std::vector<bpdu_t> our_own_identifier(const bridge_id_t &ours)
     const told_t by_a_better_one = {.root = ours, .cost = 0, .bridge = made_up_bridge(0, 1)};
     told_t other_port = by_us;
     other_port.port = 0x8002;
-    return {rst_bpdu(by_us),         rst_bpdu(by_us, BPDU_FLAG_PROPOSAL), config_bpdu(other_port),
-            rst_bpdu(by_a_better_one), config_bpdu(by_a_better_one)};
+    return {rst_bpdu(by_us), rst_bpdu(by_us, BPDU_FLAG_PROPOSAL), config_bpdu(other_port), rst_bpdu(by_a_better_one),
+            config_bpdu(by_a_better_one)};
 }
 
 std::vector<bpdu_t> too_old(const bridge_id_t &)
 {
     const told_t best = root_bridge(0, 1);
-    return {
-        rst_bpdu(with_times(best, {.MessageAge = 6, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1})),
-        rst_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1})),
-        config_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 0, .ForwardDelay = 4, .HelloTime = 1}))};
+    return {rst_bpdu(with_times(best, {.MessageAge = 6, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1})),
+            rst_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1})),
+            config_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 0, .ForwardDelay = 4, .HelloTime = 1}))};
 }
 
 std::vector<bpdu_t> absurd_times(const bridge_id_t &)
 {
     const told_t best = root_bridge(0, 1);
-    return {
-        rst_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0})),
-        rst_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 255, .ForwardDelay = 0, .HelloTime = 255})),
-        config_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 0, .ForwardDelay = 0, .HelloTime = 0})),
-        rst_bpdu(with_times(best, {.MessageAge = 254, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0}))};
+    return {rst_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0})),
+            rst_bpdu(with_times(best, {.MessageAge = 255, .MaxAge = 255, .ForwardDelay = 0, .HelloTime = 255})),
+            config_bpdu(with_times(best, {.MessageAge = 0, .MaxAge = 0, .ForwardDelay = 0, .HelloTime = 0})),
+            rst_bpdu(with_times(best, {.MessageAge = 254, .MaxAge = 255, .ForwardDelay = 255, .HelloTime = 0}))};
 }
 
 std::vector<bpdu_t> no_hello(const bridge_id_t &)
 {
-    return {rst_bpdu(
-        with_times(root_bridge(0, 1), {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 0}))};
+    return {
+        rst_bpdu(with_times(root_bridge(0, 1), {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 0}))};
 }
 
 std::vector<bpdu_t> ever_other_roots(const bridge_id_t &)
@@ -79,8 +74,7 @@ std::vector<bpdu_t> every_role_and_flag(const bridge_id_t &ours)
 {
     std::vector<bpdu_t> words;
     for (int flags = 0; flags < 256; flags++) {
-        bpdu_t bpdu =
-            rst_bpdu(flags % 5 == 0 ? told_t{.root = ours, .cost = 7, .bridge = ours} : root_bridge(0, 1));
+        bpdu_t bpdu = rst_bpdu(flags % 5 == 0 ? told_t{.root = ours, .cost = 7, .bridge = ours} : root_bridge(0, 1));
         bpdu.flags = static_cast<uint8_t>(flags);
         words.push_back(bpdu);
     }
@@ -97,8 +91,7 @@ TEST_P(tree_liar, does_no_lasting_harm)
     add_host(ours, 6);
     speaker_t liar(add_machine(ours, 1));
     liar.say(GetParam().words(status_of(ours).bridge), GetParam().pause);
-    ASSERT_TRUE(
-        within(10s, [&] { return ours.client().show("counters").at("ports").at(0).at("trapped") >= 300; }));
+    ASSERT_TRUE(within(10s, [&] { return ours.client().show("counters").at("ports").at(0).at("trapped") >= 300; }));
     EXPECT_TRUE(is_alive(ours)) << "while it lies";
     liar.be_silent();
 
@@ -117,8 +110,7 @@ TEST_P(tree_liar, does_no_lasting_harm)
 
 INSTANTIATE_TEST_SUITE_P(lies, tree_liar,
                          testing::Values(lie_t{"our_own_identifier", our_own_identifier, FAST},
-                                         lie_t{"too_old", too_old, FAST},
-                                         lie_t{"absurd_times", absurd_times, FAST},
+                                         lie_t{"too_old", too_old, FAST}, lie_t{"absurd_times", absurd_times, FAST},
                                          lie_t{"no_hello", no_hello, FAST},
                                          lie_t{"ever_other_roots", ever_other_roots, FAST},
                                          lie_t{"every_role_and_flag", every_role_and_flag, FAST}),
@@ -136,7 +128,10 @@ TEST_F(tree_cable, that_flaps_settles)
 
     // The board sees each of them, so that none is over before it has begun.
     const auto changes = [&b] { return events_with(b, "link", "port 1: ").size(); };
-    const auto seen = [&](size_t before) { return within(AT_ONCE, [&] { return changes() > before; }, 5ms); };
+    const auto seen = [&](size_t before) {
+        return within(
+            AT_ONCE, [&] { return changes() > before; }, 5ms);
+    };
     const auto start = std::chrono::steady_clock::now();
     for (int flap = 1; flap <= 20; flap++) {
         const size_t before = changes();
@@ -165,7 +160,8 @@ TEST_F(tree_cable, that_is_pulled_ends_the_longest_promise)
 
     // It need not say so again for four minutes.
     neighbour.be_silent();
-    EXPECT_FALSE(within(5s, [&] { return is_root(ours); }, 100ms));
+    EXPECT_FALSE(within(
+        5s, [&] { return is_root(ours); }, 100ms));
     EXPECT_EQ(status_of(ours).hello_time, 255);
 
     last_cable().pull();

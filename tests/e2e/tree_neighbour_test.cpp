@@ -54,7 +54,8 @@ TEST_F(tree_neighbour, information_ages_out_after_three_hellos)
     EXPECT_TRUE(follows(ours, SUPERIOR.root));
 
     // As long as it speaks, it is believed.
-    EXPECT_FALSE(within(5s, [&] { return is_root(ours); }, 100ms));
+    EXPECT_FALSE(within(
+        5s, [&] { return is_root(ours); }, 100ms));
 
     const double mark = now_of(ours);
     neighbour.be_silent();
@@ -96,10 +97,7 @@ struct agreement_t {
     bool at_once;
 };
 
-void PrintTo(const agreement_t &agreement, std::ostream *stream)
-{
-    *stream << agreement.name;
-}
+void PrintTo(const agreement_t &agreement, std::ostream *stream) { *stream << agreement.name; }
 
 class tree_agreement : public tree_neighbour, public testing::WithParamInterface<agreement_t> {};
 
@@ -122,8 +120,8 @@ TEST_P(tree_agreement, decides_how_fast_a_designated_port_forwards)
         told.bridge = told.root;
     neighbour.say(rst_bpdu(told, BPDU_FLAG_AGREEMENT, BPDU_ROLE_ROOT), 300ms);
     ASSERT_TRUE(becomes(ours, "1 designated forwards", BY_TIMERS));
-    EXPECT_EQ(status_of(ours).port(1).point_to_point, GetParam().full_duplex ? GetParam().point_to_point != 1
-                                                                            : GetParam().point_to_point == 0);
+    EXPECT_EQ(status_of(ours).port(1).point_to_point,
+              GetParam().full_duplex ? GetParam().point_to_point != 1 : GetParam().point_to_point == 0);
 
     const double agreed = bpdu_events(ours, "rx", 1, "rstp").at(0).seconds;
     const double forwards = events_with(ours, "mdio", state_words(1, HW_FORWARDING), agreed).at(0).seconds;
@@ -133,13 +131,12 @@ TEST_P(tree_agreement, decides_how_fast_a_designated_port_forwards)
         EXPECT_GT(forwards - agreed, 2 * FORWARD_DELAY - 3);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    neighbours, tree_agreement,
-    testing::Values(agreement_t{"full_duplex", true, 2, true, true},
-                    agreement_t{"half_duplex", false, 2, true, false},
-                    agreement_t{"half_duplex_forced", false, 0, true, true},
-                    agreement_t{"full_duplex_forbidden", true, 1, true, false},
-                    agreement_t{"other_bridge", true, 2, false, false}),
-    [](const auto &test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(neighbours, tree_agreement,
+                         testing::Values(agreement_t{"full_duplex", true, 2, true, true},
+                                         agreement_t{"half_duplex", false, 2, true, false},
+                                         agreement_t{"half_duplex_forced", false, 0, true, true},
+                                         agreement_t{"full_duplex_forbidden", true, 1, true, false},
+                                         agreement_t{"other_bridge", true, 2, false, false}),
+                         [](const auto &test) { return std::string(test.param.name); });
 
 } // namespace

@@ -53,8 +53,7 @@ kernel_bridge_t &network_test_t::add_kernel_bridge(int priority, const std::stri
 host_t &network_test_t::add_host(const switch_t &at, int port)
 {
     const int number = next_number_++;
-    host_t &host =
-        hosts_.emplace_back(fmt::format("host {}", number), number, fmt::format("10.0.0.{}", number));
+    host_t &host = hosts_.emplace_back(fmt::format("host {}", number), number, fmt::format("10.0.0.{}", number));
     cables_.emplace_back(at.port(port), cable_end_t{&host.node(), "eth0", host.node().mac()});
     host.set_address();
     return host;
@@ -65,12 +64,11 @@ const cable_t &network_test_t::connect(const switch_t &near, int near_port, cons
     return cables_.emplace_back(near.port(near_port), far.port(far_port));
 }
 
-const cable_t &network_test_t::connect(const switch_t &near, int near_port, const kernel_bridge_t &far,
-                                       int far_port)
+const cable_t &network_test_t::connect(const switch_t &near, int near_port, const kernel_bridge_t &far, int far_port)
 {
     const std::string interface = fmt::format("port{}", far_port);
-    const cable_t &cable = cables_.emplace_back(
-        near.port(near_port), cable_end_t{&far.node(), interface, far.node().mac(far_port)});
+    const cable_t &cable =
+        cables_.emplace_back(near.port(near_port), cable_end_t{&far.node(), interface, far.node().mac(far_port)});
     far.add_port(interface);
     return cable;
 }
@@ -90,8 +88,8 @@ void network_test_t::TearDown()
         return;
     for (const kernel_bridge_t &bridge : bridges_) {
         const kernel_view_t view = bridge.view();
-        fmt::print("--- {} is {}, its root {} at port {}\n", bridge.node().name(),
-                   bridge_id_text(view.bridge), bridge_id_text(view.root), view.root_port);
+        fmt::print("--- {} is {}, its root {} at port {}\n", bridge.node().name(), bridge_id_text(view.bridge),
+                   bridge_id_text(view.root), view.root_port);
         for (const auto &[interface, port] : view.ports)
             fmt::print("{}: {}\n", interface, port.state);
     }
@@ -102,56 +100,40 @@ void network_test_t::TearDown()
 bridge_status_t status_of(const switch_t &device)
 {
     std::optional<bridge_status_t> status;
-    if (!within(e2e::SOON, [&] { return (status = device.status()).has_value(); }, 5ms))
+    if (!within(
+            e2e::SOON, [&] { return (status = device.status()).has_value(); }, 5ms))
         throw std::runtime_error(device.node().name() + ": no status file");
     return *status;
 }
 
-int role_of(const switch_t &device, int port)
-{
-    return status_of(device).port(port).role;
-}
+int role_of(const switch_t &device, int port) { return status_of(device).port(port).role; }
 
-int state_of(const switch_t &device, int port)
-{
-    return status_of(device).port(port).state;
-}
+int state_of(const switch_t &device, int port) { return status_of(device).port(port).state; }
 
-bool forwards(const switch_t &device, int port)
-{
-    return state_of(device, port) == STATE_FORWARDING;
-}
+bool forwards(const switch_t &device, int port) { return state_of(device, port) == STATE_FORWARDING; }
 
 std::string ports_text(const switch_t &device)
 {
     const bridge_status_t status = status_of(device);
     std::vector<std::string> texts;
     for (int number = 1; number <= static_cast<int>(RSTP_PORTS); number++)
-        if (const port_status_t &port = status.port(number);
-            port.role != ROLE_DISABLED && port.role != ROLE_NON_STP)
+        if (const port_status_t &port = status.port(number); port.role != ROLE_DISABLED && port.role != ROLE_NON_STP)
             texts.push_back(fmt::format("{} {} {}", number, role_word(port.role), state_word(port.state)));
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 
-testing::AssertionResult becomes(const switch_t &device, const std::string &wanted,
-                                 std::chrono::milliseconds limit)
+testing::AssertionResult becomes(const switch_t &device, const std::string &wanted, std::chrono::milliseconds limit)
 {
     std::string seen;
     if (within(limit, [&] { return (seen = ports_text(device)) == wanted; }))
         return testing::AssertionSuccess();
-    return testing::AssertionFailure() << device.node().name() << ": \"" << seen << "\" instead of \""
-                                       << wanted << "\" after " << limit.count() << " ms";
+    return testing::AssertionFailure() << device.node().name() << ": \"" << seen << "\" instead of \"" << wanted
+                                       << "\" after " << limit.count() << " ms";
 }
 
-bool is_root(const switch_t &device)
-{
-    return status_of(device).is_root();
-}
+bool is_root(const switch_t &device) { return status_of(device).is_root(); }
 
-bool follows(const switch_t &device, const bridge_id_t &root)
-{
-    return same_bridge(status_of(device).root, root);
-}
+bool follows(const switch_t &device, const bridge_id_t &root) { return same_bridge(status_of(device).root, root); }
 
 bool is_alive(switch_t &device)
 {
@@ -182,8 +164,8 @@ double now_of(const switch_t &device)
     return e2e::diary(device).back().seconds;
 }
 
-std::vector<e2e::event_t> events_with(const switch_t &device, const std::string &topic,
-                                      const std::string &words, double since)
+std::vector<e2e::event_t> events_with(const switch_t &device, const std::string &topic, const std::string &words,
+                                      double since)
 {
     std::vector<e2e::event_t> events = e2e::diary(device, topic);
     std::erase_if(events, [&](const e2e::event_t &event) {
@@ -198,8 +180,7 @@ std::vector<e2e::event_t> bpdu_events(const switch_t &device, const std::string 
     std::vector<e2e::event_t> events = e2e::diary(device, topic);
     const std::string key = topic == "tx" ? "ports" : "port";
     std::erase_if(events, [&](const e2e::event_t &event) {
-        return event.seconds < since || event.values.at("bpdu") != kind ||
-               event.values.at(key) != std::to_string(port);
+        return event.seconds < since || event.values.at("bpdu") != kind || event.values.at(key) != std::to_string(port);
     });
     return events;
 }

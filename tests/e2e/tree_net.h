@@ -85,8 +85,7 @@ bool forwards(const switch_t &device, int port);
 std::string ports_text(const switch_t &device);
 
 /// Waits for ports_text to become `wanted`, and tells what it is instead.
-testing::AssertionResult becomes(const switch_t &device, const std::string &wanted,
-                                 std::chrono::milliseconds limit);
+testing::AssertionResult becomes(const switch_t &device, const std::string &wanted, std::chrono::milliseconds limit);
 
 bool is_root(const switch_t &device);
 bool follows(const switch_t &device, const bridge_id_t &root);
@@ -108,8 +107,8 @@ unsigned heard_at(const switch_t &device, const std::string &mac);
 double now_of(const switch_t &device);
 
 /// The events of a topic whose words contain `words`, from `since` seconds on, in order.
-std::vector<e2e::event_t> events_with(const switch_t &device, const std::string &topic,
-                                      const std::string &words, double since = 0);
+std::vector<e2e::event_t> events_with(const switch_t &device, const std::string &topic, const std::string &words,
+                                      double since = 0);
 
 /// BPDUs of a kind ("rstp", "config", "tcn") that came in (topic "rx") or left ("tx") at a port.
 std::vector<e2e::event_t> bpdu_events(const switch_t &device, const std::string &topic, int port,

@@ -62,8 +62,7 @@ std::vector<heard_bpdu_t> listener_t::heard() const
     return heard_;
 }
 
-size_t listener_t::count(const std::function<bool(const bpdu_t &)> &is_wanted,
-                         clock_t::time_point since) const
+size_t listener_t::count(const std::function<bool(const bpdu_t &)> &is_wanted, clock_t::time_point since) const
 {
     const std::lock_guard lock(mutex_);
     return static_cast<size_t>(std::count_if(heard_.begin(), heard_.end(), [&](const heard_bpdu_t &heard) {
@@ -103,15 +102,9 @@ void speaker_t::say(std::vector<bpdu_t> bpdus, std::chrono::milliseconds pause)
     topic_++;
 }
 
-void speaker_t::say(const bpdu_t &bpdu, std::chrono::milliseconds pause)
-{
-    say(std::vector{bpdu}, pause);
-}
+void speaker_t::say(const bpdu_t &bpdu, std::chrono::milliseconds pause) { say(std::vector{bpdu}, pause); }
 
-void speaker_t::be_silent()
-{
-    say(std::vector<bpdu_t>{}, std::chrono::milliseconds(20));
-}
+void speaker_t::be_silent() { say(std::vector<bpdu_t>{}, std::chrono::milliseconds(20)); }
 
 void speaker_t::talk()
 {
@@ -129,7 +122,8 @@ void speaker_t::talk()
             if (!bpdus_.empty())
                 say_once(bpdus_[next++ % bpdus_.size()]);
         }
-        within(pause, [&] { return ending_ || topic != topic_; }, std::min(pause, 20ms));
+        within(
+            pause, [&] { return ending_ || topic != topic_; }, std::min(pause, 20ms));
     }
 }
 

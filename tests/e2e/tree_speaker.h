@@ -15,7 +15,7 @@ namespace lab {
 
 struct heard_bpdu_t {
     std::chrono::steady_clock::time_point at;
-    bpdu_t bpdu; ///< what a shorter frame leaves out is zero
+    bpdu_t bpdu;   ///< what a shorter frame leaves out is zero
     bool outgoing; ///< it left here; only a tap hears such
 };
 

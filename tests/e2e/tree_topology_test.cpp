@@ -9,10 +9,7 @@ namespace {
 
 using clock_t = std::chrono::steady_clock;
 
-bool tells_change(const bpdu_t &bpdu)
-{
-    return has_flag(bpdu, BPDU_FLAG_TC);
-}
+bool tells_change(const bpdu_t &bpdu) { return has_flag(bpdu, BPDU_FLAG_TC); }
 
 /// Our switch as root, with neighbours at ports 1 and 2 and a host at port 6.
 class tree_topology : public network_test_t {
@@ -26,8 +23,7 @@ protected:
         station = std::make_unique<station_t>(host->node());
         first->say(first_words);
         second->say(second_words);
-        ASSERT_TRUE(becomes(*ours, "1 designated forwards, 2 designated forwards, 6 designated forwards",
-                            BY_TIMERS));
+        ASSERT_TRUE(becomes(*ours, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
     }
 
     bool is_quiet(const speaker_t &neighbour, std::chrono::milliseconds patience) const

@@ -25,10 +25,7 @@ static_assert(sizeof(frame_t) == 60);
 
 constexpr std::array<uint8_t, 2> TYPE = {0x88, 0xB5}; // for local experiments
 
-std::string text_of(const mac_octets_t &mac)
-{
-    return fmt::format("{:02x}", fmt::join(mac, ":"));
-}
+std::string text_of(const mac_octets_t &mac) { return fmt::format("{:02x}", fmt::join(mac, ":")); }
 
 void set_option(const fd_t &socket, int level, int name, const void *value, socklen_t octets)
 {
@@ -40,8 +37,8 @@ void set_option(const fd_t &socket, int level, int name, const void *value, sock
 mac_octets_t mac_octets(const std::string &mac)
 {
     mac_octets_t octets = {};
-    std::sscanf(mac.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &octets[0], &octets[1], &octets[2],
-                &octets[3], &octets[4], &octets[5]);
+    std::sscanf(mac.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &octets[0], &octets[1], &octets[2], &octets[3],
+                &octets[4], &octets[5]);
     return octets;
 }
 
@@ -84,10 +81,9 @@ const std::vector<numbered_frame_t> &station_t::received()
 size_t station_t::times_received(const std::string &from, uint32_t number)
 {
     const auto &frames = received();
-    return static_cast<size_t>(
-        std::count_if(frames.begin(), frames.end(), [&](const numbered_frame_t &frame) {
-            return frame.from == from && frame.number == number;
-        }));
+    return static_cast<size_t>(std::count_if(frames.begin(), frames.end(), [&](const numbered_frame_t &frame) {
+        return frame.from == from && frame.number == number;
+    }));
 }
 
 } // namespace lab

@@ -8,10 +8,7 @@
 
 constexpr mac_t bridge_group = {0x01, 0x80, 0xC2, 0, 0, 0}; ///< where BPDUs go
 
-inline mdio_op_t op_write(std::uint32_t reg, std::uint32_t value)
-{
-    return {MDIO_OP_WRITE, reg, 0, value};
-}
+inline mdio_op_t op_write(std::uint32_t reg, std::uint32_t value) { return {MDIO_OP_WRITE, reg, 0, value}; }
 
 inline mdio_op_t op_modify(std::uint32_t reg, std::uint32_t mask, std::uint32_t value)
 {
@@ -32,8 +29,7 @@ inline mdio_multi_t batch_of(std::initializer_list<mdio_op_t> operations)
 }
 
 /// Runs operations on the chip; later batches follow on the chip's own clock.
-inline int run(chip_t &chip, std::initializer_list<mdio_op_t> operations,
-               std::vector<chip_step_t> *steps = nullptr)
+inline int run(chip_t &chip, std::initializer_list<mdio_op_t> operations, std::vector<chip_step_t> *steps = nullptr)
 {
     return chip_execute(chip, batch_of(operations), chip.clock, steps);
 }

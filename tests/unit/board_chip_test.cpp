@@ -213,9 +213,7 @@ TEST(chip_addresses, removing_one_static_entry_keeps_another)
 {
     chip_t chip;
     EXPECT_EQ(trap(chip, 0x20022), 0);
-    EXPECT_EQ(run(chip, {op_wait(0x60C, 0x80000000, 0), op_write(0x600, 0xC200000E),
-                         op_write(0x60C, 0x80020023)}),
-              0);
+    EXPECT_EQ(run(chip, {op_wait(0x60C, 0x80000000, 0), op_write(0x600, 0xC200000E), op_write(0x60C, 0x80020023)}), 0);
     EXPECT_TRUE(chip.addresses.trapped.contains(bridge_group));
 }
 

@@ -81,20 +81,16 @@ TEST_P(chip_state, decides_what_a_port_does)
     const chip_verdict_t out = chip_receive(chip, 1, frame(broadcast, host_b), 0us);
     EXPECT_EQ(out.ports, row.lets_out ? bits({2, 3, 4, 5, 6}) : bits({3, 4, 5, 6}));
 
-    EXPECT_EQ(chip_receive_from_cpu(chip, tagged_frame(0x80 | 1 << 2)).ports,
-              row.cpu_sends ? bits({2}) : 0);
+    EXPECT_EQ(chip_receive_from_cpu(chip, tagged_frame(0x80 | 1 << 2)).ports, row.cpu_sends ? bits({2}) : 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(codes, chip_state,
-                         testing::Values(state_row_t{0, false, false, false, false, false},
-                                         state_row_t{1, true, false, false, false, true},
-                                         state_row_t{2, true, false, false, false, true},
-                                         state_row_t{3, true, true, false, false, true},
-                                         state_row_t{4, true, true, true, true, true},
-                                         state_row_t{5, true, true, true, true, true},
-                                         state_row_t{6, true, false, false, false, true},
-                                         state_row_t{7, true, false, false, false, true}),
-                         [](const auto &row) { return std::to_string(row.param.state); });
+INSTANTIATE_TEST_SUITE_P(
+    codes, chip_state,
+    testing::Values(state_row_t{0, false, false, false, false, false}, state_row_t{1, true, false, false, false, true},
+                    state_row_t{2, true, false, false, false, true}, state_row_t{3, true, true, false, false, true},
+                    state_row_t{4, true, true, true, true, true}, state_row_t{5, true, true, true, true, true},
+                    state_row_t{6, true, false, false, false, true}, state_row_t{7, true, false, false, false, true}),
+    [](const auto &row) { return std::to_string(row.param.state); });
 
 // ---- learning and forwarding -------------------------------------------------------------
 
@@ -262,10 +258,7 @@ TEST(chip_cpu, the_tag_comes_out_and_the_rest_closes_up)
 
 // ---- trunks --------------------------------------------------------------------------------
 
-mac_t host(std::uint8_t number)
-{
-    return {0x02, 0, 0, 0, 1, number};
-}
+mac_t host(std::uint8_t number) { return {0x02, 0, 0, 0, 1, number}; }
 
 /// Ports 1 and 2 are trunk 7, 3 and 4 trunk 8; 5 and 6 stand alone.
 chip_t chip_with_trunks()

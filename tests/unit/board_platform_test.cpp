@@ -104,10 +104,7 @@ record_t record_of(const std::string &octets)
     return record;
 }
 
-std::string mdio_answer(int result)
-{
-    return octets_of(board_head_t{BOARD_MAGIC, BOARD_MDIO, result, 0});
-}
+std::string mdio_answer(int result) { return octets_of(board_head_t{BOARD_MAGIC, BOARD_MDIO, result, 0}); }
 
 mdio_multi_t one_write()
 {

@@ -51,11 +51,13 @@ TEST_F(aggr_tables, what_a_report_flags)
         const char *what;
         aggr_status_t before, report;
         const char *flags, *ports, *groups;
+        // clang-format off
     } rows[] = {
         {"nothing new", {0, 7, 7, 3, 4, 5, 6}, {0, 7, 7, 3, 4, 5, 6}, "00 00 00", "00 07 07 03 04 05 06", "03 00 00"},
         {"0 leaves a group without a word", {0, 7, 7, 3, 4, 5, 6}, {0, 0, 7, 3, 4, 5, 6}, "00 00 00",
          "00 01 07 03 04 05 06", "02 00 00"},
-        {"all leave by 0", {0, 7, 7, 8, 8, 9, 9}, {0, 0, 0, 0, 0, 0, 0}, "00 00 00", "00 01 02 03 04 05 06", "00 00 00"},
+        {"all leave by 0", {0, 7, 7, 8, 8, 9, 9}, {0, 0, 0, 0, 0, 0, 0}, "00 00 00", "00 01 02 03 04 05 06",
+         "00 00 00"},
         {"the own number flags the group left", {0, 7, 7, 3, 4, 5, 6}, {0, 1, 7, 3, 4, 5, 6}, "01 00 00",
          "00 01 07 03 04 05 06", "02 00 00"},
         {"so does any other below 7", {0, 7, 7, 3, 4, 5, 6}, {0, 6, 7, 3, 4, 5, 6}, "01 00 00", "00 06 07 03 04 05 06",
@@ -77,6 +79,7 @@ TEST_F(aggr_tables, what_a_report_flags)
         {"emptied in one report, in both ways", {0, 7, 7, 3, 4, 5, 6}, {0, 0, 2, 3, 4, 5, 6}, "01 00 00",
          "00 01 02 03 04 05 06", "00 00 00"},
     };
+    // clang-format on
     for (const auto &row : rows) {
         rstp_aggr_init();
         flags(row.before);
@@ -225,8 +228,12 @@ TEST_F(aggr_tables, type_9_leaves_the_queue_to_the_next_2_4_or_5)
         EXPECT_EQ(board_log(), log_t{"trap off"}); // set, but its group waits
 
         send_links({1});
-        send_system({.bridge_priority = static_cast<uint16_t>(cost << 12), .max_age = 20, .hello_time = 2,
-                     .forward_delay = 15, .force_version = 2, .reserved = 0});
+        send_system({.bridge_priority = static_cast<uint16_t>(cost << 12),
+                     .max_age = 20,
+                     .hello_time = 2,
+                     .forward_delay = 15,
+                     .force_version = 2,
+                     .reserved = 0});
         EXPECT_EQ(control(work_flush_message()), 1);
         send_lacp({});
         send_bpdu(1, tcn_frame());

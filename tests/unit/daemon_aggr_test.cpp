@@ -317,8 +317,8 @@ TEST_F(aggr, without_spanning_tree_a_restored_port_forwards)
     board_log();
     send_groups(ALONE);
     EXPECT_EQ(board_log(), state_written(2, 4) + state_written(2, 4) + state_written(4, 4) + state_written(4, 4));
-    EXPECT_EQ(record(2).hw_state, 5); // link
-    EXPECT_EQ(record(4).hw_state, 0); // none
+    EXPECT_EQ(record(2).hw_state, 5);    // link
+    EXPECT_EQ(record(4).hw_state, 0);    // none
     EXPECT_EQ(record(2).portEnabled, 0); // the engine is told of links by the next message only
 }
 

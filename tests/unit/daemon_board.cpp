@@ -42,13 +42,20 @@ std::string format(const char *text, ...)
 int port_of_register(uint32_t reg)
 {
     switch (reg) {
-    case 0x66C: return 1;
-    case 0x678: return 2;
-    case 0x684: return 3;
-    case 0x690: return 4;
-    case 0x6A8: return 5;
-    case 0x69C: return 6;
-    default: return 0;
+    case 0x66C:
+        return 1;
+    case 0x678:
+        return 2;
+    case 0x684:
+        return 3;
+    case 0x690:
+        return 4;
+    case 0x6A8:
+        return 5;
+    case 0x69C:
+        return 6;
+    default:
+        return 0;
     }
 }
 
@@ -89,13 +96,20 @@ const char *kind_of(uint8_t type)
 int port_of_tag(uint8_t octet)
 {
     switch (octet) {
-    case 0x82: return 1;
-    case 0x84: return 2;
-    case 0x88: return 3;
-    case 0x90: return 4;
-    case 0xC0: return 5;
-    case 0xA0: return 6;
-    default: return 0;
+    case 0x82:
+        return 1;
+    case 0x84:
+        return 2;
+    case 0x88:
+        return 3;
+    case 0x90:
+        return 4;
+    case 0xC0:
+        return 5;
+    case 0xA0:
+        return 6;
+    default:
+        return 0;
     }
 }
 

@@ -40,25 +40,25 @@ struct board_t {
 
     // ---- sockets ----------------------------------------------------------------------
     std::vector<sent_frame_t> frames;
-    int send_error = 0;                 ///< errno of sendto; 0: frames are taken
-    bool sockets_are_ours = false;      ///< socket, bind and recvfrom are answered here
-    int socket_result = 77;             ///< below 0: socket fails
+    int send_error = 0;            ///< errno of sendto; 0: frames are taken
+    bool sockets_are_ours = false; ///< socket, bind and recvfrom are answered here
+    int socket_result = 77;        ///< below 0: socket fails
     int bind_error = 0;
     octets_t bound_address;
     int bound_fd = -2;
-    std::vector<int> socket_arguments;  ///< domain, type and protocol of each socket call
-    std::optional<octets_t> arriving;   ///< what recvfrom gives; nothing: it fails
+    std::vector<int> socket_arguments; ///< domain, type and protocol of each socket call
+    std::optional<octets_t> arriving;  ///< what recvfrom gives; nothing: it fails
     octets_t cpu_mac = {0x00, 0x11, 0x22, 0x33, 0x44, 0x50};
-    uint16_t cpu_family = 1;            ///< hardware type of the CPU interface
-    int cpu_mac_error = 0;              ///< errno of the address request
-    std::string cpu_mac_interface;      ///< asked for
+    uint16_t cpu_family = 1;       ///< hardware type of the CPU interface
+    int cpu_mac_error = 0;         ///< errno of the address request
+    std::string cpu_mac_interface; ///< asked for
 
     // ---- files, pipes, memory, threads, time ------------------------------------------
-    std::string folder;                 ///< stands for /tmp, for the daemon's own files there
-    int mux_reader = -1;                ///< reading end of the port multiplexer's pipe
+    std::string folder;                    ///< stands for /tmp, for the daemon's own files there
+    int mux_reader = -1;                   ///< reading end of the port multiplexer's pipe
     std::map<uint32_t, bool> mux_forwards; ///< by logical port: what the multiplexer heard last
-    int malloc_calls_left = -1;         ///< fails when they are used up; below 0: never
-    std::optional<int64_t> now;         ///< seconds since 1970
+    int malloc_calls_left = -1;            ///< fails when they are used up; below 0: never
+    std::optional<int64_t> now;            ///< seconds since 1970
     std::function<std::optional<int>(int width, fd_set *readable, const timeval *timeout)> on_select;
     std::function<std::optional<int>(void *(*body)(void *))> on_thread;
     std::function<void(const timespec *)> on_sleep;

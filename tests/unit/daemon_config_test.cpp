@@ -154,8 +154,7 @@ TEST_F(config, start_writes_the_same_whatever_the_links)
             EXPECT_EQ(cached_stpstates[port], 4);
             EXPECT_EQ(record(port).hw_state, 5);
             EXPECT_EQ(board_port_state(port), 4u);
-            EXPECT_EQ(hex(record(port).mac, 6),
-                      word ? "00 11 22 33 44 5" + std::to_string(port) : "00 00 00 00 00 00");
+            EXPECT_EQ(hex(record(port).mac, 6), word ? "00 11 22 33 44 5" + std::to_string(port) : "00 00 00 00 00 00");
         }
         close(port_mux_fd);
     }
@@ -250,8 +249,9 @@ TEST_F(config, start_assertions)
 {
     lvt_rstp_reset_config();
     record(3).port_number = 4;
-    EXPECT_DEATH(lvt_rstp_init(), testing::AllOf(HasSubstr("lvt_rstp:"), HasSubstr(": rstp_hw_init: Assertion "
-                                                 "`pp->port_number == pix' failed.")));
+    EXPECT_DEATH(lvt_rstp_init(),
+                 testing::AllOf(HasSubstr("lvt_rstp:"), HasSubstr(": rstp_hw_init: Assertion "
+                                                                  "`pp->port_number == pix' failed.")));
     lvt_rstp_reset_config();
     lvt_rstp_vars.free_bridges = nullptr;
     EXPECT_DEATH(lvt_rstp_init(),
@@ -466,8 +466,8 @@ TEST_F(config, first_enabling_takes_the_port_through_its_states)
     lvt_rstp_set_portconfig(1, &on);
     EXPECT_THAT(board_log(), IsEmpty()); // its pass begins at the head of the list
     lvt_rstp_run_pending();
-    EXPECT_EQ(board_chip_log(), log_t{"flush"} + state_written(1, 1) + state_written(1, 3) + log_t{"flush"} +
-                                    state_written(1, 1));
+    EXPECT_EQ(board_chip_log(),
+              log_t{"flush"} + state_written(1, 1) + state_written(1, 3) + log_t{"flush"} + state_written(1, 1));
     EXPECT_EQ(record(1).role, ROLE_DISABLED);
     EXPECT_EQ(record(1).nonStp, 0);
 }

@@ -77,8 +77,10 @@ TEST_F(events, shortest_valid_frames)
         {"unknown type, length field 38", changed(CONFIG, 20, 0x7F), 52},
         {"padding behind the BPDU", cut(tcn_frame(), 60), 60},
         {"any version", changed(RST, 19, 0xFF), 53},
-        {"a long BPDU, of which the first 52 octets are kept", cut(changed(changed(RST, 12, 0x05), 13, 0xCE), 52), 1500},
-        {"the longest, of which the first 52 octets are kept", cut(changed(changed(RST, 12, 0xFF), 13, 0xFF), 52), 65549},
+        {"a long BPDU, of which the first 52 octets are kept", cut(changed(changed(RST, 12, 0x05), 13, 0xCE), 52),
+         1500},
+        {"the longest, of which the first 52 octets are kept", cut(changed(changed(RST, 12, 0xFF), 13, 0xFF), 52),
+         65549},
         {"a notification with a longer length field", cut(changed(tcn_frame(), 13, 46), 60), 60},
     };
     uint32_t count = 0;
@@ -239,9 +241,8 @@ TEST_F(events, a_torn_cursor_is_a_programming_error)
 {
     boot({1});
     current_port = &record(1);
-    EXPECT_DEATH(STP_stpm_update(),
-                 HasSubstr(assertion("lvt_rstp:332", "STP_stpm_update",
-                                     "current_stpm == ((void *)0) && current_port == ((void *)0)")));
+    EXPECT_DEATH(STP_stpm_update(), HasSubstr(assertion("lvt_rstp:332", "STP_stpm_update",
+                                                        "current_stpm == ((void *)0) && current_port == ((void *)0)")));
 }
 
 // ---- frames: ports ----------------------------------------------------------------------
@@ -466,9 +467,9 @@ TEST_F(events, tick_takes_one_from_each_timer_of_ports_that_take_part)
     send_enabled({1, 2});
     seconds(1);
     lvt_rstp_vars.default_vlan->admin_state = 0; // so that no machine sets a timer
-    uint8_t port_t::*const timers[] = {&port_t::fdWhile, &port_t::helloWhen, &port_t::mdelayWhile,
+    uint8_t port_t::*const timers[] = {&port_t::fdWhile, &port_t::helloWhen,     &port_t::mdelayWhile,
                                        &port_t::rbWhile, &port_t::rcvdInfoWhile, &port_t::rrWhile,
-                                       &port_t::tcWhile, &port_t::txCount, &port_t::edgeDelayWhile};
+                                       &port_t::tcWhile, &port_t::txCount,       &port_t::edgeDelayWhile};
     for (uint32_t l2port = 1; l2port <= 9; l2port++) {
         uint8_t value = 0;
         for (auto timer : timers)

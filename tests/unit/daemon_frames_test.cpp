@@ -62,8 +62,10 @@ TEST_F(frames, notification_is_padded_with_zeros)
 {
     const octets_t frame = tcn_frame();
     EXPECT_EQ(rstp_rawSocketIfTx(frame.data(), 1, frame.size()), 0);
-    EXPECT_EQ(hex(board.frames.back().octets), "01 80 c2 00 00 00 02 aa bb cc dd ee 88 99 84 82 "
-                                               "00 07 42 42 03 00 00 00 80" + zeros(39));
+    EXPECT_EQ(hex(board.frames.back().octets),
+              "01 80 c2 00 00 00 02 aa bb cc dd ee 88 99 84 82 "
+              "00 07 42 42 03 00 00 00 80" +
+                  zeros(39));
 }
 
 TEST_F(frames, lengths)
@@ -145,8 +147,8 @@ TEST_F(frames, rst_bpdu_of_each_port)
             EXPECT_EQ(sent[i], "01 80 c2 00 00 00 00 11 22 33 44 5" + number + " 88 99 84 " + tags[port - 1] +
                                    " 00 27 42 42 03 00 00 02 02 " + flags[i] +
                                    " 80 00 00 11 22 33 44 50 00 00 00 00" // root: this bridge
-                                   " 80 00 00 11 22 33 44 50 80 0" + number +
-                                   " 00 00 14 00 02 00 0f 00 00" + zeros(7));
+                                   " 80 00 00 11 22 33 44 50 80 0" +
+                                   number + " 00 00 14 00 02 00 0f 00 00" + zeros(7));
         }
     }
 }
@@ -154,8 +156,8 @@ TEST_F(frames, rst_bpdu_of_each_port)
 TEST_F(frames, config_bpdu_after_a_neighbour_of_old)
 {
     boot({5});
-    send_system({.bridge_priority = 0, .max_age = 10, .hello_time = 1, .forward_delay = 6, .force_version = 0,
-                 .reserved = 0});
+    send_system(
+        {.bridge_priority = 0, .max_age = 10, .hello_time = 1, .forward_delay = 6, .force_version = 0, .reserved = 0});
     send_enabled({5});
     board.frames.clear();
     seconds(2);
@@ -163,7 +165,8 @@ TEST_F(frames, config_bpdu_after_a_neighbour_of_old)
     EXPECT_EQ(hex(board.frames.front().octets),
               "01 80 c2 00 00 00 00 11 22 33 44 55 88 99 84 c0 00 26 42 42 03 00 00 00 00 00"
               " 00 00 00 11 22 33 44 50 00 00 00 00 00 00 00 11 22 33 44 50 80 05"
-              " 00 00 0a 00 01 00 06 00" + zeros(8));
+              " 00 00 0a 00 01 00 06 00" +
+                  zeros(8));
 }
 
 TEST_F(frames, notification_of_a_root_port)

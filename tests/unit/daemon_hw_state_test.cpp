@@ -39,8 +39,8 @@ TEST_F(hw_state, multiplexer_message)
 {
     for (int l2port = 1; l2port <= 9; l2port++)
         for (int forwarding : {0, 1}) {
-            EXPECT_EQ(sent_msg_to_port_mux("not used", static_cast<uint32_t>(l2port),
-                                           static_cast<uint8_t>(forwarding)), 124);
+            EXPECT_EQ(sent_msg_to_port_mux("not used", static_cast<uint32_t>(l2port), static_cast<uint8_t>(forwarding)),
+                      124);
             const auto messages = board_mux_messages();
             ASSERT_EQ(messages.size(), 1u);
             EXPECT_EQ(hex(messages[0]), mux_message(l2port, forwarding));

@@ -64,7 +64,8 @@ void check_records(faults_t &faults)
         faults.expect(state == STP_BEGIN || state <= STTRANS_FORWARDING, "a state exists", l2port);
         if (state != STP_BEGIN) {
             faults.expect(port.learning == (state != STTRANS_DISCARDING), "learning is as the machine says", l2port);
-            faults.expect(port.forwarding == (state == STTRANS_FORWARDING), "forwarding is as the machine says", l2port);
+            faults.expect(port.forwarding == (state == STTRANS_FORWARDING), "forwarding is as the machine says",
+                          l2port);
         }
     }
 }

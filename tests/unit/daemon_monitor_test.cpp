@@ -81,11 +81,12 @@ std::string zero_counters()
 TEST_F(monitor, after_the_start)
 {
     boot();
-    std::string expected = "@rstp_bridge_overview\n"
-                           "bridge_overview=32768:00-11-22-33-44-50,20,2,15,0,32768:00-11-22-33-44-50,0\n"
-                           "\n@rstp_bridge_time\n"
-                           "bridge_time=2023/11/15 11:59:59,0,1\n"
-                           "\n@rstp_port_status\n";
+    std::string expected =
+        "@rstp_bridge_overview\n"
+        "bridge_overview=32768:00-11-22-33-44-50,20,2,15,0,32768:00-11-22-33-44-50,0\n"
+        "\n@rstp_bridge_time\n"
+        "bridge_time=2023/11/15 11:59:59,0,1\n"
+        "\n@rstp_port_status\n";
     for (int port = 1; port <= 9; port++)
         expected += "port0" + std::to_string(port) + "=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n";
     expected += "\n@rstp_statistics\n" + zero_counters() + "!\n";
@@ -95,18 +96,32 @@ TEST_F(monitor, after_the_start)
 TEST_F(monitor, with_a_tree)
 {
     boot({1, 2, 3, 4});
-    send_system({.bridge_priority = 40960, .max_age = 20, .hello_time = 2, .forward_delay = 15, .force_version = 2,
+    send_system({.bridge_priority = 40960,
+                 .max_age = 20,
+                 .hello_time = 2,
+                 .forward_delay = 15,
+                 .force_version = 2,
                  .reserved = 0});
     ports[4].adminEdge = 0;
     ports[4].adminPointToPoint = 1;
     send_enabled({1, 2, 3, 4});
     seconds(6);
     // A root behind port 2 with a second way behind port 3.
-    send_bpdu(2, bpdu_frame({.root_priority = 0x1000, .root = {0xA, 0xB, 0xC, 0xD, 0xE, 0xF}, .cost = 7,
-                             .bridge_priority = 0x2001, .port_id = 0x8009, .max_age = 10, .hello = 1,
+    send_bpdu(2, bpdu_frame({.root_priority = 0x1000,
+                             .root = {0xA, 0xB, 0xC, 0xD, 0xE, 0xF},
+                             .cost = 7,
+                             .bridge_priority = 0x2001,
+                             .port_id = 0x8009,
+                             .max_age = 10,
+                             .hello = 1,
                              .forward_delay = 6}));
-    send_bpdu(3, bpdu_frame({.root_priority = 0x1000, .root = {0xA, 0xB, 0xC, 0xD, 0xE, 0xF}, .cost = 8,
-                             .bridge_priority = 0x2002, .port_id = 0xF234, .max_age = 10, .hello = 1,
+    send_bpdu(3, bpdu_frame({.root_priority = 0x1000,
+                             .root = {0xA, 0xB, 0xC, 0xD, 0xE, 0xF},
+                             .cost = 8,
+                             .bridge_priority = 0x2002,
+                             .port_id = 0xF234,
+                             .max_age = 10,
+                             .hello = 1,
                              .forward_delay = 6}));
     lvt_rstp_run_pending();
     seconds(1);
@@ -116,21 +131,23 @@ TEST_F(monitor, with_a_tree)
     lvt_rstp_vars.bridge.timeSinceTc = 3600;
     lvt_rstp_vars.bridge.lastTcPort = 2;
 
-    EXPECT_EQ(written(), "@rstp_bridge_overview\n"
-                         "bridge_overview=40960:00-11-22-33-44-50,10,1,6,0,4096:0a-0b-0c-0d-0e-0f,2\n"
-                         "\n@rstp_bridge_time\n"
-                         "bridge_time=2023/11/15 11:00:00,2,3600\n"
-                         "\n@rstp_port_status\n"
-                         "port01=20000,1,1,0,4,4,0,40960:00-11-22-33-44-50/1\n"
-                         "port02=20000,0,1,0,3,4,0,8193:02-00-00-00-00-01/9\n"
-                         "port03=20000,0,1,0,1,1,0,8194:02-00-00-00-00-01/564\n"
-                         "port04=20000,0,0,0,4,1,0,40960:00-11-22-33-44-50/4\n"
-                         "port05=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
-                         "port06=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
-                         "port07=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
-                         "port08=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
-                         "port09=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
-                         "\n@rstp_statistics\n" + zero_counters() + "!\n");
+    EXPECT_EQ(written(),
+              "@rstp_bridge_overview\n"
+              "bridge_overview=40960:00-11-22-33-44-50,10,1,6,0,4096:0a-0b-0c-0d-0e-0f,2\n"
+              "\n@rstp_bridge_time\n"
+              "bridge_time=2023/11/15 11:00:00,2,3600\n"
+              "\n@rstp_port_status\n"
+              "port01=20000,1,1,0,4,4,0,40960:00-11-22-33-44-50/1\n"
+              "port02=20000,0,1,0,3,4,0,8193:02-00-00-00-00-01/9\n"
+              "port03=20000,0,1,0,1,1,0,8194:02-00-00-00-00-01/564\n"
+              "port04=20000,0,0,0,4,1,0,40960:00-11-22-33-44-50/4\n"
+              "port05=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
+              "port06=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
+              "port07=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
+              "port08=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
+              "port09=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
+              "\n@rstp_statistics\n" +
+                  zero_counters() + "!\n");
 }
 
 TEST_F(monitor, with_a_group)
@@ -273,9 +290,9 @@ TEST_F(monitor, the_rule_of_the_shown_time)
     const struct {
         int32_t shown_before, now, expected;
     } rows[] = {
-        {0, 1000, 990},    {990, 1000, 990},  {991, 1000, 991}, {992, 1000, 992}, {993, 1000, 990},
-        {989, 1000, 989},  {988, 1000, 988},  {987, 1000, 990}, {1, 1000, 990},   {-1, 1000, 990},
-        {0, 11, 1},        {0, 10, 0},        {1, 10, 1},       {-5, 3, -5},      {2147483647, 1000, 990},
+        {0, 1000, 990},   {990, 1000, 990}, {991, 1000, 991}, {992, 1000, 992}, {993, 1000, 990},
+        {989, 1000, 989}, {988, 1000, 988}, {987, 1000, 990}, {1, 1000, 990},   {-1, 1000, 990},
+        {0, 11, 1},       {0, 10, 0},       {1, 10, 1},       {-5, 3, -5},      {2147483647, 1000, 990},
     };
     for (const auto &row : rows) {
         int32_t shown = row.shown_before;

@@ -395,8 +395,12 @@ TEST_F(msg, type_1)
 TEST_F(msg, type_3_and_its_copy)
 {
     boot();
-    const lvt_rstp_system_config_t config = {.bridge_priority = 0x1234, .max_age = 1, .hello_time = 2,
-                                             .forward_delay = 3, .force_version = 4, .reserved = 5};
+    const lvt_rstp_system_config_t config = {.bridge_priority = 0x1234,
+                                             .max_age = 1,
+                                             .hello_time = 2,
+                                             .forward_delay = 3,
+                                             .force_version = 4,
+                                             .reserved = 5};
     send_system(config);
     EXPECT_EQ(memcmp(&rstp_system_config, &config, sizeof config), 0);
     EXPECT_EQ(memcmp(&lvt_rstp_vars.config, &config, sizeof config), 0);
@@ -406,8 +410,12 @@ TEST_F(msg, type_3_and_its_copy)
 TEST_F(msg, type_4_and_its_copy)
 {
     boot();
-    const lvt_rstp_port_config_t config = {.adminPathCost = 1, .port_priority = 2, .adminEnable = 3, .adminEdge = 4,
-                                           .adminPointToPoint = 5, .reserved = {6, 7, 8}};
+    const lvt_rstp_port_config_t config = {.adminPathCost = 1,
+                                           .port_priority = 2,
+                                           .adminEnable = 3,
+                                           .adminEdge = 4,
+                                           .adminPointToPoint = 5,
+                                           .reserved = {6, 7, 8}};
     send_group_settings(config);
     EXPECT_EQ(memcmp(&rstp_port_config[0], &config, sizeof config), 0);
     for (uint32_t group = 7; group <= 9; group++)
@@ -486,8 +494,9 @@ TEST_F(msg, a_failing_trap_does_not_stop_the_settings)
     ports[1].adminEnable = 1;
     ports[2].adminEnable = 1;
     stdout_of([&] { send_ports(); });
-    EXPECT_EQ(board_console(), "E:sw_cfg_trap_portMgmtFrameAction_rstp_set_api() L126, mdio_intf_access_multi failed\n"
-                               "E:sw_cfg_trap_portMgmtFrameAction_rstp_set_api() L126, mdio_intf_access_multi failed\n");
+    EXPECT_EQ(board_console(),
+              "E:sw_cfg_trap_portMgmtFrameAction_rstp_set_api() L126, mdio_intf_access_multi failed\n"
+              "E:sw_cfg_trap_portMgmtFrameAction_rstp_set_api() L126, mdio_intf_access_multi failed\n");
     EXPECT_EQ(record(2).config.adminEnable, 1);
     EXPECT_EQ(rstp_port_config[2].adminEnable, 1);
     board.chip_fails = false;

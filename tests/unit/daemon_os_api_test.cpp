@@ -51,8 +51,8 @@ TEST_F(os_api, the_three_tests_of_a_logical_port)
     const struct {
         uint32_t l2port;
         int port, poag;
-    } rows[] = {{0, 0, 0},  {1, 1, 1},  {2, 1, 1},  {3, 1, 1},           {4, 1, 1},          {5, 1, 1},
-                {6, 1, 1},  {7, 0, 1},  {8, 0, 1},  {9, 0, 1},           {10, 0, 0},         {11, 0, 0},
+    } rows[] = {{0, 0, 0},  {1, 1, 1},   {2, 1, 1},   {3, 1, 1},          {4, 1, 1},          {5, 1, 1},
+                {6, 1, 1},  {7, 0, 1},   {8, 0, 1},   {9, 0, 1},          {10, 0, 0},         {11, 0, 0},
                 {64, 0, 0}, {255, 0, 0}, {257, 0, 0}, {0x80000000, 0, 0}, {0xFFFFFFFF, 0, 0}, {0x7FFFFFFF, 0, 0}};
     for (const auto &row : rows) {
         EXPECT_EQ(l2port_is_port(row.l2port), row.port) << row.l2port;

@@ -19,7 +19,7 @@ struct groups_model_t {
     std::array<int, 7> reported = {0, 1, 2, 3, 4, 5, 6}; ///< by port
     std::array<int, 7> stood_for = {};                   ///< by port: its group in the tree, or 0
     std::array<bool, 10> queued = {};
-    std::array<std::optional<int>, 10> sender;           ///< by group: the port, while it is formed
+    std::array<std::optional<int>, 10> sender; ///< by group: the port, while it is formed
 
     void report(const aggr_status_t &status)
     {
@@ -273,8 +273,8 @@ protected:
         uint32_t sent = 0, received = 0;
         for (const port_t &port : lvt_rstp_vars.ports) {
             sent += port.stp_frame_xmits + port.rstp_frame_xmits + port.tcn_frame_xmits;
-            received += port.stp_frame_recvs + port.rstp_frame_recvs + port.tcn_frame_recvs +
-                        port.unknown_frame_recvs + port.illegal_frame_recvs;
+            received += port.stp_frame_recvs + port.rstp_frame_recvs + port.tcn_frame_recvs + port.unknown_frame_recvs +
+                        port.illegal_frame_recvs;
         }
         EXPECT_EQ(sent, board.frames.size());
         EXPECT_EQ(received, frames_given);

@@ -62,8 +62,9 @@ TEST_F(sw_cfg, port_state_failure_is_told_on_standard_output)
 TEST_F(sw_cfg, flush_of_all_addresses)
 {
     EXPECT_EQ(sw_cfg_l2_addr_delAll_api(), 0);
-    EXPECT_EQ(only_batch(), "11 60C 80000000 0\n"
-                            "9 60C 0 80000004\n");
+    EXPECT_EQ(only_batch(),
+              "11 60C 80000000 0\n"
+              "9 60C 0 80000004\n");
 }
 
 TEST_F(sw_cfg, flush_failure_is_silent)
@@ -100,21 +101,23 @@ TEST_F(sw_cfg, flush_of_one_port_failure_is_told_on_standard_output)
 TEST_F(sw_cfg, trap_is_armed)
 {
     EXPECT_EQ(sw_cfg_trap_portMgmtFrameAction_rstp_set_api(1, 0), 0);
-    EXPECT_EQ(only_batch(), "11 60C 80000000 0\n"
-                            "9 600 0 C2000000\n"
-                            "9 604 0 800180\n"
-                            "9 608 0 12F\n"
-                            "9 60C 0 80020022\n");
+    EXPECT_EQ(only_batch(),
+              "11 60C 80000000 0\n"
+              "9 600 0 C2000000\n"
+              "9 604 0 800180\n"
+              "9 608 0 12F\n"
+              "9 60C 0 80020022\n");
 }
 
 TEST_F(sw_cfg, trap_is_disarmed_by_its_last_operation)
 {
     EXPECT_EQ(sw_cfg_trap_portMgmtFrameAction_rstp_set_api(0, 0), 0);
-    EXPECT_EQ(only_batch(), "11 60C 80000000 0\n"
-                            "9 600 0 C2000000\n"
-                            "9 604 0 800180\n"
-                            "9 608 0 12F\n"
-                            "9 60C 80000000 80020023\n");
+    EXPECT_EQ(only_batch(),
+              "11 60C 80000000 0\n"
+              "9 600 0 C2000000\n"
+              "9 604 0 800180\n"
+              "9 608 0 12F\n"
+              "9 60C 80000000 80020023\n");
 }
 
 TEST_F(sw_cfg, trap_ignores_the_port_and_takes_any_nonzero_for_on)
@@ -148,27 +151,39 @@ TEST_F(sw_cfg, bypass_rules_on)
     const char *high_bits[] = {"8010", "8010", "8011", "8012", "8018", "8014"};
     for (size_t i = 0; i < 6; i++) {
         const std::string entry = entries[i];
-        EXPECT_EQ(batch_text(board.batches[i]), "11 400 80000000 0\n"
-                                                "9 404 0 C2000000\n"
-                                                "9 408 0 " + std::string(addresses[i]) + "\n"
-                                                "9 40C 0 112233\n"
-                                                "9 410 0 0\n"
-                                                "9 414 0 0\n"
-                                                "9 400 0 800000" + entry + "\n"
-                                                "11 400 80000000 0\n"
-                                                "9 404 0 FFFFFFFF\n"
-                                                "9 408 0 FFFFFFFF\n"
-                                                "9 40C 0 FFFFFFFF\n"
-                                                "9 410 0 0\n"
-                                                "9 414 0 C9\n"
-                                                "9 400 0 800001" + entry + "\n"
-                                                "11 400 80000000 0\n"
-                                                "9 404 0 0\n"
-                                                "9 408 0 " + low_bits[i] + "\n"
-                                                "9 40C 0 " + high_bits[i] + "\n"
-                                                "9 410 0 0\n"
-                                                "9 414 0 0\n"
-                                                "9 400 0 800002" + entry + "\n");
+        EXPECT_EQ(batch_text(board.batches[i]),
+                  "11 400 80000000 0\n"
+                  "9 404 0 C2000000\n"
+                  "9 408 0 " +
+                      std::string(addresses[i]) +
+                      "\n"
+                      "9 40C 0 112233\n"
+                      "9 410 0 0\n"
+                      "9 414 0 0\n"
+                      "9 400 0 800000" +
+                      entry +
+                      "\n"
+                      "11 400 80000000 0\n"
+                      "9 404 0 FFFFFFFF\n"
+                      "9 408 0 FFFFFFFF\n"
+                      "9 40C 0 FFFFFFFF\n"
+                      "9 410 0 0\n"
+                      "9 414 0 C9\n"
+                      "9 400 0 800001" +
+                      entry +
+                      "\n"
+                      "11 400 80000000 0\n"
+                      "9 404 0 0\n"
+                      "9 408 0 " +
+                      low_bits[i] +
+                      "\n"
+                      "9 40C 0 " +
+                      high_bits[i] +
+                      "\n"
+                      "9 410 0 0\n"
+                      "9 414 0 0\n"
+                      "9 400 0 800002" +
+                      entry + "\n");
     }
 }
 
@@ -246,11 +261,12 @@ TEST_F(sw_cfg, l2pt_report)
     l2pt_trap_set(0, 1);
     l2pt_trap_set(5, 255);
     sw_cfg_l2pt_trap_show_api();
-    EXPECT_EQ(board_console(), "===== l2pt_trap =====\n"
-                               "Port[0] = 1\n"
-                               "Port[1] = 0\n"
-                               "Port[2] = 0\n"
-                               "Port[3] = 0\n"
-                               "Port[4] = 0\n"
-                               "Port[5] = 255\n");
+    EXPECT_EQ(board_console(),
+              "===== l2pt_trap =====\n"
+              "Port[0] = 1\n"
+              "Port[1] = 0\n"
+              "Port[2] = 0\n"
+              "Port[3] = 0\n"
+              "Port[4] = 0\n"
+              "Port[5] = 255\n");
 }

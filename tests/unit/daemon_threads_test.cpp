@@ -76,9 +76,10 @@ protected:
     }
 };
 
-const std::string BANNER = "*****************************\n"
-                           "*   RSTP Initial Complete   *\n"
-                           "*****************************\n";
+const std::string BANNER =
+    "*****************************\n"
+    "*   RSTP Initial Complete   *\n"
+    "*****************************\n";
 
 } // namespace
 
@@ -175,8 +176,8 @@ TEST_F(threads, pipes_are_opened_for_reading_and_writing)
         run_main_thread();
     };
     // The multiplexer's, then the two that are read.
-    const std::string modes = std::to_string(O_RDWR | O_NONBLOCK) + "\n" + std::to_string(O_RDWR) + "\n" +
-                              std::to_string(O_RDWR) + "\n";
+    const std::string modes =
+        std::to_string(O_RDWR | O_NONBLOCK) + "\n" + std::to_string(O_RDWR) + "\n" + std::to_string(O_RDWR) + "\n";
     EXPECT_EXIT(start(), testing::ExitedWithCode(1), HasSubstr(modes));
 }
 
@@ -236,7 +237,8 @@ TEST_F(threads, no_tick_before_the_start_is_complete)
 TEST_F(threads, an_interrupted_wait_begins_anew_without_a_tick)
 {
     boot();
-    EXPECT_EXIT(run_tick_thread({-1, 0, -1, -1, 1}), testing::ExitedWithCode(0), testing::StrEq("time 1, file there\n"));
+    EXPECT_EXIT(run_tick_thread({-1, 0, -1, -1, 1}), testing::ExitedWithCode(0),
+                testing::StrEq("time 1, file there\n"));
 }
 
 TEST_F(threads, an_interrupted_wait_writes_no_file)

@@ -182,7 +182,8 @@ TEST_F(vlan, a_second_default_is_a_programming_error)
 {
     boot_with_room();
     lvt_rstp_vars.default_vlan->vlan_id = 9;
-    EXPECT_DEATH(lvt_rstp_vlan_add(1, NONE),
-                 testing::AllOf(HasSubstr("lvt_rstp:"), HasSubstr(": lvt_rstp_vlan_add: Assertion "
-                                "`(&lvt_rstp_vars)->default_vlan == ((void *)0)' failed.")));
+    EXPECT_DEATH(
+        lvt_rstp_vlan_add(1, NONE),
+        testing::AllOf(HasSubstr("lvt_rstp:"), HasSubstr(": lvt_rstp_vlan_add: Assertion "
+                                                         "`(&lvt_rstp_vars)->default_vlan == ((void *)0)' failed.")));
 }

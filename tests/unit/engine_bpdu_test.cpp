@@ -42,19 +42,21 @@ TEST_F(bpdu, rst_frame)
 {
     port->learning = port->forwarding = 1;
     send(TRANSMIT_RSTP);
-    EXPECT_EQ(sent_hex(), "01 80 c2 00 00 00 02 00 00 00 02 01 00 27 42 42 03 "
-                          "00 00 02 02 3c "
-                          "10 00 02 00 00 00 00 11 00 00 4e 20 80 00 02 00 00 00 00 01 80 02 "
-                          "01 00 14 00 02 00 0f 00 00");
+    EXPECT_EQ(sent_hex(),
+              "01 80 c2 00 00 00 02 00 00 00 02 01 00 27 42 42 03 "
+              "00 00 02 02 3c "
+              "10 00 02 00 00 00 00 11 00 00 4e 20 80 00 02 00 00 00 00 01 80 02 "
+              "01 00 14 00 02 00 0f 00 00");
 }
 
 TEST_F(bpdu, configuration_frame)
 {
     send(TRANSMIT_CONFIG);
-    EXPECT_EQ(sent_hex(), "01 80 c2 00 00 00 02 00 00 00 02 01 00 26 42 42 03 "
-                          "00 00 00 00 00 "
-                          "10 00 02 00 00 00 00 11 00 00 4e 20 80 00 02 00 00 00 00 01 80 02 "
-                          "01 00 14 00 02 00 0f 00");
+    EXPECT_EQ(sent_hex(),
+              "01 80 c2 00 00 00 02 00 00 00 02 01 00 26 42 42 03 "
+              "00 00 00 00 00 "
+              "10 00 02 00 00 00 00 11 00 00 4e 20 80 00 02 00 00 00 00 01 80 02 "
+              "01 00 14 00 02 00 0f 00");
 }
 
 TEST_F(bpdu, topology_change_notification_frame)
@@ -106,10 +108,7 @@ struct flags_row_t {
     unsigned flags;
 };
 
-std::ostream &operator<<(std::ostream &out, const flags_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const flags_row_t &row) { return out << row.label; }
 
 void everything(port_t *p)
 {
@@ -132,8 +131,8 @@ const flags_row_t flags_rows[] = {
     {"rst forwarding", TRANSMIT_RSTP, [](port_t *p) { p->forwarding = 1; }, 0x2C},
     {"rst agreement", TRANSMIT_RSTP, [](port_t *p) { p->synced = 1; }, 0x4C},
     {"rst never acknowledges", TRANSMIT_RSTP, [](port_t *p) { p->tcAck = 1; }, 0x0C},
-    {"rst requests to learn and forward are not told", TRANSMIT_RSTP,
-     [](port_t *p) { p->learn = p->forward = 1; }, 0x0C},
+    {"rst requests to learn and forward are not told", TRANSMIT_RSTP, [](port_t *p) { p->learn = p->forward = 1; },
+     0x0C},
     {"rst everything", TRANSMIT_RSTP, everything, 0x7F},
     {"configuration topology change", TRANSMIT_CONFIG, [](port_t *p) { p->tcWhile = 255; }, 0x01},
     {"configuration acknowledgement", TRANSMIT_CONFIG, [](port_t *p) { p->tcAck = 1; }, 0x80},

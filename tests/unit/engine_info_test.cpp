@@ -5,10 +5,7 @@ namespace {
 
 // ---- moves ------------------------------------------------------------------------------
 
-void up(port_t *p)
-{
-    p->edgeDetected = 1;
-}
+void up(port_t *p) { p->edgeDetected = 1; }
 
 const move_row_t info_move_rows[] = {
     // Without a link the machine is DISABLED, wherever it was.
@@ -16,15 +13,14 @@ const move_row_t info_move_rows[] = {
     {"link lost while enabled", INFO_ENABLED, [](port_t *p) { p->infoIs = INFO_IS_MINE; }, INFO_DISABLED},
     {"link lost while aged", INFO_AGED, [](port_t *p) { p->infoIs = INFO_IS_AGED; }, INFO_DISABLED},
     {"link lost while current", INFO_CURRENT, [](port_t *p) { p->infoIs = INFO_IS_RECEIVED; }, INFO_DISABLED},
-    {"link lost beats news", INFO_CURRENT,
-     [](port_t *p) { p->infoIs = INFO_IS_MINE, p->selected = p->updtInfo = 1; }, INFO_DISABLED},
+    {"link lost beats news", INFO_CURRENT, [](port_t *p) { p->infoIs = INFO_IS_MINE, p->selected = p->updtInfo = 1; },
+     INFO_DISABLED},
     {"link lost beats a message", INFO_RECEIVE,
      [](port_t *p) { p->infoIs = INFO_IS_RECEIVED, p->rcvdInfo = RCVD_REPEATED; }, INFO_DISABLED},
-    {"link lost while disabled with stale information", INFO_DISABLED,
-     [](port_t *p) { p->infoIs = INFO_IS_MINE; }, INFO_DISABLED},
-
-    {"begin without link and information", STP_BEGIN, [](port_t *p) { p->infoIs = INFO_IS_DISABLED; },
+    {"link lost while disabled with stale information", INFO_DISABLED, [](port_t *p) { p->infoIs = INFO_IS_MINE; },
      INFO_DISABLED},
+
+    {"begin without link and information", STP_BEGIN, [](port_t *p) { p->infoIs = INFO_IS_DISABLED; }, INFO_DISABLED},
     {"begin with link", STP_BEGIN, up, INFO_DISABLED},
 
     {"disabled rests", INFO_DISABLED, [](port_t *p) { p->infoIs = INFO_IS_DISABLED; }, STAYS},
@@ -37,8 +33,8 @@ const move_row_t info_move_rows[] = {
     {"disabled is enabled before a message is dropped", INFO_DISABLED,
      [](port_t *p) { up(p), p->selected = p->rcvdMsg = 1; }, INFO_ENABLED},
     {"disabled waits for roles", INFO_DISABLED, up, STAYS},
-    {"disabled waits for the link", INFO_DISABLED,
-     [](port_t *p) { p->infoIs = INFO_IS_DISABLED, p->selected = 1; }, STAYS},
+    {"disabled waits for the link", INFO_DISABLED, [](port_t *p) { p->infoIs = INFO_IS_DISABLED, p->selected = 1; },
+     STAYS},
     {"disabled drops a message", INFO_DISABLED, [](port_t *p) { up(p), p->rcvdMsg = 1; }, INFO_DISABLED},
 
     {"enabled goes on", INFO_ENABLED, up, INFO_AGED},
@@ -56,13 +52,12 @@ const move_row_t info_move_rows[] = {
     {"agreement goes on", INFO_AGREEMENT, up, INFO_CURRENT},
 
     {"current rests", INFO_CURRENT, up, STAYS},
-    {"current takes news", INFO_CURRENT, [](port_t *p) { up(p), p->selected = p->updtInfo = 1; },
-     INFO_UPDATE},
+    {"current takes news", INFO_CURRENT, [](port_t *p) { up(p), p->selected = p->updtInfo = 1; }, INFO_UPDATE},
     {"current takes news before a message", INFO_CURRENT,
      [](port_t *p) { up(p), p->selected = p->updtInfo = p->rcvdMsg = 1; }, INFO_UPDATE},
     {"current waits for roles", INFO_CURRENT, [](port_t *p) { up(p), p->updtInfo = 1; }, STAYS},
-    {"current keeps a message while news wait", INFO_CURRENT,
-     [](port_t *p) { up(p), p->updtInfo = p->rcvdMsg = 1; }, STAYS},
+    {"current keeps a message while news wait", INFO_CURRENT, [](port_t *p) { up(p), p->updtInfo = p->rcvdMsg = 1; },
+     STAYS},
     {"current ages", INFO_CURRENT, [](port_t *p) { up(p), p->infoIs = INFO_IS_RECEIVED; }, INFO_AGED},
     {"current does not age while time is left", INFO_CURRENT,
      [](port_t *p) { up(p), p->infoIs = INFO_IS_RECEIVED, p->rcvdInfoWhile = 1; }, STAYS},
@@ -81,10 +76,7 @@ const move_row_t info_move_rows[] = {
 
 class info_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(info_moves, row)
-{
-    expect_move(&port_t::info, GetParam());
-}
+TEST_P(info_moves, row) { expect_move(&port_t::info, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, info_moves, testing::ValuesIn(info_move_rows), label_of<move_row_t>);
 
@@ -125,9 +117,7 @@ TEST_F(info, follows_its_rules_whatever_the_port)
             {INFO_AGREEMENT, always, INFO_CURRENT},
             {INFO_CURRENT, has_news, INFO_UPDATE},
             {INFO_CURRENT,
-             [](const port_t &p) {
-                 return p.infoIs == 2 && p.rcvdInfoWhile == 0 && !p.updtInfo && !p.rcvdMsg;
-             },
+             [](const port_t &p) { return p.infoIs == 2 && p.rcvdInfoWhile == 0 && !p.updtInfo && !p.rcvdMsg; },
              INFO_AGED},
             {INFO_CURRENT, [](const port_t &p) { return p.rcvdMsg && !p.updtInfo; }, INFO_RECEIVE},
             {INFO_RECEIVE, [](const port_t &p) { return p.rcvdInfo == 0; }, INFO_SUPERIOR},
@@ -222,53 +212,34 @@ const entry_row_t info_entry_rows[] = {
      [](port_t *p) { p->rcvdType = 128, p->rcvdVersion = 2; },
      [](port_t *p) { p->rcvdInfo = 3, p->rcvdSTP = p->rcvdTcn = 1, p->rcvdMsg = 0; }},
     {"receive a configuration", INFO_RECEIVE,
-     [](port_t *p) {
-         message(p), p->rcvdType = 0, p->rcvdVersion = 0, p->rcvdFlags = 0x0C, p->portPrio = {};
-     },
+     [](port_t *p) { message(p), p->rcvdType = 0, p->rcvdVersion = 0, p->rcvdFlags = 0x0C, p->portPrio = {}; },
      [](port_t *p) { p->rcvdInfo = 3, p->rcvdRole = 0, p->rcvdSTP = 1, p->rcvdMsg = 0; }},
     {"receive a configuration of version 2", INFO_RECEIVE,
      [](port_t *p) { message(p), p->rcvdType = 0, p->rcvdVersion = 2, p->rcvdFlags = 0, p->portPrio = {}; },
      [](port_t *p) { p->rcvdInfo = 3, p->rcvdRole = 0, p->rcvdMsg = 0; }},
     {"receive a configuration with topology change", INFO_RECEIVE,
-     [](port_t *p) {
-         message(p), p->rcvdType = 0, p->rcvdVersion = 1, p->rcvdFlags = 0x01, p->portPrio = {};
-     },
+     [](port_t *p) { message(p), p->rcvdType = 0, p->rcvdVersion = 1, p->rcvdFlags = 0x01, p->portPrio = {}; },
      [](port_t *p) { p->rcvdInfo = 3, p->rcvdRole = 0, p->rcvdSTP = p->rcvdTc = 1, p->rcvdMsg = 0; }},
     {"receive a configuration with acknowledgement", INFO_RECEIVE,
-     [](port_t *p) {
-         message(p), p->rcvdType = 0, p->rcvdVersion = 0, p->rcvdFlags = 0x80, p->portPrio = {};
-     },
+     [](port_t *p) { message(p), p->rcvdType = 0, p->rcvdVersion = 0, p->rcvdFlags = 0x80, p->portPrio = {}; },
      [](port_t *p) { p->rcvdInfo = 3, p->rcvdRole = 0, p->rcvdSTP = p->rcvdTcAck = 1, p->rcvdMsg = 0; }},
     {"receive a rst", INFO_RECEIVE,
-     [](port_t *p) {
-         message(p), p->rcvdType = 2, p->rcvdVersion = 2, p->rcvdFlags = 0x3C, p->portPrio = {};
-     },
+     [](port_t *p) { message(p), p->rcvdType = 2, p->rcvdVersion = 2, p->rcvdFlags = 0x3C, p->portPrio = {}; },
      [](port_t *p) { p->rcvdInfo = 3, p->rcvdRole = 3, p->rcvdRSTP = 1, p->rcvdMsg = 0; }},
     {"receive a rst of a later version", INFO_RECEIVE,
-     [](port_t *p) {
-         message(p), p->rcvdType = 2, p->rcvdVersion = 3, p->rcvdFlags = 0x00, p->portPrio = {};
-     },
+     [](port_t *p) { message(p), p->rcvdType = 2, p->rcvdVersion = 3, p->rcvdFlags = 0x00, p->portPrio = {}; },
      [](port_t *p) { p->rcvdInfo = 3, p->rcvdRole = 0, p->rcvdRSTP = 1, p->rcvdMsg = 0; }},
     {"receive a rst of an earlier version", INFO_RECEIVE,
-     [](port_t *p) {
-         message(p), p->rcvdType = 2, p->rcvdVersion = 1, p->rcvdFlags = 0x08, p->portPrio = {};
-     },
+     [](port_t *p) { message(p), p->rcvdType = 2, p->rcvdVersion = 1, p->rcvdFlags = 0x08, p->portPrio = {}; },
      [](port_t *p) { p->rcvdInfo = 3, p->rcvdRole = 2, p->rcvdRSTP = p->rcvdSTP = 1, p->rcvdMsg = 0; }},
     {"receive a rst with both topology change flags", INFO_RECEIVE,
-     [](port_t *p) {
-         message(p), p->rcvdType = 2, p->rcvdVersion = 2, p->rcvdFlags = 0x85, p->portPrio = {};
-     },
-     [](port_t *p) {
-         p->rcvdInfo = 3, p->rcvdRole = 1, p->rcvdRSTP = p->rcvdTc = p->rcvdTcAck = 1, p->rcvdMsg = 0;
-     }},
+     [](port_t *p) { message(p), p->rcvdType = 2, p->rcvdVersion = 2, p->rcvdFlags = 0x85, p->portPrio = {}; },
+     [](port_t *p) { p->rcvdInfo = 3, p->rcvdRole = 1, p->rcvdRSTP = p->rcvdTc = p->rcvdTcAck = 1, p->rcvdMsg = 0; }},
 };
 
 class info_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(info_entries, row)
-{
-    expect_entry(&port_t::info, GetParam());
-}
+TEST_P(info_entries, row) { expect_entry(&port_t::info, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, info_entries, testing::ValuesIn(info_entry_rows), label_of<entry_row_t>);
 
@@ -282,10 +253,7 @@ struct class_row_t {
     change_t given = nothing;
 };
 
-std::ostream &operator<<(std::ostream &out, const class_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const class_row_t &row) { return out << row.label; }
 
 enum : uint8_t { SUPERIOR = 0, REPEATED = 1, AGREEMENT = 2, OTHER = 3 };
 
@@ -304,15 +272,13 @@ const class_row_t classes[] = {
     {"better cost", [](heard_t &h) { h.cost = 19999; }, SUPERIOR},
     {"better bridge", [](heard_t &h) { h.bridge.addr[5] = 0x65; }, SUPERIOR},
     {"better port", [](heard_t &h) { h.port_id = 0x8004; }, SUPERIOR},
-    {"better bridge with better times too", [](heard_t &h) { h.bridge.prio = 1, h.times.MaxAge = 6; },
-     SUPERIOR},
+    {"better bridge with better times too", [](heard_t &h) { h.bridge.prio = 1, h.times.MaxAge = 6; }, SUPERIOR},
 
     {"same sender with new message age", [](heard_t &h) { h.times.MessageAge = 3; }, SUPERIOR},
     {"same sender with new max age", [](heard_t &h) { h.times.MaxAge = 21; }, SUPERIOR},
     {"same sender with new forward delay", [](heard_t &h) { h.times.ForwardDelay = 16; }, SUPERIOR},
     {"same sender with new hello time", [](heard_t &h) { h.times.HelloTime = 1; }, SUPERIOR},
-    {"same sender worse with new times", [](heard_t &h) { h.cost = 20001, h.times.MessageAge = 3; },
-     SUPERIOR},
+    {"same sender worse with new times", [](heard_t &h) { h.cost = 20001, h.times.MessageAge = 3; }, SUPERIOR},
     {"same sender worse root with new times", [](heard_t &h) { h.root.prio = 40960, h.times.MessageAge = 3; },
      SUPERIOR},
     {"same sender worse with unchanged times", [](heard_t &h) { h.cost = 20001; }, OTHER},
@@ -321,10 +287,8 @@ const class_row_t classes[] = {
     {"worse bridge", [](heard_t &h) { h.bridge.addr[5] = 0x67, h.times.MessageAge = 3; }, OTHER},
 
     {"configuration the same again", [](heard_t &h) { h.type = 0, h.version = 0, h.flags = 0; }, REPEATED},
-    {"configuration better", [](heard_t &h) { h.type = 0, h.version = 0, h.flags = 0, h.cost = 0; },
-     SUPERIOR},
-    {"configuration with new times", [](heard_t &h) { h.type = 0, h.version = 0, h.times.MessageAge = 1; },
-     SUPERIOR},
+    {"configuration better", [](heard_t &h) { h.type = 0, h.version = 0, h.flags = 0, h.cost = 0; }, SUPERIOR},
+    {"configuration with new times", [](heard_t &h) { h.type = 0, h.version = 0, h.times.MessageAge = 1; }, SUPERIOR},
     {"configuration worse", [](heard_t &h) { h.type = 0, h.version = 0, h.cost = 20001; }, OTHER},
     {"configuration cannot agree",
      [](heard_t &h) { h.type = 0, h.version = 0, h.flags = agreement_of_root, h.cost = 20001; }, OTHER},
@@ -345,8 +309,7 @@ const class_row_t classes[] = {
     {"repeated before agreement", [](heard_t &h) { h.flags = 0x4C; }, REPEATED},
     {"agreement on a shared link", [](heard_t &h) { h.flags = agreement_of_root; }, OTHER,
      [](port_t *p) { p->operPointToPoint = 0; }},
-    {"agreement with another bridge",
-     [](heard_t &h) { h.flags = agreement_of_root, h.bridge.addr[5] = 0x65; }, OTHER},
+    {"agreement with another bridge", [](heard_t &h) { h.flags = agreement_of_root, h.bridge.addr[5] = 0x65; }, OTHER},
     {"no agreement bit", [](heard_t &h) { h.flags = 0xBB; }, OTHER},
 
     {"own port id improved", [](heard_t &) {}, SUPERIOR, [](port_t *p) { p->portPrio.bridge_port = 0x8003; }},
@@ -385,37 +348,24 @@ struct life_row_t {
     uint8_t seconds;
 };
 
-std::ostream &operator<<(std::ostream &out, const life_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const life_row_t &row) { return out << row.label; }
 
 const life_row_t lives[] = {
     {"three hellos", {.MessageAge = 1, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2}, 6},
     {"from the root itself", {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2}, 6},
-    {"remaining age below three hellos",
-     {.MessageAge = 15, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2},
-     4},
+    {"remaining age below three hellos", {.MessageAge = 15, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2}, 4},
     {"last second", {.MessageAge = 18, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2}, 1},
     {"just too old", {.MessageAge = 19, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2}, 0},
     {"too old", {.MessageAge = 20, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2}, 0},
-    {"much too old for eight bits",
-     {.MessageAge = 250, .MaxAge = 255, .ForwardDelay = 15, .HelloTime = 2},
-     0},
+    {"much too old for eight bits", {.MessageAge = 250, .MaxAge = 255, .ForwardDelay = 15, .HelloTime = 2}, 0},
     {"oldest there is", {.MessageAge = 255, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2}, 0},
     {"step is at least one", {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 2}, 5},
     {"step of max age 15", {.MessageAge = 0, .MaxAge = 15, .ForwardDelay = 15, .HelloTime = 20}, 14},
     {"step of max age 16", {.MessageAge = 0, .MaxAge = 16, .ForwardDelay = 15, .HelloTime = 20}, 15},
-    {"step of max age 24 is rounded down",
-     {.MessageAge = 0, .MaxAge = 24, .ForwardDelay = 15, .HelloTime = 20},
-     23},
-    {"step of max age 31 is rounded down",
-     {.MessageAge = 0, .MaxAge = 31, .ForwardDelay = 15, .HelloTime = 20},
-     30},
+    {"step of max age 24 is rounded down", {.MessageAge = 0, .MaxAge = 24, .ForwardDelay = 15, .HelloTime = 20}, 23},
+    {"step of max age 31 is rounded down", {.MessageAge = 0, .MaxAge = 31, .ForwardDelay = 15, .HelloTime = 20}, 30},
     {"step of max age 32", {.MessageAge = 0, .MaxAge = 32, .ForwardDelay = 15, .HelloTime = 20}, 30},
-    {"three hellos beyond eight bits",
-     {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 15, .HelloTime = 86},
-     240},
+    {"three hellos beyond eight bits", {.MessageAge = 0, .MaxAge = 255, .ForwardDelay = 15, .HelloTime = 86}, 240},
     {"no hello time", {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 0}, 0},
     {"no max age", {.MessageAge = 0, .MaxAge = 0, .ForwardDelay = 15, .HelloTime = 2}, 0},
     {"max age one", {.MessageAge = 0, .MaxAge = 1, .ForwardDelay = 15, .HelloTime = 2}, 0},
@@ -467,10 +417,7 @@ struct record_row_t {
     change_t then;
 };
 
-std::ostream &operator<<(std::ostream &out, const record_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const record_row_t &row) { return out << row.label; }
 
 constexpr uint16_t own_port_id = 0x8002;
 
@@ -483,15 +430,9 @@ void noted(port_t *p)
     p->msgTimes = said.times;
 }
 
-void outside(port_t *p)
-{
-    p->nonStp = 1;
-}
+void outside(port_t *p) { p->nonStp = 1; }
 
-void forced(port_t *, uint8_t version)
-{
-    world_now().force_version = version;
-}
+void forced(port_t *, uint8_t version) { world_now().force_version = version; }
 
 const record_row_t recordings[] = {
     {"configuration", 0, 0, nothing,
@@ -499,8 +440,7 @@ const record_row_t recordings[] = {
     {"configuration on a bridge forced to stp", 0, 0, [](port_t *p) { forced(p, 0); },
      [](port_t *p) { p->stp_frame_recvs++, noted(p), p->rcvdType = 0, p->rcvdVersion = 0; }},
     {"configuration outside the tree", 0, 0, outside, [](port_t *p) { p->stp_frame_recvs++; }},
-    {"rst", 2, 2, nothing,
-     [](port_t *p) { p->rstp_frame_recvs++, noted(p), p->rcvdType = 2, p->rcvdVersion = 2; }},
+    {"rst", 2, 2, nothing, [](port_t *p) { p->rstp_frame_recvs++, noted(p), p->rcvdType = 2, p->rcvdVersion = 2; }},
     {"rst of any version", 2, 99, nothing,
      [](port_t *p) { p->rstp_frame_recvs++, noted(p), p->rcvdType = 2, p->rcvdVersion = 99; }},
     {"rst on a bridge forced to version 0", 2, 2, [](port_t *p) { forced(p, 0); },
@@ -537,8 +477,7 @@ TEST_P(info_recordings, row)
     const records_t expected = world.records;
     world.records = before;
 
-    STP_info_rx_bpdu(port, reinterpret_cast<const bpdu_t *>(frame.data()),
-                     static_cast<uint32_t>(frame.size() - 17));
+    STP_info_rx_bpdu(port, reinterpret_cast<const bpdu_t *>(frame.data()), static_cast<uint32_t>(frame.size() - 17));
     EXPECT_TRUE(same_records(expected, world.records));
     EXPECT_TRUE(world.actions.empty());
 }

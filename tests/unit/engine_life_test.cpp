@@ -117,8 +117,8 @@ TEST_F(bridge_start_test, flushes_once_for_the_bridge_then_brings_its_ports_to_d
     stpm_t *bridge = bridge_with({1, 2});
     bridge->vlan_id = 9;
     ASSERT_EQ(STP_stpm_enable(bridge, 1), 0);
-    EXPECT_EQ(world.actions, (std::vector<std::string>{"flush 0 9 1 1", "flush 2 0 1 2", "state 2 1",
-                                                       "flush 1 0 1 2", "state 1 1"}));
+    EXPECT_EQ(world.actions,
+              (std::vector<std::string>{"flush 0 9 1 1", "flush 2 0 1 2", "state 2 1", "flush 1 0 1 2", "state 1 1"}));
 }
 
 TEST_F(bridge_start_test, initialises_every_port_in_full)
@@ -291,9 +291,8 @@ TEST_F(bridge_start_DeathTest, a_machine_not_at_begin)
     unsigned line = 198;
     for (const auto &[name, machine] : machines) {
         (port_of(1)->*machine).State = 0;
-        EXPECT_DEATH(STP_stpm_start(bridge),
-                     assertion("port->" + std::string(name) + ".State == ((rstpstate_t)255)", "stpm",
-                               "STP_stpm_start", line));
+        EXPECT_DEATH(STP_stpm_start(bridge), assertion("port->" + std::string(name) + ".State == ((rstpstate_t)255)",
+                                                       "stpm", "STP_stpm_start", line));
         (port_of(1)->*machine).State = STP_BEGIN;
         line++;
     }
@@ -311,8 +310,7 @@ TEST_F(bridge_start_DeathTest, a_second_start_without_new_ports)
 TEST_F(bridge_start_DeathTest, deletion_with_ports)
 {
     stpm_t *bridge = bridge_with({1});
-    EXPECT_DEATH(STP_stpm_delete(bridge),
-                 assertion("this->ports == ((void *)0)", "stpm", "STP_stpm_delete", 128));
+    EXPECT_DEATH(STP_stpm_delete(bridge), assertion("this->ports == ((void *)0)", "stpm", "STP_stpm_delete", 128));
 }
 
 // ---- changed settings of a bridge -------------------------------------------------------
@@ -427,10 +425,7 @@ struct cfg_row_t {
     change_t then;
 };
 
-std::ostream &operator<<(std::ostream &out, const cfg_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const cfg_row_t &row) { return out << row.label; }
 
 void settings(port_t *p, uint16_t priority, uint8_t enable, uint8_t edge)
 {
@@ -452,8 +447,7 @@ void result(port_t *p, uint16_t port_id, bool edge, bool non_stp, bool rstp = tr
 const cfg_row_t cfg_rows[] = {
     {"defaults taking part", [](port_t *p) { settings(p, 128, 1, 1); },
      [](port_t *p) { result(p, 0x8002, true, false); }},
-    {"not enabled", [](port_t *p) { settings(p, 128, 0, 1); },
-     [](port_t *p) { result(p, 0x8002, true, true); }},
+    {"not enabled", [](port_t *p) { settings(p, 128, 0, 1); }, [](port_t *p) { result(p, 0x8002, true, true); }},
     {"enabled by any value", [](port_t *p) { settings(p, 128, 0x80, 0x80); },
      [](port_t *p) { result(p, 0x8002, true, false); }},
     {"taken out by the adaptation layer", [](port_t *p) { settings(p, 128, 1, 0), p->stpEnabled = 0; },
@@ -462,10 +456,8 @@ const cfg_row_t cfg_rows[] = {
      [](port_t *p) { result(p, 0x8002, true, false); }},
     {"no edge", [](port_t *p) { settings(p, 128, 1, 0), p->operEdge = 1; },
      [](port_t *p) { result(p, 0x8002, false, false); }},
-    {"priority zero", [](port_t *p) { settings(p, 0, 1, 0); },
-     [](port_t *p) { result(p, 0x0002, false, false); }},
-    {"priority 240", [](port_t *p) { settings(p, 240, 1, 0); },
-     [](port_t *p) { result(p, 0xF002, false, false); }},
+    {"priority zero", [](port_t *p) { settings(p, 0, 1, 0); }, [](port_t *p) { result(p, 0x0002, false, false); }},
+    {"priority 240", [](port_t *p) { settings(p, 240, 1, 0); }, [](port_t *p) { result(p, 0xF002, false, false); }},
     {"priority kept to sixteen bits", [](port_t *p) { settings(p, 0x1280, 1, 0); },
      [](port_t *p) { result(p, 0x8002, false, false); }},
     {"forced to version 1", [](port_t *p) { settings(p, 128, 1, 0), world_now().force_version = 1; },

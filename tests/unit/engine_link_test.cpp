@@ -3,10 +3,7 @@
 
 namespace {
 
-link_facts_t &link_of(const port_t *port)
-{
-    return world_now().links[port->port_number];
-}
+link_facts_t &link_of(const port_t *port) { return world_now().links[port->port_number]; }
 
 // ---- point-to-point ---------------------------------------------------------------------
 
@@ -14,20 +11,16 @@ const move_row_t p2p_rows[] = {
     {"begin", STP_BEGIN, nothing, P2P_STABLE},
     {"init goes on", P2P_INIT, nothing, P2P_STABLE},
     {"recompute goes on", P2P_RECOMPUTE, nothing, P2P_STABLE},
-    {"recompute goes on although asked again", P2P_RECOMPUTE, [](port_t *p) { p->p2pRecompute = 1; },
-     P2P_STABLE},
+    {"recompute goes on although asked again", P2P_RECOMPUTE, [](port_t *p) { p->p2pRecompute = 1; }, P2P_STABLE},
     {"stable rests", P2P_STABLE, nothing, STAYS},
     {"stable is asked", P2P_STABLE, [](port_t *p) { p->p2pRecompute = 1; }, P2P_RECOMPUTE},
-    {"stable does not watch the duplex", P2P_STABLE,
-     [](port_t *p) { link_of(p).duplex = 0, p->operPointToPoint = 1; }, STAYS},
+    {"stable does not watch the duplex", P2P_STABLE, [](port_t *p) { link_of(p).duplex = 0, p->operPointToPoint = 1; },
+     STAYS},
 };
 
 class p2p_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(p2p_moves, row)
-{
-    expect_move(&port_t::p2p, GetParam());
-}
+TEST_P(p2p_moves, row) { expect_move(&port_t::p2p, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, p2p_moves, testing::ValuesIn(p2p_rows), label_of<move_row_t>);
 
@@ -60,18 +53,14 @@ const entry_row_t p2p_actions[] = {
     {"automatic on half duplex", P2P_RECOMPUTE, [](port_t *p) { asked(p, 2, 0); }, shared},
     {"any other setting is automatic on full duplex", P2P_RECOMPUTE, [](port_t *p) { asked(p, 255, 1); },
      point_to_point},
-    {"any other setting is automatic on half duplex", P2P_RECOMPUTE, [](port_t *p) { asked(p, 3, 0); },
-     shared},
+    {"any other setting is automatic on half duplex", P2P_RECOMPUTE, [](port_t *p) { asked(p, 3, 0); }, shared},
     {"only one is full duplex", P2P_RECOMPUTE, [](port_t *p) { asked(p, 2, 2); }, shared},
     {"stable", P2P_STABLE, nothing, nothing},
 };
 
 class p2p_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(p2p_entries, row)
-{
-    expect_entry(&port_t::p2p, GetParam());
-}
+TEST_P(p2p_entries, row) { expect_entry(&port_t::p2p, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, p2p_entries, testing::ValuesIn(p2p_actions), label_of<entry_row_t>);
 
@@ -86,8 +75,8 @@ const move_row_t edge_rows[] = {
     {"detected goes on", EDGE_DETECTED, nothing, EDGE_DELEAYED},
     {"delayed waits", EDGE_DELEAYED, [](port_t *p) { p->portEnabled = p->edgeDelayWhile = 1; }, STAYS},
     {"delayed has waited", EDGE_DELEAYED, [](port_t *p) { p->portEnabled = 1; }, EDGE_RESOLVED},
-    {"delayed hears a bpdu", EDGE_DELEAYED,
-     [](port_t *p) { p->portEnabled = p->rcvdBpdu = p->edgeDelayWhile = 1; }, EDGE_RESOLVED},
+    {"delayed hears a bpdu", EDGE_DELEAYED, [](port_t *p) { p->portEnabled = p->rcvdBpdu = p->edgeDelayWhile = 1; },
+     EDGE_RESOLVED},
     {"delayed is resolved before it loses the link", EDGE_DELEAYED, nothing, EDGE_RESOLVED},
     {"delayed hears a bpdu before it loses the link", EDGE_DELEAYED,
      [](port_t *p) { p->rcvdBpdu = p->edgeDelayWhile = 1; }, EDGE_RESOLVED},
@@ -98,10 +87,7 @@ const move_row_t edge_rows[] = {
 
 class edge_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(edge_moves, row)
-{
-    expect_move(&port_t::edge, GetParam());
-}
+TEST_P(edge_moves, row) { expect_move(&port_t::edge, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, edge_moves, testing::ValuesIn(edge_rows), label_of<move_row_t>);
 
@@ -118,18 +104,14 @@ const entry_row_t edge_actions[] = {
     {"delayed", EDGE_DELEAYED, nothing, nothing},
     {"resolved as edge", EDGE_RESOLVED, [](port_t *p) { p->rcvdBpdu = 0, p->config.adminEdge = 2; },
      [](port_t *p) { p->operEdge = 1; }},
-    {"resolved as no edge by setting", EDGE_RESOLVED,
-     [](port_t *p) { p->rcvdBpdu = 0, p->config.adminEdge = 0; }, [](port_t *p) { p->operEdge = 0; }},
-    {"resolved by a bpdu", EDGE_RESOLVED, [](port_t *p) { p->rcvdBpdu = 1, p->config.adminEdge = 1; },
-     nothing},
+    {"resolved as no edge by setting", EDGE_RESOLVED, [](port_t *p) { p->rcvdBpdu = 0, p->config.adminEdge = 0; },
+     [](port_t *p) { p->operEdge = 0; }},
+    {"resolved by a bpdu", EDGE_RESOLVED, [](port_t *p) { p->rcvdBpdu = 1, p->config.adminEdge = 1; }, nothing},
 };
 
 class edge_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(edge_entries, row)
-{
-    expect_entry(&port_t::edge, GetParam());
-}
+TEST_P(edge_entries, row) { expect_entry(&port_t::edge, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, edge_entries, testing::ValuesIn(edge_actions), label_of<entry_row_t>);
 
@@ -148,11 +130,10 @@ const move_row_t pcost_rows[] = {
     {"auto goes on", PCOST_AUTO, nothing, PCOST_STABLE},
     {"forced goes on", PCOST_FORSE, nothing, PCOST_STABLE},
     {"automatic cost in force", PCOST_STABLE, [](port_t *p) { cost(p, 0, 20000, 1000, 1000); }, STAYS},
-    {"automatic cost does not mind the cost itself", PCOST_STABLE,
-     [](port_t *p) { cost(p, 0, 77, 1000, 1000); }, STAYS},
+    {"automatic cost does not mind the cost itself", PCOST_STABLE, [](port_t *p) { cost(p, 0, 77, 1000, 1000); },
+     STAYS},
     {"speed changed", PCOST_STABLE, [](port_t *p) { cost(p, 0, 20000, 100, 1000); }, PCOST_AUTO},
-    {"back from a set cost", PCOST_STABLE, [](port_t *p) { cost(p, 0, 20000, 1000, 0xFFFFFFFF); },
-     PCOST_AUTO},
+    {"back from a set cost", PCOST_STABLE, [](port_t *p) { cost(p, 0, 20000, 1000, 0xFFFFFFFF); }, PCOST_AUTO},
     {"set cost in force", PCOST_STABLE, [](port_t *p) { cost(p, 77, 77, 1000, 0xFFFFFFFF); }, STAYS},
     {"set cost does not mind the speed", PCOST_STABLE, [](port_t *p) { cost(p, 77, 77, 100, 1000); }, STAYS},
     {"cost was set", PCOST_STABLE, [](port_t *p) { cost(p, 77, 20000, 1000, 1000); }, PCOST_FORSE},
@@ -161,10 +142,7 @@ const move_row_t pcost_rows[] = {
 
 class pcost_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(pcost_moves, row)
-{
-    expect_move(&port_t::pcost, GetParam());
-}
+TEST_P(pcost_moves, row) { expect_move(&port_t::pcost, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, pcost_moves, testing::ValuesIn(pcost_rows), label_of<move_row_t>);
 
@@ -179,10 +157,7 @@ const entry_row_t pcost_actions[] = {
 
 class pcost_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(pcost_entries, row)
-{
-    expect_entry(&port_t::pcost, GetParam());
-}
+TEST_P(pcost_entries, row) { expect_entry(&port_t::pcost, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, pcost_entries, testing::ValuesIn(pcost_actions), label_of<entry_row_t>);
 
@@ -192,10 +167,7 @@ struct speed_row_t {
     uint32_t cost;
 };
 
-std::ostream &operator<<(std::ostream &out, const speed_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const speed_row_t &row) { return out << row.label; }
 
 const speed_row_t speeds[] = {
     {"unknown", 0, 200000000},           {"slowest", 1, 20000000},   {"10 megabit", 10, 2000000},
@@ -237,36 +209,34 @@ TEST_F(link_machines, p2p_follows_its_rules_whatever_the_port)
 TEST_F(link_machines, edge_follows_its_rules_whatever_the_port)
 {
     const auto link_lost = [](const port_t &p) { return !p.portEnabled; };
-    expect_rules(&port_t::edge,
-                 {
-                     {STP_BEGIN, always, EDGE_DISABLED},
-                     {EDGE_DISABLED, [](const port_t &p) { return p.portEnabled != 0; }, EDGE_DETECTED},
-                     {EDGE_DETECTED, always, EDGE_DELEAYED},
-                     {EDGE_DELEAYED, [](const port_t &p) { return p.rcvdBpdu || p.edgeDelayWhile == 0; },
-                      EDGE_RESOLVED},
-                     {EDGE_DELEAYED, link_lost, EDGE_DISABLED},
-                     {EDGE_RESOLVED, link_lost, EDGE_DISABLED},
-                 },
-                 EDGE_RESOLVED);
+    expect_rules(
+        &port_t::edge,
+        {
+            {STP_BEGIN, always, EDGE_DISABLED},
+            {EDGE_DISABLED, [](const port_t &p) { return p.portEnabled != 0; }, EDGE_DETECTED},
+            {EDGE_DETECTED, always, EDGE_DELEAYED},
+            {EDGE_DELEAYED, [](const port_t &p) { return p.rcvdBpdu || p.edgeDelayWhile == 0; }, EDGE_RESOLVED},
+            {EDGE_DELEAYED, link_lost, EDGE_DISABLED},
+            {EDGE_RESOLVED, link_lost, EDGE_DISABLED},
+        },
+        EDGE_RESOLVED);
 }
 
 TEST_F(link_machines, pcost_follows_its_rules_whatever_the_port)
 {
-    expect_rules(&port_t::pcost,
-                 {
-                     {STP_BEGIN, always, PCOST_AUTO},
-                     {PCOST_AUTO, always, PCOST_STABLE},
-                     {PCOST_FORSE, always, PCOST_STABLE},
-                     {PCOST_STABLE,
-                      [](const port_t &p) { return p.config.adminPathCost == 0 && p.speed != p.usedSpeed; },
-                      PCOST_AUTO},
-                     {PCOST_STABLE,
-                      [](const port_t &p) {
-                          return p.config.adminPathCost != 0 && p.pathCost != p.config.adminPathCost;
-                      },
-                      PCOST_FORSE},
-                 },
-                 PCOST_STABLE);
+    expect_rules(
+        &port_t::pcost,
+        {
+            {STP_BEGIN, always, PCOST_AUTO},
+            {PCOST_AUTO, always, PCOST_STABLE},
+            {PCOST_FORSE, always, PCOST_STABLE},
+            {PCOST_STABLE, [](const port_t &p) { return p.config.adminPathCost == 0 && p.speed != p.usedSpeed; },
+             PCOST_AUTO},
+            {PCOST_STABLE,
+             [](const port_t &p) { return p.config.adminPathCost != 0 && p.pathCost != p.config.adminPathCost; },
+             PCOST_FORSE},
+        },
+        PCOST_STABLE);
 }
 
 } // namespace

@@ -3,17 +3,11 @@
 
 namespace {
 
-void forced(uint8_t version)
-{
-    world_now().force_version = version;
-}
+void forced(uint8_t version) { world_now().force_version = version; }
 
 // ---- migration: moves -------------------------------------------------------------------
 
-void up(port_t *p)
-{
-    p->edgeDetected = 1;
-}
+void up(port_t *p) { p->edgeDetected = 1; }
 
 const move_row_t migrate_rows[] = {
     // Without a link and not initialised the machine is INIT, wherever it was.
@@ -22,8 +16,7 @@ const move_row_t migrate_rows[] = {
     {"begin initialised", STP_BEGIN, [](port_t *p) { p->initPm = 1; }, MIGRATE_INIT},
     {"init enters itself", MIGRATE_INIT, nothing, MIGRATE_INIT},
     {"link lost while starting rstp", MIGRATE_SEND_RSTP, nothing, MIGRATE_INIT},
-    {"link lost while sending rstp", MIGRATE_SENDING_RSTP, [](port_t *p) { p->rstpVersion = 1; },
-     MIGRATE_INIT},
+    {"link lost while sending rstp", MIGRATE_SENDING_RSTP, [](port_t *p) { p->rstpVersion = 1; }, MIGRATE_INIT},
     {"link lost while starting stp", MIGRATE_SEND_STP, nothing, MIGRATE_INIT},
     {"link lost while sending stp", MIGRATE_SENDING_STP, [](port_t *p) { p->rstpVersion = 1; }, MIGRATE_INIT},
 
@@ -35,20 +28,16 @@ const move_row_t migrate_rows[] = {
 
     {"send rstp goes on", MIGRATE_SEND_RSTP, up, MIGRATE_SENDING_RSTP},
     {"sending rstp rests", MIGRATE_SENDING_RSTP, up, STAYS},
-    {"sending rstp restarts", MIGRATE_SENDING_RSTP, [](port_t *p) { up(p), p->rstpVersion = 1; },
-     MIGRATE_SEND_RSTP},
+    {"sending rstp restarts", MIGRATE_SENDING_RSTP, [](port_t *p) { up(p), p->rstpVersion = 1; }, MIGRATE_SEND_RSTP},
     {"sending rstp restarts before it heeds stp", MIGRATE_SENDING_RSTP,
      [](port_t *p) { up(p), p->rstpVersion = p->rcvdSTP = 1; }, MIGRATE_SEND_RSTP},
     {"sending rstp disregards stp at first", MIGRATE_SENDING_RSTP,
      [](port_t *p) { up(p), p->rcvdSTP = 1, p->mdelayWhile = 1; }, MIGRATE_SENDING_RSTP},
     {"sending rstp disregards rstp at first", MIGRATE_SENDING_RSTP,
      [](port_t *p) { up(p), p->rcvdRSTP = 1, p->mdelayWhile = 3; }, MIGRATE_SENDING_RSTP},
-    {"sending rstp heeds stp later", MIGRATE_SENDING_RSTP, [](port_t *p) { up(p), p->rcvdSTP = 1; },
-     MIGRATE_SEND_STP},
-    {"sending rstp does not mind rstp later", MIGRATE_SENDING_RSTP, [](port_t *p) { up(p), p->rcvdRSTP = 1; },
-     STAYS},
-    {"sending rstp is forced to stp", MIGRATE_SENDING_RSTP, [](port_t *p) { up(p), forced(1); },
-     MIGRATE_SEND_STP},
+    {"sending rstp heeds stp later", MIGRATE_SENDING_RSTP, [](port_t *p) { up(p), p->rcvdSTP = 1; }, MIGRATE_SEND_STP},
+    {"sending rstp does not mind rstp later", MIGRATE_SENDING_RSTP, [](port_t *p) { up(p), p->rcvdRSTP = 1; }, STAYS},
+    {"sending rstp is forced to stp", MIGRATE_SENDING_RSTP, [](port_t *p) { up(p), forced(1); }, MIGRATE_SEND_STP},
     {"sending rstp is forced to stp in the delay", MIGRATE_SENDING_RSTP,
      [](port_t *p) { up(p), p->mdelayWhile = 2, forced(0); }, MIGRATE_SEND_STP},
     {"sending rstp disregards before it is forced", MIGRATE_SENDING_RSTP,
@@ -59,14 +48,11 @@ const move_row_t migrate_rows[] = {
     {"send stp goes on", MIGRATE_SEND_STP, up, MIGRATE_SENDING_STP},
     {"sending stp rests", MIGRATE_SENDING_STP, up, STAYS},
     {"sending stp rests by version 0", MIGRATE_SENDING_STP, [](port_t *p) { up(p), forced(0); }, STAYS},
-    {"sending stp restarts", MIGRATE_SENDING_STP, [](port_t *p) { up(p), p->rstpVersion = 1; },
-     MIGRATE_SEND_RSTP},
+    {"sending stp restarts", MIGRATE_SENDING_STP, [](port_t *p) { up(p), p->rstpVersion = 1; }, MIGRATE_SEND_RSTP},
     {"sending stp restarts before it disregards", MIGRATE_SENDING_STP,
      [](port_t *p) { up(p), p->rstpVersion = p->rcvdSTP = 1, p->mdelayWhile = 1; }, MIGRATE_SEND_RSTP},
-    {"sending stp heeds rstp later", MIGRATE_SENDING_STP, [](port_t *p) { up(p), p->rcvdRSTP = 1; },
-     MIGRATE_SEND_RSTP},
-    {"sending stp does not mind stp later", MIGRATE_SENDING_STP, [](port_t *p) { up(p), p->rcvdSTP = 1; },
-     STAYS},
+    {"sending stp heeds rstp later", MIGRATE_SENDING_STP, [](port_t *p) { up(p), p->rcvdRSTP = 1; }, MIGRATE_SEND_RSTP},
+    {"sending stp does not mind stp later", MIGRATE_SENDING_STP, [](port_t *p) { up(p), p->rcvdSTP = 1; }, STAYS},
     {"sending stp disregards rstp at first", MIGRATE_SENDING_STP,
      [](port_t *p) { up(p), p->rcvdRSTP = 1, p->mdelayWhile = 1; }, MIGRATE_SENDING_STP},
     {"sending stp disregards stp at first", MIGRATE_SENDING_STP,
@@ -75,10 +61,7 @@ const move_row_t migrate_rows[] = {
 
 class migrate_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(migrate_moves, row)
-{
-    expect_move(&port_t::migrate, GetParam());
-}
+TEST_P(migrate_moves, row) { expect_move(&port_t::migrate, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, migrate_moves, testing::ValuesIn(migrate_rows), label_of<move_row_t>);
 
@@ -100,14 +83,11 @@ TEST_F(migrate, follows_its_rules_whatever_the_port)
             {MIGRATE_SEND_RSTP, always, MIGRATE_SENDING_RSTP},
             {MIGRATE_SENDING_RSTP, restarts, MIGRATE_SEND_RSTP},
             {MIGRATE_SENDING_RSTP, disregards, MIGRATE_SENDING_RSTP},
-            {MIGRATE_SENDING_RSTP, [](const port_t &p) { return p.mdelayWhile == 0 && p.rcvdSTP; },
-             MIGRATE_SEND_STP},
-            {MIGRATE_SENDING_RSTP, [](const port_t &) { return world_now().force_version < 2; },
-             MIGRATE_SEND_STP},
+            {MIGRATE_SENDING_RSTP, [](const port_t &p) { return p.mdelayWhile == 0 && p.rcvdSTP; }, MIGRATE_SEND_STP},
+            {MIGRATE_SENDING_RSTP, [](const port_t &) { return world_now().force_version < 2; }, MIGRATE_SEND_STP},
             {MIGRATE_SEND_STP, always, MIGRATE_SENDING_STP},
             {MIGRATE_SENDING_STP, restarts, MIGRATE_SEND_RSTP},
-            {MIGRATE_SENDING_STP, [](const port_t &p) { return p.mdelayWhile == 0 && p.rcvdRSTP; },
-             MIGRATE_SEND_RSTP},
+            {MIGRATE_SENDING_STP, [](const port_t &p) { return p.mdelayWhile == 0 && p.rcvdRSTP; }, MIGRATE_SEND_RSTP},
             {MIGRATE_SENDING_STP, disregards, MIGRATE_SENDING_STP},
         },
         MIGRATE_SENDING_STP);
@@ -128,10 +108,7 @@ const entry_row_t migrate_actions[] = {
 
 class migrate_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(migrate_entries, row)
-{
-    expect_entry(&port_t::migrate, GetParam());
-}
+TEST_P(migrate_entries, row) { expect_entry(&port_t::migrate, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, migrate_entries, testing::ValuesIn(migrate_actions), label_of<entry_row_t>);
 
@@ -158,16 +135,13 @@ const move_row_t transmit_rows[] = {
      [](port_t *p) { ready(p, ROLE_DESIGNATED, true), p->helloWhen = 0; }, TRANSMIT_PERIODIC},
     {"hello time is over for a port that may not send", TRANSMIT_IDLE,
      [](port_t *p) { ready(p, ROLE_DESIGNATED, true), p->helloWhen = 0, p->txCount = 3; }, TRANSMIT_PERIODIC},
-    {"nothing to say", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_DESIGNATED, true), p->newInfo = 0; },
-     STAYS},
+    {"nothing to say", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_DESIGNATED, true), p->newInfo = 0; }, STAYS},
 
-    {"rstp from a designated port", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_DESIGNATED, true); },
-     TRANSMIT_RSTP},
+    {"rstp from a designated port", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_DESIGNATED, true); }, TRANSMIT_RSTP},
     {"rstp from a root port", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ROOT, true); }, TRANSMIT_RSTP},
-    {"configuration from a designated port", TRANSMIT_IDLE,
-     [](port_t *p) { ready(p, ROLE_DESIGNATED, false); }, TRANSMIT_CONFIG},
-    {"notification from a root port", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ROOT, false); },
-     TRANSMIT_TCN},
+    {"configuration from a designated port", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_DESIGNATED, false); },
+     TRANSMIT_CONFIG},
+    {"notification from a root port", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ROOT, false); }, TRANSMIT_TCN},
 
     {"disabled never sends rstp", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_DISABLED, true); }, STAYS},
     {"alternate never sends rstp", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ALTERNATE, true); }, STAYS},
@@ -177,24 +151,19 @@ const move_row_t transmit_rows[] = {
     {"alternate never sends stp", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ALTERNATE, false); }, STAYS},
     {"backup never sends stp", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_BACKUP, false); }, STAYS},
 
-    {"third in a second", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ROOT, true), p->txCount = 2; },
-     TRANSMIT_RSTP},
-    {"fourth in a second waits", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ROOT, true), p->txCount = 3; },
-     STAYS},
+    {"third in a second", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ROOT, true), p->txCount = 2; }, TRANSMIT_RSTP},
+    {"fourth in a second waits", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ROOT, true), p->txCount = 3; }, STAYS},
     {"fourth configuration in a second waits", TRANSMIT_IDLE,
      [](port_t *p) { ready(p, ROLE_DESIGNATED, false), p->txCount = 3; }, STAYS},
     {"fourth notification in a second waits", TRANSMIT_IDLE,
      [](port_t *p) { ready(p, ROLE_ROOT, false), p->txCount = 3; }, STAYS},
-    {"far too many in a second wait", TRANSMIT_IDLE,
-     [](port_t *p) { ready(p, ROLE_ROOT, true), p->txCount = 255; }, STAYS},
+    {"far too many in a second wait", TRANSMIT_IDLE, [](port_t *p) { ready(p, ROLE_ROOT, true), p->txCount = 255; },
+     STAYS},
 };
 
 class transmit_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(transmit_moves, row)
-{
-    expect_move(&port_t::transmit, GetParam());
-}
+TEST_P(transmit_moves, row) { expect_move(&port_t::transmit, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, transmit_moves, testing::ValuesIn(transmit_rows), label_of<move_row_t>);
 
@@ -213,15 +182,11 @@ TEST_F(transmit, follows_its_rules_whatever_the_port)
             {TRANSMIT_RSTP, always, TRANSMIT_IDLE},
             {TRANSMIT_IDLE, [](const port_t &p) { return p.helloWhen == 0; }, TRANSMIT_PERIODIC},
             {TRANSMIT_IDLE,
-             [](const port_t &p) {
-                 return p.newInfo && p.txCount < 3 && (p.role == 3 || p.role == 4) && p.sendRSTP;
-             },
+             [](const port_t &p) { return p.newInfo && p.txCount < 3 && (p.role == 3 || p.role == 4) && p.sendRSTP; },
              TRANSMIT_RSTP},
-            {TRANSMIT_IDLE,
-             [](const port_t &p) { return p.newInfo && p.txCount < 3 && p.role == 3 && !p.sendRSTP; },
+            {TRANSMIT_IDLE, [](const port_t &p) { return p.newInfo && p.txCount < 3 && p.role == 3 && !p.sendRSTP; },
              TRANSMIT_TCN},
-            {TRANSMIT_IDLE,
-             [](const port_t &p) { return p.newInfo && p.txCount < 3 && p.role == 4 && !p.sendRSTP; },
+            {TRANSMIT_IDLE, [](const port_t &p) { return p.newInfo && p.txCount < 3 && p.role == 4 && !p.sendRSTP; },
              TRANSMIT_CONFIG},
         },
         TRANSMIT_RSTP);
@@ -229,10 +194,7 @@ TEST_F(transmit, follows_its_rules_whatever_the_port)
 
 // ---- transmit: entries ------------------------------------------------------------------
 
-void hello(port_t *p)
-{
-    p->helloWhen = 2;
-}
+void hello(port_t *p) { p->helloWhen = 2; }
 
 void hello_with_news(port_t *p)
 {
@@ -250,26 +212,22 @@ const entry_row_t transmit_actions[] = {
     {"begin", STP_BEGIN, nothing, [](port_t *p) { p->newInfo = 0, p->helloWhen = p->txCount = 0; }},
     {"init", TRANSMIT_INIT, nothing, [](port_t *p) { p->newInfo = 0, p->helloWhen = p->txCount = 0; }},
     {"idle", TRANSMIT_IDLE, nothing, nothing},
-    {"periodic of a designated port", TRANSMIT_PERIODIC, [](port_t *p) { p->role = ROLE_DESIGNATED; },
-     hello_with_news},
+    {"periodic of a designated port", TRANSMIT_PERIODIC, [](port_t *p) { p->role = ROLE_DESIGNATED; }, hello_with_news},
     {"periodic of a designated port without topology change", TRANSMIT_PERIODIC,
      [](port_t *p) { p->role = ROLE_DESIGNATED, p->tcWhile = 0; }, hello_with_news},
-    {"periodic of a root port", TRANSMIT_PERIODIC, [](port_t *p) { p->role = ROLE_ROOT, p->tcWhile = 0; },
-     hello},
+    {"periodic of a root port", TRANSMIT_PERIODIC, [](port_t *p) { p->role = ROLE_ROOT, p->tcWhile = 0; }, hello},
     {"periodic of a root port that tells a topology change", TRANSMIT_PERIODIC,
      [](port_t *p) { p->role = ROLE_ROOT, p->tcWhile = 1; }, hello_with_news},
-    {"periodic of a disabled port", TRANSMIT_PERIODIC,
-     [](port_t *p) { p->role = ROLE_DISABLED, p->tcWhile = 1; }, hello},
-    {"periodic of an alternate port", TRANSMIT_PERIODIC,
-     [](port_t *p) { p->role = ROLE_ALTERNATE, p->tcWhile = 1; }, hello},
-    {"periodic of a backup port", TRANSMIT_PERIODIC, [](port_t *p) { p->role = ROLE_BACKUP, p->tcWhile = 1; },
+    {"periodic of a disabled port", TRANSMIT_PERIODIC, [](port_t *p) { p->role = ROLE_DISABLED, p->tcWhile = 1; },
      hello},
+    {"periodic of an alternate port", TRANSMIT_PERIODIC, [](port_t *p) { p->role = ROLE_ALTERNATE, p->tcWhile = 1; },
+     hello},
+    {"periodic of a backup port", TRANSMIT_PERIODIC, [](port_t *p) { p->role = ROLE_BACKUP, p->tcWhile = 1; }, hello},
     {"periodic by the root's hello time", TRANSMIT_PERIODIC,
      [](port_t *p) { p->role = ROLE_BACKUP, p->owner->rootTimes.HelloTime = 255; },
      [](port_t *p) { p->helloWhen = 255; }},
     {"periodic with a hello time of zero", TRANSMIT_PERIODIC,
-     [](port_t *p) { p->role = ROLE_BACKUP, p->owner->rootTimes.HelloTime = 0; },
-     [](port_t *p) { p->helloWhen = 1; }},
+     [](port_t *p) { p->role = ROLE_BACKUP, p->owner->rootTimes.HelloTime = 0; }, [](port_t *p) { p->helloWhen = 1; }},
     {"tcn keeps the acknowledgement",
      TRANSMIT_TCN,
      may_be_told,
@@ -280,11 +238,7 @@ const entry_row_t transmit_actions[] = {
      may_be_told,
      [](port_t *p) { p->txCount = 2, p->newInfo = p->tcAck = 0; },
      {"send 2 CONFIG"}},
-    {"rstp",
-     TRANSMIT_RSTP,
-     may_be_told,
-     [](port_t *p) { p->txCount = 2, p->newInfo = p->tcAck = 0; },
-     {"send 2 RST"}},
+    {"rstp", TRANSMIT_RSTP, may_be_told, [](port_t *p) { p->txCount = 2, p->newInfo = p->tcAck = 0; }, {"send 2 RST"}},
     {"rstp of a port outside the tree", TRANSMIT_RSTP, [](port_t *p) { may_be_told(p), p->nonStp = 1; },
      [](port_t *p) { p->txCount = 2, p->newInfo = p->tcAck = 0; }},
     {"rstp that is lost",
@@ -299,10 +253,7 @@ const entry_row_t transmit_actions[] = {
 
 class transmit_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(transmit_entries, row)
-{
-    expect_entry(&port_t::transmit, GetParam());
-}
+TEST_P(transmit_entries, row) { expect_entry(&port_t::transmit, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, transmit_entries, testing::ValuesIn(transmit_actions), label_of<entry_row_t>);
 

@@ -14,10 +14,7 @@ struct names_row_t {
     names_t names;
 };
 
-std::ostream &operator<<(std::ostream &out, const names_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const names_row_t &row) { return out << row.label; }
 
 const names_row_t machines[] = {
     {"rolesel", STP_rolesel_state_name, {"INIT_BRIDGE", "ROLE_SELECTION"}},
@@ -26,15 +23,13 @@ const names_row_t machines[] = {
      {"DISABLED", "ENABLED", "AGED", "UPDATE", "CURRENT", "RECEIVE", "SUPERIOR", "REPEAT", "AGREEMENT"}},
     {"roletrns",
      STP_roletrns_state_name,
-     {"INIT_PORT", "BLOCK_PORT", "BLOCKED_PORT", "BACKUP_PORT", "ROOT_PROPOSED", "ROOT_AGREED", "REROOT",
-      "ROOT_PORT", "REROOTED", "ROOT_LEARN", "ROOT_FORWARD", "DESIGNATED_PROPOSE", "DESIGNATED_SYNCED",
-      "DESIGNATED_RETIRED", "DESIGNATED_PORT", "DESIGNATED_LISTEN", "DESIGNATED_LEARN",
-      "DESIGNATED_FORWARD"}},
+     {"INIT_PORT", "BLOCK_PORT", "BLOCKED_PORT", "BACKUP_PORT", "ROOT_PROPOSED", "ROOT_AGREED", "REROOT", "ROOT_PORT",
+      "REROOTED", "ROOT_LEARN", "ROOT_FORWARD", "DESIGNATED_PROPOSE", "DESIGNATED_SYNCED", "DESIGNATED_RETIRED",
+      "DESIGNATED_PORT", "DESIGNATED_LISTEN", "DESIGNATED_LEARN", "DESIGNATED_FORWARD"}},
     {"sttrans", STP_sttrans_state_name, {"DISCARDING", "LEARNING", "FORWARDING"}},
     {"topoch",
      STP_topoch_state_name,
-     {"INIT", "INACTIVE", "TCACTIVE", "DETECTED", "NOTIFIED_TC", "PROPAGATING", "ACKNOWLEDGED",
-      "NOTIFIED_TCN"}},
+     {"INIT", "INACTIVE", "TCACTIVE", "DETECTED", "NOTIFIED_TC", "PROPAGATING", "ACKNOWLEDGED", "NOTIFIED_TCN"}},
     {"migrate", STP_migrate_state_name, {"INIT", "SEND_RSTP", "SENDING_RSTP", "SEND_STP", "SENDING_STP"}},
     {"transmit",
      STP_transmit_state_name,
@@ -69,8 +64,7 @@ TEST(machines, are_evaluated_in_this_order)
     names_t order;
     for (const stp_machine_t &machine : STP_port_machines)
         order.push_back(machine.name);
-    EXPECT_EQ(order, (names_t{"transmit", "sttrans", "roletrns", "info", "pcost", "edge", "p2p", "migrate",
-                              "topoch"}));
+    EXPECT_EQ(order, (names_t{"transmit", "sttrans", "roletrns", "info", "pcost", "edge", "p2p", "migrate", "topoch"}));
 }
 
 class machine_identity : public machine_test {};

@@ -18,10 +18,7 @@ protected:
             port_of(number)->reselect = 1;
     }
 
-    void select()
-    {
-        STP_rolesel_enter_state(&bridge->rolesel);
-    }
+    void select() { STP_rolesel_enter_state(&bridge->rolesel); }
 
     /// Gives a port information that it received.
     port_t *received(uint32_t number, const bridge_id_t &root, uint32_t cost, const bridge_id_t &sender,
@@ -147,10 +144,7 @@ struct choice_row_t {
     uint32_t root_port;
 };
 
-std::ostream &operator<<(std::ostream &out, const choice_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const choice_row_t &row) { return out << row.label; }
 
 constexpr bridge_id_t a = id_of(4096, 0xA);
 constexpr bridge_id_t b = id_of(4096, 0xB);
@@ -241,10 +235,7 @@ struct age_row_t {
     uint8_t root_age;
 };
 
-std::ostream &operator<<(std::ostream &out, const age_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const age_row_t &row) { return out << row.label; }
 
 const age_row_t ages[] = {
     {"default", 20, 0, 1},
@@ -299,10 +290,7 @@ struct role_row_t {
 };
 constexpr int AS_BEFORE = 2;
 
-std::ostream &operator<<(std::ostream &out, const role_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const role_row_t &row) { return out << row.label; }
 
 /// Information that agrees with what port 2 would say itself.
 void in_force(port_t *p)
@@ -312,8 +300,7 @@ void in_force(port_t *p)
     p->portTimes = {.MessageAge = 2, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2};
 }
 
-void heard(port_t *p, const bridge_id_t &root, uint32_t cost, const bridge_id_t &sender,
-           uint32_t port = 0x8001)
+void heard(port_t *p, const bridge_id_t &root, uint32_t cost, const bridge_id_t &sender, uint32_t port = 0x8001)
 {
     p->infoIs = INFO_IS_RECEIVED;
     p->portPrio = {root, cost, sender, port, 0x8002};
@@ -326,16 +313,12 @@ const role_row_t roles[] = {
     {"own information in force", in_force, ROLE_DESIGNATED, AS_BEFORE},
     {"own root changed", [](port_t *p) { in_force(p), p->portPrio.root_bridge = b; }, ROLE_DESIGNATED, 1},
     {"own cost changed", [](port_t *p) { in_force(p), p->portPrio.root_path_cost--; }, ROLE_DESIGNATED, 1},
-    {"own bridge changed", [](port_t *p) { in_force(p), p->portPrio.design_bridge.prio--; }, ROLE_DESIGNATED,
-     1},
+    {"own bridge changed", [](port_t *p) { in_force(p), p->portPrio.design_bridge.prio--; }, ROLE_DESIGNATED, 1},
     {"own port changed", [](port_t *p) { in_force(p), p->portPrio.design_port--; }, ROLE_DESIGNATED, 1},
-    {"own receiving port changed", [](port_t *p) { in_force(p), p->portPrio.bridge_port--; }, ROLE_DESIGNATED,
-     1},
-    {"own message age changed", [](port_t *p) { in_force(p), p->portTimes.MessageAge--; }, ROLE_DESIGNATED,
-     1},
+    {"own receiving port changed", [](port_t *p) { in_force(p), p->portPrio.bridge_port--; }, ROLE_DESIGNATED, 1},
+    {"own message age changed", [](port_t *p) { in_force(p), p->portTimes.MessageAge--; }, ROLE_DESIGNATED, 1},
     {"own max age changed", [](port_t *p) { in_force(p), p->portTimes.MaxAge--; }, ROLE_DESIGNATED, 1},
-    {"own forward delay changed", [](port_t *p) { in_force(p), p->portTimes.ForwardDelay--; },
-     ROLE_DESIGNATED, 1},
+    {"own forward delay changed", [](port_t *p) { in_force(p), p->portTimes.ForwardDelay--; }, ROLE_DESIGNATED, 1},
     {"own hello time changed", [](port_t *p) { in_force(p), p->portTimes.HelloTime--; }, ROLE_DESIGNATED, 1},
 
     {"nearest to the root", [](port_t *p) { heard(p, a, 99, c); }, ROLE_ROOT, 0},
@@ -343,16 +326,13 @@ const role_row_t roles[] = {
     {"hears another root", [](port_t *p) { heard(p, b, 0, b); }, ROLE_DESIGNATED, 1},
     {"hears a nearer bridge", [](port_t *p) { heard(p, a, 20099, c); }, ROLE_ALTERNATE, 0},
     {"hears a better bridge at the same cost", [](port_t *p) { heard(p, a, 20100, c); }, ROLE_ALTERNATE, 0},
-    {"hears a worse bridge at the same cost", [](port_t *p) { heard(p, a, 20100, id_of(61440, 1)); },
-     ROLE_DESIGNATED, 1},
-    {"hears a better port of this bridge", [](port_t *p) { heard(p, a, 20100, self, 0x8001); }, ROLE_BACKUP,
-     0},
-    {"hears a worse port of this bridge", [](port_t *p) { heard(p, a, 20100, self, 0x8003); },
-     ROLE_DESIGNATED, 1},
+    {"hears a worse bridge at the same cost", [](port_t *p) { heard(p, a, 20100, id_of(61440, 1)); }, ROLE_DESIGNATED,
+     1},
+    {"hears a better port of this bridge", [](port_t *p) { heard(p, a, 20100, self, 0x8001); }, ROLE_BACKUP, 0},
+    {"hears a worse port of this bridge", [](port_t *p) { heard(p, a, 20100, self, 0x8003); }, ROLE_DESIGNATED, 1},
     {"hears itself", [](port_t *p) { heard(p, a, 20100, self, 0x8002); }, ROLE_BACKUP, 0},
 
-    {"outside the tree of the adaptation layer", [](port_t *p) { in_force(p), p->stpEnabled = 0; },
-     ROLE_DESIGNATED, 1},
+    {"outside the tree of the adaptation layer", [](port_t *p) { in_force(p), p->stpEnabled = 0; }, ROLE_DESIGNATED, 1},
 };
 
 class rolesel_roles : public rolesel, public testing::WithParamInterface<role_row_t> {};

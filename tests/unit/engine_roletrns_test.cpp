@@ -65,48 +65,44 @@ void new_role(port_t *p, lvt_rstp_port_role_t role)
 
 const move_row_t roletrns_move_rows[] = {
     {"begin", STP_BEGIN, nothing, ROLETRNS_INIT_PORT},
-    {"begin comes before a new role", STP_BEGIN, [](port_t *p) { new_role(p, ROLE_ROOT); },
-     ROLETRNS_INIT_PORT},
+    {"begin comes before a new role", STP_BEGIN, [](port_t *p) { new_role(p, ROLE_ROOT); }, ROLETRNS_INIT_PORT},
 
     // A new role is taken up at once, from any state.
     {"role disabled", ROLETRNS_ROOT_PORT, [](port_t *p) { new_role(p, ROLE_DISABLED); }, ROLETRNS_BLOCK_PORT},
-    {"role alternate", ROLETRNS_DESIGNATED_PORT, [](port_t *p) { new_role(p, ROLE_ALTERNATE); },
-     ROLETRNS_BLOCK_PORT},
+    {"role alternate", ROLETRNS_DESIGNATED_PORT, [](port_t *p) { new_role(p, ROLE_ALTERNATE); }, ROLETRNS_BLOCK_PORT},
     {"role backup", ROLETRNS_BLOCKED_PORT, [](port_t *p) { new_role(p, ROLE_BACKUP); }, ROLETRNS_BLOCK_PORT},
     {"role root", ROLETRNS_BLOCKED_PORT, [](port_t *p) { new_role(p, ROLE_ROOT); }, ROLETRNS_ROOT_PORT},
     {"role designated", ROLETRNS_BLOCKED_PORT, [](port_t *p) { new_role(p, ROLE_DESIGNATED); },
      ROLETRNS_DESIGNATED_PORT},
-    {"a new role comes before init port goes on", ROLETRNS_INIT_PORT,
-     [](port_t *p) { new_role(p, ROLE_ROOT); }, ROLETRNS_ROOT_PORT},
-    {"a new role comes before a step goes on", ROLETRNS_DESIGNATED_LEARN,
-     [](port_t *p) { new_role(p, ROLE_BACKUP); }, ROLETRNS_BLOCK_PORT},
+    {"a new role comes before init port goes on", ROLETRNS_INIT_PORT, [](port_t *p) { new_role(p, ROLE_ROOT); },
+     ROLETRNS_ROOT_PORT},
+    {"a new role comes before a step goes on", ROLETRNS_DESIGNATED_LEARN, [](port_t *p) { new_role(p, ROLE_BACKUP); },
+     ROLETRNS_BLOCK_PORT},
     {"a new role waits until roles are selected", ROLETRNS_BLOCKED_PORT,
      [](port_t *p) { new_role(p, ROLE_ROOT), p->selected = 0; }, STAYS},
     {"a new role waits while information is updated", ROLETRNS_BLOCKED_PORT,
      [](port_t *p) { new_role(p, ROLE_ROOT), p->updtInfo = 1; }, STAYS},
     {"a step goes on while a new role waits", ROLETRNS_DESIGNATED_LEARN,
      [](port_t *p) { new_role(p, ROLE_ROOT), p->selected = 0; }, ROLETRNS_DESIGNATED_PORT},
-    {"role non stp stops the machine", ROLETRNS_DESIGNATED_LEARN,
-     [](port_t *p) { new_role(p, ROLE_NON_STP); }, STAYS},
+    {"role non stp stops the machine", ROLETRNS_DESIGNATED_LEARN, [](port_t *p) { new_role(p, ROLE_NON_STP); }, STAYS},
     {"role non stp stops the machine in a resting state", ROLETRNS_BLOCKED_PORT,
      [](port_t *p) { new_role(p, ROLE_NON_STP); }, STAYS},
-    {"role non stp in force stops nothing", ROLETRNS_DESIGNATED_LEARN,
-     [](port_t *p) { settled(p, ROLE_NON_STP); }, ROLETRNS_DESIGNATED_PORT},
+    {"role non stp in force stops nothing", ROLETRNS_DESIGNATED_LEARN, [](port_t *p) { settled(p, ROLE_NON_STP); },
+     ROLETRNS_DESIGNATED_PORT},
 
     {"init port goes on", ROLETRNS_INIT_PORT, nothing, ROLETRNS_BLOCK_PORT},
 
     {"block port is done", ROLETRNS_BLOCK_PORT, [](port_t *p) { settled(p); }, ROLETRNS_BLOCKED_PORT},
-    {"block port waits for learning to end", ROLETRNS_BLOCK_PORT,
-     [](port_t *p) { settled(p), p->learning = 1; }, STAYS},
-    {"block port waits for forwarding to end", ROLETRNS_BLOCK_PORT,
-     [](port_t *p) { settled(p), p->forwarding = 1; }, STAYS},
-    {"block port waits for roles", ROLETRNS_BLOCK_PORT, nothing, STAYS},
-    {"block port waits for information", ROLETRNS_BLOCK_PORT, [](port_t *p) { settled(p), p->updtInfo = 1; },
+    {"block port waits for learning to end", ROLETRNS_BLOCK_PORT, [](port_t *p) { settled(p), p->learning = 1; },
      STAYS},
+    {"block port waits for forwarding to end", ROLETRNS_BLOCK_PORT, [](port_t *p) { settled(p), p->forwarding = 1; },
+     STAYS},
+    {"block port waits for roles", ROLETRNS_BLOCK_PORT, nothing, STAYS},
+    {"block port waits for information", ROLETRNS_BLOCK_PORT, [](port_t *p) { settled(p), p->updtInfo = 1; }, STAYS},
 
     {"blocked port rests", ROLETRNS_BLOCKED_PORT, [](port_t *p) { blocked(p); }, STAYS},
-    {"blocked port winds its timer up again", ROLETRNS_BLOCKED_PORT,
-     [](port_t *p) { blocked(p), p->fdWhile = FD - 1; }, ROLETRNS_BLOCKED_PORT},
+    {"blocked port winds its timer up again", ROLETRNS_BLOCKED_PORT, [](port_t *p) { blocked(p), p->fdWhile = FD - 1; },
+     ROLETRNS_BLOCKED_PORT},
     {"blocked port winds a longer timer down", ROLETRNS_BLOCKED_PORT,
      [](port_t *p) { blocked(p), p->fdWhile = FD + 1; }, ROLETRNS_BLOCKED_PORT},
     {"blocked port has to sync", ROLETRNS_BLOCKED_PORT, [](port_t *p) { blocked(p), p->sync = 1; },
@@ -115,20 +111,20 @@ const move_row_t roletrns_move_rows[] = {
      ROLETRNS_BLOCKED_PORT},
     {"blocked port is not synced", ROLETRNS_BLOCKED_PORT, [](port_t *p) { blocked(p), p->synced = 0; },
      ROLETRNS_BLOCKED_PORT},
-    {"blocked port waits for roles", ROLETRNS_BLOCKED_PORT,
-     [](port_t *p) { blocked(p), p->sync = 1, p->selected = 0; }, STAYS},
+    {"blocked port waits for roles", ROLETRNS_BLOCKED_PORT, [](port_t *p) { blocked(p), p->sync = 1, p->selected = 0; },
+     STAYS},
     {"blocked port waits for information", ROLETRNS_BLOCKED_PORT,
      [](port_t *p) { blocked(p), p->sync = p->updtInfo = 1; }, STAYS},
-    {"backup port remembers that it was one", ROLETRNS_BLOCKED_PORT,
-     [](port_t *p) { blocked(p, ROLE_BACKUP); }, ROLETRNS_BACKUP_PORT},
+    {"backup port remembers that it was one", ROLETRNS_BLOCKED_PORT, [](port_t *p) { blocked(p, ROLE_BACKUP); },
+     ROLETRNS_BACKUP_PORT},
     {"backup port winds its memory up again", ROLETRNS_BLOCKED_PORT,
      [](port_t *p) { blocked(p, ROLE_BACKUP), p->rbWhile = HT2 - 1; }, ROLETRNS_BACKUP_PORT},
     {"backup port that remembers rests", ROLETRNS_BLOCKED_PORT,
      [](port_t *p) { blocked(p, ROLE_BACKUP), p->rbWhile = HT2; }, STAYS},
-    {"backup port syncs first", ROLETRNS_BLOCKED_PORT,
-     [](port_t *p) { blocked(p, ROLE_BACKUP), p->sync = 1; }, ROLETRNS_BLOCKED_PORT},
-    {"backup port waits for roles", ROLETRNS_BLOCKED_PORT,
-     [](port_t *p) { blocked(p, ROLE_BACKUP), p->selected = 0; }, STAYS},
+    {"backup port syncs first", ROLETRNS_BLOCKED_PORT, [](port_t *p) { blocked(p, ROLE_BACKUP), p->sync = 1; },
+     ROLETRNS_BLOCKED_PORT},
+    {"backup port waits for roles", ROLETRNS_BLOCKED_PORT, [](port_t *p) { blocked(p, ROLE_BACKUP), p->selected = 0; },
+     STAYS},
     {"backup memory of long hellos is kept to eight bits", ROLETRNS_BLOCKED_PORT,
      [](port_t *p) { p->owner->rootTimes.HelloTime = 130, blocked(p, ROLE_BACKUP), p->rbWhile = 4; }, STAYS},
     {"backup goes on", ROLETRNS_BACKUP_PORT, nothing, ROLETRNS_BLOCKED_PORT},
@@ -145,16 +141,15 @@ const move_row_t roletrns_move_rows[] = {
      [](port_t *p) { root(p), p->fdWhile = 0; }, STAYS},
     {"root port asks for a re root", ROLETRNS_ROOT_PORT, [](port_t *p) { young_root(p), p->reRoot = 0; },
      ROLETRNS_REROOT},
-    {"root port that forwards asks for none", ROLETRNS_ROOT_PORT, [](port_t *p) { root(p), p->reRoot = 0; },
-     STAYS},
+    {"root port that forwards asks for none", ROLETRNS_ROOT_PORT, [](port_t *p) { root(p), p->reRoot = 0; }, STAYS},
     {"root port asks for a re root before it agrees", ROLETRNS_ROOT_PORT,
      [](port_t *p) {
          young_root(p), p->reRoot = 0, p->proposed = 1;
          neighbour(p)->synced = port_of(3)->synced = 1;
      },
      ROLETRNS_REROOT},
-    {"root port waits for roles", ROLETRNS_ROOT_PORT,
-     [](port_t *p) { young_root(p), p->reRoot = p->selected = 0; }, STAYS},
+    {"root port waits for roles", ROLETRNS_ROOT_PORT, [](port_t *p) { young_root(p), p->reRoot = p->selected = 0; },
+     STAYS},
     {"root port waits for information", ROLETRNS_ROOT_PORT,
      [](port_t *p) { young_root(p), p->reRoot = 0, p->updtInfo = 1; }, STAYS},
     {"root port agrees to a proposal when all are synced", ROLETRNS_ROOT_PORT,
@@ -190,10 +185,10 @@ const move_row_t roletrns_move_rows[] = {
          port_of(1)->synced = 1;
      },
      STAYS},
-    {"root port not synced and not proposed waits", ROLETRNS_ROOT_PORT,
-     [](port_t *p) { root(p), p->synced = 0; }, STAYS},
-    {"root port learns when its time is out", ROLETRNS_ROOT_PORT,
-     [](port_t *p) { young_root(p), p->fdWhile = 0; }, ROLETRNS_ROOT_LEARN},
+    {"root port not synced and not proposed waits", ROLETRNS_ROOT_PORT, [](port_t *p) { root(p), p->synced = 0; },
+     STAYS},
+    {"root port learns when its time is out", ROLETRNS_ROOT_PORT, [](port_t *p) { young_root(p), p->fdWhile = 0; },
+     ROLETRNS_ROOT_LEARN},
     {"root port learns at once when no other port was root", ROLETRNS_ROOT_PORT,
      [](port_t *p) {
          young_root(p);
@@ -256,8 +251,8 @@ const move_row_t roletrns_move_rows[] = {
     {"root port with its time out that forwards is re rooted", ROLETRNS_ROOT_PORT,
      [](port_t *p) { root(p), p->reRoot = 1, p->fdWhile = 0; }, ROLETRNS_REROOTED},
     {"root port that does not forward is not re rooted", ROLETRNS_ROOT_PORT, young_root, STAYS},
-    {"root port winds its memory up again", ROLETRNS_ROOT_PORT,
-     [](port_t *p) { root(p), p->rrWhile = FD - 1; }, ROLETRNS_ROOT_PORT},
+    {"root port winds its memory up again", ROLETRNS_ROOT_PORT, [](port_t *p) { root(p), p->rrWhile = FD - 1; },
+     ROLETRNS_ROOT_PORT},
     {"root port winds its memory up while it waits", ROLETRNS_ROOT_PORT,
      [](port_t *p) { young_root(p), p->rrWhile = 0; }, ROLETRNS_ROOT_PORT},
 
@@ -270,15 +265,14 @@ const move_row_t roletrns_move_rows[] = {
 
     {"designated port rests", ROLETRNS_DESIGNATED_PORT, designated, STAYS},
     {"designated port waits its time", ROLETRNS_DESIGNATED_PORT, young_designated, STAYS},
-    {"designated port proposes", ROLETRNS_DESIGNATED_PORT,
-     [](port_t *p) { young_designated(p), p->proposing = 0; }, ROLETRNS_DESIGNATED_PROPOSE},
+    {"designated port proposes", ROLETRNS_DESIGNATED_PORT, [](port_t *p) { young_designated(p), p->proposing = 0; },
+     ROLETRNS_DESIGNATED_PROPOSE},
     {"designated port proposes before it retires", ROLETRNS_DESIGNATED_PORT,
      [](port_t *p) { young_designated(p), p->proposing = 0, p->reRoot = 1; }, ROLETRNS_DESIGNATED_PROPOSE},
     {"designated port that forwards does not propose", ROLETRNS_DESIGNATED_PORT,
      [](port_t *p) { designated(p), p->proposing = 0; }, STAYS},
     {"designated port that was agreed to does not propose", ROLETRNS_DESIGNATED_PORT,
-     [](port_t *p) { young_designated(p), p->proposing = 0, p->agreed = p->sync = 1; },
-     ROLETRNS_DESIGNATED_SYNCED},
+     [](port_t *p) { young_designated(p), p->proposing = 0, p->agreed = p->sync = 1; }, ROLETRNS_DESIGNATED_SYNCED},
     {"designated edge port does not propose", ROLETRNS_DESIGNATED_PORT,
      [](port_t *p) { young_designated(p), p->proposing = 0, p->operEdge = 1; }, ROLETRNS_DESIGNATED_LEARN},
     {"designated port waits for roles", ROLETRNS_DESIGNATED_PORT,
@@ -320,8 +314,7 @@ const move_row_t roletrns_move_rows[] = {
     {"designated port waits its time to forward", ROLETRNS_DESIGNATED_PORT,
      [](port_t *p) { young_designated(p), p->learn = 1; }, STAYS},
     {"designated port does not forward while a re root runs", ROLETRNS_DESIGNATED_PORT,
-     [](port_t *p) { young_designated(p), p->learn = p->operEdge = 1, p->reRoot = 1, p->rrWhile = 1; },
-     STAYS},
+     [](port_t *p) { young_designated(p), p->learn = p->operEdge = 1, p->reRoot = 1, p->rrWhile = 1; }, STAYS},
     {"designated port that has to sync does not forward but listens", ROLETRNS_DESIGNATED_PORT,
      [](port_t *p) { young_designated(p), p->learn = p->learning = p->sync = 1, p->synced = p->fdWhile = 0; },
      ROLETRNS_DESIGNATED_LISTEN},
@@ -330,8 +323,7 @@ const move_row_t roletrns_move_rows[] = {
     {"designated port listens while a re root runs", ROLETRNS_DESIGNATED_PORT,
      [](port_t *p) { designated(p), p->reRoot = 1, p->rrWhile = 1; }, ROLETRNS_DESIGNATED_LISTEN},
     {"designated port that only learns listens too", ROLETRNS_DESIGNATED_PORT,
-     [](port_t *p) { young_designated(p), p->learn = p->reRoot = 1, p->rrWhile = 1; },
-     ROLETRNS_DESIGNATED_LISTEN},
+     [](port_t *p) { young_designated(p), p->learn = p->reRoot = 1, p->rrWhile = 1; }, ROLETRNS_DESIGNATED_LISTEN},
     {"designated edge port never listens", ROLETRNS_DESIGNATED_PORT,
      [](port_t *p) { designated(p), p->operEdge = p->reRoot = 1, p->rrWhile = 1; }, STAYS},
     {"designated port that listens already need not", ROLETRNS_DESIGNATED_PORT,
@@ -342,24 +334,15 @@ const move_row_t roletrns_move_rows[] = {
 
 class roletrns_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(roletrns_moves, row)
-{
-    expect_move(&port_t::roletrns, GetParam());
-}
+TEST_P(roletrns_moves, row) { expect_move(&port_t::roletrns, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, roletrns_moves, testing::ValuesIn(roletrns_move_rows), label_of<move_row_t>);
 
 // ---- all rules --------------------------------------------------------------------------
 
-bool S(const port_t &p)
-{
-    return p.selected && !p.updtInfo;
-}
+bool S(const port_t &p) { return p.selected && !p.updtInfo; }
 
-bool changes(const port_t &p)
-{
-    return S(p) && p.role != p.selectedRole;
-}
+bool changes(const port_t &p) { return S(p) && p.role != p.selectedRole; }
 
 bool others_synced(const port_t &)
 {
@@ -394,8 +377,7 @@ const std::vector<rule_t> rules = {
     {ANY, [](const port_t &p) { return changes(p) && p.selectedRole == 4; }, ROLETRNS_DESIGNATED_PORT},
     {ANY, [](const port_t &p) { return changes(p) && p.selectedRole == 5; }, STAYS},
     {ROLETRNS_INIT_PORT, always, ROLETRNS_BLOCK_PORT},
-    {ROLETRNS_BLOCK_PORT, [](const port_t &p) { return S(p) && !p.learning && !p.forwarding; },
-     ROLETRNS_BLOCKED_PORT},
+    {ROLETRNS_BLOCK_PORT, [](const port_t &p) { return S(p) && !p.learning && !p.forwarding; }, ROLETRNS_BLOCKED_PORT},
     {ROLETRNS_BLOCKED_PORT,
      [](const port_t &p) { return S(p) && (p.fdWhile != FD || p.sync || p.reRoot || !p.synced); },
      ROLETRNS_BLOCKED_PORT},
@@ -409,13 +391,10 @@ const std::vector<rule_t> rules = {
     {ROLETRNS_ROOT_LEARN, always, ROLETRNS_ROOT_PORT},
     {ROLETRNS_ROOT_FORWARD, always, ROLETRNS_ROOT_PORT},
     {ROLETRNS_ROOT_PORT, [](const port_t &p) { return S(p) && !p.forward && !p.reRoot; }, ROLETRNS_REROOT},
-    {ROLETRNS_ROOT_PORT,
-     [](const port_t &p) { return S(p) && (p.proposed || !p.synced) && others_synced(p); },
+    {ROLETRNS_ROOT_PORT, [](const port_t &p) { return S(p) && (p.proposed || !p.synced) && others_synced(p); },
      ROLETRNS_ROOT_AGREED},
-    {ROLETRNS_ROOT_PORT, [](const port_t &p) { return S(p) && p.proposed && !p.synced; },
-     ROLETRNS_ROOT_PROPOSED},
-    {ROLETRNS_ROOT_PORT, [](const port_t &p) { return S(p) && root_may_go_on(p) && !p.learn; },
-     ROLETRNS_ROOT_LEARN},
+    {ROLETRNS_ROOT_PORT, [](const port_t &p) { return S(p) && p.proposed && !p.synced; }, ROLETRNS_ROOT_PROPOSED},
+    {ROLETRNS_ROOT_PORT, [](const port_t &p) { return S(p) && root_may_go_on(p) && !p.learn; }, ROLETRNS_ROOT_LEARN},
     {ROLETRNS_ROOT_PORT, [](const port_t &p) { return S(p) && root_may_go_on(p) && p.learn && !p.forward; },
      ROLETRNS_ROOT_FORWARD},
     {ROLETRNS_ROOT_PORT, [](const port_t &p) { return S(p) && p.reRoot && p.forward; }, ROLETRNS_REROOTED},
@@ -437,8 +416,7 @@ const std::vector<rule_t> rules = {
                          (p.operEdge && !p.synced) || (p.sync && p.synced));
      },
      ROLETRNS_DESIGNATED_SYNCED},
-    {ROLETRNS_DESIGNATED_PORT,
-     [](const port_t &p) { return S(p) && designated_may_go_on(p) && p.learn && !p.forward; },
+    {ROLETRNS_DESIGNATED_PORT, [](const port_t &p) { return S(p) && designated_may_go_on(p) && p.learn && !p.forward; },
      ROLETRNS_DESIGNATED_FORWARD},
     {ROLETRNS_DESIGNATED_PORT, [](const port_t &p) { return S(p) && designated_may_go_on(p) && !p.learn; },
      ROLETRNS_DESIGNATED_LEARN},
@@ -476,8 +454,8 @@ const entry_row_t roletrns_entry_rows[] = {
     {"blocked port", ROLETRNS_BLOCKED_PORT, nothing,
      [](port_t *p) { p->fdWhile = FD, p->synced = 1, p->rrWhile = 0, p->sync = p->reRoot = 0; }},
     {"backup port", ROLETRNS_BACKUP_PORT, nothing, [](port_t *p) { p->rbWhile = HT2; }},
-    {"backup port with long hellos", ROLETRNS_BACKUP_PORT,
-     [](port_t *p) { p->owner->rootTimes.HelloTime = 130; }, [](port_t *p) { p->rbWhile = 4; }},
+    {"backup port with long hellos", ROLETRNS_BACKUP_PORT, [](port_t *p) { p->owner->rootTimes.HelloTime = 130; },
+     [](port_t *p) { p->rbWhile = 4; }},
     {"root proposed asks every port of the tree to sync", ROLETRNS_ROOT_PROPOSED, nothing,
      [](port_t *p) { port_of(1)->sync = port_of(2)->sync = port_of(3)->sync = 1, p->proposed = 0; }},
     {"root agreed", ROLETRNS_ROOT_AGREED, nothing,
@@ -488,26 +466,20 @@ const entry_row_t roletrns_entry_rows[] = {
     {"rerooted", ROLETRNS_REROOTED, nothing, [](port_t *p) { p->reRoot = 0; }},
     {"root learn", ROLETRNS_ROOT_LEARN, nothing, [](port_t *p) { p->fdWhile = FD, p->learn = 1; }},
     {"root forward", ROLETRNS_ROOT_FORWARD, nothing, [](port_t *p) { p->fdWhile = 0, p->forward = 1; }},
-    {"designated propose", ROLETRNS_DESIGNATED_PROPOSE, nothing,
-     [](port_t *p) { p->proposing = p->newInfo = 1; }},
+    {"designated propose", ROLETRNS_DESIGNATED_PROPOSE, nothing, [](port_t *p) { p->proposing = p->newInfo = 1; }},
     {"designated synced", ROLETRNS_DESIGNATED_SYNCED, nothing,
      [](port_t *p) { p->rrWhile = 0, p->sync = 0, p->synced = 1; }},
     {"designated retired", ROLETRNS_DESIGNATED_RETIRED, nothing, [](port_t *p) { p->reRoot = 0; }},
     {"designated port", ROLETRNS_DESIGNATED_PORT, nothing, [](port_t *p) { p->role = ROLE_DESIGNATED; }},
     {"designated listen", ROLETRNS_DESIGNATED_LISTEN, nothing,
      [](port_t *p) { p->learn = p->forward = 0, p->fdWhile = FD; }},
-    {"designated learn", ROLETRNS_DESIGNATED_LEARN, nothing,
-     [](port_t *p) { p->learn = 1, p->fdWhile = FD; }},
-    {"designated forward", ROLETRNS_DESIGNATED_FORWARD, nothing,
-     [](port_t *p) { p->forward = 1, p->fdWhile = 0; }},
+    {"designated learn", ROLETRNS_DESIGNATED_LEARN, nothing, [](port_t *p) { p->learn = 1, p->fdWhile = FD; }},
+    {"designated forward", ROLETRNS_DESIGNATED_FORWARD, nothing, [](port_t *p) { p->forward = 1, p->fdWhile = 0; }},
 };
 
 class roletrns_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(roletrns_entries, row)
-{
-    expect_entry(&port_t::roletrns, GetParam());
-}
+TEST_P(roletrns_entries, row) { expect_entry(&port_t::roletrns, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, roletrns_entries, testing::ValuesIn(roletrns_entry_rows), label_of<entry_row_t>);
 

@@ -32,15 +32,9 @@ std::vector<sent_frame_t> sent_by(uint32_t port)
     return frames;
 }
 
-uint8_t type_of(const sent_frame_t &frame)
-{
-    return frame.octets.at(20);
-}
+uint8_t type_of(const sent_frame_t &frame) { return frame.octets.at(20); }
 
-uint8_t flags_of(const sent_frame_t &frame)
-{
-    return frame.octets.at(21);
-}
+uint8_t flags_of(const sent_frame_t &frame) { return frame.octets.at(21); }
 
 /// Seconds until `done`, or more than `limit`.
 template <typename done_t>
@@ -125,8 +119,8 @@ TEST_F(from_start, a_port_alone_forwards_after_twice_the_forward_delay)
     EXPECT_LE(learns, FD + 5) << "some passes go by before the port has its role";
     EXPECT_EQ(seconds_until([=] { return port->forwarding; }), FD);
     EXPECT_EQ(port->role, ROLE_DESIGNATED);
-    EXPECT_EQ(hardware_actions(), (texts_t{"flush 0 0 1 1", "flush 1 0 1 2", "state 1 1", "flush 1 0 1 2",
-                                           "state 1 1", "state 1 3", "state 1 4", "flush 1 0 1 2"}))
+    EXPECT_EQ(hardware_actions(), (texts_t{"flush 0 0 1 1", "flush 1 0 1 2", "state 1 1", "flush 1 0 1 2", "state 1 1",
+                                           "state 1 3", "state 1 4", "flush 1 0 1 2"}))
         << "start, first state, learning, forwarding, and the topology change that this is";
     ASSERT_GE(world.sent.size(), 2u);
     EXPECT_EQ(flags_of(world.sent[0]), 0x0C) << "first its role, in the sweep in which it decides to propose";
@@ -204,8 +198,7 @@ TEST_F(one_bridge, agrees_to_a_proposal_and_forwards_to_the_new_root_at_once)
     EXPECT_TRUE(port->forwarding);
     EXPECT_EQ(other->forwarding, 0);
     const texts_t &done = world.actions;
-    EXPECT_LT(std::find(done.begin(), done.end(), "state 2 1"),
-              std::find(done.begin(), done.end(), "send 1 RST"));
+    EXPECT_LT(std::find(done.begin(), done.end(), "state 2 1"), std::find(done.begin(), done.end(), "send 1 RST"));
     ASSERT_FALSE(sent_by(1).empty());
     EXPECT_EQ(flags_of(sent_by(1)[0]), 0x78) << "the agreement of a root port that forwards";
     tick();
@@ -490,8 +483,7 @@ TEST_F(from_start, a_port_that_joins_the_tree_first_passes_through_learning)
     port->config.adminEnable = 1;
     STP_IN_set_port_cfg(port);
     settle();
-    EXPECT_EQ(hardware_actions(),
-              (texts_t{"flush 1 0 1 2", "state 1 1", "state 1 3", "flush 1 0 1 2", "state 1 1"}));
+    EXPECT_EQ(hardware_actions(), (texts_t{"flush 1 0 1 2", "state 1 1", "state 1 3", "flush 1 0 1 2", "state 1 1"}));
 }
 
 TEST_F(one_bridge, a_port_that_leaves_the_tree_is_frozen_and_returns_as_it_was)
@@ -616,15 +608,9 @@ protected:
         return passed;
     }
 
-    const port_t &at(size_t bridge, uint32_t port) const
-    {
-        return worlds[bridge]->records.ports[port - 1];
-    }
+    const port_t &at(size_t bridge, uint32_t port) const { return worlds[bridge]->records.ports[port - 1]; }
 
-    bool forwards(size_t bridge, uint32_t port) const
-    {
-        return at(bridge, port).forwarding;
-    }
+    bool forwards(size_t bridge, uint32_t port) const { return at(bridge, port).forwarding; }
 
     bool wire_forwards(size_t index) const
     {

@@ -48,8 +48,8 @@ TEST_F(sweep, checks_all_nine_in_their_order)
     for (const stp_machine_t &machine : STP_port_machines)
         (port->*machine.mach).State = STP_BEGIN;
     EXPECT_NE(STP_port_sweep(port), 0u);
-    EXPECT_EQ(machines_that_moved(), (names_t{"transmit", "sttrans", "roletrns", "info", "pcost", "edge",
-                                              "p2p", "migrate", "topoch"}));
+    EXPECT_EQ(machines_that_moved(),
+              (names_t{"transmit", "sttrans", "roletrns", "info", "pcost", "edge", "p2p", "migrate", "topoch"}));
 }
 
 TEST_F(sweep, enters_only_the_machines_that_moved)
@@ -99,10 +99,7 @@ struct order_row_t {
     bool (*seen)(const port_t &port);
 };
 
-std::ostream &operator<<(std::ostream &out, const order_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const order_row_t &row) { return out << row.label; }
 
 void transmits(port_t *p)
 {
@@ -652,8 +649,8 @@ TEST_F(steps_DeathTest, a_cursor_with_a_port_but_no_bridge_is_a_programming_erro
 {
     bridge_start({1});
     current_port = port_of(1);
-    EXPECT_DEATH(STP_stpm_update(), assertion("current_stpm == ((void *)0) && current_port == ((void *)0)",
-                                              "lvt_rstp", "STP_stpm_update", 332));
+    EXPECT_DEATH(STP_stpm_update(), assertion("current_stpm == ((void *)0) && current_port == ((void *)0)", "lvt_rstp",
+                                              "STP_stpm_update", 332));
 }
 
 TEST_F(steps_DeathTest, a_world_that_breaks_the_cursor_is_a_programming_error)
@@ -664,10 +661,9 @@ TEST_F(steps_DeathTest, a_world_that_breaks_the_cursor_is_a_programming_error)
     STP_stpm_enable(bridge, 1);
     settle();
     world.on_state = [] { current_stpm = nullptr; };
-    EXPECT_DEATH(STP_stpm_update(),
-                 assertion("(current_stpm == ((void *)0) && current_port == ((void *)0)) || "
-                           "(current_stpm != ((void *)0) && current_port != ((void *)0))",
-                           "lvt_rstp", "lvt_rstp_more_work", 316));
+    EXPECT_DEATH(STP_stpm_update(), assertion("(current_stpm == ((void *)0) && current_port == ((void *)0)) || "
+                                              "(current_stpm != ((void *)0) && current_port != ((void *)0))",
+                                              "lvt_rstp", "lvt_rstp_more_work", 316));
 }
 
 } // namespace

@@ -147,8 +147,7 @@ TEST_F(stp_in, lost_link)
 {
     ASSERT_EQ(port_of(1)->role, ROLE_DESIGNATED);
     expect_only(
-        1, [](port_t *p) { initialised(p), p->portEnabled = 0; },
-        [] { EXPECT_EQ(STP_IN_enable_port(1, 0), 0); });
+        1, [](port_t *p) { initialised(p), p->portEnabled = 0; }, [] { EXPECT_EQ(STP_IN_enable_port(1, 0), 0); });
     EXPECT_EQ(port_of(1)->role, ROLE_DESIGNATED) << "for the parting BPDU";
 }
 
@@ -156,8 +155,7 @@ TEST_F(stp_in, new_link)
 {
     port_of(1)->portEnabled = 0;
     expect_only(
-        1, [](port_t *p) { initialised(p), p->portEnabled = 1; },
-        [] { EXPECT_EQ(STP_IN_enable_port(1, 0x80), 0); });
+        1, [](port_t *p) { initialised(p), p->portEnabled = 1; }, [] { EXPECT_EQ(STP_IN_enable_port(1, 0x80), 0); });
 }
 
 // ---- received BPDUs ---------------------------------------------------------------------
@@ -193,10 +191,7 @@ struct edge_row_t {
     bool tc;
 };
 
-std::ostream &operator<<(std::ostream &out, const edge_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const edge_row_t &row) { return out << row.label; }
 
 const edge_row_t edge_port_rows[] = {
     {"on an edge port", true, true, 0, true},

@@ -7,14 +7,12 @@ namespace {
 
 const move_row_t sttrans_rows[] = {
     {"begin", STP_BEGIN, nothing, STTRANS_DISCARDING},
-    {"begin does not skip discarding", STP_BEGIN, [](port_t *p) { p->learn = p->forward = 1; },
-     STTRANS_DISCARDING},
+    {"begin does not skip discarding", STP_BEGIN, [](port_t *p) { p->learn = p->forward = 1; }, STTRANS_DISCARDING},
     {"discarding rests", STTRANS_DISCARDING, nothing, STAYS},
     {"discarding learns", STTRANS_DISCARDING, [](port_t *p) { p->learn = 1; }, STTRANS_LEARNING},
     {"discarding learns before it forwards", STTRANS_DISCARDING, [](port_t *p) { p->learn = p->forward = 1; },
      STTRANS_LEARNING},
-    {"discarding does not forward without learning", STTRANS_DISCARDING, [](port_t *p) { p->forward = 1; },
-     STAYS},
+    {"discarding does not forward without learning", STTRANS_DISCARDING, [](port_t *p) { p->forward = 1; }, STAYS},
     {"learning rests", STTRANS_LEARNING, [](port_t *p) { p->learn = 1; }, STAYS},
     {"learning forwards", STTRANS_LEARNING, [](port_t *p) { p->learn = p->forward = 1; }, STTRANS_FORWARDING},
     {"learning forwards although it shall not learn", STTRANS_LEARNING, [](port_t *p) { p->forward = 1; },
@@ -27,10 +25,7 @@ const move_row_t sttrans_rows[] = {
 
 class sttrans_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(sttrans_moves, row)
-{
-    expect_move(&port_t::sttrans, GetParam());
-}
+TEST_P(sttrans_moves, row) { expect_move(&port_t::sttrans, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, sttrans_moves, testing::ValuesIn(sttrans_rows), label_of<move_row_t>);
 
@@ -52,11 +47,7 @@ TEST_F(sttrans, follows_its_rules_whatever_the_port)
 // ---- state transition: entries ----------------------------------------------------------
 
 const entry_row_t sttrans_actions[] = {
-    {"begin",
-     STP_BEGIN,
-     nothing,
-     [](port_t *p) { p->learning = p->forwarding = 0; },
-     {"flush 2 0 1 2", "state 2 1"}},
+    {"begin", STP_BEGIN, nothing, [](port_t *p) { p->learning = p->forwarding = 0; }, {"flush 2 0 1 2", "state 2 1"}},
     {"discarding",
      STTRANS_DISCARDING,
      nothing,
@@ -77,29 +68,17 @@ const entry_row_t sttrans_actions[] = {
 
 class sttrans_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(sttrans_entries, row)
-{
-    expect_entry(&port_t::sttrans, GetParam());
-}
+TEST_P(sttrans_entries, row) { expect_entry(&port_t::sttrans, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, sttrans_entries, testing::ValuesIn(sttrans_actions), label_of<entry_row_t>);
 
 // ---- topology change: moves -------------------------------------------------------------
 
-void as_root(port_t *p)
-{
-    p->role = ROLE_ROOT;
-}
+void as_root(port_t *p) { p->role = ROLE_ROOT; }
 
-void as_designated(port_t *p)
-{
-    p->role = ROLE_DESIGNATED;
-}
+void as_designated(port_t *p) { p->role = ROLE_DESIGNATED; }
 
-void everything(port_t *p)
-{
-    p->tc = p->rcvdTcn = p->rcvdTc = p->tcProp = p->rcvdTcAck = 1;
-}
+void everything(port_t *p) { p->tc = p->rcvdTcn = p->rcvdTc = p->tcProp = p->rcvdTcAck = 1; }
 
 const move_row_t topoch_rows[] = {
     {"begin", STP_BEGIN, nothing, TOPOCH_INIT},
@@ -107,8 +86,8 @@ const move_row_t topoch_rows[] = {
     {"inactive rests", TOPOCH_INACTIVE, nothing, STAYS},
     {"inactive becomes root", TOPOCH_INACTIVE, as_root, TOPOCH_TCACTIVE},
     {"inactive becomes designated", TOPOCH_INACTIVE, as_designated, TOPOCH_TCACTIVE},
-    {"inactive becomes active before it forgets", TOPOCH_INACTIVE,
-     [](port_t *p) { as_root(p), everything(p); }, TOPOCH_TCACTIVE},
+    {"inactive becomes active before it forgets", TOPOCH_INACTIVE, [](port_t *p) { as_root(p), everything(p); },
+     TOPOCH_TCACTIVE},
     {"inactive alternate rests", TOPOCH_INACTIVE, [](port_t *p) { p->role = ROLE_ALTERNATE; }, STAYS},
     {"inactive backup rests", TOPOCH_INACTIVE, [](port_t *p) { p->role = ROLE_BACKUP; }, STAYS},
     {"inactive non stp rests", TOPOCH_INACTIVE, [](port_t *p) { p->role = ROLE_NON_STP; }, STAYS},
@@ -126,16 +105,14 @@ const move_row_t topoch_rows[] = {
      [](port_t *p) { everything(p), p->role = ROLE_ALTERNATE; }, TOPOCH_INIT},
     {"active backup ends", TOPOCH_TCACTIVE, [](port_t *p) { p->role = ROLE_BACKUP; }, TOPOCH_INIT},
     {"active non stp ends", TOPOCH_TCACTIVE, [](port_t *p) { p->role = ROLE_NON_STP; }, TOPOCH_INIT},
-    {"first a change of its own", TOPOCH_TCACTIVE, [](port_t *p) { as_root(p), everything(p); },
-     TOPOCH_DETECTED},
+    {"first a change of its own", TOPOCH_TCACTIVE, [](port_t *p) { as_root(p), everything(p); }, TOPOCH_DETECTED},
     {"second a notification", TOPOCH_TCACTIVE, [](port_t *p) { as_root(p), everything(p), p->tc = 0; },
      TOPOCH_NOTIFIED_TCN},
-    {"third a received change", TOPOCH_TCACTIVE,
-     [](port_t *p) { as_root(p), everything(p), p->tc = p->rcvdTcn = 0; }, TOPOCH_NOTIFIED_TC},
-    {"fourth a change of another port", TOPOCH_TCACTIVE,
-     [](port_t *p) { as_root(p), p->tcProp = p->rcvdTcAck = 1; }, TOPOCH_PROPAGATING},
-    {"last an acknowledgement", TOPOCH_TCACTIVE, [](port_t *p) { as_root(p), p->rcvdTcAck = 1; },
-     TOPOCH_ACKNOWLEDGED},
+    {"third a received change", TOPOCH_TCACTIVE, [](port_t *p) { as_root(p), everything(p), p->tc = p->rcvdTcn = 0; },
+     TOPOCH_NOTIFIED_TC},
+    {"fourth a change of another port", TOPOCH_TCACTIVE, [](port_t *p) { as_root(p), p->tcProp = p->rcvdTcAck = 1; },
+     TOPOCH_PROPAGATING},
+    {"last an acknowledgement", TOPOCH_TCACTIVE, [](port_t *p) { as_root(p), p->rcvdTcAck = 1; }, TOPOCH_ACKNOWLEDGED},
     {"an edge port does not propagate", TOPOCH_TCACTIVE,
      [](port_t *p) { as_designated(p), p->tcProp = p->operEdge = 1; }, STAYS},
     {"an edge port may be acknowledged", TOPOCH_TCACTIVE,
@@ -150,10 +127,7 @@ const move_row_t topoch_rows[] = {
 
 class topoch_moves : public machine_test, public testing::WithParamInterface<move_row_t> {};
 
-TEST_P(topoch_moves, row)
-{
-    expect_move(&port_t::topoch, GetParam());
-}
+TEST_P(topoch_moves, row) { expect_move(&port_t::topoch, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(when, topoch_moves, testing::ValuesIn(topoch_rows), label_of<move_row_t>);
 
@@ -163,36 +137,32 @@ TEST_F(topoch, follows_its_rules_whatever_the_port)
 {
     const auto root_or_designated = [](const port_t &p) { return p.role == 3 || p.role == 4; };
     const auto neither = [](const port_t &p) { return p.role != 3 && p.role != 4; };
-    expect_rules(
-        &port_t::topoch,
-        {
-            {STP_BEGIN, always, TOPOCH_INIT},
-            {TOPOCH_INIT, always, TOPOCH_INACTIVE},
-            {TOPOCH_INACTIVE, root_or_designated, TOPOCH_TCACTIVE},
-            {TOPOCH_INACTIVE,
-             [](const port_t &p) -> bool { return p.rcvdTc || p.rcvdTcAck || p.rcvdTcn || p.tc || p.tcProp; },
-             TOPOCH_INACTIVE},
-            {TOPOCH_TCACTIVE, neither, TOPOCH_INIT},
-            {TOPOCH_TCACTIVE, [](const port_t &p) { return p.tc != 0; }, TOPOCH_DETECTED},
-            {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTcn != 0; }, TOPOCH_NOTIFIED_TCN},
-            {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTc != 0; }, TOPOCH_NOTIFIED_TC},
-            {TOPOCH_TCACTIVE, [](const port_t &p) { return p.tcProp && !p.operEdge; }, TOPOCH_PROPAGATING},
-            {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTcAck != 0; }, TOPOCH_ACKNOWLEDGED},
-            {TOPOCH_DETECTED, always, TOPOCH_TCACTIVE},
-            {TOPOCH_NOTIFIED_TC, always, TOPOCH_TCACTIVE},
-            {TOPOCH_PROPAGATING, always, TOPOCH_TCACTIVE},
-            {TOPOCH_ACKNOWLEDGED, always, TOPOCH_TCACTIVE},
-            {TOPOCH_NOTIFIED_TCN, always, TOPOCH_NOTIFIED_TC},
-        },
-        TOPOCH_NOTIFIED_TCN);
+    expect_rules(&port_t::topoch,
+                 {
+                     {STP_BEGIN, always, TOPOCH_INIT},
+                     {TOPOCH_INIT, always, TOPOCH_INACTIVE},
+                     {TOPOCH_INACTIVE, root_or_designated, TOPOCH_TCACTIVE},
+                     {TOPOCH_INACTIVE,
+                      [](const port_t &p) -> bool { return p.rcvdTc || p.rcvdTcAck || p.rcvdTcn || p.tc || p.tcProp; },
+                      TOPOCH_INACTIVE},
+                     {TOPOCH_TCACTIVE, neither, TOPOCH_INIT},
+                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.tc != 0; }, TOPOCH_DETECTED},
+                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTcn != 0; }, TOPOCH_NOTIFIED_TCN},
+                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTc != 0; }, TOPOCH_NOTIFIED_TC},
+                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.tcProp && !p.operEdge; }, TOPOCH_PROPAGATING},
+                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTcAck != 0; }, TOPOCH_ACKNOWLEDGED},
+                     {TOPOCH_DETECTED, always, TOPOCH_TCACTIVE},
+                     {TOPOCH_NOTIFIED_TC, always, TOPOCH_TCACTIVE},
+                     {TOPOCH_PROPAGATING, always, TOPOCH_TCACTIVE},
+                     {TOPOCH_ACKNOWLEDGED, always, TOPOCH_TCACTIVE},
+                     {TOPOCH_NOTIFIED_TCN, always, TOPOCH_NOTIFIED_TC},
+                 },
+                 TOPOCH_NOTIFIED_TCN);
 }
 
 // ---- topology change: entries -----------------------------------------------------------
 
-void rstp_link(port_t *p)
-{
-    p->sendRSTP = p->operPointToPoint = 1;
-}
+void rstp_link(port_t *p) { p->sendRSTP = p->operPointToPoint = 1; }
 
 void edges(std::initializer_list<uint32_t> numbers)
 {
@@ -270,21 +240,17 @@ const entry_row_t topoch_actions[] = {
      [](port_t *p) { p->rcvdTc = p->rcvdTcn = 0, port_of(1)->tcProp = port_of(3)->tcProp = 1; },
      {}},
     {"propagating", TOPOCH_PROPAGATING, rstp_link, [](port_t *p) { p->tcWhile = 4, p->tcProp = 0; }},
-    {"propagating on an stp link", TOPOCH_PROPAGATING,
-     [](port_t *p) { p->sendRSTP = 0, p->operPointToPoint = 1; },
+    {"propagating on an stp link", TOPOCH_PROPAGATING, [](port_t *p) { p->sendRSTP = 0, p->operPointToPoint = 1; },
      [](port_t *p) { p->tcWhile = 35, p->tcProp = 0; }},
     {"acknowledged", TOPOCH_ACKNOWLEDGED, nothing, [](port_t *p) { p->tcWhile = 0, p->rcvdTcAck = 0; }},
     {"notified tcn", TOPOCH_NOTIFIED_TCN, rstp_link, [](port_t *p) { p->tcWhile = 4; }},
-    {"notified tcn on an stp link", TOPOCH_NOTIFIED_TCN,
-     [](port_t *p) { p->sendRSTP = 0, p->operPointToPoint = 1; }, [](port_t *p) { p->tcWhile = 35; }},
+    {"notified tcn on an stp link", TOPOCH_NOTIFIED_TCN, [](port_t *p) { p->sendRSTP = 0, p->operPointToPoint = 1; },
+     [](port_t *p) { p->tcWhile = 35; }},
 };
 
 class topoch_entries : public machine_test, public testing::WithParamInterface<entry_row_t> {};
 
-TEST_P(topoch_entries, row)
-{
-    expect_entry(&port_t::topoch, GetParam());
-}
+TEST_P(topoch_entries, row) { expect_entry(&port_t::topoch, GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(of, topoch_entries, testing::ValuesIn(topoch_actions), label_of<entry_row_t>);
 
@@ -297,26 +263,14 @@ struct while_row_t {
     uint8_t seconds;
 };
 
-std::ostream &operator<<(std::ostream &out, const while_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const while_row_t &row) { return out << row.label; }
 
 const while_row_t whiles[] = {
     {"two hellos", true, {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 3}, 6},
-    {"two hellos kept to eight bits",
-     true,
-     {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 130},
-     4},
-    {"max age and forward delay",
-     false,
-     {.MessageAge = 9, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1},
-     10},
+    {"two hellos kept to eight bits", true, {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 130}, 4},
+    {"max age and forward delay", false, {.MessageAge = 9, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1}, 10},
     {"largest sum", false, {.MessageAge = 0, .MaxAge = 200, .ForwardDelay = 55, .HelloTime = 2}, 255},
-    {"sum kept to eight bits",
-     false,
-     {.MessageAge = 0, .MaxAge = 200, .ForwardDelay = 100, .HelloTime = 2},
-     44},
+    {"sum kept to eight bits", false, {.MessageAge = 0, .MaxAge = 200, .ForwardDelay = 100, .HelloTime = 2}, 44},
 };
 
 class topoch_whiles : public topoch, public testing::WithParamInterface<while_row_t> {};

@@ -3,38 +3,46 @@
 #include <cstring>
 #include <random>
 
-#define FLAG(flag)                                                     \
-    {                                                                  \
-        #flag, [](const port_t &port) -> uint8_t { return port.flag; }, \
-            [](port_t &port, bool on) { port.flag = on; }              \
+#define FLAG(flag)                                                                                                     \
+    {                                                                                                                  \
+#flag, [](const port_t &port) -> uint8_t { return port.flag; }, [](port_t & port, bool on) { port.flag = on; } \
     }
 
 const std::vector<flag_t> port_flags = {
-    FLAG(stpEnabled),   FLAG(agreed),       FLAG(forward),      FLAG(forwarding),       FLAG(initPm),
-    FLAG(learn),        FLAG(learning),     FLAG(rstpVersion),  FLAG(newInfo),          FLAG(operEdge),
-    FLAG(edgeDetected), FLAG(proposed),     FLAG(proposing),    FLAG(rcvdMsg),          FLAG(rcvdRSTP),
-    FLAG(rcvdSTP),      FLAG(rcvdTc),       FLAG(rcvdTcAck),    FLAG(rcvdTcn),          FLAG(reRoot),
-    FLAG(reselect),     FLAG(selected),     FLAG(sendRSTP),     FLAG(sync),             FLAG(synced),
-    FLAG(tc),           FLAG(tcAck),        FLAG(tcProp),       FLAG(updtInfo),         FLAG(portEnabled),
-    FLAG(rcvdBpdu),     FLAG(nonStp),       FLAG(p2pRecompute), FLAG(operPointToPoint),
+    FLAG(stpEnabled),       FLAG(agreed),       FLAG(forward),
+    FLAG(forwarding),       FLAG(initPm),       FLAG(learn),
+    FLAG(learning),         FLAG(rstpVersion),  FLAG(newInfo),
+    FLAG(operEdge),         FLAG(edgeDetected), FLAG(proposed),
+    FLAG(proposing),        FLAG(rcvdMsg),      FLAG(rcvdRSTP),
+    FLAG(rcvdSTP),          FLAG(rcvdTc),       FLAG(rcvdTcAck),
+    FLAG(rcvdTcn),          FLAG(reRoot),       FLAG(reselect),
+    FLAG(selected),         FLAG(sendRSTP),     FLAG(sync),
+    FLAG(synced),           FLAG(tc),           FLAG(tcAck),
+    FLAG(tcProp),           FLAG(updtInfo),     FLAG(portEnabled),
+    FLAG(rcvdBpdu),         FLAG(nonStp),       FLAG(p2pRecompute),
+    FLAG(operPointToPoint),
 };
 
-#define TIMER(timer) {#timer, &port_t::timer}
+#define TIMER(timer)                                                                                                   \
+    {                                                                                                                  \
+#timer, &port_t::timer                                                                                         \
+    }
 
 const std::array<timer_field_t, 9> port_timers = {{
-    TIMER(fdWhile), TIMER(helloWhen), TIMER(mdelayWhile), TIMER(rbWhile), TIMER(rcvdInfoWhile),
-    TIMER(rrWhile), TIMER(tcWhile), TIMER(txCount), TIMER(edgeDelayWhile),
+    TIMER(fdWhile),
+    TIMER(helloWhen),
+    TIMER(mdelayWhile),
+    TIMER(rbWhile),
+    TIMER(rcvdInfoWhile),
+    TIMER(rrWhile),
+    TIMER(tcWhile),
+    TIMER(txCount),
+    TIMER(edgeDelayWhile),
 }};
 
-std::ostream &operator<<(std::ostream &out, const move_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const move_row_t &row) { return out << row.label; }
 
-std::ostream &operator<<(std::ostream &out, const entry_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const entry_row_t &row) { return out << row.label; }
 
 namespace {
 
@@ -101,15 +109,9 @@ void shuffle(std::mt19937 &random, port_t &port, bool takes_part)
 
 } // namespace
 
-port_t *neighbour(const port_t *port)
-{
-    return port_of(port->port_number == 1 ? 3 : 1);
-}
+port_t *neighbour(const port_t *port) { return port_of(port->port_number == 1 ? 3 : 1); }
 
-port_t *bystander(const port_t *)
-{
-    return port_of(4);
-}
+port_t *bystander(const port_t *) { return port_of(4); }
 
 const stp_machine_t &machine_of(state_mach_t port_t::*mach)
 {
@@ -181,8 +183,7 @@ void machine_test::expect_entry(state_mach_t port_t::*mach, const entry_row_t &r
     }
 }
 
-void machine_test::expect_rules(state_mach_t port_t::*mach, const std::vector<rule_t> &rules,
-                                rstpstate_t last_state)
+void machine_test::expect_rules(state_mach_t port_t::*mach, const std::vector<rule_t> &rules, rstpstate_t last_state)
 {
     constexpr unsigned draws = 100000;
     const stp_machine_t &machine = machine_of(mach);
@@ -213,8 +214,7 @@ void machine_test::expect_rules(state_mach_t port_t::*mach, const std::vector<ru
         const int moved = machine.check_conditions(&(port->*mach));
         ASSERT_EQ(moved, to != STAYS) << "draw " << i << " in " << machine.state_name(from) << "\n"
                                       << describe(expected);
-        ASSERT_TRUE(same_records(expected, world.records))
-            << "draw " << i << " in " << machine.state_name(from);
+        ASSERT_TRUE(same_records(expected, world.records)) << "draw " << i << " in " << machine.state_name(from);
         world_forget();
     }
     for (size_t rule = 0; rule < rules.size(); rule++)

@@ -52,14 +52,9 @@ struct rule_t {
     int to; ///< a state, or STAYS
 };
 constexpr int ANY = -2;
-inline bool always(const port_t &)
-{
-    return true;
-}
+inline bool always(const port_t &) { return true; }
 
-inline void nothing(port_t *)
-{
-}
+inline void nothing(port_t *) {}
 
 /// A machine of port 2 on a bridge, not running, whose ports 1, 2 and 3 take part and whose port 4 does
 /// not. Root times: max age 20, hello 2, forward delay 15.

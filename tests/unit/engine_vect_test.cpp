@@ -45,10 +45,7 @@ struct order_row_t {
     prio_vector_t worse;
 };
 
-std::ostream &operator<<(std::ostream &out, const order_row_t &row)
-{
-    return out << row.label;
-}
+std::ostream &operator<<(std::ostream &out, const order_row_t &row) { return out << row.label; }
 
 /// `middle` with one part changed.
 template <typename part_t>
@@ -64,10 +61,7 @@ constexpr prio_vector_t vector_of(uint16_t root, uint32_t cost, uint16_t bridge,
     return {id_of(root, 1), cost, id_of(bridge, 1), port, own};
 }
 
-constexpr bridge_id_t first_octet(uint8_t value)
-{
-    return {8192, {value, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
-}
+constexpr bridge_id_t first_octet(uint8_t value) { return {8192, {value, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}}; }
 
 const order_row_t order_rows[] = {
     {"root priority", with(&prio_vector_t::root_bridge, id_of(8191, 9)), middle},
@@ -125,11 +119,10 @@ TEST(vector, lies_big_endian_at_octets_22_to_43)
 {
     bpdu_t bpdu;
     memset(&bpdu, 0xEE, sizeof bpdu);
-    const prio_vector_t vector = {{0x1234, {1, 2, 3, 4, 5, 6}}, 0xA1B2C3D4,
-                                  {0x5678, {7, 8, 9, 10, 11, 12}}, 0x8102, 0xFFFF};
+    const prio_vector_t vector = {
+        {0x1234, {1, 2, 3, 4, 5, 6}}, 0xA1B2C3D4, {0x5678, {7, 8, 9, 10, 11, 12}}, 0x8102, 0xFFFF};
     STP_VECT_set_vector(&vector, &bpdu);
-    EXPECT_EQ(hex(octets_of(bpdu, 22, 22)),
-              "12 34 01 02 03 04 05 06 a1 b2 c3 d4 56 78 07 08 09 0a 0b 0c 81 02");
+    EXPECT_EQ(hex(octets_of(bpdu, 22, 22)), "12 34 01 02 03 04 05 06 a1 b2 c3 d4 56 78 07 08 09 0a 0b 0c 81 02");
     EXPECT_EQ(octets_of(bpdu, 0, 22), octets_t(22, 0xEE)) << "before the vector";
     EXPECT_EQ(octets_of(bpdu, 44, 9), octets_t(9, 0xEE)) << "behind the vector";
 }

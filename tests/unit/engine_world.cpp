@@ -94,8 +94,8 @@ int STP_OUT_tx_bpdu(uint32_t port_index, uint16_t vlan_id, const uint8_t *frame,
 void STP_OUT_trace(const state_mach_t *mach, rstpstate_t state)
 {
     const stp_mach_identity_t identity = STP_mach_identify(mach);
-    entered->moves.push_back({identity.port_number, identity.machine, identity.state_name(mach->State),
-                              identity.state_name(state)});
+    entered->moves.push_back(
+        {identity.port_number, identity.machine, identity.state_name(mach->State), identity.state_name(state)});
 
     const port_t *port = identity.port_number ? static_cast<const port_t *>(mach->owner) : nullptr;
     if (port != entered->unit_port)
@@ -141,10 +141,7 @@ void world_enter(world_t *world)
     current_port = world->cursor_port;
 }
 
-world_t &world_now()
-{
-    return *entered;
-}
+world_t &world_now() { return *entered; }
 
 void world_forget()
 {
@@ -154,10 +151,7 @@ void world_forget()
     forget_unit();
 }
 
-port_t *port_of(uint32_t number)
-{
-    return &entered->records.ports.at(number - 1);
-}
+port_t *port_of(uint32_t number) { return &entered->records.ports.at(number - 1); }
 
 // ---- bridges ----------------------------------------------------------------------------
 
@@ -263,15 +257,9 @@ int receive(port_t *port, const octets_t &frame)
                           static_cast<uint32_t>(frame.size() - 17));
 }
 
-int receive(port_t *port, const heard_t &heard)
-{
-    return receive(port, frame_of(heard));
-}
+int receive(port_t *port, const heard_t &heard) { return receive(port, frame_of(heard)); }
 
-std::string hex(const octets_t &octets)
-{
-    return fmt::format("{:02x}", fmt::join(octets, " "));
-}
+std::string hex(const octets_t &octets) { return fmt::format("{:02x}", fmt::join(octets, " ")); }
 
 // ---- looking ----------------------------------------------------------------------------
 
@@ -295,19 +283,16 @@ std::string text_of(const prio_vector_t &vector)
 
 std::string text_of(const timevalues_t &times)
 {
-    return fmt::format("age {} max {} forward {} hello {}", times.MessageAge, times.MaxAge,
-                       times.ForwardDelay, times.HelloTime);
+    return fmt::format("age {} max {} forward {} hello {}", times.MessageAge, times.MaxAge, times.ForwardDelay,
+                       times.HelloTime);
 }
 
-std::string text_of(const state_mach_t &mach)
-{
-    return fmt::format("{} of {}", mach.State, mach.owner);
-}
+std::string text_of(const state_mach_t &mach) { return fmt::format("{} of {}", mach.State, mach.owner); }
 
 std::string text_of(const lvt_rstp_port_config_t &config)
 {
-    return fmt::format("cost {} priority {} enable {} edge {} p2p {}", config.adminPathCost,
-                       config.port_priority, config.adminEnable, config.adminEdge, config.adminPointToPoint);
+    return fmt::format("cost {} priority {} enable {} edge {} p2p {}", config.adminPathCost, config.port_priority,
+                       config.adminEnable, config.adminEdge, config.adminPointToPoint);
 }
 
 /// Gathers lines "prefix name: value".
@@ -440,8 +425,7 @@ std::vector<std::string> path_of(uint32_t port, const std::string &machine)
     return path;
 }
 
-std::string assertion(const std::string &text, const std::string &source, const std::string &function,
-                      unsigned line)
+std::string assertion(const std::string &text, const std::string &source, const std::string &function, unsigned line)
 {
     std::string escaped;
     for (const char c : text) {
@@ -449,6 +433,6 @@ std::string assertion(const std::string &text, const std::string &source, const 
             escaped += '\\';
         escaped += c;
     }
-    return fmt::format("{}:{}: {}: Assertion `{}' failed", source, line ? std::to_string(line) : "[0-9]+",
-                       function, escaped);
+    return fmt::format("{}:{}: {}: Assertion `{}' failed", source, line ? std::to_string(line) : "[0-9]+", function,
+                       escaped);
 }

@@ -128,10 +128,7 @@ void tick(unsigned seconds = 1);
 
 // ---- frames -----------------------------------------------------------------------------
 
-constexpr bridge_id_t id_of(uint16_t priority, uint8_t last_octet)
-{
-    return {priority, {2, 0, 0, 0, 0, last_octet}};
-}
+constexpr bridge_id_t id_of(uint16_t priority, uint8_t last_octet) { return {priority, {2, 0, 0, 0, 0, last_octet}}; }
 
 /// A BPDU to be received. Unless told otherwise it is an RST BPDU by which a better bridge, the root,
 /// announces itself from a designated, forwarding port.

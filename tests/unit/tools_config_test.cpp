@@ -99,59 +99,60 @@ TEST_F(config, the_example_of_the_man_page_is_sound)
 
 TEST_F(config, every_fault_is_told_with_its_place)
 {
-    expect_faults("[bridge]\n"
-                  "priority = 4097   # no step\n"
-                  "hello_time = \"two\"\n"
-                  "  force_version = 1\n"
-                  "hellotime = 2\n"
-                  "[port.1]\n"
-                  "spanning_tree = 1\n"
-                  "path_cost = 200000001\n"
-                  "priority = 8.0\n"
-                  "point_to_point = \"maybe\"\n"
-                  "[port.2]\n"
-                  "path_cost = \"cheap\"\n"
-                  "lacp = \"on\"\n"
-                  "speed = 100\n"
-                  "[port.7]\n"
-                  "[port.x]\n"
-                  "[port.01]\n"
-                  "[groups]\n"
-                  "07 = [5]\n"
-                  "edge = true\n"
-                  "7 = [1, 2]\n"
-                  "8 = [2, 9, \"3\"]\n"
-                  "9 = 4\n"
-                  "10 = [4]\n"
-                  "[switch]\n",
-                  {
-                      "2:12: bridge priority 4097: allowed is 0 to 61440 in steps of 4096",
-                      "3:14: hello time should be a whole number",
-                      "4:19: force version 1: allowed is 0 or 2",
-                      "5:1: there is no \"hellotime\" in [bridge]: known are priority, max_age, hello_time, "
-                      "forward_delay, force_version",
-                      "7:17: spanning_tree should be true or false",
-                      "8:13: path cost 200000001: allowed is 0 to 200000000",
-                      "9:12: port priority should be a whole number",
-                      "10:18: point_to_point should be true, false or \"auto\"",
-                      "12:13: path_cost should be a whole number or \"auto\"",
-                      "13:8: lacp should be true or false",
-                      "14:1: there is no \"speed\" in [port.2]: known are spanning_tree, path_cost, priority, "
-                      "point_to_point, edge, lacp",
-                      "15:7: there is no port \"7\": write [port.1] to [port.6]",
-                      "16:7: there is no port \"x\": write [port.1] to [port.6]",
-                      "17:7: there is no port \"01\": write [port.1] to [port.6]",
-                      "19:1: there is no \"07\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
-                      "priority, point_to_point",
-                      "20:1: a group has no edge setting: it is edge when all its members are",
-                      "22:6: port 2 is in group 7 already",
-                      "22:9: port 9: allowed is 1 to 6",
-                      "22:12: port should be a whole number",
-                      "23:5: group 9 should be a list of ports, as in 9 = [1, 2]",
-                      "24:1: there is no \"10\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
-                      "priority, point_to_point",
-                      "25:2: there is no \"switch\" in the file: known are [bridge], [port.1] to [port.6], [groups]",
-                  });
+    expect_faults(
+        "[bridge]\n"
+        "priority = 4097   # no step\n"
+        "hello_time = \"two\"\n"
+        "  force_version = 1\n"
+        "hellotime = 2\n"
+        "[port.1]\n"
+        "spanning_tree = 1\n"
+        "path_cost = 200000001\n"
+        "priority = 8.0\n"
+        "point_to_point = \"maybe\"\n"
+        "[port.2]\n"
+        "path_cost = \"cheap\"\n"
+        "lacp = \"on\"\n"
+        "speed = 100\n"
+        "[port.7]\n"
+        "[port.x]\n"
+        "[port.01]\n"
+        "[groups]\n"
+        "07 = [5]\n"
+        "edge = true\n"
+        "7 = [1, 2]\n"
+        "8 = [2, 9, \"3\"]\n"
+        "9 = 4\n"
+        "10 = [4]\n"
+        "[switch]\n",
+        {
+            "2:12: bridge priority 4097: allowed is 0 to 61440 in steps of 4096",
+            "3:14: hello time should be a whole number",
+            "4:19: force version 1: allowed is 0 or 2",
+            "5:1: there is no \"hellotime\" in [bridge]: known are priority, max_age, hello_time, "
+            "forward_delay, force_version",
+            "7:17: spanning_tree should be true or false",
+            "8:13: path cost 200000001: allowed is 0 to 200000000",
+            "9:12: port priority should be a whole number",
+            "10:18: point_to_point should be true, false or \"auto\"",
+            "12:13: path_cost should be a whole number or \"auto\"",
+            "13:8: lacp should be true or false",
+            "14:1: there is no \"speed\" in [port.2]: known are spanning_tree, path_cost, priority, "
+            "point_to_point, edge, lacp",
+            "15:7: there is no port \"7\": write [port.1] to [port.6]",
+            "16:7: there is no port \"x\": write [port.1] to [port.6]",
+            "17:7: there is no port \"01\": write [port.1] to [port.6]",
+            "19:1: there is no \"07\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
+            "priority, point_to_point",
+            "20:1: a group has no edge setting: it is edge when all its members are",
+            "22:6: port 2 is in group 7 already",
+            "22:9: port 9: allowed is 1 to 6",
+            "22:12: port should be a whole number",
+            "23:5: group 9 should be a list of ports, as in 9 = [1, 2]",
+            "24:1: there is no \"10\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
+            "priority, point_to_point",
+            "25:2: there is no \"switch\" in the file: known are [bridge], [port.1] to [port.6], [groups]",
+        });
 }
 
 TEST_F(config, times_have_to_go_together)
@@ -198,16 +199,16 @@ TEST_F(config, a_name_of_too_many_parts)
     for (size_t i = 0; i < 1'000; i++)
         name += ".a";
     expect_faults("[" + name + "]\n", {"1:2: there is no \"a\" in the file: known are [bridge], [port.1] to [port.6], "
-                                      "[groups]"});
+                                       "[groups]"});
 }
 
 TEST_F(config, files_that_cannot_be_read)
 {
-    const std::string why =
-        ": No such file or directory. Write it, see man lvt_rstp.toml; set makes one, too.";
+    const std::string why = ": No such file or directory. Write it, see man lvt_rstp.toml; set makes one, too.";
     expect_refused("check " + file, "cannot read " + file + why);
     expect_refused("apply", "cannot read " + board.path + "/etc/lvt_rstp.toml" + why);
-    expect_refused("check " + board.path, "cannot read " + board.path + ": not a regular file. Put one in its place, or name another.");
+    expect_refused("check " + board.path,
+                   "cannot read " + board.path + ": not a regular file. Put one in its place, or name another.");
 }
 
 // ---- apply -----------------------------------------------------------------------------
@@ -224,12 +225,8 @@ TEST_F(config, the_file_is_the_stored_one_by_default)
     std::filesystem::create_directory(path("etc"));
     write_file(path("etc/lvt_rstp.toml"), "[bridge]\npriority = 0\n");
     frames_t frames = default_frames();
-    frames[1] = system_config_message({.bridge_priority = 0,
-                                       .max_age = 20,
-                                       .hello_time = 2,
-                                       .forward_delay = 15,
-                                       .force_version = 2,
-                                       .reserved = 0});
+    frames[1] = system_config_message(
+        {.bridge_priority = 0, .max_age = 20, .hello_time = 2, .forward_delay = 15, .force_version = 2, .reserved = 0});
     expect_sends("apply", joined(frames));
 }
 
@@ -350,12 +347,16 @@ TEST_F(config, dry_run_cannot_steer_the_terminal)
 TEST_F(config, dry_run_tells_the_messages_and_why)
 {
     report(STATUS);
-    write_file(file, "[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n[port.3]\nspanning_tree = true\n");
+    write_file(file,
+               "[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n[port.3]\nspanning_tree = true\n");
     const run_t result = run_on_board("apply --dry-run " + file);
     EXPECT_EQ(result.status, 0);
-    EXPECT_TRUE(result.output.starts_with("1. where LACP runs, before a port's state changes\n"
-                                          "to " + control.path + ", 22 octets:\n"
-                                          "LACP on ports (type 10)\n"))
+    EXPECT_TRUE(
+        result.output.starts_with("1. where LACP runs, before a port's state changes\n"
+                                  "to " +
+                                  control.path +
+                                  ", 22 octets:\n"
+                                  "LACP on ports (type 10)\n"))
         << result.output;
     EXPECT_NE(result.output.find("\n\n5. what all groups have in common\n"), std::string::npos) << result.output;
     EXPECT_EQ(control.read_all().size(), 0u);
@@ -475,10 +476,18 @@ TEST_F(set, values_are_replaced_where_they_stand)
 
 TEST_F(set, a_byte_order_mark_moves_nothing)
 {
-    expect_edits("\xEF\xBB\xBF" "bridge.priority = 0\n", "bridge --priority 4096",
-                 "\xEF\xBB\xBF" "bridge.priority = 4096\n");
-    expect_edits("\xEF\xBB\xBF" "# é\n[bridge]\npriority = 0\n", "bridge --priority 4096 --max-age 18",
-                 "\xEF\xBB\xBF" "# é\n[bridge]\npriority = 4096\nmax_age = 18\n");
+    expect_edits(
+        "\xEF\xBB\xBF"
+        "bridge.priority = 0\n",
+        "bridge --priority 4096",
+        "\xEF\xBB\xBF"
+        "bridge.priority = 4096\n");
+    expect_edits(
+        "\xEF\xBB\xBF"
+        "# é\n[bridge]\npriority = 0\n",
+        "bridge --priority 4096 --max-age 18",
+        "\xEF\xBB\xBF"
+        "# é\n[bridge]\npriority = 4096\nmax_age = 18\n");
 }
 
 TEST_F(set, lines_are_added_to_their_section)
@@ -510,8 +519,9 @@ TEST_F(set, a_file_that_is_not_there_is_made)
 
 TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
 {
-    const std::string next_step = "Nothing was changed or sent. Put into the file what is to stay, see "
-                                  "lvt_rstp.toml(5), or say --force.";
+    const std::string next_step =
+        "Nothing was changed or sent. Put into the file what is to stay, see "
+        "lvt_rstp.toml(5), or say --force.";
     const std::string at = " --file " + file;
     report(STATUS);
     expect_refused("set bridge --max-age 10" + at, "spanning tree is on at port 1,2,3 now, but there is no " + file +
@@ -519,8 +529,8 @@ TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
     EXPECT_FALSE(std::filesystem::exists(file));
 
     write_file(file, "[port.1]\nspanning_tree = true\n");
-    const std::string refusal = "spanning tree is on at port 2,3 now, but " + file +
-                                " says otherwise: it would go off there. " + next_step;
+    const std::string refusal =
+        "spanning tree is on at port 2,3 now, but " + file + " says otherwise: it would go off there. " + next_step;
     expect_refused("set bridge --max-age 10" + at, refusal);
     expect_refused("--dry-run set bridge --max-age 10" + at, refusal);
     EXPECT_EQ(read_file(file), "[port.1]\nspanning_tree = true\n");
@@ -591,8 +601,9 @@ TEST_F(set, groups_that_are_as_they_should_be_are_left_in_peace)
 TEST_F(set, ports_that_stay_off_do_not_touch_the_trap)
 {
     // Ports 1 to 3 are on; a group is formed, so that its settings need no message.
-    const std::string on = "[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n"
-                           "[port.3]\nspanning_tree = true\n";
+    const std::string on =
+        "[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n"
+        "[port.3]\nspanning_tree = true\n";
     const std::string grouped = replaced(STATUS, "port06=0,1,1,0,5,5,0", "port06=0,1,1,0,5,5,9");
     port_configs_t ports = default_port_configs();
     for (const size_t port : {1, 2, 3})
@@ -745,8 +756,11 @@ TEST_F(set, dry_run_writes_nothing)
     write_file(file, "");
     const run_t result = run_on_board("--dry-run set port 1-2 --edge off --file " + file);
     EXPECT_EQ(result.status, 0);
-    EXPECT_TRUE(result.output.starts_with("in " + file + ": [port.1] edge = false\n"
-                                          "in " + file + ": [port.2] edge = false\n"
+    EXPECT_TRUE(result.output.starts_with("in " + file +
+                                          ": [port.1] edge = false\n"
+                                          "in " +
+                                          file +
+                                          ": [port.2] edge = false\n"
                                           "1. where LACP runs"))
         << result.output;
     EXPECT_EQ(read_file(file), "");
@@ -760,7 +774,7 @@ TEST_F(set, no_daemon)
     control.fd = -1;
     const run_t result = run_on_board("set bridge --priority 0 --file " + file);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running? Start it.\n" + file +
-                                 " is changed all the same: apply it when the daemon takes messages.\n");
+    EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running? Start it.\n" +
+                                 file + " is changed all the same: apply it when the daemon takes messages.\n");
     EXPECT_EQ(read_file(file), "[bridge]\npriority = 0\n");
 }

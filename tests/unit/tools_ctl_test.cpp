@@ -6,10 +6,7 @@
 
 namespace {
 
-std::vector<uint8_t> text_octets(const std::string &text)
-{
-    return {text.begin(), text.end()};
-}
+std::vector<uint8_t> text_octets(const std::string &text) { return {text.begin(), text.end()}; }
 
 } // namespace
 
@@ -22,12 +19,8 @@ TEST_F(ctl, bridge_sends_what_is_named_and_defaults_for_the_rest)
     config.force_version = 0;
     expect_sends("bridge --priority 4096 --force-version 0", system_config_message(config));
 
-    config = {.bridge_priority = 0,
-              .max_age = 6,
-              .hello_time = 1,
-              .forward_delay = 4,
-              .force_version = 2,
-              .reserved = 0};
+    config = {
+        .bridge_priority = 0, .max_age = 6, .hello_time = 1, .forward_delay = 4, .force_version = 2, .reserved = 0};
     expect_sends("bridge --priority 0 --max-age 6 --hello 1 --forward-delay 4", system_config_message(config));
 }
 
@@ -59,8 +52,9 @@ TEST_F(ctl, ports_sends_one_record_a_port)
     configs[4].adminEdge = 0;
     configs[5].adminPointToPoint = 0;
     configs[6].adminPointToPoint = 1;
-    const std::string settings = " --enable 1,2,6 --cost 2=200000000 --cost 3=7 --priority 3=240 --edge 4=off"
-                                 " --edge 1=on --p2p 5=on --p2p 6=off --p2p 1=auto";
+    const std::string settings =
+        " --enable 1,2,6 --cost 2=200000000 --cost 3=7 --priority 3=240 --edge 4=off"
+        " --edge 1=on --p2p 5=on --p2p 6=off --p2p 1=auto";
     expect_sends("ports" + settings, port_config_message(configs));
     expect_sends("ports --no-groups" + settings, port_config_only_message(configs));
 }
@@ -160,23 +154,23 @@ TEST_F(ctl, debug_refuses_what_would_end_or_confuse_the_daemon)
         expect_refused(fmt::format("debug \"$(printf 'show rstp_port_status 99{}x')\"", between),
                        "a debug command is one line without control characters");
     expect_refused("debug show rstp_port_status all", "logical port 0: allowed is 1 to 9");
-    expect_refused("debug " + std::string(94, 'x'),
-                   "a debug command has at most 100 characters, this one has 101");
+    expect_refused("debug " + std::string(94, 'x'), "a debug command has at most 100 characters, this one has 101");
 }
 
 TEST_F(ctl, dry_run_shows_the_message_and_sends_nothing)
 {
     const run_t result = run_on_board("bridge --priority 4096 --force-version 0 --dry-run");
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.output, "to " + board.path + "/tmp/rstp_if_pipe, 26 octets:\n"
-                             "bridge settings (type 3)\n"
-                             "  priority       4096\n"
-                             "  max age        20 s\n"
-                             "  hello time     2 s\n"
-                             "  forward delay  15 s\n"
-                             "  force version  0 (STP only)\n"
-                             "  bc 30 11 82 0a 00 00 00 03 00 0a 00 00 00 00 00\n"
-                             "  00 10 14 00 02 00 0f 00 00 00\n");
+    EXPECT_EQ(result.output, "to " + board.path +
+                                 "/tmp/rstp_if_pipe, 26 octets:\n"
+                                 "bridge settings (type 3)\n"
+                                 "  priority       4096\n"
+                                 "  max age        20 s\n"
+                                 "  hello time     2 s\n"
+                                 "  forward delay  15 s\n"
+                                 "  force version  0 (STP only)\n"
+                                 "  bc 30 11 82 0a 00 00 00 03 00 0a 00 00 00 00 00\n"
+                                 "  00 10 14 00 02 00 0f 00 00 00\n");
     EXPECT_EQ(control.read_all().size(), 0u);
 }
 
@@ -184,22 +178,23 @@ TEST_F(ctl, dry_run_of_the_ports)
 {
     const run_t result = run("--dry-run ports --enable 1 --cost 3=2000000 --edge 3=off --p2p 1=off --p2p 2=on");
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.output, "to /tmp/rstp_if_pipe, 100 octets:\n"
-                             "port settings (type 5)\n"
-                             "  port    spanning tree  path cost  priority  edge  point-to-point\n"
-                             "  1       on                  auto       128  on    off\n"
-                             "  2       off                 auto       128  on    on\n"
-                             "  3       off              2000000       128  off   auto\n"
-                             "  4       off                 auto       128  on    auto\n"
-                             "  5       off                 auto       128  on    auto\n"
-                             "  6       off                 auto       128  on    auto\n"
-                             "  bc 30 11 82 54 00 00 00 05 00 54 00 00 00 00 00\n"
-                             "  00 00 00 00 80 00 00 01 02 00 00 00 00 00 00 00\n"
-                             "  80 00 01 01 01 00 00 00 00 00 00 00 80 00 00 01\n"
-                             "  00 00 00 00 80 84 1e 00 80 00 00 00 02 00 00 00\n"
-                             "  00 00 00 00 80 00 00 01 02 00 00 00 00 00 00 00\n"
-                             "  80 00 00 01 02 00 00 00 00 00 00 00 80 00 00 01\n"
-                             "  02 00 00 00\n");
+    EXPECT_EQ(result.output,
+              "to /tmp/rstp_if_pipe, 100 octets:\n"
+              "port settings (type 5)\n"
+              "  port    spanning tree  path cost  priority  edge  point-to-point\n"
+              "  1       on                  auto       128  on    off\n"
+              "  2       off                 auto       128  on    on\n"
+              "  3       off              2000000       128  off   auto\n"
+              "  4       off                 auto       128  on    auto\n"
+              "  5       off                 auto       128  on    auto\n"
+              "  6       off                 auto       128  on    auto\n"
+              "  bc 30 11 82 54 00 00 00 05 00 54 00 00 00 00 00\n"
+              "  00 00 00 00 80 00 00 01 02 00 00 00 00 00 00 00\n"
+              "  80 00 01 01 01 00 00 00 00 00 00 00 80 00 00 01\n"
+              "  00 00 00 00 80 84 1e 00 80 00 00 00 02 00 00 00\n"
+              "  00 00 00 00 80 00 00 01 02 00 00 00 00 00 00 00\n"
+              "  80 00 00 01 02 00 00 00 00 00 00 00 80 00 00 01\n"
+              "  02 00 00 00\n");
 }
 
 TEST_F(ctl, dry_run_names_every_type)
@@ -286,9 +281,9 @@ TEST_F(ctl, a_board_without_daemon)
 TEST_F(ctl, help_has_an_example_for_every_command)
 {
     for (const char *command :
-         {"", "show", "monitor", "expect", "check", "apply", "set", "set bridge", "set port", "bridge", "ports",
-          "aggr-config", "groups", "lacp", "inject", "inject link", "inject groups", "inject bpdu", "decode",
-          "debug"}) {
+         {"",           "show",        "monitor",       "expect",      "check",       "apply",  "set",
+          "set bridge", "set port",    "bridge",        "ports",       "aggr-config", "groups", "lacp",
+          "inject",     "inject link", "inject groups", "inject bpdu", "decode",      "debug"}) {
         const run_t result = run(std::string(command) + " --help");
         EXPECT_EQ(result.status, 0) << command;
         EXPECT_NE(result.output.find("Example"), std::string::npos) << command;
@@ -302,7 +297,4 @@ TEST_F(ctl, help_may_be_a_command)
         expect_says(std::string(command) + " --help", run(std::string("help ") + command).output);
 }
 
-TEST_F(ctl, version)
-{
-    expect_says("--version", LVT_VERSION "\n");
-}
+TEST_F(ctl, version) { expect_says("--version", LVT_VERSION "\n"); }

@@ -66,13 +66,13 @@ TEST_F(expect, ports)
 TEST_F(expect, what_is_no_statement)
 {
     report(STATUS);
-    for (const char *statement : {"nothing", "root", "root is", "root is big", "root is 02:00:00:01:11", "port 1",
-                                  "port 1 flies", "port 1 is", "port 1 is tall", "port 1 forwards fast",
-                                  "topology changes below", "topology changes above 3"}) {
+    for (const char *statement :
+         {"nothing", "root", "root is", "root is big", "root is 02:00:00:01:11", "port 1", "port 1 flies", "port 1 is",
+          "port 1 is tall", "port 1 forwards fast", "topology changes below", "topology changes above 3"}) {
         const run_t result = run_on_board(fmt::format("expect \"{}\"", statement));
         EXPECT_EQ(result.status, 2) << statement;
-        EXPECT_TRUE(result.output.starts_with(fmt::format("\"{}\" is not a statement. These are understood:\n  root is",
-                                                          statement)))
+        EXPECT_TRUE(result.output.starts_with(
+            fmt::format("\"{}\" is not a statement. These are understood:\n  root is", statement)))
             << result.output;
     }
     expect_usage("expect port x forwards", "port: \"x\" is not a number");
@@ -93,8 +93,8 @@ TEST_F(expect, without_a_report_nothing_is_so)
 
 TEST_F(expect, waits_for_what_becomes_so)
 {
-    const run_t result =
-        run_through({STATUS, STATUS, replaced(STATUS, "0,1,1,1,1,0", "0,1,1,1,4,0")}, "expect port 2 forwards --within 10");
+    const run_t result = run_through({STATUS, STATUS, replaced(STATUS, "0,1,1,1,1,0", "0,1,1,1,4,0")},
+                                     "expect port 2 forwards --within 10");
     EXPECT_EQ(result.status, 0) << result.output;
     EXPECT_EQ(result.output, "");
 }

@@ -35,10 +35,7 @@ TEST_F(inject, links_of_all_ports)
     expect_usage("inject", "A subcommand is required");
 }
 
-TEST_F(inject, groups)
-{
-    expect_sends("inject groups 7=1-2", aggr_status_message({0, 7, 7, 3, 4, 5, 6}));
-}
+TEST_F(inject, groups) { expect_sends("inject groups 7=1-2", aggr_status_message({0, 7, 7, 3, 4, 5, 6})); }
 
 TEST_F(inject, a_bpdu_of_fields)
 {
@@ -57,10 +54,11 @@ TEST_F(inject, a_bpdu_of_fields)
     frame[offsetof(bpdu_t, max_age)] = 6;
     frame[offsetof(bpdu_t, hello_time)] = 1;
     frame[offsetof(bpdu_t, forward_delay)] = 255;
-    expect_sends("inject bpdu 1 --source 02:00:00:00:99:00 --root-id 4096/02:00:00:00:99:00 --cost 200"
-                 " --bridge-id 32768/02:00:00:00:99:07 --port-id 0x1001 --message-age 1 --max-age 6 --hello 1"
-                 " --forward-delay 255 --role root --flags tc,learning,forwarding,agreement",
-                 bpdu_message(2, frame));
+    expect_sends(
+        "inject bpdu 1 --source 02:00:00:00:99:00 --root-id 4096/02:00:00:00:99:00 --cost 200"
+        " --bridge-id 32768/02:00:00:00:99:07 --port-id 0x1001 --message-age 1 --max-age 6 --hello 1"
+        " --forward-delay 255 --role root --flags tc,learning,forwarding,agreement",
+        bpdu_message(2, frame));
 }
 
 TEST_F(inject, bpdus_of_the_older_protocol)
@@ -114,11 +112,12 @@ TEST_F(inject, fields_that_are_none)
 TEST_F(inject, dry_run_tells_the_bpdu)
 {
     const run_t result = run("--dry-run inject bpdu 2 --root-id 4096/02:00:00:00:99:00");
-    EXPECT_TRUE(result.output.starts_with("to /tmp/rstp_if_pipe, 69 octets:\n"
-                                          "received frame (type 0)\n"
-                                          "  port octet 3, front port 2\n"
-                                          "  RST BPDU of 4096/02:00:00:00:99:00, root 4096/02:00:00:00:99:00, cost 0, "
-                                          "port 1, priority 128 (designated)\n"))
+    EXPECT_TRUE(
+        result.output.starts_with("to /tmp/rstp_if_pipe, 69 octets:\n"
+                                  "received frame (type 0)\n"
+                                  "  port octet 3, front port 2\n"
+                                  "  RST BPDU of 4096/02:00:00:00:99:00, root 4096/02:00:00:00:99:00, cost 0, "
+                                  "port 1, priority 128 (designated)\n"))
         << result.output;
 }
 
@@ -174,8 +173,9 @@ TEST_F(decode_command, a_tagged_frame)
 TEST_F(decode_command, a_stream_of_messages)
 {
     const std::string stream = hex(work_flush_message()) + hex(aggr_status_message({0, 7, 7, 3, 4, 5, 200}));
-    expect_says("decode --brief " + stream, "control message, empty the work table\n"
-                                            "control message, groups of ports\n");
+    expect_says("decode --brief " + stream,
+                "control message, empty the work table\n"
+                "control message, groups of ports\n");
     const run_t result = run_on_board("decode " + stream);
     EXPECT_NE(result.output.find("   17  07                        port 1                  in group 7\n"),
               std::string::npos)

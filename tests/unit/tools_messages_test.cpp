@@ -36,8 +36,10 @@ TEST(messages, port_status_has_four_octets_a_port)
     port_statuses_t ports{};
     ports[0] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
     ports[5] = {.ignored = 0xEE, .link = 3, .speed = 7, .duplex = 0};
-    EXPECT_EQ(hex(port_status_message(ports)), "bc 30 11 82 18 00 00 00 01 00 18 00 00 00 00 00"
-                                               " 00 01 02 01" + zeros(16) + " ee 03 07 00");
+    EXPECT_EQ(hex(port_status_message(ports)),
+              "bc 30 11 82 18 00 00 00 01 00 18 00 00 00 00 00"
+              " 00 01 02 01" +
+                  zeros(16) + " ee 03 07 00");
 }
 
 TEST(messages, aggr_status_keeps_octet_0)

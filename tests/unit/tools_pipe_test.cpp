@@ -23,7 +23,8 @@ struct pipe : testing::Test {
 void fill(int fd)
 {
     const std::vector<uint8_t> zeros(4096);
-    while (write(fd, zeros.data(), zeros.size()) > 0) {}
+    while (write(fd, zeros.data(), zeros.size()) > 0) {
+    }
 }
 
 } // namespace
@@ -61,8 +62,9 @@ TEST_F(pipe, a_full_one_takes_nothing)
     fill(writer);
     const pipe_result_t result = write_to_pipe(path, OCTETS);
     EXPECT_EQ(result.error, EAGAIN);
-    EXPECT_EQ(result.message, path + " is full: the daemon hangs or is stopped. Look at what it printed last, and "
-                                 "start it again.");
+    EXPECT_EQ(result.message, path +
+                                  " is full: the daemon hangs or is stopped. Look at what it printed last, and "
+                                  "start it again.");
     close(writer);
     EXPECT_EQ(reader.read_all().size() % 4096, 0u);
 }
@@ -99,8 +101,9 @@ TEST_F(pipe, what_lies_there_unread_is_not_added_to)
     ASSERT_TRUE(write_to_empty_pipe(path, OCTETS, {}).ok());
     const pipe_result_t result = write_to_empty_pipe(path, OCTETS, {});
     EXPECT_EQ(result.error, EBUSY);
-    EXPECT_EQ(result.message, path + " holds what the daemon has not read: it hangs or is stopped. Look at what it "
-                                 "printed last, and start it again.");
+    EXPECT_EQ(result.message, path +
+                                  " holds what the daemon has not read: it hangs or is stopped. Look at what it "
+                                  "printed last, and start it again.");
     EXPECT_EQ(reader.read_all(), OCTETS);
     EXPECT_TRUE(write_to_empty_pipe(path, OCTETS, {}).ok());
 }

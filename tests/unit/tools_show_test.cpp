@@ -15,10 +15,11 @@ namespace {
 using json_t = nlohmann::json;
 using namespace std::chrono_literals;
 
-constexpr char BRIDGE_TABLE[] = "bridge           61440/02:00:00:00:01:00\n"
-                                "root             32768/02:00:00:01:11:00 through port 1\n"
-                                "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
-                                "topology change  none, the last about 2026/11/20 14:08:15, told by port 3\n";
+constexpr char BRIDGE_TABLE[] =
+    "bridge           61440/02:00:00:00:01:00\n"
+    "root             32768/02:00:00:01:11:00 through port 1\n"
+    "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
+    "topology change  none, the last about 2026/11/20 14:08:15, told by port 3\n";
 
 constexpr char NOT_REGULAR[] = ": not a regular file. Put one in its place, or name another.";
 
@@ -31,13 +32,14 @@ constexpr char PORTS_TABLE[] =
     "5     off         off\n"
     "6     off         off\n";
 
-constexpr char STATISTICS_TABLE[] = "port  sent RST  config  TCN  received RST  config  TCN  illegal  unknown\n"
-                                    "1            4       5    6             7      20    8        9       10\n"
-                                    "2            3       0    0             0      20    0        0        0\n"
-                                    "3           23       0    0             0       0    0        0        0\n"
-                                    "4            0       0    0             0       0    0        0        0\n"
-                                    "5            0       0    0             0       0    0        0        0\n"
-                                    "6            0       0    0             0       0    0        0        0\n";
+constexpr char STATISTICS_TABLE[] =
+    "port  sent RST  config  TCN  received RST  config  TCN  illegal  unknown\n"
+    "1            4       5    6             7      20    8        9       10\n"
+    "2            3       0    0             0      20    0        0        0\n"
+    "3           23       0    0             0       0    0        0        0\n"
+    "4            0       0    0             0       0    0        0        0\n"
+    "5            0       0    0             0       0    0        0        0\n"
+    "6            0       0    0             0       0    0        0        0\n";
 
 /// Ports 1 and 2 in group 7, whose state is that of a root port.
 std::string grouped()
@@ -100,41 +102,45 @@ TEST_F(show, one_subject)
     expect_says("show bridge", BRIDGE_TABLE);
     expect_says("show ports", PORTS_TABLE);
     expect_says("show statistics", STATISTICS_TABLE);
-    expect_says("show port 2", "port            2\n"
-                               "role            alternate\n"
-                               "state           discarding\n"
-                               "edge            no\n"
-                               "point-to-point  yes\n"
-                               "cost            8000\n"
-                               "neighbour       STP\n"
-                               "designated      32768/02:00:00:01:11:00 port 2\n"
-                               "sent            3 RST, 0 configuration, 0 TCN\n"
-                               "received        0 RST, 20 configuration, 0 TCN, 0 illegal, 0 unknown\n");
+    expect_says("show port 2",
+                "port            2\n"
+                "role            alternate\n"
+                "state           discarding\n"
+                "edge            no\n"
+                "point-to-point  yes\n"
+                "cost            8000\n"
+                "neighbour       STP\n"
+                "designated      32768/02:00:00:01:11:00 port 2\n"
+                "sent            3 RST, 0 configuration, 0 TCN\n"
+                "received        0 RST, 20 configuration, 0 TCN, 0 illegal, 0 unknown\n");
 }
 
 TEST_F(show, the_root_itself_during_a_topology_change)
 {
     report(replaced(replaced(STATUS, "15,0,32768:02-00-00-01-11-00,1", "15,1,61440:02-00-00-00-01-00,0"),
                     "2026/11/20 14:08:15,3,72", ",0,0"));
-    expect_says("show bridge", "bridge           61440/02:00:00:00:01:00\n"
-                               "root             this bridge\n"
-                               "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
-                               "topology change  running\n");
+    expect_says("show bridge",
+                "bridge           61440/02:00:00:00:01:00\n"
+                "root             this bridge\n"
+                "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
+                "topology change  running\n");
 }
 
 TEST_F(show, groups_and_their_members)
 {
     report(grouped());
-    expect_says(
-        "show ports",
-        "port      role        state       cost        edge  point-to-point  neighbour  designated bridge        its port\n"
-        "1         member      forwarding  of group 7\n"
-        "2         member      forwarding  of group 7\n"
-        "3         designated  forwarding        8000  yes   yes             none       61440/02:00:00:00:01:00         3\n"
-        "4         off         off\n"
-        "5         off         off\n"
-        "6         off         off\n"
-        "7 (1, 2)  root        forwarding        4000  no    yes             RSTP       32768/02:00:00:01:11:00         1\n");
+    expect_says("show ports",
+                "port      role        state       cost        edge  point-to-point  neighbour  designated bridge      "
+                "  its port\n"
+                "1         member      forwarding  of group 7\n"
+                "2         member      forwarding  of group 7\n"
+                "3         designated  forwarding        8000  yes   yes             none       "
+                "61440/02:00:00:00:01:00         3\n"
+                "4         off         off\n"
+                "5         off         off\n"
+                "6         off         off\n"
+                "7 (1, 2)  root        forwarding        4000  no    yes             RSTP       "
+                "32768/02:00:00:01:11:00         1\n");
     EXPECT_NE(run_on_board("show port 7").output.find("members         1, 2\n"), std::string::npos);
     EXPECT_NE(run_on_board("show port 8").output.find("members         none\n"), std::string::npos);
     EXPECT_NE(run_on_board("show port 1").output.find("group           7\n"), std::string::npos);
@@ -199,11 +205,12 @@ TEST_F(show, pretty_is_the_same_document_over_lines)
 TEST_F(show, one_line_each)
 {
     report(STATUS);
-    EXPECT_EQ(run_on_board("show port 1 -o").output,
-              "port 1 role=root state=forwarding path_cost=8000 edge=false point_to_point=true neighbour=stp group=null "
-              "members=[] designated_bridge=32768/02:00:00:01:11:00 designated_port=1 sent.rst=4 "
-              "sent.configuration=5 sent.tcn=6 received.rst=7 received.configuration=20 received.tcn=8 "
-              "received.illegal=9 received.unknown=10\n");
+    EXPECT_EQ(
+        run_on_board("show port 1 -o").output,
+        "port 1 role=root state=forwarding path_cost=8000 edge=false point_to_point=true neighbour=stp group=null "
+        "members=[] designated_bridge=32768/02:00:00:01:11:00 designated_port=1 sent.rst=4 "
+        "sent.configuration=5 sent.tcn=6 received.rst=7 received.configuration=20 received.tcn=8 "
+        "received.illegal=9 received.unknown=10\n");
     const std::string all = run_on_board("show -o").output;
     EXPECT_EQ(std::ranges::count(all, '\n'), 10);
     EXPECT_TRUE(all.starts_with("bridge id=61440/02:00:00:00:01:00 root=32768/02:00:00:01:11:00 is_root=false "));
@@ -231,9 +238,10 @@ TEST_F(show, a_stale_status_file)
 TEST_F(show, a_malformed_status_file)
 {
     report(replaced(STATUS, "port02=8000", "port02=eight"));
-    expect_refused("show -j", board.path + "/tmp/rstp_monitor is no status file of this daemon: line 9 is not the state "
-                                           "of port 2. Does another program write there? The daemon puts a sound one "
-                                           "in its place within a second.");
+    expect_refused("show -j", board.path +
+                                  "/tmp/rstp_monitor is no status file of this daemon: line 9 is not the state "
+                                  "of port 2. Does another program write there? The daemon puts a sound one "
+                                  "in its place within a second.");
 }
 
 TEST_F(show, what_cannot_be_read)
@@ -290,8 +298,8 @@ TEST_F(show, output_that_does_not_arrive)
     report(STATUS);
     const std::string full = " 3>&1 >/dev/full 2>&3 #";
     const std::string reason = "lvt_rstpctl: cannot write to standard output: No space left on device\n";
-    for (const char *arguments : {"show", "show bridge --watch", "show -j --watch", "bridge --dry-run",
-                                  "--help", "show --help", "--version"}) {
+    for (const char *arguments :
+         {"show", "show bridge --watch", "show -j --watch", "bridge --dry-run", "--help", "show --help", "--version"}) {
         const run_t result = run_on_board(arguments + full);
         EXPECT_EQ(result.status, 1) << arguments;
         EXPECT_EQ(result.output, reason) << arguments;
@@ -329,8 +337,7 @@ TEST_F(show, reports_that_nobody_reads)
 TEST_F(show, foreign_text_does_not_reach_the_terminal_as_it_is)
 {
     report(STATUS);
-    expect_usage("show \"$(printf '\\033[2J')\"",
-                 "SUBJECT: \"\\x1b[2J\" is none of bridge, ports, statistics, port");
+    expect_usage("show \"$(printf '\\033[2J')\"", "SUBJECT: \"\\x1b[2J\" is none of bridge, ports, statistics, port");
     expect_usage("\"$(printf -- '--a\\033[2J')\"", "The following argument was not expected: --a\\x1b[2J");
     EXPECT_EQ(printable("a\x1b[2J\x9b\x7f\r\xc3\xbc\n~"), "a\\x1b[2J\\x9b\\x7f\\x0d\\xc3\\xbc\n~");
 }
@@ -466,21 +473,23 @@ TEST_F(monitor, tells_each_change_once)
         replaced(replaced(replaced(STATUS, "0,1,1,1,1,0", "0,1,1,3,4,0"), "0,1,1,3,4,0,32768:02-00-00-01-11-00/1",
                           "0,1,1,0,0,0,0:00-00-00-00-00-00/0"),
                  "0,32768:02-00-00-01-11-00,1", "0,4096:02-00-00-01-12-00,2");
-    EXPECT_EQ(changes_of({STATUS, STATUS, second}), "root 32768/02:00:00:01:11:00 -> 4096/02:00:00:01:12:00\n"
-                                                    "root port 1 -> 2\n"
-                                                    "port 1 role root -> disabled\n"
-                                                    "port 1 state forwarding -> down\n"
-                                                    "port 2 role alternate -> root\n"
-                                                    "port 2 state discarding -> forwarding\n");
+    EXPECT_EQ(changes_of({STATUS, STATUS, second}),
+              "root 32768/02:00:00:01:11:00 -> 4096/02:00:00:01:12:00\n"
+              "root port 1 -> 2\n"
+              "port 1 role root -> disabled\n"
+              "port 1 state forwarding -> down\n"
+              "port 2 role alternate -> root\n"
+              "port 2 state discarding -> forwarding\n");
 }
 
 TEST_F(monitor, tells_topology_changes)
 {
     const std::string during = replaced(replaced(STATUS, "15,0,", "15,1,"), "2026/11/20 14:08:15,3,72", ",0,0");
     const std::string after = replaced(STATUS, ",3,72", ",1,2");
-    EXPECT_EQ(changes_of({STATUS, during, after}), "topology change none -> running\n"
-                                                   "topology change running -> over\n");
-    EXPECT_EQ(changes_of({STATUS, after}), "topology change none -> over\n"); // between two reports
+    EXPECT_EQ(changes_of({STATUS, during, after}),
+              "topology change none -> running\n"
+              "topology change running -> over\n");
+    EXPECT_EQ(changes_of({STATUS, after}), "topology change none -> over\n");  // between two reports
     EXPECT_EQ(changes_of({replaced(STATUS, ",3,72", ",3,65530"), after}), ""); // the count went round
 }
 

@@ -71,8 +71,7 @@ TEST(status_file, tells_the_line_that_is_wrong)
     EXPECT_EQ(fault_of_text(replaced(STATUS, "=61440:02", "=65536:02")), "line 2 is not the bridge's overview");
     EXPECT_EQ(fault_of_text(replaced(STATUS, "-11-00,1\n", "-11-00,1 \n")), "line 2 is not the bridge's overview");
     EXPECT_EQ(fault_of_text(replaced(STATUS, "15,3,72", "15")), "line 5 is not the time of the last topology change");
-    EXPECT_EQ(fault_of_text(replaced(STATUS, "port02=8000,0", "port02=8000,x")),
-              "line 9 is not the state of port 2");
+    EXPECT_EQ(fault_of_text(replaced(STATUS, "port02=8000,0", "port02=8000,x")), "line 9 is not the state of port 2");
     EXPECT_EQ(fault_of_text(replaced(STATUS, "0,1,1,3,4,0", "0,1,1,6,4,0")), "line 8 is not the state of port 1");
     EXPECT_EQ(fault_of_text(replaced(STATUS, "0,1,1,3,4,0", "0,1,1,3,2,0")), "line 8 is not the state of port 1");
     EXPECT_EQ(fault_of_text(replaced(STATUS, "0,1,1,3,4,0", "0,1,1,3,4,6")), "line 8 is not the state of port 1");

@@ -19,8 +19,7 @@ settings_t settings_after(const std::string &text, const std::string &path)
     try {
         return settings_in(text, path);
     } catch (const faults_t &faults) {
-        throw faults_t(
-            fmt::format("nothing was changed, for the file would then have this fault:\n{}", faults.what()));
+        throw faults_t(fmt::format("nothing was changed, for the file would then have this fault:\n{}", faults.what()));
     }
 }
 
@@ -53,9 +52,10 @@ bridge_status_t demand_report(const ctl_t &ctl)
     try {
         return read_status(ctl).status;
     } catch (const refused_t &refusal) {
-        throw refused_t(fmt::format("it cannot be told what is on now: {}\nNothing was changed or sent; --force does it "
-                                    "all the same.",
-                                    refusal.what()));
+        throw refused_t(
+            fmt::format("it cannot be told what is on now: {}\nNothing was changed or sent; --force does it "
+                        "all the same.",
+                        refusal.what()));
     }
 }
 
@@ -84,8 +84,9 @@ std::string ports_lost(const bridge_status_t &now, const settings_t &before, con
 void refuse_losses(const bridge_status_t &now, const std::string &path, bool exists, const settings_t &before,
                    const settings_t &settings, const std::vector<edit_t> &edits)
 {
-    constexpr char next_step[] = "Nothing was changed or sent. Put into the file what is to stay, see "
-                                 "lvt_rstp.toml(5), or say --force.";
+    constexpr char next_step[] =
+        "Nothing was changed or sent. Put into the file what is to stay, see "
+        "lvt_rstp.toml(5), or say --force.";
     const std::string told = exists ? fmt::format("{} says otherwise", path) : fmt::format("there is no {}", path);
     const std::string ports = ports_lost(now, before, settings, edits);
     if (!ports.empty())
@@ -94,21 +95,15 @@ void refuse_losses(const bridge_status_t &now, const std::string &path, bool exi
     const bool asked = std::ranges::any_of(
         edits, [](const edit_t &edit) { return edit.section == "bridge" && edit.key == "priority"; });
     if (!exists && !asked && now.bridge.prio != settings.bridge.bridge_priority)
-        throw refused_t(fmt::format("the bridge priority is {} now, but {}: it would become {}. {}",
-                                    now.bridge.prio, told, settings.bridge.bridge_priority, next_step));
+        throw refused_t(fmt::format("the bridge priority is {} now, but {}: it would become {}. {}", now.bridge.prio,
+                                    told, settings.bridge.bridge_priority, next_step));
 }
 
 } // namespace
 
-std::string default_config_path(const ctl_t &ctl)
-{
-    return ctl.root + CONFIG_FILE;
-}
+std::string default_config_path(const ctl_t &ctl) { return ctl.root + CONFIG_FILE; }
 
-void check_config(const std::string &path)
-{
-    load_config(path);
-}
+void check_config(const std::string &path) { load_config(path); }
 
 void apply_config(const ctl_t &ctl, const std::string &path)
 {

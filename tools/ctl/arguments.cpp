@@ -51,10 +51,7 @@ void refuse_empty_arguments(int argc, const char *const *argv)
     }
 }
 
-std::string first_name(const std::string &names)
-{
-    return names.substr(0, names.find(','));
-}
+std::string first_name(const std::string &names) { return names.substr(0, names.find(',')); }
 
 int64_t parse_number(const std::string &option, const std::string &text)
 {

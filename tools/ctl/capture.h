@@ -13,6 +13,6 @@ struct captured_t {
     std::vector<uint8_t> octets; ///< what was captured of the frame
 };
 
-/// Goes through a pcap or pcapng file, or standard input for "-". Returns how many frames there were. Throws refused_t when it is
-/// none or not of Ethernet, and at the place where it is damaged.
+/// Goes through a pcap or pcapng file, or standard input for "-". Returns how many frames there were. Throws refused_t
+/// when it is none or not of Ethernet, and at the place where it is damaged.
 size_t for_each_captured(const std::string &path, const std::function<void(const captured_t &frame)> &action);

@@ -7,7 +7,8 @@
 
 size_t for_each_captured(const std::string &path, const std::function<void(const captured_t &frame)> &)
 {
-    throw refused_t(fmt::format("{} cannot be read: this lvt_rstpctl was built without libpcap. Use one that was "
-                                "built with it, or give the octets in hex.",
-                                path));
+    throw refused_t(
+        fmt::format("{} cannot be read: this lvt_rstpctl was built without libpcap. Use one that was "
+                    "built with it, or give the octets in hex.",
+                    path));
 }

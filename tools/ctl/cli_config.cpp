@@ -115,9 +115,10 @@ void run_set(const ctl_t &ctl, const set_args_t &args, std::span<const set_optio
 void add_set_bridge_command(CLI::App &set, const ctl_t &ctl)
 {
     auto *command = set.add_subcommand("bridge", "Changes settings of the bridge");
-    command->footer("What is not named stays as it is in the file.\n"
-                    "Example:\n"
-                    "  lvt_rstpctl set bridge --priority 4096");
+    command->footer(
+        "What is not named stays as it is in the file.\n"
+        "Example:\n"
+        "  lvt_rstpctl set bridge --priority 4096");
     auto args = add_set_options(*command, BRIDGE_OPTIONS);
     command->callback([args, &ctl] { run_set(ctl, *args, BRIDGE_OPTIONS, {"bridge"}); });
 }
@@ -125,9 +126,10 @@ void add_set_bridge_command(CLI::App &set, const ctl_t &ctl)
 void add_set_port_command(CLI::App &set, const ctl_t &ctl)
 {
     auto *command = set.add_subcommand("port", "Changes settings of one or more ports");
-    command->footer("What is not named stays as it is in the file. LIST is a port, or several as in 1,3-5, or all.\n"
-                    "Example:\n"
-                    "  lvt_rstpctl set port 1-3 --spanning-tree on --edge off");
+    command->footer(
+        "What is not named stays as it is in the file. LIST is a port, or several as in 1,3-5, or all.\n"
+        "Example:\n"
+        "  lvt_rstpctl set port 1-3 --spanning-tree on --edge off");
     auto args = add_set_options(*command, PORT_OPTIONS);
     command->add_option("LIST", args->ports, "Ports, 1 to 6")->type_name("")->required();
     command->callback([args, &ctl] {
@@ -158,12 +160,13 @@ void add_config_commands(CLI::App &app, const ctl_t &ctl)
     auto *set = app.add_subcommand("set", "Changes settings of the configuration file and applies it");
     set->group(HEADING_CONFIGURE);
     set->require_subcommand(1);
-    set->footer("Comments and order of the file stay. A file that is not there is made.\n"
-                "The daemon then gets the whole file, so nothing is done if ports take part in the spanning\n"
-                "tree now that are not in the file; --force does it all the same.\n"
-                "Examples:\n"
-                "  lvt_rstpctl set bridge --priority 4096\n"
-                "  lvt_rstpctl set port 3 --cost 2000000 --edge off");
+    set->footer(
+        "Comments and order of the file stay. A file that is not there is made.\n"
+        "The daemon then gets the whole file, so nothing is done if ports take part in the spanning\n"
+        "tree now that are not in the file; --force does it all the same.\n"
+        "Examples:\n"
+        "  lvt_rstpctl set bridge --priority 4096\n"
+        "  lvt_rstpctl set port 3 --cost 2000000 --edge off");
     add_set_bridge_command(*set, ctl);
     add_set_port_command(*set, ctl);
 }

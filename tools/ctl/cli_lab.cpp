@@ -15,10 +15,11 @@ namespace {
 void add_inject_link_command(CLI::App &inject, const ctl_t &ctl)
 {
     auto *command = inject.add_subcommand("link", "Tells of the links of all ports, as the driver does");
-    command->footer("A LINK reads LIST=up, LIST=down, LIST=SPEED/full or LIST=SPEED/half, SPEED in Mbit/s; up is\n"
-                    "1000/full. One message tells of all ports: one that is not named is down.\n"
-                    "Example:\n"
-                    "  lvt_rstpctl inject link 1-3=up 4=100/half");
+    command->footer(
+        "A LINK reads LIST=up, LIST=down, LIST=SPEED/full or LIST=SPEED/half, SPEED in Mbit/s; up is\n"
+        "1000/full. One message tells of all ports: one that is not named is down.\n"
+        "Example:\n"
+        "  lvt_rstpctl inject link 1-3=up 4=100/half");
     auto links = std::make_shared<std::vector<std::string>>();
     command->add_option("LINK", *links, "Ports and their link")->type_name("");
     command->callback([links, &ctl] { send_message(ctl, port_status_message(parse_links(*links))); });
@@ -47,11 +48,12 @@ void inject_bpdu(const ctl_t &ctl, const bpdu_args_t &args)
 void add_inject_bpdu_command(CLI::App &inject, const ctl_t &ctl)
 {
     auto *command = inject.add_subcommand("bpdu", "Hands BPDUs to the daemon as received on a port");
-    command->footer("The frame is made of fields, of hex, or taken from a capture file.\n"
-                    "Examples:\n"
-                    "  lvt_rstpctl inject bpdu 2 --root-id 4096/02:00:00:00:99:00 --flags proposal\n"
-                    "  lvt_rstpctl inject bpdu 2 --type tcn\n"
-                    "  lvt_rstpctl inject bpdu 2 --capture trace.pcap --frame 7");
+    command->footer(
+        "The frame is made of fields, of hex, or taken from a capture file.\n"
+        "Examples:\n"
+        "  lvt_rstpctl inject bpdu 2 --root-id 4096/02:00:00:00:99:00 --flags proposal\n"
+        "  lvt_rstpctl inject bpdu 2 --type tcn\n"
+        "  lvt_rstpctl inject bpdu 2 --capture trace.pcap --frame 7");
 
     auto args = std::make_shared<bpdu_args_t>();
     command->add_option("PORT", args->port, "Front port, 1 to 6")->type_name("")->required();
@@ -83,8 +85,9 @@ void add_inject_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("inject", "Plays the daemon's neighbours on the board")->group(HEADING_TEST);
     command->require_subcommand(1);
-    command->footer("Example:\n"
-                    "  lvt_rstpctl inject link 1-2=up");
+    command->footer(
+        "Example:\n"
+        "  lvt_rstpctl inject link 1-2=up");
     add_inject_link_command(*command, ctl);
     add_groups_command(*command, ctl);
     add_inject_bpdu_command(*command, ctl);
@@ -95,14 +98,15 @@ void add_inject_command(CLI::App &app, const ctl_t &ctl)
 void add_decode_command(CLI::App &app, const ctl_t &)
 {
     auto *command = app.add_subcommand("decode", "Explains messages and BPDUs field by field")->group(HEADING_TEST);
-    command->footer("HEX is octets in hex, with or without blanks, colons and line ends; \"-\" reads them from\n"
-                    "standard input. Control messages, messages to the LACP daemon and the port multiplexer, and\n"
-                    "frames with BPDUs, with or without switch tag, are told apart by how they begin.\n"
-                    "Exit status 1: something is cut off or not known.\n"
-                    "Examples:\n"
-                    "  lvt_rstpctl decode bc 30 11 82 06 00 00 00 0a 00 06 00 00 00 00 00 01 01 00 00 00 00\n"
-                    "  xxd -p message | lvt_rstpctl decode -\n"
-                    "  lvt_rstpctl decode --capture trace.pcap --brief");
+    command->footer(
+        "HEX is octets in hex, with or without blanks, colons and line ends; \"-\" reads them from\n"
+        "standard input. Control messages, messages to the LACP daemon and the port multiplexer, and\n"
+        "frames with BPDUs, with or without switch tag, are told apart by how they begin.\n"
+        "Exit status 1: something is cut off or not known.\n"
+        "Examples:\n"
+        "  lvt_rstpctl decode bc 30 11 82 06 00 00 00 0a 00 06 00 00 00 00 00 01 01 00 00 00 00\n"
+        "  xxd -p message | lvt_rstpctl decode -\n"
+        "  lvt_rstpctl decode --capture trace.pcap --brief");
 
     auto args = std::make_shared<decode_args_t>();
     auto *hex = command->add_option("HEX", args->hex, "Octets in hex, or \"-\"")->type_name("");
@@ -119,9 +123,10 @@ void add_decode_command(CLI::App &app, const ctl_t &)
 void add_debug_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("debug", "Hands a debug command to the daemon")->group(HEADING_TEST);
-    command->footer("The daemon answers on the board's console; without WORDS it lists its commands there.\n"
-                    "Example:\n"
-                    "  lvt_rstpctl debug show rstp_port_status 3");
+    command->footer(
+        "The daemon answers on the board's console; without WORDS it lists its commands there.\n"
+        "Example:\n"
+        "  lvt_rstpctl debug show rstp_port_status 3");
 
     auto words = std::make_shared<std::vector<std::string>>();
     command->add_option("WORDS", *words, "The command without its first word, \"debug\"")->type_name("");

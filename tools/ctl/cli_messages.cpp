@@ -39,10 +39,11 @@ lvt_rstp_system_config_t system_config_of(const bridge_args_t &args)
 void add_bridge_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("bridge", "Sets the bridge")->group(HEADING_MESSAGES);
-    command->footer("What is not named goes back to its default.\n"
-                    "The times must go together: 2 * (forward delay - 1) >= max age >= 2 * (hello + 1).\n"
-                    "Example, to become the root quickly:\n"
-                    "  lvt_rstpctl bridge --priority 4096 --max-age 6 --hello 1 --forward-delay 4");
+    command->footer(
+        "What is not named goes back to its default.\n"
+        "The times must go together: 2 * (forward delay - 1) >= max age >= 2 * (hello + 1).\n"
+        "Example, to become the root quickly:\n"
+        "  lvt_rstpctl bridge --priority 4096 --max-age 6 --hello 1 --forward-delay 4");
 
     auto args = std::make_shared<bridge_args_t>();
     const auto option = [&](const char *name, std::string &value, const char *text) {
@@ -103,10 +104,7 @@ struct ports_args_t {
     bool no_groups = false;
 };
 
-std::string port_form(const record_option_t &setting)
-{
-    return fmt::format("N={}", setting.value);
-}
+std::string port_form(const record_option_t &setting) { return fmt::format("N={}", setting.value); }
 
 port_configs_t port_configs_of(const ports_args_t &args)
 {
@@ -129,10 +127,11 @@ port_configs_t port_configs_of(const ports_args_t &args)
 void add_ports_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("ports", "Sets all six ports")->group(HEADING_MESSAGES);
-    command->footer("One message sets all ports: a port that --enable does not name leaves the spanning tree,\n"
-                    "and what is not named goes back to its default. N is a port, 1 to 6.\n"
-                    "Example, three ports of which the third leads to another bridge over a slow line:\n"
-                    "  lvt_rstpctl ports --enable 1,2,3 --cost 3=2000000 --edge 3=off");
+    command->footer(
+        "One message sets all ports: a port that --enable does not name leaves the spanning tree,\n"
+        "and what is not named goes back to its default. N is a port, 1 to 6.\n"
+        "Example, three ports of which the third leads to another bridge over a slow line:\n"
+        "  lvt_rstpctl ports --enable 1,2,3 --cost 3=2000000 --edge 3=off");
 
     auto args = std::make_shared<ports_args_t>();
     command->add_option("--enable", args->enable, "Ports that take part in the spanning tree, or \"all\"")
@@ -169,9 +168,10 @@ void add_aggr_config_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("aggr-config", "Sets what the groups 7, 8 and 9 have in common");
     command->group(HEADING_MESSAGES);
-    command->footer("What is not named goes back to its default. A group is edge when all its members are.\n"
-                    "Example, groups take part and are preferred to single ports:\n"
-                    "  lvt_rstpctl aggr-config --enable --cost 10000");
+    command->footer(
+        "What is not named goes back to its default. A group is edge when all its members are.\n"
+        "Example, groups take part and are preferred to single ports:\n"
+        "  lvt_rstpctl aggr-config --enable --cost 10000");
 
     auto args = std::make_shared<aggr_args_t>();
     command->add_flag("--enable", args->enable, "Groups take part in the spanning tree");
@@ -206,11 +206,12 @@ CLI::App *add_groups_command(CLI::App &app, const ctl_t &ctl)
 {
     const std::string parent = app.get_parent() ? app.get_name() + " " : "";
     auto *command = app.add_subcommand("groups", "Joins ports into the groups 7, 8 and 9");
-    command->footer(fmt::format("One message tells of all groups: a port that is not named stands alone, and\n"
-                                "without any GROUP all groups are dissolved.\n"
-                                "Example, two groups of two ports:\n"
-                                "  lvt_rstpctl {}groups 7=1,2 8=3,4",
-                                parent));
+    command->footer(
+        fmt::format("One message tells of all groups: a port that is not named stands alone, and\n"
+                    "without any GROUP all groups are dissolved.\n"
+                    "Example, two groups of two ports:\n"
+                    "  lvt_rstpctl {}groups 7=1,2 8=3,4",
+                    parent));
 
     auto assignments = std::make_shared<std::vector<std::string>>();
     command->add_option("GROUP", *assignments, "A group, 7 to 9, and its ports")->type_name(GROUP_FORM);
@@ -225,10 +226,11 @@ namespace {
 void add_lacp_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("lacp", "Tells on which ports LACP runs")->group(HEADING_MESSAGES);
-    command->footer("A port that --enable does not name runs no LACP. The spanning tree leaves the state of a\n"
-                    "port alone while LACP runs there and spanning tree does not.\n"
-                    "Example:\n"
-                    "  lvt_rstpctl lacp --enable 1,2");
+    command->footer(
+        "A port that --enable does not name runs no LACP. The spanning tree leaves the state of a\n"
+        "port alone while LACP runs there and spanning tree does not.\n"
+        "Example:\n"
+        "  lvt_rstpctl lacp --enable 1,2");
 
     auto enable = std::make_shared<std::string>();
     command->add_option("--enable", *enable, "Ports with LACP, or \"all\"")->type_name("N,N...");

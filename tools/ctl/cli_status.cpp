@@ -52,13 +52,14 @@ format_t format_of(const show_words_t &words)
 void add_show_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("show", "Shows what the daemon reports")->group(HEADING_LOOK);
-    command->footer("SUBJECT is bridge, ports, statistics, or port N with N from 1 to 9; without one all is shown.\n"
-                    "The JSON has one shape whatever is shown: the subject says whose entries are in \"ports\".\n"
-                    "Examples:\n"
-                    "  lvt_rstpctl show\n"
-                    "  lvt_rstpctl show port 3\n"
-                    "  lvt_rstpctl show ports --watch\n"
-                    "  lvt_rstpctl show -j | jq '.bridge.root'");
+    command->footer(
+        "SUBJECT is bridge, ports, statistics, or port N with N from 1 to 9; without one all is shown.\n"
+        "The JSON has one shape whatever is shown: the subject says whose entries are in \"ports\".\n"
+        "Examples:\n"
+        "  lvt_rstpctl show\n"
+        "  lvt_rstpctl show port 3\n"
+        "  lvt_rstpctl show ports --watch\n"
+        "  lvt_rstpctl show -j | jq '.bridge.root'");
 
     auto words = std::make_shared<show_words_t>();
     command->add_option("SUBJECT", words->subject, "What to show")->type_name("");
@@ -71,18 +72,18 @@ void add_show_command(CLI::App &app, const ctl_t &ctl)
     auto *end = command->add_option("--for", words->seconds, "Stop watching after so long");
     end->type_name("SECONDS")->needs(watch);
     command->callback([words, end, &ctl] {
-        show(ctl, {subject_of(words->subject), format_of(*words), words->watch,
-                   seconds_of(end, words->seconds)});
+        show(ctl, {subject_of(words->subject), format_of(*words), words->watch, seconds_of(end, words->seconds)});
     });
 }
 
 void add_monitor_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("monitor", "Tells of each change as it happens")->group(HEADING_LOOK);
-    command->footer("One line for each change of a role, a state, the root or the topology. The daemon reports\n"
-                    "once a second: what comes and goes between two reports is not seen.\n"
-                    "Example:\n"
-                    "  lvt_rstpctl monitor --json >> /var/log/spanning_tree");
+    command->footer(
+        "One line for each change of a role, a state, the root or the topology. The daemon reports\n"
+        "once a second: what comes and goes between two reports is not seen.\n"
+        "Example:\n"
+        "  lvt_rstpctl monitor --json >> /var/log/spanning_tree");
 
     auto words = std::make_shared<show_words_t>();
     command->add_flag("-j,--json", words->json, "One JSON document to a line");

@@ -41,15 +41,9 @@ size_t offset_of(const std::string &text, const toml::source_position &place)
 }
 
 /// The line end after `at`, or the text's end.
-size_t end_of_line(const std::string &text, size_t at)
-{
-    return std::min(text.find('\n', at), text.size());
-}
+size_t end_of_line(const std::string &text, size_t at) { return std::min(text.find('\n', at), text.size()); }
 
-std::string line_of(const edit_t &edit)
-{
-    return fmt::format("{} = {}", edit.key, edit.value);
-}
+std::string line_of(const edit_t &edit) { return fmt::format("{} = {}", edit.key, edit.value); }
 
 std::string with_section(std::string text, const edit_t &edit)
 {
@@ -75,9 +69,10 @@ std::string with_line(std::string text, const toml::table &section, const edit_t
 
 [[noreturn]] void refuse(const std::string &path)
 {
-    const char *next_step = errno == ENOENT || errno == ENOTDIR                    ? ". Make its folder first."
-                            : errno == EACCES || errno == EPERM || errno == EROFS ? ". Try it as root, or name another file."
-                                                                                  : "";
+    const char *next_step = errno == ENOENT || errno == ENOTDIR ? ". Make its folder first."
+                            : errno == EACCES || errno == EPERM || errno == EROFS
+                                ? ". Try it as root, or name another file."
+                                : "";
     throw refused_t(fmt::format("cannot write {}: {}{}", path, std::strerror(errno), next_step));
 }
 
@@ -149,18 +144,16 @@ config_lock_t::config_lock_t(const std::string &path)
             continue;
         close(folder_);
         if (error == EWOULDBLOCK)
-            throw refused_t(fmt::format("another program has held a lock on the folder of {} for {} s, as an lvt_rstpctl "
-                                        "does that is stopped. Nothing was changed or sent: end it, and try again.",
-                                        path, LOCK_PATIENCE.count()));
+            throw refused_t(
+                fmt::format("another program has held a lock on the folder of {} for {} s, as an lvt_rstpctl "
+                            "does that is stopped. Nothing was changed or sent: end it, and try again.",
+                            path, LOCK_PATIENCE.count()));
         errno = error;
         refuse(path);
     }
 }
 
-config_lock_t::~config_lock_t()
-{
-    close(folder_);
-}
+config_lock_t::~config_lock_t() { close(folder_); }
 
 void save_config(const std::string &path, const std::string &text)
 {

@@ -64,10 +64,7 @@ public:
     }
 };
 
-bool is_auto(const toml::node &node)
-{
-    return node.value_exact<std::string>() == "auto";
-}
+bool is_auto(const toml::node &node) { return node.value_exact<std::string>() == "auto"; }
 
 /// How one setting is read into its record.
 template <typename record_t>
@@ -236,8 +233,7 @@ void read_groups(reader_t &reader, const toml::table &groups)
             reader.blame(key.source(), "a group has no edge setting: it is edge when all its members are");
         else
             reader.unknown(key, "[groups]",
-                           fmt::format("the groups {} to {}, {}", GROUP.min, GROUP.max,
-                                       keys_of(GROUP_SETTINGS)));
+                           fmt::format("the groups {} to {}, {}", GROUP.min, GROUP.max, keys_of(GROUP_SETTINGS)));
     }
 }
 
@@ -285,9 +281,8 @@ config_t parse_config(const std::string &text)
     } catch (const toml::parse_error &error) {
         reader.blame(error.source(), std::string(error.description()));
     }
-    std::ranges::stable_sort(reader.config.faults, {}, [](const config_fault_t &fault) {
-        return std::pair(fault.line, fault.column);
-    });
+    std::ranges::stable_sort(reader.config.faults, {},
+                             [](const config_fault_t &fault) { return std::pair(fault.line, fault.column); });
     return reader.config;
 }
 
@@ -306,13 +301,9 @@ std::string read_config_text(const std::string &path)
 {
     const auto text = read_text_file(path);
     if (!text)
-        throw refused_t(fmt::format(
-            "cannot read {}: {}{}", path, std::strerror(errno),
-            errno == ENOENT ? ". Write it, see man lvt_rstp.toml; set makes one, too." : ""));
+        throw refused_t(fmt::format("cannot read {}: {}{}", path, std::strerror(errno),
+                                    errno == ENOENT ? ". Write it, see man lvt_rstp.toml; set makes one, too." : ""));
     return *text;
 }
 
-settings_t load_config(const std::string &path)
-{
-    return settings_in(read_config_text(path), path);
-}
+settings_t load_config(const std::string &path) { return settings_in(read_config_text(path), path); }

@@ -155,8 +155,8 @@ std::string port_facts(const bridge_status_t &status, int port)
     const port_status_t &values = status.port(port);
     if (role_name(values) == "off")
         return fmt::format("port {} is off: the spanning tree does not rule it", port);
-    return fmt::format("port {} is {}, {}, {}edge, {}point-to-point", port, role_name(values),
-                       state_name(status, port), values.edge ? "" : "not ", values.point_to_point ? "" : "not ");
+    return fmt::format("port {} is {}, {}, {}edge, {}point-to-point", port, role_name(values), state_name(status, port),
+                       values.edge ? "" : "not ", values.point_to_point ? "" : "not ");
 }
 
 test_t port_test(const std::vector<unsigned> &ports, const predicate_t &predicate)
@@ -173,7 +173,7 @@ test_t port_test(const std::vector<unsigned> &ports, const predicate_t &predicat
 predicate_t port_predicate(const words_t &words)
 {
     const std::pair<const char *, const char *> verbs[] = {
-        {"forwards", "forwarding"}, {"forward", "forwarding"},   {"learns", "learning"},
+        {"forwards", "forwarding"}, {"forward", "forwarding"},  {"learns", "learning"},
         {"learn", "learning"},      {"discards", "discarding"}, {"discard", "discarding"},
     };
     for (const auto &[verb, state] : verbs)

@@ -53,8 +53,7 @@ bool decode_capture(const decode_args_t &args)
 
 void decode_octets(const decode_args_t &args)
 {
-    const auto kind =
-        static_cast<kind_t>(parse_word("--as", args.kind, {"any", "control", "lacp", "mux", "frame"}));
+    const auto kind = static_cast<kind_t>(parse_word("--as", args.kind, {"any", "control", "lacp", "mux", "frame"}));
     if (!args.capture.empty() && kind != kind_t::any && kind != kind_t::frame)
         throw usage_t("--as: a capture holds frames");
     if (!(args.capture.empty() ? decode_hex(args, kind) : decode_capture(args)))

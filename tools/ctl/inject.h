@@ -17,10 +17,10 @@ struct bpdu_words_t {
     std::string type = "rst";
     std::string source = "02:00:00:00:ff:01";
     std::string root = "0/02:00:00:00:ff:00";
-    std::string bridge;  ///< empty: the root
+    std::string bridge; ///< empty: the root
     std::string port_id = "0x8001";
     std::string role = "designated";
-    std::string flags;   ///< "proposal,agreement,..."
+    std::string flags; ///< "proposal,agreement,..."
     std::string cost = "0";
     std::string message_age = "0", max_age = "20", hello_time = "2", forward_delay = "15";
 

@@ -82,11 +82,12 @@ exit_code_t run(int argc, char **argv)
     app.fallthrough();
     app.require_subcommand(0, 1); // words after a command that name another one are the command's own
     add_global_options(app, ctl, colour);
-    app.footer("Each command has a --help of its own, with examples.\n"
-               "Exit status: 0 done; 1 refused (a value that is not allowed, no daemon that takes it) or not so;\n"
-               "2 the command line was not understood.\n"
-               "Example, to speak to a board that runs in a namespace of its own:\n"
-               "  lvt_rstpctl --root /proc/PID/root show");
+    app.footer(
+        "Each command has a --help of its own, with examples.\n"
+        "Exit status: 0 done; 1 refused (a value that is not allowed, no daemon that takes it) or not so;\n"
+        "2 the command line was not understood.\n"
+        "Example, to speak to a board that runs in a namespace of its own:\n"
+        "  lvt_rstpctl --root /proc/PID/root show");
     app.final_callback([&app] {
         if (app.get_subcommands().empty())
             throw CLI::RequiredError("A command");

@@ -15,10 +15,7 @@ bool same_config(const lvt_rstp_port_config_t &a, const lvt_rstp_port_config_t &
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-int as_int(size_t port)
-{
-    return static_cast<int>(port);
-}
+int as_int(size_t port) { return static_cast<int>(port); }
 
 // ---- groups ----------------------------------------------------------------------------
 
@@ -53,10 +50,7 @@ bool groups_need_settings(const settings_t &settings, const before_t &before, co
 
 // ---- the trap of spanning tree frames --------------------------------------------------
 
-bool is_on(const settings_t &settings, size_t port)
-{
-    return settings.ports[port].adminEnable;
-}
+bool is_on(const settings_t &settings, size_t port) { return settings.ports[port].adminEnable; }
 
 /// The daemon may find the record of this port, which is to be off, changed. What it has of a port
 /// that is off it does not report, but a port that was never set has the default.

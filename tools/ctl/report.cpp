@@ -9,40 +9,25 @@
 
 namespace {
 
-cell_t number(uint32_t value)
-{
-    return {.text = fmt::to_string(value), .right = true};
-}
+cell_t number(uint32_t value) { return {.text = fmt::to_string(value), .right = true}; }
 
 cell_t faint_if(bool faint, const std::string &text)
 {
     return {.text = text, .tone = faint ? tone_t::faint : tone_t::plain};
 }
 
-cell_t title(const char *name, int spare = 0)
-{
-    return {.text = name, .tone = tone_t::title, .spare = spare};
-}
+cell_t title(const char *name, int spare = 0) { return {.text = name, .tone = tone_t::title, .spare = spare}; }
 
-row_t named(const char *name, cell_t cell)
-{
-    return {title(name), std::move(cell)};
-}
+row_t named(const char *name, cell_t cell) { return {title(name), std::move(cell)}; }
 
 bool takes_part(const port_status_t &port)
 {
     return !port.group && port.role != ROLE_DISABLED && port.role != ROLE_NON_STP;
 }
 
-const char *yes_no(bool value)
-{
-    return value ? "yes" : "no";
-}
+const char *yes_no(bool value) { return value ? "yes" : "no"; }
 
-cell_t role_cell(const port_status_t &port)
-{
-    return faint_if(!takes_part(port), role_name(port));
-}
+cell_t role_cell(const port_status_t &port) { return faint_if(!takes_part(port), role_name(port)); }
 
 cell_t state_cell(const bridge_status_t &status, int port)
 {
@@ -68,8 +53,7 @@ cell_t topology_change_cell(const bridge_status_t &status)
         return {.text = "running", .tone = tone_t::passing};
     if (!status.has_changed())
         return {.text = "none"};
-    return {.text = fmt::format("none, the last about {}, told by port {}", status.changed_at,
-                                status.changed_by)};
+    return {.text = fmt::format("none, the last about {}, told by port {}", status.changed_at, status.changed_by)};
 }
 
 table_t bridge_table(const bridge_status_t &status)
@@ -141,10 +125,8 @@ row_t statistics_row(const bridge_status_t &status, int number_of_port)
 
 table_t statistics_table(const bridge_status_t &status)
 {
-    row_t heading = {title("port"),
-                     title("sent RST"), title("config"), title("TCN", 1),
-                     title("received RST"), title("config"), title("TCN", 2),
-                     title("illegal", 3), title("unknown", 4)};
+    row_t heading = {title("port"),   title("sent RST"), title("config"),     title("TCN", 1),    title("received RST"),
+                     title("config"), title("TCN", 2),   title("illegal", 3), title("unknown", 4)};
     for (cell_t &cell : heading)
         cell.right = cell.text != "port";
     return shown_ports(status, std::move(heading), statistics_row);

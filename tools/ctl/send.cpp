@@ -111,8 +111,8 @@ void send_debug_words(const ctl_t &ctl, const std::vector<std::string> &words)
     const std::string text = fmt::format("debug{}{}\n", words.empty() ? "" : " ", fmt::join(words, " "));
     refuse_fatal_report(text);
     if (text.size() > RSTP_DBG_MAX)
-        throw refused_t(fmt::format("a debug command has at most {} characters, this one has {}", RSTP_DBG_MAX,
-                                    text.size()));
+        throw refused_t(
+            fmt::format("a debug command has at most {} characters, this one has {}", RSTP_DBG_MAX, text.size()));
     // Two commands that lie in the pipe together are one to the daemon, and the second is lost.
     const std::span octets(reinterpret_cast<const uint8_t *>(text.data()), text.size());
     send(ctl, RSTP_DBG_IF_PIPE, octets, "debug command\n  " + text,

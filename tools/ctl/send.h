@@ -16,8 +16,7 @@ void send_message(const ctl_t &ctl, const std::vector<uint8_t> &frame);
 /// The same for one message of several; demand_heard comes after the last.
 ///
 /// patience  how long a full pipe is waited for.
-void send_one_of_several(const ctl_t &ctl, const std::vector<uint8_t> &frame,
-                         std::chrono::milliseconds patience = {});
+void send_one_of_several(const ctl_t &ctl, const std::vector<uint8_t> &frame, std::chrono::milliseconds patience = {});
 
 /// What the pipe took is not obeyed by a daemon that hangs: throws refused_t when there is a status
 /// file that tells of one, and does not become a sound one soon. Without such a file nothing is known,

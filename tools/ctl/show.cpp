@@ -56,10 +56,14 @@ std::string report_text(const ctl_t &ctl, const show_args_t &args, const reading
 {
     const std::vector<int> ports = ports_of(args.subject);
     switch (args.format) {
-    case format_t::json: return status_json(reading, ports, json_layout_t::compact) + "\n";
-    case format_t::pretty_json: return status_json(reading, ports, json_layout_t::indented) + "\n";
-    case format_t::lines: return status_lines(reading, args.subject.bridge && !args.subject.port, ports);
-    case format_t::table: break;
+    case format_t::json:
+        return status_json(reading, ports, json_layout_t::compact) + "\n";
+    case format_t::pretty_json:
+        return status_json(reading, ports, json_layout_t::indented) + "\n";
+    case format_t::lines:
+        return status_lines(reading, args.subject.bridge && !args.subject.port, ports);
+    case format_t::table:
+        break;
     }
     return tables_text(ctl, args, reading, before);
 }

@@ -22,10 +22,7 @@ using namespace std::chrono_literals;
 
 constexpr size_t STATUS_OCTETS_MAX = 1 << 16;
 
-std::string path_of(const ctl_t &ctl)
-{
-    return ctl.root + RSTP_MONITOR_FILE;
-}
+std::string path_of(const ctl_t &ctl) { return ctl.root + RSTP_MONITOR_FILE; }
 
 [[noreturn]] void refuse(int error, const ctl_t &ctl)
 {
@@ -53,14 +50,16 @@ void demand_fresh(const ctl_t &ctl, system_clock::time_point written)
 {
     const auto age = system_clock::now() - written;
     if (age < -STATUS_STALE_AFTER)
-        throw refused_t(fmt::format("{} is dated {} s ahead: the clock was set back, and the daemon, which "
-                                    "writes it every second, has not written it since. Look at what it printed "
-                                    "last, and start it again.",
-                                    path_of(ctl), duration_cast<seconds>(-age).count()));
+        throw refused_t(
+            fmt::format("{} is dated {} s ahead: the clock was set back, and the daemon, which "
+                        "writes it every second, has not written it since. Look at what it printed "
+                        "last, and start it again.",
+                        path_of(ctl), duration_cast<seconds>(-age).count()));
     if (age > STATUS_STALE_AFTER)
-        throw refused_t(fmt::format("{} is {} s old: the daemon writes it every second, so it has ended or hangs. "
-                                    "Look at what it printed last, and start it again.",
-                                    path_of(ctl), duration_cast<seconds>(age).count()));
+        throw refused_t(
+            fmt::format("{} is {} s old: the daemon writes it every second, so it has ended or hangs. "
+                        "Look at what it printed last, and start it again.",
+                        path_of(ctl), duration_cast<seconds>(age).count()));
 }
 
 std::string content_of(const ctl_t &ctl)
@@ -82,9 +81,10 @@ reading_t read_status(const ctl_t &ctl)
     std::string fault;
     const auto status = parse_status(content_of(ctl), &fault);
     if (!status)
-        throw refused_t(fmt::format("{} is no status file of this daemon: {}. Does another program write there? "
-                                    "The daemon puts a sound one in its place within a second.",
-                                    path_of(ctl), fault));
+        throw refused_t(
+            fmt::format("{} is no status file of this daemon: {}. Does another program write there? "
+                        "The daemon puts a sound one in its place within a second.",
+                        path_of(ctl), fault));
     return {*status, written};
 }
 
@@ -135,12 +135,18 @@ std::string role_name(const port_status_t &port)
     if (port.group)
         return "member";
     switch (port.role) {
-    case ROLE_DISABLED: return "disabled";
-    case ROLE_ALTERNATE: return "alternate";
-    case ROLE_BACKUP: return "backup";
-    case ROLE_ROOT: return "root";
-    case ROLE_DESIGNATED: return "designated";
-    default: return "off";
+    case ROLE_DISABLED:
+        return "disabled";
+    case ROLE_ALTERNATE:
+        return "alternate";
+    case ROLE_BACKUP:
+        return "backup";
+    case ROLE_ROOT:
+        return "root";
+    case ROLE_DESIGNATED:
+        return "designated";
+    default:
+        return "off";
     }
 }
 
@@ -148,11 +154,16 @@ std::string state_name(const bridge_status_t &status, int port)
 {
     const int group = status.port(port).group;
     switch (status.port(group ? group : port).state) {
-    case STATE_DISABLED: return "down";
-    case STATE_BLOCKING: return "discarding";
-    case STATE_LEARNING: return "learning";
-    case STATE_FORWARDING: return "forwarding";
-    default: return "off";
+    case STATE_DISABLED:
+        return "down";
+    case STATE_BLOCKING:
+        return "discarding";
+    case STATE_LEARNING:
+        return "learning";
+    case STATE_FORWARDING:
+        return "forwarding";
+    default:
+        return "off";
     }
 }
 

@@ -26,10 +26,7 @@ std::string iso_text(std::string text)
     return text;
 }
 
-json_t or_null(bool there, const json_t &value)
-{
-    return there ? value : json_t(nullptr);
-}
+json_t or_null(bool there, const json_t &value) { return there ? value : json_t(nullptr); }
 
 json_t counts_of(const frame_counts_t &counts)
 {

@@ -12,12 +12,23 @@ fmt::text_style style_of(const cell_t &cell)
 {
     fmt::text_style style;
     switch (cell.tone) {
-    case tone_t::plain: break;
-    case tone_t::title: style = fmt::emphasis::bold; break;
-    case tone_t::good: style = fg(fmt::terminal_color::green); break;
-    case tone_t::passing: style = fg(fmt::terminal_color::yellow); break;
-    case tone_t::bad: style = fg(fmt::terminal_color::red); break;
-    case tone_t::faint: style = fmt::emphasis::faint; break;
+    case tone_t::plain:
+        break;
+    case tone_t::title:
+        style = fmt::emphasis::bold;
+        break;
+    case tone_t::good:
+        style = fg(fmt::terminal_color::green);
+        break;
+    case tone_t::passing:
+        style = fg(fmt::terminal_color::yellow);
+        break;
+    case tone_t::bad:
+        style = fg(fmt::terminal_color::red);
+        break;
+    case tone_t::faint:
+        style = fmt::emphasis::faint;
+        break;
     }
     return cell.changed ? style | fmt::emphasis::reverse : style;
 }
@@ -70,8 +81,8 @@ std::string cell_text(const cell_t &cell, size_t width, bool colour, bool marks)
 void mark_changes(table_t &now, const table_t &before)
 {
     for (row_t &row : now) {
-        const auto old = std::ranges::find_if(
-            before, [&](const row_t &other) { return other.front().text == row.front().text; });
+        const auto old =
+            std::ranges::find_if(before, [&](const row_t &other) { return other.front().text == row.front().text; });
         if (old == before.end()) {
             row.front().changed = true;
             continue;

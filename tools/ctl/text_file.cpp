@@ -19,7 +19,8 @@ file_t open_regular_file(const std::string &path)
 
     struct stat kind = {};
     if (fstat(fd, &kind) != 0 || !S_ISREG(kind.st_mode))
-        throw refused_t(fmt::format("cannot read {}: not a regular file. Put one in its place, or name another.", path));
+        throw refused_t(
+            fmt::format("cannot read {}: not a regular file. Put one in its place, or name another.", path));
     return file;
 }
 
