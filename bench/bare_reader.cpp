@@ -5,7 +5,7 @@
 #include <sys/select.h>
 #include <unistd.h>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 
 namespace {
 

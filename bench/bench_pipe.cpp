@@ -11,7 +11,7 @@
 
 #include "board/lab/node.h"
 #include "board/lab/world.h"
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "feed.h"
 
 namespace {

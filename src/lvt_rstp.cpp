@@ -1,27 +1,25 @@
 #include "lvt_rstp.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstring>
-#include <initializer_list>
 
-#include "daemon/messages.h"
 #include "l2_proto_utility/os_api.h"
+#include "platform/messages.h"
+#include "process/process.h"
 #include "rstp/port.h"
 #include "rstp/stp_in.h"
 #include "rstp/stpm.h"
 #include "shared_value.h"
+#include "state.h"
 #include "switch/sw_cfg.h"
 
-lvt_rstp_vars_t lvt_rstp_vars;
-stpm_t *current_stpm;
-port_t *current_port;
+LVT_STATE lvt_rstp_vars_t lvt_rstp_vars;
+LVT_STATE stpm_t *current_stpm;
+LVT_STATE port_t *current_port;
 
-uint8_t lacp_enable_port[RSTP_PHYSICAL_PORTS];
-uint8_t cached_stpstates[RSTP_PORTS + 1];
-uint8_t cached_fwdstates[RSTP_PORTS + 1];
-int port_mux_fd = -1;
+LVT_STATE uint8_t lacp_enable_port[RSTP_PHYSICAL_PORTS];
+LVT_STATE uint8_t cached_stpstates[RSTP_PORTS + 1];
+LVT_STATE uint8_t cached_fwdstates[RSTP_PORTS + 1];
+LVT_PROCESS int port_mux_fd = -1;
 
 namespace {
 
@@ -40,7 +38,7 @@ port_t *&representative_of(uint32_t port) { return lvt_rstp_vars.representative[
 
 bool is_member(uint32_t port, const port_t *group) { return representative_of(port) == group; }
 
-void vars_init()
+void lvt_rstp_vars_init()
 {
     current_stpm = nullptr;
     current_port = nullptr;
@@ -65,7 +63,7 @@ void vars_init()
 void need_defaults()
 {
     if (!lvt_rstp_vars.initialised)
-        vars_init();
+        lvt_rstp_vars_init();
 }
 
 void set_system_config(stpm_t *bridge)
@@ -81,15 +79,16 @@ void set_system_config(stpm_t *bridge)
     STP_stpm_update_after_bridge_management(bridge);
 }
 
-/// Puts a record into another bridge, or (null) into none.
-void lvt_rstp_port_move(port_t *port, stpm_t *bridge)
+/// Puts a record into another bridge, or (null) into none. False when it is there already.
+bool lvt_rstp_port_move(port_t *port, stpm_t *bridge)
 {
     if (port->owner == bridge)
-        return;
+        return false;
     if (port->owner)
         STP_port_delete(port);
     if (bridge)
         STP_port_create(bridge, port);
+    return true;
 }
 
 void first_hw_state(uint32_t l2port)
@@ -183,7 +182,7 @@ int lvt_aggr_get_linkduplex(uint32_t l2port)
 
 int lvt_rstp_init()
 {
-    port_mux_fd = open(PORT_MUX_IF_PIPE, O_RDWR | O_NONBLOCK);
+    port_mux_fd = process_open_pipe(PORT_MUX_IF_PIPE, PIPE_NEVER_WAITS);
     need_defaults();
     for (uint32_t port = 1; port <= RSTP_PHYSICAL_PORTS; port++)
         first_hw_state(port);
@@ -196,8 +195,6 @@ int lvt_rstp_init()
     set_system_config(bridge);
     return STP_stpm_enable(bridge, 1);
 }
-
-void lvt_rstp_reset_config() { vars_init(); }
 
 // ---- settings ---------------------------------------------------------------------------
 
@@ -263,22 +260,6 @@ void lvt_rstp_port_config_init(uint32_t index, lvt_rstp_port_config_t *config)
     config->adminPointToPoint = stored.adminPointToPoint;
 }
 
-uint8_t lvt_port_enable_rstp_get(uint32_t index)
-{
-    need_defaults();
-    return record_of(index + 1)->config.adminEnable;
-}
-
-uint8_t lvt_rstp_aggr_enable_get() { return lvt_port_enable_rstp_get(RSTP_PHYSICAL_PORTS); }
-
-int lvt_rstp_port_is_aggregated(uint32_t index)
-{
-    if (index >= RSTP_PHYSICAL_PORTS)
-        return 0;
-    need_defaults();
-    return representative_of(index + 1)->port_number > RSTP_PHYSICAL_PORTS;
-}
-
 void lvt_rstp_lacp_enable_set(const uint8_t *enable)
 {
     for (uint32_t i = 0; i < RSTP_PHYSICAL_PORTS; i++)
@@ -290,80 +271,9 @@ uint8_t lvt_rstp_lacp_enable_port_check(uint32_t index)
     return index < RSTP_PHYSICAL_PORTS ? load_shared(lacp_enable_port[index]) : 0;
 }
 
-void lvt_rstp_set_mcheck(uint32_t poag)
-{
-    STP_ASSERT(l2port_is_poag(poag), IS_POAG, SOURCE, 743, "lvt_rstp_set_mcheck");
-    need_defaults();
-    lvt_rstp_run_pending();
-    record_of(poag)->rstpVersion = 1;
-    STP_port_reselect(record_of(poag));
-}
-
-void lvt_rstp_vlan_add(uint16_t vid, const uint8_t *members)
-{
-    need_defaults();
-    lvt_rstp_run_pending();
-    stpm_t *bridge = stpapi_stpm_find(vid);
-    if (!bridge) {
-        bridge = STP_stpm_create(vid);
-        if (!bridge)
-            return;
-        if (vid == LVT_RSTP_DEFAULT_VLAN) {
-            STP_ASSERT(lvt_rstp_vars.default_vlan == nullptr, "(&lvt_rstp_vars)->default_vlan == ((void *)0)", SOURCE,
-                       0, "lvt_rstp_vlan_add");
-            lvt_rstp_vars.default_vlan = bridge;
-        }
-    }
-
-    bool moved = false;
-    for (uint32_t number = 1; number <= RSTP_PHYSICAL_PORTS; number++) {
-        port_t *port = record_of(number);
-        const bool inside = port->owner == bridge;
-        if (inside == (members[number] != 0))
-            continue;
-        stpm_t *target = inside ? lvt_rstp_vars.default_vlan : bridge;
-        lvt_rstp_port_move(port, target);
-        lvt_rstp_port_move(representative_of(number), target);
-        moved = true;
-    }
-    if (moved) {
-        set_system_config(bridge);
-        STP_stpm_enable(bridge, 1);
-    }
-}
-
-void lvt_rstp_vlan_del(uint16_t vid)
-{
-    need_defaults();
-    stpm_t *bridge = stpapi_stpm_find(vid);
-    if (!bridge)
-        return;
-    lvt_rstp_run_pending();
-    if (bridge == lvt_rstp_vars.default_vlan)
-        lvt_rstp_vars.default_vlan = nullptr;
-    while (bridge->ports)
-        lvt_rstp_port_move(bridge->ports, lvt_rstp_vars.default_vlan);
-    STP_stpm_delete(bridge);
-}
-
 // ---- events -----------------------------------------------------------------------------
 
 namespace {
-
-/// The rules that every BPDU must pass (compare clause 9.3.4). The version is not among them.
-bool is_well_formed(const uint8_t *frame, uint32_t length)
-{
-    if (length < BPDU_ETHERNET_OCTETS)
-        return false;
-    const auto *bpdu = reinterpret_cast<const bpdu_t *>(frame);
-    const uint32_t stated = bpdu_get16(bpdu->length);
-    if (length < stated + BPDU_ETHERNET_OCTETS || stated < BPDU_TCN_OCTETS + BPDU_LLC_OCTETS)
-        return false;
-    if (bpdu->type != BPDU_TYPE_TCN && stated < BPDU_CONFIG_OCTETS + BPDU_LLC_OCTETS)
-        return false;
-    return bpdu->dsap == BPDU_LLC_SAP && bpdu->ssap == bpdu->dsap && bpdu->control == BPDU_LLC_CONTROL &&
-           bpdu_get16(bpdu->protocol) == 0;
-}
 
 /// True when the engine knows the link to be so already, or it is neither up nor down.
 bool is_known_link(const port_t *port, uint32_t link) { return link > 1 || port->portEnabled == link; }
@@ -379,7 +289,7 @@ int lvt_rstp_receive(uint32_t from_port, const uint8_t *frame, uint32_t length)
     need_defaults();
 
     port_t *port = representative_of(from_port);
-    if (!is_well_formed(frame, length))
+    if (!STP_bpdu_is_valid(frame, length))
         return static_cast<int>(++port->illegal_frame_recvs);
 
     lvt_rstp_run_pending();
@@ -421,17 +331,12 @@ void lvt_rstp_port_link_apply(port_t *port, uint32_t link)
 
 void lvt_rstp_tick()
 {
+    need_defaults();
     lvt_rstp_run_pending();
     lvt_rstp_vars.time++;
 
-    for (port_t &port : lvt_rstp_vars.ports) {
-        if (boring_port(&port))
-            continue;
-        for (uint8_t *timer : {&port.fdWhile, &port.helloWhen, &port.mdelayWhile, &port.rbWhile, &port.rcvdInfoWhile,
-                               &port.rrWhile, &port.tcWhile, &port.txCount, &port.edgeDelayWhile})
-            if (*timer)
-                --*timer;
-    }
+    for (port_t &port : lvt_rstp_vars.ports)
+        STP_port_tick(&port);
     STP_stpm_update();
 }
 
@@ -536,6 +441,13 @@ void lvt_aggr_port_restore(port_t *port)
 }
 
 // ---- hardware state ---------------------------------------------------------------------
+//
+// The ladder that a state code goes down:
+//   lvt_aggr_set_stpstate   what the engine calls; drops a code that the record has, and notes the others in it
+//   lvt_port_hw_state_set   for each member of a group, and where a port is forced: notes in the record, no filter
+//   lvt_hw_set_stpstate     as it stands with spanning tree on, else forwarding unless LACP rules; notes in the cache
+//   lvt_hw_set_fwdstate     beside it, at start: switches forwarding on; drops what is so, notes in both caches
+//   stp_state_set           writes the chip's register and tells the port multiplexer; no filter, no memory
 
 int stp_state_set(uint32_t l2port, uint8_t code)
 {
@@ -552,7 +464,7 @@ int sent_msg_to_port_mux(const char * /*pipe*/, uint32_t l2port, uint8_t forward
     message.type = PORT_MUX_MSG_FORWARDING;
     message.l2port = static_cast<uint8_t>(l2port);
     message.forwarding = forwarding;
-    return static_cast<int>(write(port_mux_fd, &message, sizeof message));
+    return process_write_pipe(port_mux_fd, &message, sizeof message);
 }
 
 int lvt_hw_set_stpstate(uint32_t l2port, uint8_t code)
@@ -684,9 +596,85 @@ LVT_UNLOCKED_READ void lvt_rstp_read_hw_state(uint32_t port, uint8_t *stpstate, 
     *fwdstate = cached_fwdstates[port];
 }
 
+// ---- what only other programs of the board would call: the linker leaves it out of the daemon ---------
+
+uint8_t lvt_port_enable_rstp_get(uint32_t index)
+{
+    need_defaults();
+    return record_of(index + 1)->config.adminEnable;
+}
+
+uint8_t lvt_rstp_aggr_enable_get() { return lvt_port_enable_rstp_get(RSTP_PHYSICAL_PORTS); }
+
+int lvt_rstp_port_is_aggregated(uint32_t index)
+{
+    if (index >= RSTP_PHYSICAL_PORTS)
+        return 0;
+    need_defaults();
+    return representative_of(index + 1)->port_number > RSTP_PHYSICAL_PORTS;
+}
+
+void lvt_rstp_reset_config() { lvt_rstp_vars_init(); }
+
+void lvt_rstp_set_mcheck(uint32_t poag)
+{
+    STP_ASSERT(l2port_is_poag(poag), IS_POAG, SOURCE, 743, "lvt_rstp_set_mcheck");
+    need_defaults();
+    lvt_rstp_run_pending();
+    record_of(poag)->rstpVersion = 1;
+    STP_port_reselect(record_of(poag));
+}
+
+void lvt_rstp_vlan_add(uint16_t vid, const uint8_t *members)
+{
+    need_defaults();
+    lvt_rstp_run_pending();
+    stpm_t *bridge = stpapi_stpm_find(vid);
+    if (!bridge) {
+        bridge = STP_stpm_create(vid);
+        if (!bridge)
+            return;
+        if (vid == LVT_RSTP_DEFAULT_VLAN) {
+            STP_ASSERT(lvt_rstp_vars.default_vlan == nullptr, "(&lvt_rstp_vars)->default_vlan == ((void *)0)", SOURCE,
+                       0, "lvt_rstp_vlan_add");
+            lvt_rstp_vars.default_vlan = bridge;
+        }
+    }
+
+    bool moved = false;
+    for (uint32_t number = 1; number <= RSTP_PHYSICAL_PORTS; number++) {
+        port_t *port = record_of(number);
+        const bool inside = port->owner == bridge;
+        if (inside == (members[number] != 0))
+            continue;
+        stpm_t *target = inside ? lvt_rstp_vars.default_vlan : bridge;
+        moved |= lvt_rstp_port_move(port, target);
+        moved |= lvt_rstp_port_move(representative_of(number), target);
+    }
+    if (moved) {
+        set_system_config(bridge);
+        STP_stpm_enable(bridge, 1);
+    }
+}
+
+void lvt_rstp_vlan_del(uint16_t vid)
+{
+    need_defaults();
+    stpm_t *bridge = stpapi_stpm_find(vid);
+    if (!bridge)
+        return;
+    lvt_rstp_run_pending();
+    if (bridge == lvt_rstp_vars.default_vlan)
+        lvt_rstp_vars.default_vlan = nullptr;
+    while (bridge->ports)
+        lvt_rstp_port_move(bridge->ports, lvt_rstp_vars.default_vlan);
+    STP_stpm_delete(bridge);
+}
+
 int lvt_rstp_get_bridge_status(uint32_t vlan_index, lvt_rstp_bridge_status_t *status)
 {
     STP_ASSERT(vlan_index < 1, "vlan_index < 1", SOURCE, 0, "lvt_rstp_get_bridge_status");
+    need_defaults();
     lvt_rstp_run_pending();
     lvt_rstp_read_bridge_status(status);
     const uint16_t priority = status->designated_root.prio;
@@ -697,6 +685,7 @@ int lvt_rstp_get_bridge_status(uint32_t vlan_index, lvt_rstp_bridge_status_t *st
 
 int lvt_rstp_get_port_status(uint32_t poag, lvt_rstp_port_status_t *status)
 {
+    need_defaults();
     lvt_rstp_run_pending();
     lvt_rstp_read_port_status(poag, status);
     return 0;

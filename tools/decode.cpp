@@ -356,9 +356,9 @@ decoded_t decode_mux(octets_t octets)
 
 kind_t kind_by_magic(octets_t octets)
 {
-    if (begins(octets, RSTP_MAGIC))
+    if (begins(octets, rstp_magic_number_arr))
         return kind_t::control;
-    if (begins(octets, LACP_MSG_MAGIC))
+    if (begins(octets, lacp_msg_magic))
         return kind_t::lacp;
     if (begins(octets, PORT_MUX_MAGIC))
         return kind_t::mux;

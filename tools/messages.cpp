@@ -68,7 +68,7 @@ std::vector<uint8_t> raw_message(uint8_t type, std::span<const uint8_t> body, ui
                                  std::optional<uint16_t> stated_length)
 {
     rstp_frame_header_t frame_header{};
-    std::copy_n(RSTP_MAGIC, sizeof RSTP_MAGIC, frame_header.magic);
+    std::copy_n(rstp_magic_number_arr, sizeof rstp_magic_number_arr, frame_header.magic);
     frame_header.length = static_cast<uint32_t>(body.size());
 
     rstp_msg_header_t msg_header{};

@@ -2,7 +2,7 @@
 ///
 /// Each function returns one whole frame: frame header, message header and body, in host byte
 /// order, to be written into the control pipe in one piece (tools/pipe.h). The layouts are those
-/// of daemon/messages.h; no value is judged here (tools/rules.h does that), so that tests can send
+/// of platform/messages.h; no value is judged here (tools/rules.h does that), so that tests can send
 /// what no operator should.
 #pragma once
 
@@ -12,7 +12,7 @@
 #include <span>
 #include <vector>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 
 constexpr size_t FRONT_PORTS = RSTP_PORT_CONFIG_RECORDS - 1; ///< record 0 is that of the groups
 

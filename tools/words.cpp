@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "rstp/bpdu.h"
 #include "tools/rules.h"
 

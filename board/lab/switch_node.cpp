@@ -10,7 +10,7 @@
 
 #include "board/board_socket.h"
 #include "board/lab/within.h"
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "tools/pipe.h"
 
 namespace lab {

@@ -6,7 +6,7 @@
 
 #include <fmt/ranges.h>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "tools/messages.h"
 #include "tools/pipe.h"
 

@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "chip/ports.h"
-#include "daemon/messages.h"
+#include "platform/messages.h"
 
 namespace {
 
@@ -100,7 +100,7 @@ std::vector<heard_t> lacp_read(reader_t &lacp)
     std::vector<heard_t> all;
     while (!lacp.pending.empty()) {
         const auto frame = first_of<lacp_frame_t>(lacp);
-        if (!begins_with(lacp, LACP_MSG_MAGIC) || frame.length > sizeof frame.body) {
+        if (!begins_with(lacp, lacp_msg_magic) || frame.length > sizeof frame.body) {
             all.push_back(give_up(lacp, "lacp"));
             break;
         }

@@ -1,12 +1,10 @@
 #include "daemon/lacp.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
+#include "process/process.h"
 #include "rstp/records.h"
 
 namespace {
@@ -32,14 +30,10 @@ int send_lacp_data(const uint8_t *message, uint32_t length)
     lacp_frame_t frame = {};
     if (length > sizeof frame.body)
         return -1;
-    memcpy(frame.magic, LACP_MSG_MAGIC, sizeof frame.magic);
+    memcpy(frame.magic, lacp_msg_magic, sizeof frame.magic);
     frame.length = length;
     memcpy(reinterpret_cast<uint8_t *>(&frame) + FRAME_HEADER, message, MESSAGE_HEADER + length);
 
     // Opened anew for each message: the other daemon may have come and gone.
-    const int fd = open(LACP_IF_PIPE, O_RDWR | O_NONBLOCK);
-    const int result = static_cast<int>(write(fd, &frame, FRAME_HEADER + MESSAGE_HEADER + length));
-    if (fd >= 0)
-        close(fd);
-    return result;
+    return process_write_once(LACP_IF_PIPE, &frame, FRAME_HEADER + MESSAGE_HEADER + length);
 }

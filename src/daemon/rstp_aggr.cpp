@@ -5,9 +5,11 @@
 
 #include "daemon/semaphores.h"
 #include "lvt_rstp.h"
+#include "process/process.h"
+#include "state.h"
 
-uint8_t aggr_port_status[RSTP_PHYSICAL_PORTS + 1];
-uint8_t aggr_group_status[RSTP_GROUPS];
+LVT_STATE uint8_t aggr_port_status[RSTP_PHYSICAL_PORTS + 1];
+LVT_STATE uint8_t aggr_group_status[RSTP_GROUPS];
 
 namespace {
 
@@ -16,8 +18,8 @@ constexpr uint32_t LAST_GROUP = RSTP_PORTS;
 constexpr size_t MEMBER_OCTETS = RSTP_PHYSICAL_PORTS + 1;
 
 // Bits 1 to 3 for groups 7 to 9.
-uint8_t aggr_reconfig_pending;
-uint8_t aggr_group_active; ///< had members when it was last applied
+LVT_STATE uint8_t aggr_reconfig_pending;
+LVT_STATE uint8_t aggr_group_active; ///< had members when it was last applied
 
 uint8_t group_bit(uint32_t group) { return static_cast<uint8_t>(1u << (group - RSTP_PHYSICAL_PORTS)); }
 
@@ -113,7 +115,7 @@ void rstp_aggr_reconfigured(uint32_t kind, uint32_t group)
 
 void rstp_aggr_apply_pending()
 {
-    auto *members = static_cast<uint8_t *>(malloc(MEMBER_OCTETS));
+    auto *members = static_cast<uint8_t *>(process_alloc(MEMBER_OCTETS));
     if (!members)
         return;
     {

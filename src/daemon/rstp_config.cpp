@@ -6,10 +6,11 @@
 #include "daemon/rstp_aggr.h"
 #include "daemon/semaphores.h"
 #include "lvt_rstp.h"
+#include "state.h"
 #include "switch/sw_cfg.h"
 
-lvt_rstp_system_config_t rstp_system_config;
-lvt_rstp_port_config_t rstp_port_config[RSTP_PORT_CONFIG_RECORDS];
+LVT_STATE lvt_rstp_system_config_t rstp_system_config;
+LVT_STATE lvt_rstp_port_config_t rstp_port_config[RSTP_PORT_CONFIG_RECORDS];
 
 void rstp_global_conf_init()
 {

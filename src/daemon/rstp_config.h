@@ -1,7 +1,7 @@
 /// The settings as the control pipe brings them, and the daemon's copies of them.
 #pragma once
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 
 /// Guarded by `rstp_data_sem`; written by the main thread only. Record 0 belongs to the
 /// groups, 1 to 6 to the ports.

@@ -1,37 +1,36 @@
 #include "daemon/rstp_daemon.h"
 
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/select.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
+#include "daemon/diag_out.h"
 #include "daemon/rstp_aggr.h"
 #include "daemon/rstp_config.h"
 #include "daemon/rstp_msg.h"
 #include "daemon/semaphores.h"
-#include "diag/monitor.h"
 #include "l2_proto_utility/os_api.h"
 #include "lvt_rstp.h"
 #include "platform/lvt_com.h"
+#include "process/process.h"
 #include "shared_value.h"
+#include "state.h"
 #include "switch/sw_cfg.h"
 
-sem_t rstp_core_sem;
-sem_t rstp_data_sem;
+LVT_PROCESS sem_t rstp_core_sem;
+LVT_PROCESS sem_t rstp_data_sem;
 
 namespace {
 
 constexpr uint32_t WORK_TABLE_WORDS = 1024;
 constexpr size_t SCRATCH_OCTETS = 7;
 
-pthread_t rstp_thread_handle;
-pthread_t rstp_tick_thread_handle;
-uint8_t rstp_ready_flag;
-uint32_t rstp_work_table[WORK_TABLE_WORDS]; ///< reserved: nothing stores into it
+LVT_PROCESS pthread_t rstp_thread_handle;
+LVT_PROCESS pthread_t rstp_tick_thread_handle;
+LVT_STATE uint8_t rstp_ready_flag;
+LVT_STATE uint32_t rstp_work_table[WORK_TABLE_WORDS]; ///< reserved: nothing stores into it
 
 void set_ready(uint8_t ready)
 {
@@ -41,7 +40,7 @@ void set_ready(uint8_t ready)
 
 void start_thread(pthread_t *handle, void *(*body)(void *))
 {
-    if (pthread_create(handle, nullptr, body, nullptr) != 0) {
+    if (process_start_thread(handle, body) != 0) {
         puts("Thread creation failed!!");
         exit(1);
     }
@@ -49,8 +48,7 @@ void start_thread(pthread_t *handle, void *(*body)(void *))
 
 int open_pipe(const char *path, const char *failure)
 {
-    // For reading and writing: a pipe without writers would otherwise end.
-    const int fd = open(path, O_RDWR);
+    const int fd = process_open_pipe(path, PIPE_WAITS);
     if (fd < 0) {
         puts(failure);
         exit(1);
@@ -119,7 +117,11 @@ bool take_work()
 
 void handle_work_flush()
 {
-    void *volatile scratch = malloc(SCRATCH_OCTETS);
+    {
+        sem_guard_t data(rstp_data_sem);
+        first_work(); // only to have waited for whoever has the table
+    }
+    void *volatile scratch = process_alloc(SCRATCH_OCTETS);
     if (!scratch)
         return;
     while (take_work()) {
@@ -202,7 +204,7 @@ void *rstp_thread(void *)
     osPrintfConsole("*   RSTP Initial Complete   *\n");
     osPrintfConsole("*****************************\n");
 
-    static rstp_msg_t message;
+    LVT_PROCESS static rstp_msg_t message;
     for (;;)
         if (rstp_msg_recv(&message) == 1)
             rstp_dispatch(&message);
@@ -210,14 +212,11 @@ void *rstp_thread(void *)
 
 void *rstp_tick_thread(void *)
 {
-    while (!load_shared(rstp_ready_flag)) {
-        const timespec second = {1, 0};
-        nanosleep(&second, nullptr);
-    }
+    while (!load_shared(rstp_ready_flag))
+        process_sleep_second();
 
     for (;;) {
-        timeval second = {1, 0};
-        if (select(1, nullptr, nullptr, nullptr, &second) != 0)
+        if (process_wait_second() != 0)
             continue;
         {
             sem_guard_t core(rstp_core_sem);

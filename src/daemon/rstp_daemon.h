@@ -1,7 +1,7 @@
 /// The process: start-up, the dispatch of control messages and the tick.
 #pragma once
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 
 /// Starts everything and waits for the main thread, which never ends. Returns 0.
 int rstp_init();

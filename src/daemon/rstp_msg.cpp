@@ -1,23 +1,24 @@
 #include "daemon/rstp_msg.h"
 
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "diag/debug_cmd.h"
+#include "daemon/diag_out.h"
 #include "l2_proto_utility/os_api.h"
+#include "process/process.h"
+#include "state.h"
 
 namespace {
 
-int rstp_fd;
-int rstp_dbg_fd;
-int maxfd;
-fd_set master_readfds;
-fd_set working_readfds;
+LVT_PROCESS int rstp_fd;
+LVT_PROCESS int rstp_dbg_fd;
+LVT_PROCESS int maxfd;
+LVT_PROCESS fd_set master_readfds;
+LVT_PROCESS fd_set working_readfds;
 
 /// Drops up to `octets` of what the pipe holds now. Never waits for more.
 void discard(int fd, uint64_t octets)
@@ -50,7 +51,7 @@ bool map_port(rstp_msg_header_t *header)
 int read_message(int fd, rstp_msg_t *message)
 {
     rstp_frame_header_t header = {};
-    if (read(fd, &header, sizeof header) < 0 || memcmp(header.magic, RSTP_MAGIC, sizeof header.magic) != 0)
+    if (read(fd, &header, sizeof header) < 0 || memcmp(header.magic, rstp_magic_number_arr, sizeof header.magic) != 0)
         return -1;
 
     const uint32_t body = swap_big_to_lit_32(header.length);
@@ -91,7 +92,7 @@ void rstp_msg_open(int control_fd, int debug_fd)
 int rstp_msg_recv(rstp_msg_t *message)
 {
     working_readfds = master_readfds;
-    if (select(maxfd + 1, &working_readfds, nullptr, nullptr, nullptr) < 1) {
+    if (process_wait_pipes(maxfd + 1, &working_readfds) < 1) {
         perror("RSTP: select() failed");
         exit(1);
     }

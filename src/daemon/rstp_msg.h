@@ -1,7 +1,7 @@
 /// Reading the control pipe and the debug pipe.
 #pragma once
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 
 /// Names the two open pipes.
 void rstp_msg_open(int control_fd, int debug_fd);

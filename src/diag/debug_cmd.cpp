@@ -1,4 +1,4 @@
-#include "diag/debug_cmd.h"
+#include "daemon/diag_out.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -3,15 +3,19 @@
 #include <cstdio>
 #include <ctime>
 
+#include "daemon/diag_out.h"
 #include "diag/numbers.h"
 #include "lvt_rstp.h"
 #include "platform/lvt_com.h"
+#include "platform/messages.h"
+#include "process/process.h"
+#include "state.h"
 
 namespace {
 
 constexpr char TEMPORARY_FILE[] = "/tmp/rstp_monitor.tmp";
 
-int32_t old_sec;
+LVT_STATE int32_t old_sec;
 
 void write_bridge_id(FILE *file, const bridge_id_t &id)
 {
@@ -35,11 +39,11 @@ void write_tc_time(FILE *file, uint16_t time_since_tc)
         old_sec = 0;
         return;
     }
-    const time_t shown = monitor_tc_time(static_cast<int32_t>(time(nullptr)), time_since_tc, &old_sec);
-    tm when;
-    if (localtime_r(&shown, &when))
-        fprintf(file, "%d/%02d/%02d %02d:%02d:%02d", when.tm_year + 1900, when.tm_mon + 1, when.tm_mday, when.tm_hour,
-                when.tm_min, when.tm_sec);
+    const time_t shown = monitor_tc_time(static_cast<int32_t>(process_now()), time_since_tc, &old_sec);
+    // Looks at the machine's zone anew, which localtime_r need not. Only the tick thread asks.
+    if (const tm *when = localtime(&shown))
+        fprintf(file, "%d/%02d/%02d %02d:%02d:%02d", when->tm_year + 1900, when->tm_mon + 1, when->tm_mday,
+                when->tm_hour, when->tm_min, when->tm_sec);
 }
 
 void write_time(FILE *file, const lvt_rstp_bridge_status_t &bridge)
@@ -88,14 +92,6 @@ void write_status(FILE *file)
     fprintf(file, "!\n");
 }
 
-/// Writes all and closes the file. False when there was no room for it.
-bool write_whole(FILE *file)
-{
-    write_status(file);
-    const bool whole = !ferror(file);
-    return fclose(file) == 0 && whole;
-}
-
 int fail()
 {
     osPrintfConsole("rstp_monitor open failure");
@@ -117,14 +113,9 @@ int32_t monitor_tc_time(int32_t now, uint16_t time_since_tc, int32_t *shown_befo
 
 int lvt_rstp_monitor_info_write()
 {
-    FILE *file = fopen(TEMPORARY_FILE, "w");
+    FILE *file = process_create_file(TEMPORARY_FILE);
     if (!file)
         return fail();
-
-    // Without room for it the last whole file stays; its age tells.
-    const bool whole = write_whole(file);
-    if (whole && rename(TEMPORARY_FILE, RSTP_MONITOR_FILE) == 0)
-        return 0;
-    remove(TEMPORARY_FILE);
-    return whole ? fail() : 0;
+    write_status(file);
+    return process_place_file(file, TEMPORARY_FILE, RSTP_MONITOR_FILE) == 0 ? 0 : fail();
 }

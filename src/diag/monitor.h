@@ -4,13 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 
-constexpr char RSTP_MONITOR_FILE[] = "/tmp/rstp_monitor";
-
-/// Writes the whole file; readers never see a part of it. Called by the tick thread, without
-/// the engine's lock. Returns 0, or -1 when it could not be opened or put in place; the next tick
-/// tries again. Without room for it the file stays as it was, and the result is 0.
-int lvt_rstp_monitor_info_write();
-
 /// Chooses the time of the last topology change to show, in seconds since 1970.
 ///
 /// time_since_tc  the bridge's count since then, taken for seconds; not 0.

@@ -14,3 +14,6 @@ void lvt_show_aggr_status();
 void lvt_show_rstp_aggr_status();
 void lvt_show_rstp_stp_state();
 void lvt_rstp_lacp_enable_port_show();
+
+/// The help text: which debug commands there are.
+void lvt_debug_menu();

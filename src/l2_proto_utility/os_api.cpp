@@ -4,7 +4,6 @@
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <arpa/inet.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,7 +14,9 @@
 
 #include "platform/link_mon_intf.h"
 #include "platform/lvt_com.h"
+#include "process/process.h"
 #include "shared_value.h"
+#include "state.h"
 
 namespace {
 
@@ -24,10 +25,10 @@ constexpr uint32_t UNIT = 1;
 constexpr size_t TX_HEADROOM = 12;
 constexpr size_t TX_SPARE = 16; ///< headroom and a tag
 
-lvt_port_status_t lvt_port_status[RSTP_PHYSICAL_PORTS];
-uint8_t bpdu_filter_en;
-uint8_t l2pt_trap[RSTP_PHYSICAL_PORTS];
-uint32_t l2port_hw_state[RSTP_PORTS + 1];
+LVT_STATE lvt_port_status_t lvt_port_status[RSTP_PHYSICAL_PORTS];
+LVT_STATE uint8_t bpdu_filter_en;
+LVT_STATE uint8_t l2pt_trap[RSTP_PHYSICAL_PORTS];
+LVT_STATE uint32_t l2port_hw_state[RSTP_PORTS + 1];
 
 template <typename value_t>
 bool take(value_t &stored, value_t now)
@@ -63,11 +64,11 @@ void fetch_systemmac()
 const int32_t sw_to_phy_port_map_arr[8] = {1, 2, 3, 4, 6, 5, 0, 255};
 const int32_t phy_to_sw_port_map_arr[8] = {6, 0, 1, 2, 3, 5, 4, 255};
 
-uint8_t g_systemmac[RSTP_MAC_OCTETS];
+LVT_STATE uint8_t g_systemmac[RSTP_MAC_OCTETS];
 const uint8_t g_zeromac[RSTP_MAC_OCTETS] = {};
 
-int rstp_socket_fd;
-sockaddr_ll rstp_socket_addr;
+LVT_PROCESS int rstp_socket_fd;
+LVT_PROCESS sockaddr_ll rstp_socket_addr;
 
 // ---- logical ports ----------------------------------------------------------------------
 
@@ -82,30 +83,6 @@ int l2port2port(uint32_t l2port, uint32_t *unit, uint32_t *port)
     *unit = UNIT;
     *port = l2port;
     return 1;
-}
-
-int l2port2poag(uint32_t l2port, uint32_t *unit, uint32_t *poag)
-{
-    if (l2port2port(l2port, unit, poag))
-        return 1;
-    if (!l2port_is_poag(l2port))
-        return 0;
-    *unit = UNIT;
-    *poag = l2port;
-    return 1;
-}
-
-const char *l2port_txt(uint32_t l2port)
-{
-    static char text[16];
-
-    if (l2port_is_port(l2port))
-        snprintf(text, sizeof text, "%d", static_cast<int>(l2port));
-    else if (l2port_is_poag(l2port))
-        snprintf(text, sizeof text, "LLAG%d", static_cast<int>(l2port - RSTP_PHYSICAL_PORTS));
-    else
-        snprintf(text, sizeof text, "%d (L2)", static_cast<int>(l2port));
-    return text;
 }
 
 // ---- links ------------------------------------------------------------------------------
@@ -148,20 +125,6 @@ int lvt_port_status_update_from_drv_msg(const uint8_t *body, uint8_t *changed)
             lvt_pbm_set(i, changed);
     }
     return 0;
-}
-
-void lvt_port_status_polling(uint8_t *pbm)
-{
-    link_mon_status_t monitor;
-    if (!read_link_monitor(&monitor, "lvt_port_status_polling", 831))
-        return;
-
-    for (uint32_t i = 0; i < RSTP_PHYSICAL_PORTS; i++) {
-        const lvt_port_status_t now = status_of_word(monitor.status[i]);
-        if (load_shared(lvt_port_status[i].link) != now.link || load_shared(lvt_port_status[i].speed) != now.speed ||
-            load_shared(lvt_port_status[i].duplex) != now.duplex)
-            lvt_pbm_set(i, pbm);
-    }
 }
 
 int lvt_port_info_get(uint32_t port, lvt_port_info_t *info)
@@ -215,9 +178,6 @@ int lvt_os_get_linkduplex(uint32_t l2port)
     return status.link != 0 && status.duplex == 1;
 }
 
-const char *link_state_txt(uint32_t link) { return link == 0 ? "down" : link == 1 ? "up" : "undef"; }
-const char *link_duplex_txt(uint32_t duplex) { return duplex == 0 ? "half" : duplex == 1 ? "full" : "undef"; }
-
 void lvt_show_port_status()
 {
     static constexpr char rule[] = "====================================================================\n";
@@ -238,29 +198,20 @@ void lvt_show_port_status()
 
 int lvt_mac_addr_get(uint8_t *mac)
 {
-    ifreq request = {};
-    if (strlen(RSTP_CPU_INTERFACE) >= sizeof request.ifr_name) {
+    if (strlen(RSTP_CPU_INTERFACE) >= IF_NAMESIZE) {
         printf("interface name is too long");
         return -1;
     }
-    strcpy(request.ifr_name, RSTP_CPU_INTERFACE);
-
-    const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    if (fd < 0) {
+    sockaddr address;
+    if (process_interface_address(RSTP_CPU_INTERFACE, &address) < 0) {
         printf("%s", strerror(errno));
         return -1;
     }
-    if (ioctl(fd, SIOCGIFHWADDR, &request) < 0) {
-        printf("%s", strerror(errno));
-        close(fd);
-        return -1;
-    }
-    close(fd);
-    if (request.ifr_hwaddr.sa_family != ARPHRD_ETHER) {
+    if (address.sa_family != ARPHRD_ETHER) {
         printf("not an Ethernet interface");
         return -1;
     }
-    memcpy(mac, request.ifr_hwaddr.sa_data, RSTP_MAC_OCTETS);
+    memcpy(mac, address.sa_data, RSTP_MAC_OCTETS);
     return 0;
 }
 
@@ -288,18 +239,6 @@ void misc_instantiate_mac(uint8_t *mac, const uint8_t *base, uint32_t index)
     mac[5] = static_cast<uint8_t>(low);
 }
 
-char *misc_mac_txt(const uint8_t *mac, char *text)
-{
-    snprintf(text, 18, "%02x-%02x-%02x-%02x-%02x-%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    return text;
-}
-
-const char *mac_txt(const uint8_t *mac)
-{
-    static char text[18];
-    return misc_mac_txt(mac, text);
-}
-
 // ---- switches of other functions --------------------------------------------------------
 
 int bpdu_filter_en_set(uint8_t enable)
@@ -310,6 +249,133 @@ int bpdu_filter_en_set(uint8_t enable)
 
 uint8_t bpdu_filter_en_get() { return bpdu_filter_en; }
 
+// ---- frames -----------------------------------------------------------------------------
+
+int initSocket(int *fd_out, sockaddr_ll *addr_out, const char *ifname)
+{
+    *addr_out = {};
+    addr_out->sll_family = AF_PACKET;
+    addr_out->sll_protocol = htons(ETH_P_ALL);
+    addr_out->sll_hatype = ARPHRD_ETHER;
+    addr_out->sll_pkttype = PACKET_OTHERHOST;
+    addr_out->sll_halen = ETH_ALEN;
+    addr_out->sll_addr[5] = 2;
+    *fd_out = process_open_socket(ifname, addr_out);
+    return 0;
+}
+
+void lvt_cpu_tx_tag_source_port_set(uint8_t *tag, uint32_t index)
+{
+    if (index < sizeof sw_to_phy_port_map_arr / sizeof *sw_to_phy_port_map_arr)
+        tag[RSTP_CPU_TAG_PORTS] =
+            static_cast<uint8_t>(tag[RSTP_CPU_TAG_PORTS] | 1u << sw_to_phy_port_map_arr[index] % 32);
+}
+
+int rstp_rawSocketIfTx(const uint8_t *frame, uint32_t l2port, size_t length)
+{
+    constexpr size_t ADDRESSES = 2 * ETH_ALEN;
+    uint8_t tag[RSTP_CPU_TAG_OCTETS];
+    uint8_t tagged[ETH_FRAME_LEN + RSTP_CPU_TAG_OCTETS] = {};
+
+    if (length < ADDRESSES || length > ETH_FRAME_LEN)
+        return -1;
+    memcpy(tag, RSTP_CPU_TAG, sizeof tag);
+    lvt_cpu_tx_tag_source_port_set(tag, l2port - 1);
+    memcpy(tagged, frame, ADDRESSES);
+    memcpy(tagged + ADDRESSES, tag, sizeof tag);
+    memcpy(tagged + ADDRESSES + sizeof tag, frame + ADDRESSES, length - ADDRESSES);
+    if (length < RSTP_FRAME_MIN)
+        length = RSTP_FRAME_MIN;
+
+    if (rstp_socket_fd == 0)
+        return -1;
+    if (process_send_frame(rstp_socket_fd, tagged, length + sizeof tag, &rstp_socket_addr) == -1) {
+        perror("sendto");
+        return -1;
+    }
+    return 0;
+}
+
+uint8_t *packet_tx_alloc(size_t length)
+{
+    const size_t frame = length < RSTP_FRAME_MIN ? RSTP_FRAME_MIN : length;
+    auto *block = static_cast<uint8_t *>(process_alloc(frame + TX_SPARE));
+    return block ? block + TX_HEADROOM : nullptr;
+}
+
+void packet_tx_free(uint8_t *buffer)
+{
+    STP_ASSERT(buffer != nullptr, "buffer != ((void *)0)", SOURCE, 0, "packet_tx_free");
+    free(buffer - TX_HEADROOM);
+}
+
+uint8_t *lvt_os_alloc_xmit(uint32_t l2port, size_t length, uint16_t *tag)
+{
+    STP_ASSERT(l2port_is_valid(l2port), "l2port_is_valid(l2port)", SOURCE, 0, "lvt_os_alloc_xmit");
+    uint32_t unit, port;
+    if (!l2port2port(l2port, &unit, &port))
+        return nullptr;
+    uint8_t *buffer = packet_tx_alloc(length);
+    *tag = 0;
+    return buffer;
+}
+
+// ---- what only other programs of the board would call: the linker leaves it out of the daemon ---------
+
+int l2port2poag(uint32_t l2port, uint32_t *unit, uint32_t *poag)
+{
+    if (l2port2port(l2port, unit, poag))
+        return 1;
+    if (!l2port_is_poag(l2port))
+        return 0;
+    *unit = UNIT;
+    *poag = l2port;
+    return 1;
+}
+
+const char *l2port_txt(uint32_t l2port)
+{
+    LVT_PROCESS static char text[16];
+
+    if (l2port_is_port(l2port))
+        snprintf(text, sizeof text, "%d", static_cast<int>(l2port));
+    else if (l2port_is_poag(l2port))
+        snprintf(text, sizeof text, "LLAG%d", static_cast<int>(l2port - RSTP_PHYSICAL_PORTS));
+    else
+        snprintf(text, sizeof text, "%d (L2)", static_cast<int>(l2port));
+    return text;
+}
+
+void lvt_port_status_polling(uint8_t *pbm)
+{
+    link_mon_status_t monitor;
+    if (!read_link_monitor(&monitor, "lvt_port_status_polling", 831))
+        return;
+
+    for (uint32_t i = 0; i < RSTP_PHYSICAL_PORTS; i++) {
+        const lvt_port_status_t now = status_of_word(monitor.status[i]);
+        if (load_shared(lvt_port_status[i].link) != now.link || load_shared(lvt_port_status[i].speed) != now.speed ||
+            load_shared(lvt_port_status[i].duplex) != now.duplex)
+            lvt_pbm_set(i, pbm);
+    }
+}
+
+const char *link_state_txt(uint32_t link) { return link == 0 ? "down" : link == 1 ? "up" : "undef"; }
+
+const char *link_duplex_txt(uint32_t duplex) { return duplex == 0 ? "half" : duplex == 1 ? "full" : "undef"; }
+
+char *misc_mac_txt(const uint8_t *mac, char *text)
+{
+    snprintf(text, 18, "%02x-%02x-%02x-%02x-%02x-%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    return text;
+}
+
+const char *mac_txt(const uint8_t *mac)
+{
+    LVT_PROCESS static char text[18];
+    return misc_mac_txt(mac, text);
+}
+
 int l2pt_trap_set(uint32_t index, uint8_t value)
 {
     if (index < RSTP_PHYSICAL_PORTS)
@@ -319,14 +385,12 @@ int l2pt_trap_set(uint32_t index, uint8_t value)
 
 uint8_t l2pt_trap_get(uint32_t index) { return index < RSTP_PHYSICAL_PORTS ? l2pt_trap[index] : 0; }
 
-// ---- forwarding state, offered to other protocols ---------------------------------------
-
 void lvt_os_set_stpstate(uint32_t l2port, uint8_t state)
 {
-    // Before the line, which shows what there is only for a valid port.
-    STP_ASSERT(l2port_is_valid(l2port), "l2port_is_valid(portno)", SOURCE, 421, "lvt_os_set_stpstate");
+    const uint32_t shown = l2port_is_valid(l2port) ? l2port : 0; // nothing is cached for a port 0
     printf("\n%s: L%d: lvt_os_set_stpstate(), new_state=%d, cached_stpstates=%d, cached_fwdstates=%d\n", SOURCE, 420,
-           state, cached_stpstates[l2port], cached_fwdstates[l2port]);
+           state, cached_stpstates[shown], cached_fwdstates[shown]);
+    STP_ASSERT(l2port_is_valid(l2port), "l2port_is_valid(portno)", SOURCE, 421, "lvt_os_set_stpstate");
     cached_stpstates[l2port] = state;
     if (cached_fwdstates[l2port] == 1)
         l2port_stp_state_set(l2port, state);
@@ -369,84 +433,6 @@ int l2port_stp_state_set(uint32_t l2port, uint8_t state)
 
 int port_stp_state_set(uint32_t, uint8_t) { return 0; }
 
-// ---- frames -----------------------------------------------------------------------------
-
-int initSocket(int *fd_out, sockaddr_ll *addr_out, const char *ifname)
-{
-    *addr_out = {};
-    addr_out->sll_family = AF_PACKET;
-    addr_out->sll_protocol = htons(ETH_P_ALL);
-    addr_out->sll_ifindex = static_cast<int>(if_nametoindex(ifname));
-    addr_out->sll_hatype = ARPHRD_ETHER;
-    addr_out->sll_pkttype = PACKET_OTHERHOST;
-    addr_out->sll_halen = ETH_ALEN;
-    addr_out->sll_addr[5] = 2;
-
-    *fd_out = socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL));
-    if (*fd_out < 0)
-        perror("Cannot create socket!!");
-    if (bind(*fd_out, reinterpret_cast<sockaddr *>(addr_out), sizeof *addr_out) < 0)
-        perror("Cannot bind!!");
-    return 0;
-}
-
-void lvt_cpu_tx_tag_source_port_set(uint8_t *tag, uint32_t index)
-{
-    if (index < sizeof sw_to_phy_port_map_arr / sizeof *sw_to_phy_port_map_arr)
-        tag[RSTP_CPU_TAG_PORTS] =
-            static_cast<uint8_t>(tag[RSTP_CPU_TAG_PORTS] | 1u << sw_to_phy_port_map_arr[index] % 32);
-}
-
-int rstp_rawSocketIfTx(const uint8_t *frame, uint32_t l2port, size_t length)
-{
-    constexpr size_t ADDRESSES = 2 * ETH_ALEN;
-    uint8_t tag[RSTP_CPU_TAG_OCTETS];
-    uint8_t tagged[ETH_FRAME_LEN + RSTP_CPU_TAG_OCTETS] = {};
-
-    if (length < ADDRESSES || length > ETH_FRAME_LEN)
-        return -1;
-    memcpy(tag, RSTP_CPU_TAG, sizeof tag);
-    lvt_cpu_tx_tag_source_port_set(tag, l2port - 1);
-    memcpy(tagged, frame, ADDRESSES);
-    memcpy(tagged + ADDRESSES, tag, sizeof tag);
-    memcpy(tagged + ADDRESSES + sizeof tag, frame + ADDRESSES, length - ADDRESSES);
-    if (length < RSTP_FRAME_MIN)
-        length = RSTP_FRAME_MIN;
-
-    if (rstp_socket_fd == 0)
-        return -1;
-    if (sendto(rstp_socket_fd, tagged, length + sizeof tag, MSG_DONTROUTE | MSG_DONTWAIT,
-               reinterpret_cast<sockaddr *>(&rstp_socket_addr), sizeof rstp_socket_addr) == -1) {
-        perror("sendto");
-        return -1;
-    }
-    return 0;
-}
-
-uint8_t *packet_tx_alloc(size_t length)
-{
-    const size_t frame = length < RSTP_FRAME_MIN ? RSTP_FRAME_MIN : length;
-    auto *block = static_cast<uint8_t *>(malloc(frame + TX_SPARE));
-    return block ? block + TX_HEADROOM : nullptr;
-}
-
-void packet_tx_free(uint8_t *buffer)
-{
-    STP_ASSERT(buffer != nullptr, "buffer != ((void *)0)", SOURCE, 0, "packet_tx_free");
-    free(buffer - TX_HEADROOM);
-}
-
-uint8_t *lvt_os_alloc_xmit(uint32_t l2port, size_t length, uint16_t *tag)
-{
-    STP_ASSERT(l2port_is_valid(l2port), "l2port_is_valid(l2port)", SOURCE, 0, "lvt_os_alloc_xmit");
-    uint32_t unit, port;
-    if (!l2port2port(l2port, &unit, &port))
-        return nullptr;
-    uint8_t *buffer = packet_tx_alloc(length);
-    *tag = 0;
-    return buffer;
-}
-
 int lvt_os_xmit(uint32_t l2port, uint8_t *buffer)
 {
     STP_ASSERT(l2port_is_port(l2port), "l2port_is_port(l2port)", SOURCE, 0, "lvt_os_xmit");
@@ -478,8 +464,7 @@ int rstp_rawSocketOnceTx(const uint8_t *buffer, size_t length, const char *ifnam
     initSocket(&fd, &addr, ifname);
     if (fd == 0)
         return -1;
-    if (sendto(fd, buffer, length, MSG_DONTROUTE | MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&addr), sizeof addr) ==
-        -1)
+    if (process_send_frame(fd, buffer, length, &addr) == -1)
         perror("sendto");
     close(fd);
     return 0;

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "l2_proto_utility/cpu_tag.h"
 #include "rstp/stp_out.h"
 

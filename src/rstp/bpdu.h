@@ -82,3 +82,7 @@ constexpr void bpdu_put32(uint8_t *octets, uint32_t value)
     bpdu_put16(octets, static_cast<uint16_t>(value >> 16));
     bpdu_put16(octets + 2, static_cast<uint16_t>(value));
 }
+
+/// The rules that every received frame of `length` octets must pass before the engine sees it (compare
+/// clause 9.3.4). The version is not among them, nor the message age. Octets past `length` are not read.
+bool STP_bpdu_is_valid(const uint8_t *frame, uint32_t length);

@@ -1,5 +1,7 @@
 #include "rstp/port.h"
 
+#include <initializer_list>
+
 #include "rstp/port_machines.h"
 #include "rstp/vect.h"
 
@@ -61,4 +63,14 @@ void STP_port_delete(port_t *port)
                 break;
             }
     port->next = nullptr;
+}
+
+void STP_port_tick(port_t *port)
+{
+    if (boring_port(port))
+        return;
+    for (uint8_t *timer : {&port->fdWhile, &port->helloWhen, &port->mdelayWhile, &port->rbWhile, &port->rcvdInfoWhile,
+                           &port->rrWhile, &port->tcWhile, &port->txCount, &port->edgeDelayWhile})
+        if (*timer)
+            --*timer;
 }

@@ -24,3 +24,7 @@ inline void STP_port_reselect(port_t *port)
 
 /// Takes a port out of its bridge.
 void STP_port_delete(port_t *port);
+
+/// One second has passed: takes one from each of the nine timers that is above 0 (clause 17.22). The timers
+/// of a port that takes no part stand still.
+void STP_port_tick(port_t *port);

@@ -36,6 +36,9 @@ struct stp_machine_t {
     stp_name_t state_name;
 };
 
+/// The names of all states, machine after machine, as ten tables in one.
+extern const char *const STP_state_names[];
+
 /// Who a machine is, for a trace.
 struct stp_mach_identity_t {
     uint32_t port_number; ///< 0 for the role selection of a bridge

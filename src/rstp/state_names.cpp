@@ -3,7 +3,7 @@
 /// The names of all states, machine after machine. "DELEAYED" and "FORSE" are written so on
 /// purpose: tools match these spellings.
 // clang-format off
-const char *STP_state_names[] = {
+const char *const STP_state_names[] = {
     // rolesel
     "INIT_BRIDGE", "ROLE_SELECTION",
     // info

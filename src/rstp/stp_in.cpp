@@ -29,14 +29,6 @@ void for_enabled_bridges(uint32_t port_index, report_t report)
 
 } // namespace
 
-stpm_t *stpapi_stpm_find(uint16_t vlan_id)
-{
-    stpm_t *bridge = *STP_OUT_bridges();
-    while (bridge && bridge->vlan_id != vlan_id)
-        bridge = bridge->next;
-    return bridge;
-}
-
 port_t *_stpapi_port_find(stpm_t *bridge, uint32_t port_index)
 {
     STP_ASSERT(port_index - 1 < RSTP_PORTS, "((port_index) > 0 && (port_index) <= (((6) * 1)) + ((3 * 1)+(0 )))",
@@ -96,4 +88,14 @@ int STP_IN_rx_bpdu(port_t *port, const bpdu_t *bpdu, uint32_t len)
     STP_info_rx_bpdu(port, bpdu, len);
     STP_stpm_update();
     return 0;
+}
+
+// ---- what only other programs of the board would call: the linker leaves it out of the daemon ---------
+
+stpm_t *stpapi_stpm_find(uint16_t vlan_id)
+{
+    stpm_t *bridge = *STP_OUT_bridges();
+    while (bridge && bridge->vlan_id != vlan_id)
+        bridge = bridge->next;
+    return bridge;
 }

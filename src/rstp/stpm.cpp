@@ -31,20 +31,6 @@ void STP_stpm_free(stpm_t *bridge)
     *free_bridges = bridge;
 }
 
-void STP_stpm_delete(stpm_t *bridge)
-{
-    STP_stpm_enable(bridge, 0);
-    STP_ASSERT(bridge->ports == nullptr, "this->ports == ((void *)0)", "stpm", 128, "STP_stpm_delete");
-
-    for (stpm_t **link = STP_OUT_bridges(); *link; link = &(*link)->next)
-        if ((*link)->vlan_id == bridge->vlan_id) {
-            *link = (*link)->next;
-            break;
-        }
-    bridge->vlan_id = 0;
-    STP_stpm_free(bridge);
-}
-
 int STP_stpm_enable(stpm_t *bridge, uint8_t enable)
 {
     if (bridge->admin_state == enable)
@@ -119,4 +105,20 @@ int check_topoch(stpm_t *bridge)
             return 1;
         }
     return 0;
+}
+
+// ---- what only other programs of the board would call: the linker leaves it out of the daemon ---------
+
+void STP_stpm_delete(stpm_t *bridge)
+{
+    STP_stpm_enable(bridge, 0);
+    STP_ASSERT(bridge->ports == nullptr, "this->ports == ((void *)0)", "stpm", 128, "STP_stpm_delete");
+
+    for (stpm_t **link = STP_OUT_bridges(); *link; link = &(*link)->next)
+        if ((*link)->vlan_id == bridge->vlan_id) {
+            *link = (*link)->next;
+            break;
+        }
+    bridge->vlan_id = 0;
+    STP_stpm_free(bridge);
 }

@@ -101,16 +101,6 @@ int sw_cfg_l2_addr_delAll_api()
     return failed(&request) ? -1 : 0;
 }
 
-int sw_cfg_l2_ucastAddr_flush_api(uint32_t index)
-{
-    if (!is_front_port(index))
-        return -1;
-    mdio_multi_t request = {};
-    wait_idle(&request, ADDRESS_COMMAND);
-    write(&request, ADDRESS_COMMAND, ADDRESS_FLUSH_PORT | chip_port(index) << 8);
-    return failed(&request) ? tell("sw_cfg_l2_ucastAddr_flush_api", 552) : 0;
-}
-
 int sw_cfg_trap_portMgmtFrameAction_rstp_set_api(uint8_t enable, uint32_t /*index*/)
 {
     mdio_multi_t request = {};
@@ -147,6 +137,18 @@ int sw_cfg_trap_bypassVlan_rstp_set_api(uint8_t enable)
             return tell("sw_cfg_trap_bypassVlan_rstp_set_api", 444);
     }
     return 0;
+}
+
+// ---- what only other programs of the board would call: the linker leaves it out of the daemon ---------
+
+int sw_cfg_l2_ucastAddr_flush_api(uint32_t index)
+{
+    if (!is_front_port(index))
+        return -1;
+    mdio_multi_t request = {};
+    wait_idle(&request, ADDRESS_COMMAND);
+    write(&request, ADDRESS_COMMAND, ADDRESS_FLUSH_PORT | chip_port(index) << 8);
+    return failed(&request) ? tell("sw_cfg_l2_ucastAddr_flush_api", 552) : 0;
 }
 
 void sw_cfg_l2pt_trap_show_api()

@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "fixture.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "tools/pipe.h"
 
 namespace e2e {

@@ -8,7 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "lvt_board/event_log.h"
 #include "lvt_board/links.h"
 #include "lvt_board/pipes.h"
@@ -52,7 +52,7 @@ port_mux_msg_t mux_message(std::uint8_t port, std::uint8_t forwarding)
 lacp_frame_t lacp_frame(std::initializer_list<std::uint8_t> flags)
 {
     lacp_frame_t frame = {};
-    std::memcpy(frame.magic, LACP_MSG_MAGIC, sizeof frame.magic);
+    std::memcpy(frame.magic, lacp_msg_magic, sizeof frame.magic);
     frame.length = static_cast<std::uint32_t>(flags.size());
     frame.type = LACP_MSG_RSTP_STATUS;
     std::copy(flags.begin(), flags.end(), frame.body);

@@ -1,7 +1,8 @@
 # The daemon's parts, stepped on the desk: a board made of records stands behind its libraries and
-# behind the calls of the system that a test must watch or let fail.
+# behind its process, of which a test must watch some calls or let them fail.
 add_executable(unit_daemon
-    daemon_board.cpp daemon_fixture.cpp daemon_invariants.cpp
+    daemon_board.cpp daemon_fixture.cpp daemon_invariants.cpp daemon_image.cpp
+    daemon_process_test.cpp
     daemon_sw_cfg_test.cpp daemon_os_api_test.cpp daemon_frames_test.cpp daemon_hw_state_test.cpp
     daemon_config_test.cpp daemon_vlan_test.cpp daemon_events_test.cpp
     daemon_aggr_tables_test.cpp daemon_aggr_test.cpp daemon_lacp_test.cpp daemon_msg_test.cpp
@@ -9,10 +10,14 @@ add_executable(unit_daemon
     daemon_random_test.cpp
     ${PROJECT_SOURCE_DIR}/tools/messages.cpp)
 target_include_directories(unit_daemon PRIVATE ${PROJECT_SOURCE_DIR})
-target_link_libraries(unit_daemon PRIVATE
-    rstp_daemon rstp_engine rstp_daemon lvt_warnings GTest::gmock GTest::gtest_main)
-foreach(call bind fopen fopen64 if_nametoindex ioctl malloc nanosleep open open64 pthread_create recvfrom
-        remove rename select sendto socket time)
-    target_link_options(unit_daemon PRIVATE -Wl,--wrap=${call})
+# The real process under other names, so that the board can stand before it.
+add_library(unit_daemon_process OBJECT ${PROJECT_SOURCE_DIR}/src/process/process.cpp)
+target_include_directories(unit_daemon_process PRIVATE ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(unit_daemon_process PRIVATE lvt_plain)
+foreach(call open_pipe write_pipe write_once wait_pipes open_socket deafen_socket send_frame interface_address
+        create_file place_file now wait_second sleep_second start_thread alloc)
+    target_compile_definitions(unit_daemon_process PRIVATE process_${call}=system_${call})
 endforeach()
+target_link_libraries(unit_daemon PRIVATE unit_daemon_process
+    rstp_daemon_gathered rstp_engine rstp_daemon_gathered lvt_warnings GTest::gmock GTest::gtest_main)
 lvt_discover_unit_tests(unit_daemon daemon.)

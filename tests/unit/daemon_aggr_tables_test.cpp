@@ -259,11 +259,11 @@ TEST_F(aggr_tables, type_9_leaves_the_queue_to_the_next_2_4_or_5)
 TEST_F(aggr_tables, the_queue_is_kept_while_memory_is_short)
 {
     boot();
-    board.malloc_calls_left = 0;
+    board.allocations_left = 0;
     send_groups({0, 7, 7, 3, 4, 5, 6});
     EXPECT_EQ(group_table(), "03 00 00");
     EXPECT_THAT(members(7), IsEmpty());
-    board.malloc_calls_left = -1;
+    board.allocations_left = -1;
     rstp_aggr_apply_pending();
     EXPECT_THAT(members(7), ElementsAre(1, 2));
     board_log();
@@ -274,9 +274,9 @@ TEST_F(aggr_tables, the_queue_is_kept_while_memory_is_short)
 TEST_F(aggr_tables, queued_groups_are_applied_in_order)
 {
     boot();
-    board.malloc_calls_left = 0;
+    board.allocations_left = 0;
     send_groups({0, 9, 2, 8, 4, 7, 6});
-    board.malloc_calls_left = -1;
+    board.allocations_left = -1;
     rstp_aggr_apply_pending();
     EXPECT_EQ(board_log(), state_written(5, 4) + state_written(3, 4) + state_written(1, 4));
 }

@@ -1,11 +1,5 @@
 #include "daemon_board.h"
 
-#include <dirent.h>
-#include <net/if.h>
-#include <poll.h>
-#include <pthread.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,8 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <utility>
-#include <ctime>
-#include <fcntl.h>
 
 #include "platform/link_mon_intf.h"
 #include "platform/lvt_com.h"
@@ -241,171 +233,96 @@ int osPrintfConsole(const char *text, ...)
     return count;
 }
 
-// ---- calls of the system ------------------------------------------------------------------
+// ---- the process ----------------------------------------------------------------------------
 
-extern "C" {
-
-int __real_bind(int fd, const sockaddr *address, socklen_t length);
-FILE *__real_fopen(const char *path, const char *mode);
-FILE *__real_fopen64(const char *path, const char *mode);
-unsigned __real_if_nametoindex(const char *name);
-int __real_ioctl(int fd, unsigned long request, void *argument);
-void *__real_malloc(size_t size);
-int __real_nanosleep(const timespec *time, timespec *left);
-int __real_open(const char *path, int flags, ...);
-int __real_open64(const char *path, int flags, ...);
-int __real_pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*body)(void *), void *argument);
-ssize_t __real_recvfrom(int fd, void *buffer, size_t length, int flags, sockaddr *from, socklen_t *from_length);
-int __real_remove(const char *path);
-int __real_rename(const char *from, const char *to);
-int __real_select(int width, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout);
-ssize_t __real_sendto(int fd, const void *octets, size_t length, int flags, const sockaddr *to, socklen_t to_length);
-int __real_socket(int domain, int type, int protocol);
-time_t __real_time(time_t *out);
-
-int __wrap_bind(int fd, const sockaddr *address, socklen_t length)
+int process_open_pipe(const char *path, pipe_mode_t mode)
 {
-    if (!board.sockets_are_ours)
-        return __real_bind(fd, address, length);
-    board.bound_fd = fd;
-    board.bound_address = octets_of(address, length);
-    errno = fd < 0 ? EBADF : board.bind_error;
-    return errno ? -1 : 0;
-}
-
-FILE *__wrap_fopen(const char *path, const char *mode) { return __real_fopen(redirected(path).c_str(), mode); }
-FILE *__wrap_fopen64(const char *path, const char *mode) { return __real_fopen(redirected(path).c_str(), mode); }
-
-unsigned __wrap_if_nametoindex(const char *name)
-{
-    return board.sockets_are_ours ? (strcmp(name, "eth0") == 0 ? 42 : 0) : __real_if_nametoindex(name);
-}
-
-int __wrap_ioctl(int fd, unsigned long request, void *argument)
-{
-    if (request != SIOCGIFHWADDR)
-        return __real_ioctl(fd, request, argument);
-    auto *interface = static_cast<ifreq *>(argument);
-    board.cpu_mac_interface = interface->ifr_name;
-    if ((errno = board.cpu_mac_error) != 0)
-        return -1;
-    interface->ifr_hwaddr.sa_family = board.cpu_family;
-    memcpy(interface->ifr_hwaddr.sa_data, board.cpu_mac.data(), board.cpu_mac.size());
-    return 0;
-}
-
-void *__wrap_malloc(size_t size)
-{
-    if (board.malloc_calls_left == 0)
-        return nullptr;
-    if (board.malloc_calls_left > 0)
-        board.malloc_calls_left--;
-    return __real_malloc(size);
-}
-
-int __wrap_nanosleep(const timespec *time, timespec *left)
-{
-    if (!board.on_sleep)
-        return __real_nanosleep(time, left);
-    board.on_sleep(time);
-    return 0;
-}
-
-int __wrap_open(const char *path, int flags, ...)
-{
-    mode_t mode = 0;
-    if (flags & O_CREAT) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
     if (board.on_open)
         board.on_open(path);
-    return __real_open(redirected(path).c_str(), flags, mode);
+    return system_open_pipe(redirected(path).c_str(), mode);
 }
 
-int __wrap_open64(const char *path, int flags, ...)
+int process_write_pipe(int fd, const void *octets, size_t length) { return system_write_pipe(fd, octets, length); }
+
+int process_write_once(const char *path, const void *octets, size_t length)
 {
-    mode_t mode = 0;
-    if (flags & O_CREAT) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
-    return __wrap_open(path, flags, mode);
+    if (board.on_open)
+        board.on_open(path);
+    return system_write_once(redirected(path).c_str(), octets, length);
 }
 
-int __wrap_pthread_create(pthread_t *handle, const pthread_attr_t *attributes, void *(*body)(void *), void *argument)
+int process_wait_pipes(int width, fd_set *readable)
 {
-    if (board.on_thread)
-        if (const std::optional<int> result = board.on_thread(body))
-            return *result;
-    return __real_pthread_create(handle, attributes, body, argument);
-}
-
-ssize_t __wrap_recvfrom(int fd, void *buffer, size_t length, int flags, sockaddr *from, socklen_t *from_length)
-{
-    if (!board.sockets_are_ours)
-        return __real_recvfrom(fd, buffer, length, flags, from, from_length);
-    if (!board.arriving) {
-        errno = ENETDOWN;
-        return -1;
-    }
-    const size_t count = std::min(length, board.arriving->size());
-    std::copy_n(board.arriving->data(), count, static_cast<uint8_t *>(buffer));
-    return static_cast<ssize_t>(count);
-}
-
-int __wrap_remove(const char *path) { return __real_remove(redirected(path).c_str()); }
-
-int __wrap_rename(const char *from, const char *to)
-{
-    return __real_rename(redirected(from).c_str(), redirected(to).c_str());
-}
-
-int __wrap_select(int width, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout)
-{
-    if (board.on_select)
-        if (const std::optional<int> result = board.on_select(width, readable, timeout)) {
+    if (board.on_wait)
+        if (const std::optional<int> result = board.on_wait(width, readable)) {
             if (*result < 0)
                 errno = EINTR;
             return *result;
         }
-    return __real_select(width, readable, writable, exceptional, timeout);
+    return system_wait_pipes(width, readable);
 }
 
-ssize_t __wrap_sendto(int fd, const void *octets, size_t length, int flags, const sockaddr *to, socklen_t to_length)
+int process_open_socket(const char *interface, sockaddr_ll *address)
+{
+    board.socket_interface = interface;
+    board.socket_address = octets_of(address, sizeof *address);
+    address->sll_ifindex = 42;
+    return board.socket_result;
+}
+
+void process_deafen_socket(int fd) { system_deafen_socket(fd); }
+
+int process_send_frame(int fd, const void *octets, size_t length, const sockaddr_ll *to)
 {
     note_mux();
     const octets_t frame = octets_of(octets, length);
-    board.frames.push_back({fd, flags, frame, octets_of(to, to_length)});
+    board.frames.push_back({fd, frame, octets_of(to, sizeof *to)});
     if (board.on_engine_call)
         board.on_engine_call("frame");
     board.log.push_back(frame.size() < 25 ? "?short frame"
                                           : format("frame %d %s", port_of_tag(frame[15]), kind_of(frame[24])));
-    if ((errno = board.send_error) != 0)
+    return (errno = board.send_error) != 0 ? -1 : 0;
+}
+
+int process_interface_address(const char *interface, sockaddr *address)
+{
+    board.cpu_mac_interface = interface;
+    if ((errno = board.cpu_mac_error) != 0)
         return -1;
-    return static_cast<ssize_t>(length);
+    address->sa_family = board.cpu_family;
+    memcpy(address->sa_data, board.cpu_mac.data(), board.cpu_mac.size());
+    return 0;
 }
 
-int __wrap_socket(int domain, int type, int protocol)
+FILE *process_create_file(const char *temporary) { return system_create_file(redirected(temporary).c_str()); }
+
+int process_place_file(FILE *file, const char *temporary, const char *path)
 {
-    if (!board.sockets_are_ours)
-        return __real_socket(domain, type, protocol);
-    board.socket_arguments.insert(board.socket_arguments.end(), {domain, type, protocol});
-    if (board.socket_result < 0)
-        errno = EPERM;
-    return board.socket_result;
+    return system_place_file(file, redirected(temporary).c_str(), redirected(path).c_str());
 }
 
-time_t __wrap_time(time_t *out)
+time_t process_now() { return board.now ? *board.now : system_now(); }
+
+int process_wait_second()
 {
-    if (!board.now)
-        return __real_time(out);
-    if (out)
-        *out = *board.now;
-    return *board.now;
+    const int result = board.on_second ? board.on_second() : system_wait_second();
+    if (result < 0)
+        errno = EINTR;
+    return result;
 }
+
+void process_sleep_second() { board.on_sleep ? board.on_sleep() : system_sleep_second(); }
+
+int process_start_thread(pthread_t *handle, void *(*body)(void *))
+{
+    return board.on_thread ? board.on_thread(body) : system_start_thread(handle, body);
+}
+
+void *process_alloc(size_t size)
+{
+    if (board.allocations_left == 0)
+        return nullptr;
+    if (board.allocations_left > 0)
+        board.allocations_left--;
+    return system_alloc(size);
 }

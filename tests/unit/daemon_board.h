@@ -1,9 +1,7 @@
 /// The board under the daemon, as one record that tests set and read. It answers the three board
-/// libraries, and the calls of the system that a test must watch or let fail (the linker sends them
-/// here: see daemon.cmake). Whatever is not set below goes on to the system.
+/// libraries, and what the daemon asks of its process. What a test does not set below goes on to the real
+/// process, whose functions are called system_ here (see daemon.cmake).
 #pragma once
-
-#include <sys/select.h>
 
 #include <cstdint>
 #include <functional>
@@ -14,6 +12,7 @@
 #include <vector>
 
 #include "platform/mdio_intf.h"
+#include "process/process.h"
 
 using octets_t = std::vector<uint8_t>;
 
@@ -21,7 +20,6 @@ constexpr size_t FRONT_PORTS_OF_BOARD = 6;
 
 struct sent_frame_t {
     int fd;
-    int flags;
     octets_t octets;
     octets_t address;
 };
@@ -40,14 +38,10 @@ struct board_t {
 
     // ---- sockets ----------------------------------------------------------------------
     std::vector<sent_frame_t> frames;
-    int send_error = 0;            ///< errno of sendto; 0: frames are taken
-    bool sockets_are_ours = false; ///< socket, bind and recvfrom are answered here
-    int socket_result = 77;        ///< below 0: socket fails
-    int bind_error = 0;
-    octets_t bound_address;
-    int bound_fd = -2;
-    std::vector<int> socket_arguments; ///< domain, type and protocol of each socket call
-    std::optional<octets_t> arriving;  ///< what recvfrom gives; nothing: it fails
+    int send_error = 0;           ///< errno of sending; 0: frames are taken
+    int socket_result = 77;       ///< the descriptor of a new socket
+    octets_t socket_address;      ///< what was asked for
+    std::string socket_interface; ///< and where
     octets_t cpu_mac = {0x00, 0x11, 0x22, 0x33, 0x44, 0x50};
     uint16_t cpu_family = 1;       ///< hardware type of the CPU interface
     int cpu_mac_error = 0;         ///< errno of the address request
@@ -57,11 +51,12 @@ struct board_t {
     std::string folder;                    ///< stands for /tmp, for the daemon's own files there
     int mux_reader = -1;                   ///< reading end of the port multiplexer's pipe
     std::map<uint32_t, bool> mux_forwards; ///< by logical port: what the multiplexer heard last
-    int malloc_calls_left = -1;            ///< fails when they are used up; below 0: never
+    int allocations_left = -1;             ///< then they fail; below 0: never
     std::optional<int64_t> now;            ///< seconds since 1970
-    std::function<std::optional<int>(int width, fd_set *readable, const timeval *timeout)> on_select;
-    std::function<std::optional<int>(void *(*body)(void *))> on_thread;
-    std::function<void(const timespec *)> on_sleep;
+    std::function<std::optional<int>(int width, fd_set *readable)> on_wait; ///< for the pipes; nothing: as it comes
+    std::function<int()> on_second;
+    std::function<int(void *(*body)(void *))> on_thread;
+    std::function<void()> on_sleep;
     std::function<void(const std::string &path)> on_open;
     std::function<void(const std::string &line)> on_engine_call; ///< before a state, flush or frame is logged
 
@@ -70,6 +65,23 @@ struct board_t {
 };
 
 extern board_t board;
+
+// The real process, see process/process.h.
+int system_open_pipe(const char *path, pipe_mode_t mode);
+int system_write_pipe(int fd, const void *octets, size_t length);
+int system_write_once(const char *path, const void *octets, size_t length);
+int system_wait_pipes(int width, fd_set *readable);
+int system_open_socket(const char *interface, sockaddr_ll *address);
+void system_deafen_socket(int fd);
+int system_send_frame(int fd, const void *frame, size_t length, const sockaddr_ll *address);
+int system_interface_address(const char *interface, sockaddr *address);
+FILE *system_create_file(const char *temporary);
+int system_place_file(FILE *file, const char *temporary, const char *path);
+time_t system_now();
+int system_wait_second();
+void system_sleep_second();
+int system_start_thread(pthread_t *handle, void *(*body)(void *));
+void *system_alloc(size_t size);
 
 /// Everything since the last call, in order:
 ///   "state P C"  port P's state field was set to C     "rule E"       bypass rule E was written

@@ -1,5 +1,5 @@
 /// The words of the debug pipe, and which report each leads to.
-#include "diag/debug_cmd.h"
+#include "daemon/diag_out.h"
 
 #include <cstring>
 #include <memory>
@@ -7,6 +7,7 @@
 
 #include "daemon/rstp_config.h"
 #include "daemon_fixture.h"
+#include "diag/reports.h"
 #include "l2_proto_utility/os_api.h"
 #include "tests/report_texts.h"
 

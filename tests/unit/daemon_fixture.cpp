@@ -12,6 +12,7 @@
 #include "daemon/rstp_daemon.h"
 #include "daemon/rstp_msg.h"
 #include "daemon/semaphores.h"
+#include "daemon_image.h"
 #include "l2_proto_utility/os_api.h"
 
 namespace {
@@ -37,29 +38,9 @@ void put16(octets_t &octets, size_t at, uint16_t value)
 
 void forget_everything()
 {
-    lvt_rstp_vars = {};
-    current_stpm = nullptr;
-    current_port = nullptr;
-    memset(lacp_enable_port, 0, sizeof lacp_enable_port);
-    memset(cached_stpstates, 0, sizeof cached_stpstates);
-    memset(cached_fwdstates, 0, sizeof cached_fwdstates);
-    port_mux_fd = -1;
-
-    rstp_system_config = {};
-    memset(rstp_port_config, 0, sizeof rstp_port_config);
+    daemon_image_restore(daemon_image_at_start());
     rstp_aggr_init();
-    rstp_aggr_clear_pending();
-
-    memset(g_systemmac, 0, sizeof g_systemmac);
     rstp_socket_fd = SOCKET;
-    rstp_socket_addr = {};
-    bpdu_filter_en_set(0);
-    for (uint32_t i = 0; i < RSTP_PHYSICAL_PORTS; i++)
-        l2pt_trap_set(i, 0);
-    const uint8_t no_links[24] = {};
-    uint8_t changed;
-    lvt_port_status_update_from_drv_msg(no_links, &changed);
-
     sem_init(&rstp_core_sem, 0, 1);
     sem_init(&rstp_data_sem, 0, 1);
 }

@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "daemon_board.h"
 #include "lvt_rstp.h"
 #include "tools/messages.h"

@@ -1,12 +1,16 @@
 /// The status file, octet by octet.
 #include "diag/monitor.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "daemon/diag_out.h"
 #include "daemon_fixture.h"
 
 namespace {
@@ -17,13 +21,7 @@ constexpr int64_t NOON = 1700049600; // 2023-11-15 12:00:00 UTC
 
 class monitor : public daemon_test {
 protected:
-    monitor()
-    {
-        board.now = NOON;
-        lvt_rstp_reset_config();
-        lvt_rstp_monitor_info_write(); // a bridge that counts nothing: what was shown is forgotten
-        fs::remove(path("rstp_monitor"));
-    }
+    monitor() { board.now = NOON; }
 
     /// The file, written now.
     std::string written()
@@ -53,6 +51,13 @@ protected:
         const std::string text = written();
         const size_t start = text.find("port0" + std::to_string(port) + "=");
         return text.substr(start, text.find('\n', start) - start);
+    }
+
+    std::string content(const std::string &name) const
+    {
+        std::stringstream text;
+        text << std::ifstream(path(name)).rdbuf();
+        return text.str();
     }
 
     /// Files of the daemon in its folder, pipes left out.
@@ -370,13 +375,67 @@ TEST_F(monitor, without_room_the_last_file_stays_and_nothing_is_said)
 {
     boot();
     const std::string before = written();
-    fs::create_symlink("/dev/full", path("rstp_monitor.tmp"));
-    EXPECT_EQ(lvt_rstp_monitor_info_write(), 0);
+    rlimit limit = {};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit none = {100, limit.rlim_max};
+    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &none);
+    const int result = lvt_rstp_monitor_info_write();
+    setrlimit(RLIMIT_FSIZE, &limit);
+    signal(SIGXFSZ, handler);
+    EXPECT_EQ(result, 0);
     EXPECT_EQ(board_console(), "");
     EXPECT_THAT(files(), ElementsAre("rstp_monitor"));
-    std::stringstream text;
-    text << std::ifstream(path("rstp_monitor")).rdbuf();
-    EXPECT_EQ(text.str(), before);
+    EXPECT_EQ(content("rstp_monitor"), before);
+}
+
+// Everyone may write in the file's folder.
+TEST_F(monitor, a_link_of_the_temporary_name_is_not_followed)
+{
+    boot();
+    std::ofstream(path("precious")) << "precious";
+    fs::create_symlink(path("precious"), path("rstp_monitor.tmp"));
+    EXPECT_THAT(written(), testing::EndsWith("!\n"));
+    EXPECT_EQ(content("precious"), "precious");
+    EXPECT_FALSE(fs::is_symlink(path("rstp_monitor")));
+}
+
+TEST_F(monitor, a_pipe_of_the_temporary_name_holds_nobody_up)
+{
+    boot();
+    ASSERT_EQ(mkfifo(path("rstp_monitor.tmp").c_str(), 0666), 0);
+    EXPECT_THAT(written(), testing::EndsWith("!\n"));
+    EXPECT_TRUE(fs::is_regular_file(path("rstp_monitor")));
+}
+
+TEST_F(monitor, a_temporary_name_that_cannot_be_had_is_told_and_tried_again)
+{
+    boot();
+    fs::create_directories(path("rstp_monitor.tmp/full"));
+    EXPECT_EQ(lvt_rstp_monitor_info_write(), -1);
+    EXPECT_EQ(board_console(), "rstp_monitor open failure");
+    fs::remove_all(path("rstp_monitor.tmp"));
+    EXPECT_THAT(written(), testing::EndsWith("!\n"));
+    EXPECT_EQ(board_console(), "");
+}
+
+TEST_F(monitor, no_program_that_is_started_inherits_the_file)
+{
+    boot();
+    FILE *file = process_create_file("/tmp/rstp_monitor.tmp");
+    ASSERT_NE(file, nullptr);
+    EXPECT_TRUE(fcntl(fileno(file), F_GETFD) & FD_CLOEXEC);
+    EXPECT_EQ(process_place_file(file, "/tmp/rstp_monitor.tmp", "/tmp/rstp_monitor"), 0);
+}
+
+TEST_F(monitor, the_zone_of_the_machine_is_looked_at_anew)
+{
+    boot();
+    time_since_tc(60);
+    setenv("TZ", "XST-3", 1);
+    EXPECT_EQ(time_line(), "bridge_time=2023/11/15 14:59:00,0,60");
+    setenv("TZ", "YST5:30", 1);
+    EXPECT_EQ(time_line(), "bridge_time=2023/11/15 06:29:00,0,60");
 }
 
 TEST_F(monitor, it_is_written_without_a_lock_and_steps_nothing)

@@ -8,7 +8,7 @@
 
 #include "daemon_fixture.h"
 #include "daemon_invariants.h"
-#include "diag/monitor.h"
+#include "daemon/diag_out.h"
 
 namespace {
 

@@ -35,7 +35,7 @@ protected:
     static void run_main_thread()
     {
         join_streams();
-        board.on_thread = [](void *(*body)(void *)) -> std::optional<int> {
+        board.on_thread = [](void *(*body)(void *)) {
             if (body == rstp_thread)
                 body(nullptr);
             print("tick thread\n");
@@ -48,9 +48,7 @@ protected:
     static void run_tick_thread(std::vector<int> results)
     {
         size_t waits = 0;
-        board.on_select = [&](int width, fd_set *readable, const timeval *timeout) -> std::optional<int> {
-            if (width != 1 || readable || !timeout || timeout->tv_sec != 1 || timeout->tv_usec != 0)
-                print("another wait\n");
+        board.on_second = [&] {
             if (!is_free(rstp_core_sem) || !is_free(rstp_data_sem))
                 print("waits with a lock\n");
             if (waits == results.size()) {
@@ -58,7 +56,6 @@ protected:
                       (access((board.folder + "/rstp_monitor").c_str(), R_OK) == 0 ? "there" : "missing") + "\n");
                 _exit(0);
             }
-            const_cast<timeval *>(timeout)->tv_sec = 0; // as the kernel leaves it
             return results[waits++];
         };
         run_ready_tick_thread();
@@ -67,8 +64,8 @@ protected:
     /// The tick thread in the place of the first thread of a start.
     static void run_ready_tick_thread()
     {
-        board.on_sleep = [](const timespec *) { print("not ready\n"); };
-        board.on_thread = [](void *(*)(void *)) -> std::optional<int> {
+        board.on_sleep = [] { print("not ready\n"); };
+        board.on_thread = [](void *(*)(void *)) {
             rstp_tick_thread(nullptr);
             return 0;
         };
@@ -89,7 +86,7 @@ TEST_F(threads, first_thread_fails)
 {
     const auto start = [] {
         join_streams();
-        board.on_thread = [](void *(*body)(void *)) -> std::optional<int> {
+        board.on_thread = [](void *(*body)(void *)) {
             print(body == rstp_thread ? "main thread\n" : "another thread\n");
             return EAGAIN;
         };
@@ -102,7 +99,7 @@ TEST_F(threads, tick_thread_fails)
 {
     const auto start = [] {
         join_streams();
-        board.on_thread = [](void *(*body)(void *)) -> std::optional<int> {
+        board.on_thread = [](void *(*body)(void *)) {
             if (body == rstp_thread)
                 body(nullptr);
             return EAGAIN;
@@ -146,12 +143,12 @@ TEST_F(threads, the_whole_start)
                 print(lvt_rstp_vars.initialised == 0 && lvt_aggr_get_linkspeed(1) == 1000 ? "asks for links\n" : "?\n");
             print("opens " + name + "\n");
         };
-        board.on_select = [](int, fd_set *, const timeval *) {
+        board.on_wait = [](int, fd_set *) {
             print(board.console);
             return -1;
         };
         join_streams();
-        board.on_thread = [](void *(*body)(void *)) -> std::optional<int> {
+        board.on_thread = [](void *(*body)(void *)) {
             if (body == rstp_thread)
                 body(nullptr);
             for (const std::string &line : board_log())
@@ -168,7 +165,7 @@ TEST_F(threads, pipes_are_opened_for_reading_and_writing)
 {
     const auto start = [] {
         static int last = open("/dev/null", O_RDONLY);
-        board.on_select = [](int width, fd_set *, const timeval *) {
+        board.on_wait = [](int width, fd_set *) {
             for (int fd = last + 1; fd < width; fd++)
                 print(std::to_string(fcntl(fd, F_GETFL) & (O_ACCMODE | O_NONBLOCK)) + "\n");
             return -1;
@@ -195,7 +192,7 @@ TEST_F(threads, the_main_loop_serves_messages_and_outlives_bad_ones)
 
     const auto start = [] {
         static int waits = 0;
-        board.on_select = [](int, fd_set *, const timeval *) -> std::optional<int> {
+        board.on_wait = [](int, fd_set *) -> std::optional<int> {
             if (!is_free(rstp_core_sem) || !is_free(rstp_data_sem))
                 print("waits with a lock\n");
             if (waits++ < 5)
@@ -223,15 +220,15 @@ TEST_F(threads, a_tick_follows_each_wait)
 TEST_F(threads, no_tick_before_the_start_is_complete)
 {
     const auto body = [] {
-        board.on_sleep = [](const timespec *time) {
+        board.on_sleep = [] {
             static int sleeps = 0;
-            print("sleeps " + std::to_string(time->tv_sec) + " s " + std::to_string(time->tv_nsec) + " ns\n");
+            print("sleeps\n");
             if (++sleeps == 2)
                 _exit(0);
         };
         rstp_tick_thread(nullptr);
     };
-    EXPECT_EXIT(body(), testing::ExitedWithCode(0), testing::StrEq("sleeps 1 s 0 ns\nsleeps 1 s 0 ns\n"));
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), testing::StrEq("sleeps\nsleeps\n"));
 }
 
 TEST_F(threads, an_interrupted_wait_begins_anew_without_a_tick)
@@ -251,7 +248,7 @@ TEST_F(threads, no_tick_while_the_lock_is_held)
 {
     boot();
     const auto body = [] {
-        board.on_select = [](int, fd_set *, const timeval *) {
+        board.on_second = [] {
             static int waits = 0;
             if (waits++)
                 _exit(0);

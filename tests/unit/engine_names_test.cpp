@@ -1,9 +1,6 @@
 // The names of states and machines, by which traces and tools know them.
 #include "engine_table.h"
 
-/// All names, one machine after the other.
-extern const char *STP_state_names[];
-
 namespace {
 
 using names_t = std::vector<std::string>;

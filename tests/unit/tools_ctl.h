@@ -16,7 +16,7 @@
 #include <sys/inotify.h>
 #include <sys/wait.h>
 
-#include "diag/monitor.h"
+#include "platform/messages.h"
 #include "tools/messages.h"
 #include "tools_fixture.h"
 

@@ -162,7 +162,7 @@ std::vector<octets_t> real_examples()
     const std::string debug = "debug show bridge_status\n";
 
     lacp_frame_t lacp{};
-    std::copy_n(LACP_MSG_MAGIC, sizeof lacp.magic, lacp.magic);
+    std::copy_n(lacp_msg_magic, sizeof lacp.magic, lacp.magic);
     lacp.length = 6;
     lacp.type = LACP_MSG_RSTP_STATUS;
     lacp.body[0] = lacp.body[1] = 1;

@@ -258,9 +258,9 @@ TEST_F(decode_command, any_octets_at_all)
         for (uint8_t &octet : octets)
             octet = static_cast<uint8_t>((random = random * 1664525 + 1013904223) >> 24);
         if (round % 4 == 1 && octets.size() > 8)
-            std::copy_n(RSTP_MAGIC, 4, octets.begin());
+            std::copy_n(rstp_magic_number_arr, 4, octets.begin());
         if (round % 4 == 2 && octets.size() > 8)
-            std::copy_n(LACP_MSG_MAGIC, 4, octets.begin());
+            std::copy_n(lacp_msg_magic, 4, octets.begin());
         size_t explained = 0;
         for (const decoded_t &decoded : decode_all(octets)) {
             EXPECT_FALSE(decoded_text(decoded).empty());

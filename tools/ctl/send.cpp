@@ -12,7 +12,7 @@
 
 #include <fmt/format.h>
 
-#include "diag/monitor.h"
+#include "platform/messages.h"
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/status.h"
 #include "tools/explain.h"

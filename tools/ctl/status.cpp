@@ -9,7 +9,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include "diag/monitor.h"
+#include "platform/messages.h"
 #include "tools/ctl/text_file.h"
 #include "tools/messages.h"
 

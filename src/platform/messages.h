@@ -11,10 +11,11 @@ constexpr char RSTP_IF_PIPE[] = "/tmp/rstp_if_pipe";
 constexpr char RSTP_DBG_IF_PIPE[] = "/tmp/rstp_dbg_if_pipe";
 constexpr char LACP_IF_PIPE[] = "/tmp/lacp_if_pipe";
 constexpr char PORT_MUX_IF_PIPE[] = "/tmp/port_mux_if_pipe";
+constexpr char RSTP_MONITOR_FILE[] = "/tmp/rstp_monitor"; ///< the status file, rewritten after every tick
 
 // ---- control pipe, in ------------------------------------------------------------------
 
-constexpr uint8_t RSTP_MAGIC[4] = {0xBC, 0x30, 0x11, 0x82};
+constexpr uint8_t rstp_magic_number_arr[4] = {0xBC, 0x30, 0x11, 0x82};
 
 constexpr uint32_t RSTP_BODY_MAX = 1024; ///< longest body that is accepted
 constexpr uint32_t RSTP_BPDU_MAX = 100;  ///< octets of a received frame that are kept
@@ -72,7 +73,7 @@ static_assert(sizeof(rstp_port_status_t) == 4 && offsetof(rstp_port_status_t, li
 
 // ---- to the link-aggregation daemon ----------------------------------------------------
 
-constexpr uint8_t LACP_MSG_MAGIC[4] = {0xAC, 0x01, 0x43, 0x52};
+constexpr uint8_t lacp_msg_magic[4] = {0xAC, 0x01, 0x43, 0x52};
 constexpr uint8_t LACP_MSG_RSTP_STATUS = 7; ///< six octets, nonzero: spanning tree is on
 
 struct lacp_frame_t {
