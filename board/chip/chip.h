@@ -45,7 +45,7 @@ struct chip_t {
     std::uint64_t lost_commands = 0; ///< table commands written while their table was busy
 
     address_table_t addresses;
-    std::array<chip_rule_t, CHIP_RULES> rules{};
+    std::map<unsigned, chip_rule_t> rules; ///< entries that were written, below CHIP_RULES
 
     std::array<bool, CHIP_PORTS> link{};
     std::array<std::uint8_t, CHIP_PORTS> trunk{}; ///< 0: the port stands alone

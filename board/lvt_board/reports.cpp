@@ -76,11 +76,10 @@ json show_register(board_t &board, const json &request)
 json show_rules(board_t &board, const json &)
 {
     json rules = json::array();
-    for (unsigned entry = 0; entry < CHIP_RULES; entry++) {
-        const auto &parts = board.chip.rules[entry].parts;
-        if (parts != chip_rule_t{}.parts)
-            rules.push_back({{"rule", entry}, {"pattern", parts[0]}, {"mask", parts[1]}, {"action", parts[2]}});
-    }
+    for (const auto &[entry, rule] : board.chip.rules)
+        if (rule.parts != chip_rule_t{}.parts)
+            rules.push_back(
+                {{"rule", entry}, {"pattern", rule.parts[0]}, {"mask", rule.parts[1]}, {"action", rule.parts[2]}});
     return rules;
 }
 

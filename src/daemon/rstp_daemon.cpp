@@ -30,7 +30,7 @@ constexpr size_t SCRATCH_OCTETS = 7;
 LVT_PROCESS pthread_t rstp_thread_handle;
 LVT_PROCESS pthread_t rstp_tick_thread_handle;
 LVT_STATE uint8_t rstp_ready_flag;
-LVT_STATE uint32_t rstp_work_table[WORK_TABLE_WORDS]; ///< reserved: nothing stores into it
+LVT_STATE_RESERVED uint32_t rstp_work_table[WORK_TABLE_WORDS]; ///< reserved: nothing stores into it
 
 void set_ready(uint8_t ready)
 {
@@ -187,12 +187,17 @@ void rstp_dispatch(const rstp_msg_t *message)
 
 // ---- threads ----------------------------------------------------------------------------
 
-void *rstp_thread(void *)
+void rstp_start_bridge()
 {
     const uint8_t all_ports = 0xFF;
     lvt_port_status_update(&all_ports);
     lvt_rstp_init();
     rstp_global_conf_init();
+}
+
+void *rstp_thread(void *)
+{
+    rstp_start_bridge();
     start_thread(&rstp_tick_thread_handle, rstp_tick_thread);
 
     const int control = open_pipe(RSTP_IF_PIPE, "RSTP pipe initial fail");
@@ -218,15 +223,20 @@ void *rstp_tick_thread(void *)
     for (;;) {
         if (process_wait_second() != 0)
             continue;
-        {
-            sem_guard_t core(rstp_core_sem);
-            lvt_rstp_tick();
-        }
-        lvt_rstp_monitor_info_write();
+        rstp_second_passed();
     }
 }
 
-int rstp_init()
+void rstp_second_passed()
+{
+    {
+        sem_guard_t core(rstp_core_sem);
+        lvt_rstp_tick();
+    }
+    lvt_rstp_monitor_info_write();
+}
+
+void rstp_start_tables()
 {
     sem_init(&rstp_core_sem, 0, 1);
     sem_init(&rstp_data_sem, 0, 1);
@@ -240,7 +250,11 @@ int rstp_init()
     }
     // Set before the threads exist, so that the tick never waits.
     set_ready(1);
+}
 
+int rstp_init()
+{
+    rstp_start_tables();
     start_thread(&rstp_thread_handle, rstp_thread);
     pthread_join(rstp_thread_handle, nullptr);
     return 0;

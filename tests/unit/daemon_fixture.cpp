@@ -117,10 +117,7 @@ void daemon_test::boot(std::initializer_list<uint32_t> ports_up)
         board.link_words[port - 1] = LINK_1000_FULL;
         links[port - 1] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
     }
-    const uint8_t all = 0xFF;
-    lvt_port_status_update(&all);
-    lvt_rstp_init();
-    rstp_global_conf_init();
+    rstp_start_bridge();
     board_log();
 }
 

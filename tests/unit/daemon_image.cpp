@@ -26,12 +26,14 @@ const daemon_image_t at_start = daemon_image();
 
 daemon_image_t daemon_image()
 {
-    return {taken(__start_lvt_state, __stop_lvt_state), taken(__start_lvt_process, __stop_lvt_process)};
+    return {taken(__start_lvt_state, __stop_lvt_state), taken(__start_lvt_reserved, __stop_lvt_reserved),
+            taken(__start_lvt_process, __stop_lvt_process)};
 }
 
 void daemon_image_restore(const daemon_image_t &image)
 {
     copy(image.state.data(), image.state.size(), __start_lvt_state);
+    copy(image.reserved.data(), image.reserved.size(), __start_lvt_reserved);
     copy(image.process.data(), image.process.size(), __start_lvt_process);
 }
 

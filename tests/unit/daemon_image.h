@@ -7,6 +7,7 @@
 
 struct daemon_image_t {
     std::vector<uint8_t> state;
+    std::vector<uint8_t> reserved;
     std::vector<uint8_t> process; ///< threads, semaphores, descriptors
 };
 
