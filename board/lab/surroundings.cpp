@@ -1,10 +1,11 @@
 #include "board/lab/surroundings.h"
 
-#include <charconv>
 #include <sstream>
 #include <stdexcept>
 
 #include <fmt/format.h>
+
+#include "tools/number.h"
 
 namespace lab {
 
@@ -13,8 +14,7 @@ namespace {
 int port_number(const std::string &text)
 {
     int port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (error != std::errc() || end != text.data() + text.size() || port < 1 || port > 6)
+    if (read_number(text, port) != std::errc() || port < 1 || port > 6)
         throw std::runtime_error(fmt::format("there is no port '{}', only 1 to 6", text));
     return port;
 }

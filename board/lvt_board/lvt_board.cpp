@@ -1,5 +1,4 @@
 // lvt_board: runs the simulated board, and asks or tells one that runs.
-#include <charconv>
 #include <exception>
 #include <string>
 #include <vector>
@@ -11,14 +10,14 @@
 #include "lvt_board/reports.h"
 #include "lvt_board/run.h"
 #include "lvt_board/show.h"
+#include "tools/number.h"
 
 namespace {
 
 unsigned number_of(const std::string &text)
 {
     unsigned number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size())
+    if (read_number(text, number) != std::errc())
         throw std::invalid_argument(fmt::format("'{}' is not a number", text));
     return number;
 }

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "tools/number.h"
+
 void demand(const setting_rule_t &rule, int64_t value)
 {
     const std::string fault = fault_of(rule, value);
@@ -56,10 +58,9 @@ std::string first_name(const std::string &names) { return names.substr(0, names.
 int64_t parse_number(const std::string &option, const std::string &text)
 {
     const bool hex = text.starts_with("0x");
-    const char *begin = text.data() + (hex ? 2 : 0), *end = text.data() + text.size();
     int64_t value = 0;
-    const auto [stop, error] = std::from_chars(begin, end, value, hex ? 16 : 10);
-    if (stop != end || error == std::errc::invalid_argument)
+    const std::errc error = read_number(std::string_view(text).substr(hex ? 2 : 0), value, hex ? 16 : 10);
+    if (error == std::errc::invalid_argument)
         throw usage_t(fmt::format("{}: \"{}\" is not a number", option, text));
     if (error != std::errc{})
         throw usage_t(fmt::format("{}: {} is too large a number", option, text));

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <functional>
 #include <optional>
@@ -12,6 +11,7 @@
 
 #include "tools/ctl/ctl.h"
 #include "tools/ctl/text_file.h"
+#include "tools/number.h"
 #include "tools/rules.h"
 
 namespace {
@@ -177,8 +177,8 @@ void read_port(reader_t &reader, const toml::table &section, size_t port)
 std::optional<size_t> number_in(const toml::key &key, const setting_rule_t &rule)
 {
     int64_t number = 0;
-    std::from_chars(key.data(), key.data() + key.length(), number);
-    if (key.str() != fmt::to_string(number) || !fault_of(rule, number).empty()) // no second name, as 01
+    const bool read = read_number(key.str(), number) == std::errc();
+    if (!read || key.str() != fmt::to_string(number) || !fault_of(rule, number).empty()) // no second name, as 01
         return {};
     return static_cast<size_t>(number);
 }
