@@ -8,6 +8,7 @@
 #include "l2_proto_utility/cpu_tag.h"
 #include "rstp/bpdu.h"
 #include "tools/bpdu_frame.h"
+#include "tools/hex.h"
 #include "tools/messages.h"
 #include "tools/words.h"
 
@@ -369,8 +370,8 @@ std::string field_octets_text(const std::vector<uint8_t> &octets)
 {
     constexpr size_t shown_max = 8;
     if (octets.size() <= shown_max)
-        return fmt::format("{:02x}", fmt::join(octets, " "));
-    return fmt::format("{:02x} ...", fmt::join(std::span(octets).first(shown_max - 1), " "));
+        return hex(octets);
+    return hex(std::span(octets).first(shown_max - 1)) + " ...";
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "tools/decode.h"
+#include "tools/hex.h"
 #include "tools/messages.h"
 #include "tools/words.h"
 
@@ -132,7 +133,7 @@ std::string hex_lines(std::span<const uint8_t> octets)
     std::string text;
     while (!octets.empty()) {
         const auto line = octets.first(std::min(octets.size(), per_line));
-        text += fmt::format("  {:02x}\n", fmt::join(line, " "));
+        text += fmt::format("  {}\n", hex(line));
         octets = octets.subspan(line.size());
     }
     return text;

@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+#include "tools/hex.h"
+
 namespace {
 
 /// Takes a line apart from left to right. After one piece that is not as expected, all is over.
@@ -205,7 +207,7 @@ std::optional<bridge_status_t> parse_status(const std::string &text, std::string
     return {};
 }
 
-std::string bridge_id_text(const bridge_id_t &id) { return fmt::format("{}/{:02x}", id.prio, fmt::join(id.addr, ":")); }
+std::string bridge_id_text(const bridge_id_t &id) { return fmt::format("{}/{}", id.prio, address_text(id.addr)); }
 
 bool same_bridge(const bridge_id_t &a, const bridge_id_t &b)
 {

@@ -1,11 +1,10 @@
 #include "tools/words.h"
 
-#include <span>
-
 #include <fmt/format.h>
 
 #include "platform/messages.h"
 #include "rstp/bpdu.h"
+#include "tools/hex.h"
 #include "tools/rules.h"
 
 const char *on_off(uint8_t value) { return value ? "on" : "off"; }
@@ -69,9 +68,7 @@ const char *message_name(uint8_t type)
     }
 }
 
-std::string address_text(const uint8_t *octets) { return fmt::format("{:02x}", fmt::join(std::span(octets, 6), ":")); }
-
-std::string bpdu_bridge_text(const uint8_t *priority, const uint8_t *address)
+std::string bpdu_bridge_text(const uint8_t *priority, std::span<const uint8_t, 6> address)
 {
     return fmt::format("{}/{}", bpdu_get16(priority), address_text(address));
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 const char *on_off(uint8_t value);
@@ -25,11 +26,8 @@ const char *force_version_word(uint8_t version);
 const char *message_name(uint8_t type);
 extern const char *const UNKNOWN_MESSAGE; ///< the name of all others
 
-/// "02:00:00:00:01:00"
-std::string address_text(const uint8_t *octets);
-
 /// "32768/02:00:00:00:01:00" of a bridge identifier in a BPDU.
-std::string bpdu_bridge_text(const uint8_t *priority, const uint8_t *address);
+std::string bpdu_bridge_text(const uint8_t *priority, std::span<const uint8_t, 6> address);
 
 /// "designated, learning, forwarding" of a BPDU's flags; "none" without any.
 std::string bpdu_flags_words(uint8_t type, uint8_t flags);

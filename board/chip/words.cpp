@@ -4,6 +4,7 @@
 
 #include "chip/chip.h"
 #include "chip/registers.h"
+#include "tools/hex.h"
 
 namespace {
 
@@ -18,10 +19,7 @@ std::string port_words(unsigned port)
 
 std::string address_command_words(const chip_t &chip, std::uint32_t word)
 {
-    const auto station = [&] {
-        const mac_t mac = address_of_words(address_words(chip));
-        return fmt::format("{:02x}", fmt::join(mac, ":"));
-    };
+    const auto station = [&] { return address_text(address_of_words(address_words(chip))); };
     switch (address_command(word)) {
     case address_command_t::delete_all:
         return "delete all learned";

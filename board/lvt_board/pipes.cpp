@@ -8,12 +8,12 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "chip/ports.h"
 #include "platform/messages.h"
+#include "tools/hex.h"
 
 namespace {
 
@@ -47,12 +47,10 @@ void take_in(reader_t &reader)
         reader.pending.insert(reader.pending.end(), chunk.begin(), chunk.begin() + got);
 }
 
-std::string hexadecimal(const std::vector<std::uint8_t> &octets) { return ::hexadecimal(octets.data(), octets.size()); }
-
 // Without its magic nothing tells where the next message begins, so all that is pending goes.
 heard_t give_up(reader_t &reader, const char *pipe)
 {
-    heard_t heard = {{"pipe", pipe}, {"error", "not a message"}, {"raw", hexadecimal(reader.pending)}};
+    heard_t heard = {{"pipe", pipe}, {"error", "not a message"}, {"raw", hex(reader.pending, "")}};
     reader.pending.clear();
     return heard;
 }
@@ -76,7 +74,7 @@ message_t first_of(const reader_t &reader)
 
 std::string take_out(reader_t &reader, std::size_t count)
 {
-    std::string raw = ::hexadecimal(reader.pending.data(), count);
+    std::string raw = hex(std::span(reader.pending).first(count), "");
     reader.pending.erase(reader.pending.begin(), reader.pending.begin() + static_cast<std::ptrdiff_t>(count));
     return raw;
 }
@@ -144,9 +142,4 @@ std::vector<heard_t> mux_read(reader_t &mux)
         all.push_back(std::move(heard));
     }
     return all;
-}
-
-std::string hexadecimal(const std::uint8_t *octets, std::size_t count)
-{
-    return fmt::format("{:02x}", fmt::join(octets, octets + count, ""));
 }

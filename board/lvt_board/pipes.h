@@ -37,6 +37,3 @@ public:
 /// Reads what is there, without waiting.
 std::vector<heard_t> lacp_read(reader_t &lacp);
 std::vector<heard_t> mux_read(reader_t &mux);
-
-/// Octets as hexadecimal digits.
-std::string hexadecimal(const std::uint8_t *octets, std::size_t count);

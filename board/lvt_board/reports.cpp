@@ -8,11 +8,11 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "tools/hex.h"
+
 namespace {
 
 using nlohmann::json;
-
-std::string mac_text(const mac_t &mac) { return fmt::format("{:02x}", fmt::join(mac, ":")); }
 
 unsigned front_port_in(const json &value)
 {
@@ -51,12 +51,12 @@ json show_addresses(board_t &board, const json &)
     address_age(board.chip.addresses, board.now());
     json learned = json::array();
     for (const auto &[mac, entry] : board.chip.addresses.learned)
-        learned.push_back({{"address", mac_text(mac)},
+        learned.push_back({{"address", address_text(mac)},
                            {"port", front_port_of_chip(entry.port)},
                            {"age", std::chrono::duration<double>(board.now() - entry.seen).count()}});
     json trapped = json::array();
     for (const auto &[mac, words] : board.chip.addresses.trapped)
-        trapped.push_back(mac_text(mac));
+        trapped.push_back(address_text(mac));
     return {{"learned", learned}, {"trapped", trapped}};
 }
 

@@ -325,7 +325,7 @@ TEST_F(daemon_frames, tcn_bpdus)
                   "stp.protocol=0x0000\nstp.version=0\nstp.type=0x80\nstp.flags=none\n");
     }
     for (const octets_t &frame : frames)
-        EXPECT_EQ(hex(frame),
+        EXPECT_EQ(hex(frame, ""),
                   "0180c20000000200000001050007424203"
                   "0000"
                   "00"
@@ -344,9 +344,9 @@ TEST_F(daemon_frames, the_tag_names_the_chip_port)
     std::map<std::string, size_t> tags;
     for (const octets_t &frame : at_cpu.bpdus(BPDU_TYPE_RST, TAG_OCTETS)) {
         ASSERT_EQ(frame.size(), 64u);
-        EXPECT_EQ(hex(std::span(frame).first(6)), "0180c2000000");
-        EXPECT_EQ(hex(std::span(frame).subspan(57)), std::string(14, '0')) << "padding";
-        tags[hex(std::span(frame).subspan(11, 5))]++;
+        EXPECT_EQ(hex(std::span(frame).first(6), ""), "0180c2000000");
+        EXPECT_EQ(hex(std::span(frame).subspan(57), ""), std::string(14, '0')) << "padding";
+        tags[hex(std::span(frame).subspan(11, 5), "")]++;
     }
     // The last octet of the source address is the front port; 5 and 6 are crossed on the board.
     std::vector<std::string> seen;
@@ -368,11 +368,11 @@ TEST_F(daemon_frames, the_chip_takes_the_tag_off_and_nothing_else)
         at_ports.clear();
         for (octets_t frame : at_cpu.frames()) {
             frame.erase(frame.begin() + TAG_OFFSET, frame.begin() + TAG_OFFSET + TAG_OCTETS);
-            from_cpu[hex(frame)]++;
+            from_cpu[hex(frame, "")]++;
         }
         for (const int port : PORTS)
             for (const octets_t &frame : at(port).frames())
-                at_ports[hex(frame)]++;
+                at_ports[hex(frame, "")]++;
         return at_ports == from_cpu;
     }));
     EXPECT_GE(from_cpu.size(), 4u);

@@ -164,7 +164,7 @@ TEST_F(daemon_hard_days, without_the_lacp_pipe_it_says_so_and_goes_on)
     serve(device, port_config_message(enabled({1})));
     std::array<uint8_t, 100> octets;
     ASSERT_EQ(read(reader.number(), octets.data(), octets.size()), 18);
-    EXPECT_EQ(hex(std::span(octets).first(18)),
+    EXPECT_EQ(hex(std::span(octets).first(18), ""),
               "ac014352"
               "06000000"
               "07000000"

@@ -96,6 +96,4 @@ testing::AssertionResult is_sound(lab::switch_t &device)
     return testing::AssertionSuccess();
 }
 
-std::string hex(std::span<const uint8_t> octets) { return fmt::format("{:02x}", fmt::join(octets, "")); }
-
 } // namespace e2e

@@ -11,6 +11,7 @@
 #include "board/lab/switch_node.h"
 #include "fixture.h"
 #include "rstp/bpdu.h"
+#include "tools/hex.h"
 #include "tools/messages.h"
 
 namespace e2e {
@@ -55,8 +56,5 @@ void hear(const lab::switch_t &device, int port, const bpdu_t &bpdu);
 
 /// Whether the daemon still serves messages, answers questions and ticks.
 testing::AssertionResult is_sound(lab::switch_t &device);
-
-/// Octets as hexadecimal digits.
-std::string hex(std::span<const uint8_t> octets);
 
 } // namespace e2e

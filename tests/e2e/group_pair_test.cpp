@@ -53,10 +53,7 @@ TEST_F(group_pair, speaks_by_its_first_member_and_hears_by_all)
     EXPECT_EQ(at_second.heard().size(), 0u);
 
     const bpdu_t bpdu = at_first.heard().back().bpdu;
-    const auto *source = bpdu.source;
-    EXPECT_EQ(fmt::format("{:02x}:{:02x}:{:02x}:{:02x}:{:02x}:{:02x}", source[0], source[1], source[2], source[3],
-                          source[4], source[5]),
-              a->node().mac(1));
+    EXPECT_EQ(address_text(bpdu.source), a->node().mac(1));
     EXPECT_EQ(bpdu_get16(bpdu.port_id), 128 << 8 | 7);
 
     ASSERT_TRUE(within(AT_ONCE, [&] { return status_of(*a).port(1).sent.rstp >= a_before.port(1).sent.rstp + 2; }));

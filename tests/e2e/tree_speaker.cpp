@@ -9,7 +9,7 @@
 #include <sys/socket.h>
 
 #include "board/lab/within.h"
-#include "tree_traffic.h"
+#include "tools/hex.h"
 
 namespace lab {
 
@@ -74,7 +74,7 @@ size_t listener_t::count(const std::function<bool(const bpdu_t &)> &is_wanted, c
 
 speaker_t::speaker_t(const node_t &node) : listener_t(node, "eth0")
 {
-    const mac_octets_t mac = mac_octets(node.mac());
+    const auto mac = read_address(node.mac()).value();
     std::copy(mac.begin(), mac.end(), source_.source);
     thread_ = std::thread([this] { talk(); });
 }

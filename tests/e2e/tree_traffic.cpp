@@ -2,21 +2,20 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <linux/if_packet.h>
 #include <sys/socket.h>
+
+#include "tools/hex.h"
 
 namespace lab {
 
 namespace {
 
 struct frame_t {
-    mac_octets_t to;
-    mac_octets_t from;
+    std::array<uint8_t, 6> to;
+    std::array<uint8_t, 6> from;
     std::array<uint8_t, 2> type;
     std::array<uint8_t, 4> number;
     std::array<uint8_t, 42> padding;
@@ -25,22 +24,12 @@ static_assert(sizeof(frame_t) == 60);
 
 constexpr std::array<uint8_t, 2> TYPE = {0x88, 0xB5}; // for local experiments
 
-std::string text_of(const mac_octets_t &mac) { return fmt::format("{:02x}", fmt::join(mac, ":")); }
-
 void set_option(const fd_t &socket, int level, int name, const void *value, socklen_t octets)
 {
     checked(setsockopt(socket.number(), level, name, value, octets), "packet socket");
 }
 
 } // namespace
-
-mac_octets_t mac_octets(const std::string &mac)
-{
-    mac_octets_t octets = {};
-    std::sscanf(mac.c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &octets[0], &octets[1], &octets[2], &octets[3],
-                &octets[4], &octets[5]);
-    return octets;
-}
 
 station_t::station_t(const node_t &node) : socket_(node.packet_socket("eth0")), mac_(node.mac())
 {
@@ -60,7 +49,7 @@ station_t::station_t(const node_t &node) : socket_(node.packet_socket("eth0")), 
 
 void station_t::send(const std::string &from, const std::string &to, uint32_t number) const
 {
-    frame_t frame = {mac_octets(to), mac_octets(from), TYPE, {}, {}};
+    frame_t frame = {read_address(to).value(), read_address(from).value(), TYPE, {}, {}};
     std::memcpy(frame.number.data(), &number, sizeof number);
     checked(static_cast<int>(::send(socket_.number(), &frame, sizeof frame, 0)), "numbered frame");
 }
@@ -73,7 +62,7 @@ const std::vector<numbered_frame_t> &station_t::received()
             continue;
         uint32_t number;
         std::memcpy(&number, frame.number.data(), sizeof number);
-        received_.push_back({text_of(frame.from), text_of(frame.to), number});
+        received_.push_back({address_text(frame.from), address_text(frame.to), number});
     }
     return received_;
 }

@@ -1,7 +1,6 @@
 /// Numbered frames from host to host, to see what is lost, doubled or overtaken.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -9,11 +8,6 @@
 #include "board/lab/node.h"
 
 namespace lab {
-
-using mac_octets_t = std::array<uint8_t, 6>;
-
-/// Reads "02:00:00:00:01:00".
-mac_octets_t mac_octets(const std::string &mac);
 
 constexpr char EVERYBODY[] = "ff:ff:ff:ff:ff:ff";
 

@@ -1,5 +1,7 @@
 # The daemon's parts, stepped on the desk: a board made of records stands behind its libraries and
 # behind its process, of which a test must watch some calls or let them fail.
+find_package(fmt REQUIRED)
+
 add_executable(unit_daemon
     daemon_board.cpp daemon_fixture.cpp daemon_invariants.cpp daemon_image.cpp
     daemon_process_test.cpp
@@ -19,5 +21,5 @@ foreach(call open_pipe write_pipe write_once wait_pipes open_socket deafen_socke
     target_compile_definitions(unit_daemon_process PRIVATE process_${call}=system_${call})
 endforeach()
 target_link_libraries(unit_daemon PRIVATE unit_daemon_process
-    rstp_daemon_gathered rstp_engine rstp_daemon_gathered lvt_warnings GTest::gmock GTest::gtest_main)
+    rstp_daemon_gathered rstp_engine rstp_daemon_gathered lvt_warnings fmt::fmt GTest::gmock GTest::gtest_main)
 lvt_discover_unit_tests(unit_daemon daemon.)

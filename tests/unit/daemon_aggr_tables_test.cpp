@@ -15,11 +15,11 @@ protected:
         uint8_t changed[3] = {};
         set_aggr_port_status(status.data(), changed);
         trans_aggr_status_to_group();
-        return hex(changed, 3);
+        return hex({changed, 3});
     }
 
-    static std::string port_table() { return hex(aggr_port_status, 7); }
-    static std::string group_table() { return hex(aggr_group_status, 3); }
+    static std::string port_table() { return hex({aggr_port_status, 7}); }
+    static std::string group_table() { return hex({aggr_group_status, 3}); }
 };
 
 } // namespace
@@ -94,7 +94,7 @@ TEST_F(aggr_tables, flags_are_only_added)
     uint8_t changed[] = {1, 5, 0};
     const aggr_status_t status = {0, 1, 2, 3, 4, 5, 9};
     set_aggr_port_status(status.data(), changed);
-    EXPECT_EQ(hex(changed, 3), "01 05 01");
+    EXPECT_EQ(hex({changed, 3}), "01 05 01");
 }
 
 TEST_F(aggr_tables, member_lists)
@@ -102,13 +102,13 @@ TEST_F(aggr_tables, member_lists)
     flags({0, 7, 2, 9, 7, 9, 7});
     uint8_t list[8] = {0, 0, 0, 0, 0, 0, 0, 0xEE};
     EXPECT_EQ(lvt_aggr_mgmt_members_get(7, list), 0);
-    EXPECT_EQ(hex(list, 8), "00 01 00 00 01 00 01 ee");
+    EXPECT_EQ(hex({list, 8}), "00 01 00 00 01 00 01 ee");
     memset(list, 0, 7);
     lvt_aggr_mgmt_members_get(9, list);
-    EXPECT_EQ(hex(list, 7), "00 00 00 01 00 01 00");
+    EXPECT_EQ(hex({list, 7}), "00 00 00 01 00 01 00");
     memset(list, 0, 7);
     lvt_aggr_mgmt_members_get(8, list);
-    EXPECT_EQ(hex(list, 7), "00 00 00 00 00 00 00");
+    EXPECT_EQ(hex({list, 7}), "00 00 00 00 00 00 00");
     EXPECT_EQ(aggr_group_entry_member_cnt(0), 3u);
     EXPECT_EQ(aggr_group_entry_member_cnt(2), 2u);
 }

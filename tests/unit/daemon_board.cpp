@@ -183,16 +183,6 @@ std::string batch_text(const std::vector<mdio_op_t> &batch)
 
 std::string board_console() { return std::exchange(board.console, {}); }
 
-std::string hex(const uint8_t *octets, size_t count)
-{
-    std::string text;
-    for (size_t i = 0; i < count; i++)
-        text += format(i ? " %02x" : "%02x", octets[i]);
-    return text;
-}
-
-std::string hex(const octets_t &octets) { return hex(octets.data(), octets.size()); }
-
 // ---- the board's libraries ----------------------------------------------------------------
 
 int mdio_intf_access_multi(mdio_multi_t *request)

@@ -13,6 +13,7 @@
 
 #include "platform/mdio_intf.h"
 #include "process/process.h"
+#include "tools/hex.h"
 
 using octets_t = std::vector<uint8_t>;
 
@@ -107,7 +108,3 @@ std::string batch_text(const std::vector<mdio_op_t> &batch);
 
 /// What the console showed since the last call.
 std::string board_console();
-
-/// Octets as "01 80 c2".
-std::string hex(const octets_t &octets);
-std::string hex(const uint8_t *octets, size_t count);

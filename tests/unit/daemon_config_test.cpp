@@ -44,7 +44,7 @@ constexpr lvt_rstp_port_config_t OTHER_PORT = {.adminPathCost = 12345,
 template <typename record_t>
 std::string octets_of(const record_t &value)
 {
-    return hex(reinterpret_cast<const uint8_t *>(&value), sizeof value);
+    return hex({reinterpret_cast<const uint8_t *>(&value), sizeof value});
 }
 
 const char SYSTEM_DEFAULTS[] = "00 80 14 00 02 00 0f 00 02 00";
@@ -81,7 +81,7 @@ TEST_F(config, defaults)
         EXPECT_EQ(lvt_rstp_vars.by_l2port[l2port - 1], &port);
         EXPECT_EQ(port.owner, nullptr);
         EXPECT_EQ(port.hw_state, 0);
-        EXPECT_EQ(hex(port.mac, 6), "00 00 00 00 00 00");
+        EXPECT_EQ(hex(port.mac), "00 00 00 00 00 00");
     }
     for (uint32_t port = 1; port <= 6; port++)
         EXPECT_EQ(lvt_rstp_vars.representative[port - 1], &record(port));
@@ -154,7 +154,7 @@ TEST_F(config, start_writes_the_same_whatever_the_links)
             EXPECT_EQ(cached_stpstates[port], 4);
             EXPECT_EQ(record(port).hw_state, 5);
             EXPECT_EQ(board_port_state(port), 4u);
-            EXPECT_EQ(hex(record(port).mac, 6), word ? "00 11 22 33 44 5" + std::to_string(port) : "00 00 00 00 00 00");
+            EXPECT_EQ(hex(record(port).mac), word ? "00 11 22 33 44 5" + std::to_string(port) : "00 00 00 00 00 00");
         }
         close(port_mux_fd);
     }
@@ -223,7 +223,7 @@ TEST_F(config, the_bridge_after_the_start)
     EXPECT_EQ(bridge->vlan_id, 1);
     EXPECT_EQ(bridge->admin_state, 1);
     EXPECT_EQ(bridge->BrId.prio, 32768);
-    EXPECT_EQ(hex(bridge->BrId.addr, 6), "00 11 22 33 44 50");
+    EXPECT_EQ(hex(bridge->BrId.addr), "00 11 22 33 44 50");
     EXPECT_EQ(bridge->BrTimes.MaxAge, 20);
     EXPECT_EQ(bridge->BrTimes.HelloTime, 2);
     EXPECT_EQ(bridge->BrTimes.ForwardDelay, 15);
@@ -622,7 +622,7 @@ TEST_F(config, bridge_status)
     EXPECT_EQ(status.bridge.prio, 32768);
     EXPECT_EQ(status.designated_root.prio, 0x70); // (0x7123 & 0xF000) >> 8
     EXPECT_EQ(status.designated_root_vlan, 0x123);
-    EXPECT_EQ(hex(status.designated_root.addr, 6), "02 00 00 00 00 01");
+    EXPECT_EQ(hex(status.designated_root.addr), "02 00 00 00 00 01");
     EXPECT_EQ(status.root_cost, 20005u);
     EXPECT_EQ(status.root_port, 0x8002u);
     EXPECT_EQ(status.root_times.MaxAge, 20);

@@ -41,7 +41,7 @@ TEST_F(frames, tag_names_the_chip_port)
         EXPECT_EQ(rstp_rawSocketIfTx(frame.data(), port, frame.size()), 0);
         const octets_t &sent = board.frames.back().octets;
         ASSERT_EQ(sent.size(), 64u);
-        EXPECT_EQ(hex(sent.data() + 12, 3), "88 99 84");
+        EXPECT_EQ(hex({sent.data() + 12, 3}), "88 99 84");
         EXPECT_EQ(sent[15], last_octets[port - 1]) << port;
     }
 }
@@ -51,7 +51,7 @@ TEST_F(frames, tag_bits_add_up)
     uint8_t tag[] = {1, 2, 3, 0x10};
     lvt_cpu_tx_tag_source_port_set(tag, 0);
     lvt_cpu_tx_tag_source_port_set(tag, 4);
-    EXPECT_EQ(hex(tag, 4), "01 02 03 52");
+    EXPECT_EQ(hex({tag, 4}), "01 02 03 52");
     lvt_cpu_tx_tag_source_port_set(tag, 6); // the CPU's own port
     EXPECT_EQ(tag[3], 0x53);
     lvt_cpu_tx_tag_source_port_set(tag, 7); // no port: the bit lies outside the octet
@@ -79,8 +79,8 @@ TEST_F(frames, lengths)
         EXPECT_EQ(rstp_rawSocketIfTx(exact.data(), 2, exact.size()), 0);
         const octets_t &sent = board.frames.back().octets;
         ASSERT_EQ(sent.size(), row.sent);
-        EXPECT_EQ(hex(sent.data(), 12), hex(exact.data(), 12));
-        EXPECT_EQ(hex(sent.data() + 16, row.given - 12), hex(exact.data() + 12, row.given - 12));
+        EXPECT_EQ(hex({sent.data(), 12}), hex({exact.data(), 12}));
+        EXPECT_EQ(hex({sent.data() + 16, row.given - 12}), hex({exact.data() + 12, row.given - 12}));
         for (size_t i = row.given + 4; i < sent.size(); i++)
             EXPECT_EQ(sent[i], 0) << "pad octet " << i << " of " << row.given;
     }
@@ -136,7 +136,7 @@ TEST_F(frames, rst_bpdu_of_each_port)
     for (uint32_t port = 1; port <= 6; port++) {
         log_t sent;
         for (const sent_frame_t &frame : board.frames)
-            if (hex(&frame.octets[15], 1) == tags[port - 1])
+            if (hex({&frame.octets[15], 1}) == tags[port - 1])
                 sent.push_back(hex(frame.octets));
         ASSERT_GE(sent.size(), 2u) << port;
         // Designated; the transmit machine is entered before the one that makes it propose.
@@ -323,7 +323,7 @@ TEST_F(frames, socket_and_address)
     EXPECT_EQ(board.socket_interface, "eth0");
     // family, protocol, interface index, hardware type, packet type, address length, address
     EXPECT_EQ(hex(board.socket_address), "11 00 00 03 00 00 00 00 01 00 03 06 00 00 00 00 00 02 00 00");
-    EXPECT_EQ(hex(reinterpret_cast<uint8_t *>(&address), sizeof address),
+    EXPECT_EQ(hex({reinterpret_cast<uint8_t *>(&address), sizeof address}),
               "11 00 00 03 2a 00 00 00 01 00 03 06 00 00 00 00 00 02 00 00");
 
     board.socket_result = -1;
@@ -351,7 +351,7 @@ TEST_F(frames, one_shot_receive)
     ASSERT_EQ(write(other, octets, sizeof octets), 3);
     uint8_t buffer[10];
     EXPECT_EQ(rstp_rawSocketOnceRx(buffer, sizeof buffer, "eth0"), 3);
-    EXPECT_EQ(hex(buffer, 3), "01 02 03");
+    EXPECT_EQ(hex({buffer, 3}), "01 02 03");
     EXPECT_EQ(fcntl(board.socket_result, F_GETFD), -1); // closed
     close(other);
 

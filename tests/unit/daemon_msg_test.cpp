@@ -30,7 +30,7 @@ protected:
         return count;
     }
 
-    std::string received(size_t count) const { return hex(reinterpret_cast<const uint8_t *>(&message), count); }
+    std::string received(size_t count) const { return hex({reinterpret_cast<const uint8_t *>(&message), count}); }
 
     bool is_rest_zero(size_t from) const
     {
@@ -106,7 +106,7 @@ TEST_F(msg, body_lengths)
         const octets_t body = counting(length);
         write_control(frame(length, octets_t{9, 0, 0, 0, 0, 0, 0, 0} + body));
         EXPECT_EQ(receive(), 1) << length;
-        EXPECT_EQ(hex(message.body, length), hex(body));
+        EXPECT_EQ(hex({message.body, length}), hex(body));
         EXPECT_TRUE(is_rest_zero(8 + length)) << length;
         EXPECT_EQ(waiting(), 0);
     }
@@ -181,7 +181,7 @@ TEST_F(msg, what_is_short_stays_zero)
 
     write_control(frame(100, {10, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3}));
     EXPECT_EQ(receive(), 1);
-    EXPECT_EQ(hex(message.body, 3), "01 02 03");
+    EXPECT_EQ(hex({message.body, 3}), "01 02 03");
     EXPECT_TRUE(is_rest_zero(11));
 
     write_control(frame(100, {10}));
@@ -528,10 +528,10 @@ TEST_F(msg, type_10)
 {
     boot();
     send_lacp({1, 0, 2, 0, 255, 7});
-    EXPECT_EQ(hex(lacp_enable_port, 6), "01 00 02 00 ff 07");
+    EXPECT_EQ(hex({lacp_enable_port, 6}), "01 00 02 00 ff 07");
     EXPECT_THAT(lacp_received(), IsEmpty());
     EXPECT_EQ(control(raw_message(10, octets_t{9})), 1); // a short body: zeros
-    EXPECT_EQ(hex(lacp_enable_port, 6), "09 00 00 00 00 00");
+    EXPECT_EQ(hex({lacp_enable_port, 6}), "09 00 00 00 00 00");
 }
 
 TEST_F(msg, short_bodies_are_filled_with_zeros)
@@ -541,7 +541,7 @@ TEST_F(msg, short_bodies_are_filled_with_zeros)
     EXPECT_EQ(rstp_system_config.bridge_priority, 4096);
     EXPECT_EQ(rstp_system_config.max_age, 0);
     EXPECT_EQ(control(raw_message(2, {})), 1);
-    EXPECT_EQ(hex(aggr_port_status, 7), "00 01 02 03 04 05 06");
+    EXPECT_EQ(hex({aggr_port_status, 7}), "00 01 02 03 04 05 06");
 }
 
 TEST_F(msg, longer_bodies_are_read_as_far_as_they_mean_something)

@@ -32,13 +32,13 @@ protected:
         return changed;
     }
 
-    static std::string mac_of(const uint8_t *mac) { return hex(mac, 6); }
+    static std::string mac_of(const uint8_t *mac) { return hex({mac, 6}); }
 
     static std::string port_mac(uint32_t port)
     {
         uint8_t mac[6];
         EXPECT_EQ(lvt_os_get_portmac(port, mac), 0);
-        return hex(mac, 6);
+        return hex({mac, 6});
     }
 };
 

@@ -9,5 +9,6 @@ add_executable(unit_engine
     engine_step_test.cpp engine_life_test.cpp engine_stp_in_test.cpp engine_scenario_test.cpp
     # Assertions end a test as they end the daemon.
     ${PROJECT_SOURCE_DIR}/src/l2_proto_utility/assert_fail.cpp)
+target_include_directories(unit_engine PRIVATE ${PROJECT_SOURCE_DIR})
 target_link_libraries(unit_engine PRIVATE rstp_engine_traced lvt_warnings fmt::fmt GTest::gtest_main)
 lvt_discover_unit_tests(unit_engine engine.)

@@ -259,8 +259,6 @@ int receive(port_t *port, const octets_t &frame)
 
 int receive(port_t *port, const heard_t &heard) { return receive(port, frame_of(heard)); }
 
-std::string hex(const octets_t &octets) { return fmt::format("{:02x}", fmt::join(octets, " ")); }
-
 // ---- looking ----------------------------------------------------------------------------
 
 std::ostream &operator<<(std::ostream &out, const move_t &move)
@@ -270,10 +268,7 @@ std::ostream &operator<<(std::ostream &out, const move_t &move)
 
 namespace {
 
-std::string text_of(const bridge_id_t &id)
-{
-    return fmt::format("{}/{:02x}", id.prio, fmt::join(id.addr, id.addr + 6, ":"));
-}
+std::string text_of(const bridge_id_t &id) { return fmt::format("{}/{}", id.prio, address_text(id.addr)); }
 
 std::string text_of(const prio_vector_t &vector)
 {

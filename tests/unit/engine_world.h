@@ -23,6 +23,7 @@
 #include "rstp/stpm.h"
 #include "rstp/times.h"
 #include "rstp/vect.h"
+#include "tools/hex.h"
 
 using octets_t = std::vector<uint8_t>;
 
@@ -149,9 +150,6 @@ octets_t frame_of(const heard_t &heard);
 /// Lets a port receive a BPDU. Returns the engine's answer.
 int receive(port_t *port, const heard_t &heard);
 int receive(port_t *port, const octets_t &frame);
-
-/// "01 80 c2 ..." of a frame.
-std::string hex(const octets_t &octets);
 
 // ---- looking ----------------------------------------------------------------------------
 

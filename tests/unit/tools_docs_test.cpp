@@ -2,7 +2,6 @@
 /// the completion for bash.
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -12,7 +11,9 @@
 #include <gtest/gtest.h>
 
 #include "rstp/bpdu.h"
+#include "tools/ctl/hex.h"
 #include "tools/decode.h"
+#include "tools/hex.h"
 #include "tools/messages.h"
 #include "tools_ctl.h"
 
@@ -21,18 +22,7 @@ namespace {
 using octets_t = std::vector<uint8_t>;
 
 /// The octets at the start of a line; after two spaces comes their explanation.
-octets_t octets_of_line(const std::string &line)
-{
-    octets_t octets;
-    for (size_t i = 0; i + 1 < line.size() && line[i] != ' '; i += 3) {
-        uint8_t octet = 0;
-        const auto [end, error] = std::from_chars(&line[i], &line[i] + 2, octet, 16);
-        if (error != std::errc{} || end != &line[i] + 2)
-            ADD_FAILURE() << "no octets in hex: " << line;
-        octets.push_back(octet);
-    }
-    return octets;
-}
+octets_t octets_of_line(const std::string &line) { return parse_hex(line.substr(0, line.find("  "))); }
 
 /// What stands in the code blocks of the page, in order.
 std::vector<octets_t> documented_examples()
@@ -261,6 +251,5 @@ TEST(docs, examples_of_messages_are_right)
     const auto real = real_examples();
     ASSERT_EQ(documented.size(), real.size());
     for (size_t i = 0; i < real.size(); i++)
-        EXPECT_EQ(fmt::format("{:02x}", fmt::join(documented[i], " ")), fmt::format("{:02x}", fmt::join(real[i], " ")))
-            << "example " << i + 1;
+        EXPECT_EQ(hex(documented[i]), hex(real[i])) << "example " << i + 1;
 }

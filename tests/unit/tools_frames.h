@@ -4,18 +4,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <span>
-#include <string>
 #include <vector>
 
-#include <fmt/format.h>
-
 #include "rstp/bpdu.h"
+#include "tools/hex.h"
 
 using octets_t = std::vector<uint8_t>;
-
-/// "bc 30 ..." for a frame, so that a difference can be read.
-inline std::string hex(std::span<const uint8_t> octets) { return fmt::format("{:02x}", fmt::join(octets, " ")); }
 
 /// An RST BPDU of the root 4096/02:00:00:00:99:00, from its port 1.
 inline octets_t rst_frame()

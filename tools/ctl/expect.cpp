@@ -1,6 +1,7 @@
 #include "tools/ctl/expect.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <functional>
 #include <iterator>
@@ -15,7 +16,7 @@
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/changes.h"
 #include "tools/ctl/status.h"
-#include "tools/words.h"
+#include "tools/hex.h"
 
 const char STATEMENTS[] =
     "  root is [not] this bridge | ADDRESS | PRIORITY/ADDRESS\n"
@@ -76,31 +77,24 @@ predicate_t predicate_from(const words_t &words, size_t first)
 
 struct bridge_name_t {
     std::optional<int64_t> priority;
-    std::string address;
+    std::array<uint8_t, RSTP_MAC_OCTETS> address;
 };
-
-bool is_address(const std::string &text)
-{
-    const std::string form = "xx:xx:xx:xx:xx:xx";
-    return std::ranges::equal(text, form, [](unsigned char letter, char place) {
-        return place == ':' ? letter == ':' : std::isxdigit(letter);
-    });
-}
 
 /// An address, or a priority and an address; nothing for other words.
 std::optional<bridge_name_t> bridge_named(const std::string &text)
 {
     const size_t slash = text.find('/');
-    if (slash == std::string::npos && is_address(text))
-        return bridge_name_t{{}, text};
-    if (slash != std::string::npos && is_address(text.substr(slash + 1)))
-        return bridge_name_t{parse_number("root is", text.substr(0, slash)), text.substr(slash + 1)};
-    return {};
+    const auto address = read_address(slash == std::string::npos ? text : text.substr(slash + 1));
+    if (!address)
+        return {};
+    if (slash == std::string::npos)
+        return bridge_name_t{{}, *address};
+    return bridge_name_t{parse_number("root is", text.substr(0, slash)), *address};
 }
 
 bool is_named(const bridge_id_t &id, const bridge_name_t &name)
 {
-    return address_text(id.addr) == name.address && name.priority.value_or(id.prio) == id.prio;
+    return std::ranges::equal(id.addr, name.address) && name.priority.value_or(id.prio) == id.prio;
 }
 
 /// `name` is empty for this bridge itself.

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "tools/ctl/ctl.h"
+#include "tools/hex.h"
 
 std::vector<uint8_t> parse_hex(const std::string &text)
 {
@@ -29,11 +30,10 @@ std::vector<uint8_t> parse_hex(const std::string &text)
     return octets;
 }
 
-std::vector<uint8_t> parse_address(const std::string &option, const std::string &text)
+std::array<uint8_t, 6> parse_address(const std::string &option, const std::string &text)
 {
-    const bool form = text.size() == 17 && std::ranges::count(text, ':') == 5;
-    const std::vector<uint8_t> octets = form ? parse_hex(text) : std::vector<uint8_t>();
-    if (octets.size() != 6)
+    const auto address = read_address(text);
+    if (!address)
         throw usage_t(fmt::format("{}: \"{}\" should read as 02:00:00:00:01:00", option, text));
-    return octets;
+    return *address;
 }

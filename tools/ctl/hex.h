@@ -1,6 +1,7 @@
 /// Octets as people type and copy them.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -10,4 +11,4 @@
 std::vector<uint8_t> parse_hex(const std::string &text);
 
 /// A MAC address, "02:00:00:00:01:00". Throws usage_t.
-std::vector<uint8_t> parse_address(const std::string &option, const std::string &text);
+std::array<uint8_t, 6> parse_address(const std::string &option, const std::string &text);
