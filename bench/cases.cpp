@@ -68,16 +68,9 @@ void neighbour_is_root()
     start_daemon();
     enable_ports(RSTP_PHYSICAL_PORTS);
 
-    neighbour = blank_bpdu(BPDU_TYPE_RST);
-    neighbour.flags = BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT | BPDU_FLAG_FORWARDING | BPDU_FLAG_LEARNING;
-    bpdu_put16(neighbour.root_priority, 4096);
-    bpdu_put16(neighbour.bridge_priority, 8192);
     neighbour_cost = 0x40000000;
-    bpdu_put32(neighbour.root_path_cost, neighbour_cost);
-    bpdu_put16(neighbour.port_id, 0x8001);
-    neighbour.max_age[0] = 20;
-    neighbour.hello_time[0] = 2;
-    neighbour.forward_delay[0] = 15;
+    neighbour = bpdu_of(BPDU_TYPE_RST, {.root = {4096, {}}, .cost = neighbour_cost, .bridge = {8192, {}}},
+                        bpdu_role_flags(BPDU_ROLE_DESIGNATED) | BPDU_FLAG_FORWARDING | BPDU_FLAG_LEARNING);
     for (int i = 0; i < 40; i++) {
         lvt_rstp_receive(1, reinterpret_cast<uint8_t *>(&neighbour), sizeof neighbour);
         ticks(1);

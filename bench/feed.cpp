@@ -16,16 +16,9 @@ namespace {
 
 std::vector<uint8_t> neighbours_bpdu()
 {
-    bpdu_t bpdu = blank_bpdu(BPDU_TYPE_RST);
-    bpdu.flags = BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT;
-    bpdu_put16(bpdu.root_priority, 4096);
-    bpdu_put16(bpdu.bridge_priority, 4096);
-    bpdu_put16(bpdu.port_id, 0x8001);
-    bpdu.max_age[0] = 20;
-    bpdu.hello_time[0] = 2;
-    bpdu.forward_delay[0] = 15;
-    const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
-    return bpdu_message(2, {octets, sizeof bpdu});
+    const bridge_id_t root = {4096, {}};
+    const told_t told = {.root = root, .cost = 0, .bridge = root};
+    return bpdu_message(2, frame_of(bpdu_of(BPDU_TYPE_RST, told, bpdu_role_flags(BPDU_ROLE_DESIGNATED))));
 }
 
 } // namespace

@@ -135,7 +135,7 @@ void add_frame(fields_t &fields, size_t offset)
     const size_t at = offset + (tagged ? RSTP_CPU_TAG_OCTETS : 0); // of all that comes behind the addresses
 
     const auto plain = without_switch_tag(frame);
-    const auto bpdu = fields_t(plain).record<bpdu_t>(0);
+    const bpdu_t bpdu = read_bpdu(plain);
     fields.add(offset, bpdu, bpdu.destination, "destination", address_text(bpdu.destination));
     fields.add(offset, bpdu, bpdu.source, "source", address_text(bpdu.source));
     if (tagged)
@@ -163,7 +163,7 @@ std::string frame_fault(octets_t frame, bool truncated)
     if (truncated)
         return "the frame is cut off";
     const auto plain = without_switch_tag(frame);
-    const auto bpdu = fields_t(plain).record<bpdu_t>(0);
+    const bpdu_t bpdu = read_bpdu(plain);
     const size_t stated = BPDU_ETHERNET_OCTETS + bpdu_get16(bpdu.length);
     if (is_bpdu(plain) && stated > plain.size())
         return fmt::format("its length field speaks of {} octets, but there are {}", stated, plain.size());
@@ -376,12 +376,6 @@ std::string field_octets_text(const std::vector<uint8_t> &octets)
 
 } // namespace
 
-bool is_bpdu(octets_t frame)
-{
-    const uint8_t llc[] = {BPDU_LLC_SAP, BPDU_LLC_SAP, BPDU_LLC_CONTROL};
-    return frame.size() >= BPDU_HEADER_OCTETS && begins(frame.subspan(BPDU_ETHERNET_OCTETS), llc);
-}
-
 std::string received_on(uint8_t port_octet)
 {
     const unsigned chip_port = port_octet - 1u;
@@ -403,7 +397,7 @@ std::vector<uint8_t> without_switch_tag(octets_t frame)
 std::string frame_summary(octets_t frame)
 {
     const auto plain = without_switch_tag(frame);
-    const auto bpdu = fields_t(plain).record<bpdu_t>(0);
+    const bpdu_t bpdu = read_bpdu(plain);
     if (!is_bpdu(plain))
         return fmt::format("frame of {} octets, no BPDU", frame.size());
     if (plain.size() < BPDU_HEADER_OCTETS + bpdu_octets(bpdu.type))

@@ -41,6 +41,5 @@ std::string decoded_text(const decoded_t &decoded, bool brief = false);
 /// "3, front port 2" of the port octet of a message with a received frame.
 std::string received_on(uint8_t port_octet);
 
-/// Whether a frame carries a BPDU, and where the frame has its switch tag taken out.
-bool is_bpdu(std::span<const uint8_t> frame);
+/// The frame with its switch tag, if it has one, taken out.
 std::vector<uint8_t> without_switch_tag(std::span<const uint8_t> frame);

@@ -4,6 +4,7 @@
 
 #include "platform/messages.h"
 #include "rstp/bpdu.h"
+#include "tools/bpdu_frame.h"
 #include "tools/hex.h"
 #include "tools/rules.h"
 
@@ -82,7 +83,7 @@ std::string bpdu_flags_words(uint8_t type, uint8_t flags)
             words += fmt::format("{}{}", words.empty() ? "" : ", ", word);
     };
     const bool rst = type == BPDU_TYPE_RST;
-    add(rst, roles[flags >> BPDU_FLAG_ROLE_SHIFT & 3]);
+    add(rst, roles[bpdu_role(flags)]);
     add(rst && flags & BPDU_FLAG_PROPOSAL, "proposal");
     add(rst && flags & BPDU_FLAG_LEARNING, "learning");
     add(rst && flags & BPDU_FLAG_FORWARDING, "forwarding");

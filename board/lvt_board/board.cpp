@@ -7,6 +7,7 @@
 #include <fmt/ranges.h>
 
 #include "platform/messages.h"
+#include "tools/bpdu_frame.h"
 #include "tools/messages.h"
 #include "tools/pipe.h"
 
@@ -14,22 +15,17 @@ namespace {
 
 constexpr unsigned FRAMES_PER_TURN = 64; // then the other ports have their turn
 
-constexpr std::size_t LLC_OFFSET = 14;
-constexpr std::size_t BPDU_VERSION_OFFSET = 19;
-constexpr std::size_t BPDU_TYPE_OFFSET = 20;
-
 const char *bpdu_name(std::span<const std::uint8_t> frame)
 {
-    constexpr std::array<std::uint8_t, 5> llc_and_protocol = {0x42, 0x42, 0x03, 0, 0};
-    if (frame.size() <= BPDU_TYPE_OFFSET ||
-        !std::equal(llc_and_protocol.begin(), llc_and_protocol.end(), frame.begin() + LLC_OFFSET))
+    const bpdu_t bpdu = read_bpdu(frame);
+    if (!is_bpdu(frame) || frame.size() < offsetof(bpdu_t, flags) || bpdu_get16(bpdu.protocol) != 0)
         return "none";
-    switch (frame[BPDU_TYPE_OFFSET]) {
-    case 0x00:
+    switch (bpdu.type) {
+    case BPDU_TYPE_CONFIG:
         return "config";
-    case 0x02:
-        return frame[BPDU_VERSION_OFFSET] >= 3 ? "mst" : "rstp";
-    case 0x80:
+    case BPDU_TYPE_RST:
+        return bpdu.version >= 3 ? "mst" : "rstp";
+    case BPDU_TYPE_TCN:
         return "tcn";
     }
     return "unknown";

@@ -13,8 +13,7 @@
 
 namespace {
 
-constexpr std::size_t FRAME_OCTETS_MIN = 60; // without check sequence
-constexpr std::size_t ADDRESSES_OCTETS = 12;
+constexpr std::size_t ADDRESSES_OCTETS = 2 * ETH_ALEN;
 constexpr std::size_t VLAN_TAG_OCTETS = 4;
 constexpr std::uint8_t CHECKSUM_WANTED = 1;
 
@@ -98,10 +97,10 @@ wire_result_t wire_receive(const fd_t &wire, wire_frame_t &frame)
     const tpacket_auxdata *auxdata = auxdata_of(message);
     if (auxdata != nullptr && (auxdata->tp_status & TP_STATUS_VLAN_VALID) != 0 && frame.size > ADDRESSES_OCTETS)
         restore_vlan_tag(frame, *auxdata);
-    if (frame.size < FRAME_OCTETS_MIN) {
-        std::fill(frame.octets.begin() + static_cast<std::ptrdiff_t>(frame.size),
-                  frame.octets.begin() + FRAME_OCTETS_MIN, std::uint8_t{0});
-        frame.size = FRAME_OCTETS_MIN;
+    if (frame.size < ETH_ZLEN) {
+        std::fill(frame.octets.begin() + static_cast<std::ptrdiff_t>(frame.size), frame.octets.begin() + ETH_ZLEN,
+                  std::uint8_t{0});
+        frame.size = ETH_ZLEN;
     }
     return wire_result_t::frame;
 }

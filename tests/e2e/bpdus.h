@@ -3,34 +3,23 @@
 
 #include <cstdint>
 
-#include "rstp/bpdu.h"
-#include "rstp/records.h"
+#include "tools/bpdu_frame.h"
 
 namespace lab {
 
-/// What a configuration or RST BPDU tells.
-struct told_t {
-    bridge_id_t root;
-    uint32_t cost;
-    bridge_id_t bridge;
-    uint16_t port = 0x8001;
-    timevalues_t times = {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1};
-};
+/// The shortest that the standard allows.
+constexpr timevalues_t SHORT_TIMES = {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1};
 
 /// A bridge identifier with the address 02:00:00:00:LAST:00, as the lab's machines have.
 bridge_id_t made_up_bridge(uint16_t priority, uint8_t last);
 
-/// A bridge that calls itself the root.
+/// A bridge that calls itself the root, with the shortest times.
 told_t root_bridge(uint16_t priority, uint8_t last);
-
-/// The role code of a flags octet, and back.
-int role_code_of(uint8_t flags);
-uint8_t role_flags(int code);
 
 bpdu_t config_bpdu(const told_t &told, uint8_t flags = 0);
 
 /// By default that of a designated port.
-bpdu_t rst_bpdu(const told_t &told, uint8_t flags = 0, int role_code = BPDU_ROLE_DESIGNATED);
+bpdu_t rst_bpdu(const told_t &told, uint8_t flags = 0, uint8_t role = BPDU_ROLE_DESIGNATED);
 
 bpdu_t tcn_bpdu();
 

@@ -189,7 +189,7 @@ TEST_F(daemon_bad_input, header_alone_is_waited_for)
 
 TEST_F(daemon_bad_input, bpdu_from_no_port_is_dropped_uncounted)
 {
-    const octets_t frame = octets_of(superior_bpdu());
+    const octets_t frame = frame_of(superior_bpdu());
     for (const uint8_t octet : {0, 8, 9, 100, 128, 255}) {
         serve(device, bpdu_message(octet, frame));
         EXPECT_TRUE(serves_a_good_message()) << int{octet};
@@ -199,7 +199,7 @@ TEST_F(daemon_bad_input, bpdu_from_no_port_is_dropped_uncounted)
 
 TEST_F(daemon_bad_input, bpdu_from_the_cpu_port_is_a_programming_error)
 {
-    device.send(bpdu_message(1, octets_of(superior_bpdu())));
+    device.send(bpdu_message(1, frame_of(superior_bpdu())));
     ASSERT_TRUE(lab::within(SOON, [&] { return !device.daemon().running(); }));
     EXPECT_EQ(device.daemon().exit_code(), 128 + SIGABRT);
     EXPECT_EQ(device.node().read(lab::DAEMON_ERROR_FILE),
@@ -318,7 +318,7 @@ octets_t drawn_message(std::mt19937 &random)
         if (port == 1) // a programming error; it has a test of its own
             port = 0;
         if (random() % 4 != 0) {
-            const octets_t bpdu = octets_of(superior_bpdu());
+            const octets_t bpdu = frame_of(superior_bpdu());
             std::copy_n(bpdu.begin(), std::min(bpdu.size(), body.size()), body.begin());
             for (unsigned i = random() % 4; i > 0 && !body.empty(); i--)
                 body[random() % body.size()] = static_cast<uint8_t>(random());

@@ -63,19 +63,19 @@ const malformed_t MALFORMED[] = {
     {"RST BPDU one octet short", [] { return cut(RST, 52); }},
     {"configuration BPDU one octet short", [] { return cut(CONFIG, 51); }},
     {"TCN BPDU one octet short", [] { return cut(TCN, 20); }},
-    {"length 37, an RST BPDU", [] { return with(RST, 13, 37); }},
-    {"length 37, a configuration BPDU", [] { return with(CONFIG, 13, 37); }},
-    {"length 6, a TCN BPDU", [] { return with(TCN, 13, 6); }},
-    {"length 0", [] { return with(RST, 13, 0); }},
-    {"length beyond the end", [] { return with(RST, 13, 40); }},
-    {"length far beyond the end", [] { return with(RST, 12, 0xFF); }},
-    {"an Ethernet type for a length", [] { return with(RST, 12, 0x88); }},
-    {"another DSAP", [] { return with(RST, 14, 0x43); }},
-    {"another SSAP", [] { return with(RST, 15, 0x43); }},
-    {"another LLC control", [] { return with(RST, 16, 0x13); }},
-    {"protocol 0x0100", [] { return with(RST, 17, 1); }},
-    {"protocol 0x0001", [] { return with(RST, 18, 1); }},
-    {"an unknown type, as short as a TCN BPDU", [] { return with(TCN, 20, 0x81); }},
+    {"length 37, an RST BPDU", [] { return with(RST, offsetof(bpdu_t, length) + 1, 37); }},
+    {"length 37, a configuration BPDU", [] { return with(CONFIG, offsetof(bpdu_t, length) + 1, 37); }},
+    {"length 6, a TCN BPDU", [] { return with(TCN, offsetof(bpdu_t, length) + 1, 6); }},
+    {"length 0", [] { return with(RST, offsetof(bpdu_t, length) + 1, 0); }},
+    {"length beyond the end", [] { return with(RST, offsetof(bpdu_t, length) + 1, 40); }},
+    {"length far beyond the end", [] { return with(RST, offsetof(bpdu_t, length), 0xFF); }},
+    {"an Ethernet type for a length", [] { return with(RST, offsetof(bpdu_t, length), 0x88); }},
+    {"another DSAP", [] { return with(RST, offsetof(bpdu_t, dsap), 0x43); }},
+    {"another SSAP", [] { return with(RST, offsetof(bpdu_t, ssap), 0x43); }},
+    {"another LLC control", [] { return with(RST, offsetof(bpdu_t, control), 0x13); }},
+    {"protocol 0x0100", [] { return with(RST, offsetof(bpdu_t, protocol), 1); }},
+    {"protocol 0x0001", [] { return with(RST, offsetof(bpdu_t, protocol) + 1, 1); }},
+    {"an unknown type, as short as a TCN BPDU", [] { return with(TCN, offsetof(bpdu_t, type), 0x81); }},
     {"all zeros", [] { return octets_t(60, 0); }},
     {"all ones", [] { return octets_t(60, 0xFF); }},
 };
@@ -112,7 +112,7 @@ TEST_F(daemon_bpdus, the_shortest_well_formed_ones_are_accepted)
     EXPECT_EQ(counts(device, 2), (counts_t{.stp_received = 1, .tcn_received = 1}));
 
     // An RST BPDU without its last octet, if its length field says so.
-    octets_t frame = with(RST, 13, 38);
+    octets_t frame = with(RST, offsetof(bpdu_t, length) + 1, 38);
     frame.resize(52);
     serve(device, received(2, frame));
     EXPECT_EQ(counts(device, 2), (counts_t{.stp_received = 1, .rstp_received = 1, .tcn_received = 1}));
@@ -124,7 +124,7 @@ TEST_F(daemon_bpdus, unknown_types_are_counted_as_such)
     const auto before = counts(device, 1);
     long expected = 0;
     for (const uint8_t type : {0x01, 0x03, 0x7F, 0x81, 0xFF}) {
-        serve(device, received(1, with(RST, 20, type)));
+        serve(device, received(1, with(RST, offsetof(bpdu_t, type), type)));
         EXPECT_EQ(counts(device, 1).unknown, ++expected) << int{type};
     }
     EXPECT_EQ(counts(device, 1).rstp_received, before.rstp_received);
@@ -138,9 +138,9 @@ TEST_F(daemon_bpdus, any_version_is_accepted)
     const long before = counts(device, 1).rstp_received;
     long heard = 0;
     for (const uint8_t version : {0, 1, 2, 3, 4, 255}) {
-        serve(device, received(1, with(RST, 19, version)));
+        serve(device, received(1, with(RST, offsetof(bpdu_t, version), version)));
         EXPECT_EQ(counts(device, 1).rstp_received, before + ++heard) << int{version};
-        serve(device, received(6, with(CONFIG, 19, version)));
+        serve(device, received(6, with(CONFIG, offsetof(bpdu_t, version), version)));
         EXPECT_EQ(counts(device, 6).stp_received, heard) << int{version};
     }
     EXPECT_TRUE(is_sound(device));
@@ -255,9 +255,7 @@ TEST_F(daemon_bpdus, our_own_bpdu_comes_back)
     serve(device, port_status_message(linked({1, 6})));
     serve(device, port_config_message(enabled({1, 6})));
     ASSERT_TRUE(ticks(device, 3));
-    lab::told_t ours = {.root = OUR_OWN, .cost = 0, .bridge = OUR_OWN, .port = 0x8001};
-    ours.times = {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2};
-    hear(device, 6, lab::rst_bpdu(ours));
+    hear(device, 6, lab::rst_bpdu({.root = OUR_OWN, .cost = 0, .bridge = OUR_OWN}));
     ASSERT_TRUE(status_within(device, SOON,
                               [](const lab::bridge_status_t &status) { return status.port(6).role == ROLE_BACKUP; }));
     EXPECT_EQ(device.status()->port(1).role, ROLE_DESIGNATED);
@@ -304,9 +302,9 @@ TEST_F(daemon_bpdus_over_a_cable, every_kind_is_counted)
     EXPECT_TRUE(counted({.stp_received = 1, .rstp_received = 1}));
     send(octets_of(TCN, 60));
     EXPECT_TRUE(counted({.stp_received = 1, .rstp_received = 1, .tcn_received = 1}));
-    send(with(RST, 20, 0x03));
+    send(with(RST, offsetof(bpdu_t, type), 0x03));
     EXPECT_TRUE(counted({.stp_received = 1, .rstp_received = 1, .tcn_received = 1, .unknown = 1}));
-    send(with(RST, 14, 0x43));
+    send(with(RST, offsetof(bpdu_t, dsap), 0x43));
     EXPECT_TRUE(counted({.stp_received = 1, .rstp_received = 1, .tcn_received = 1, .unknown = 1, .illegal = 1}));
 }
 
@@ -316,12 +314,12 @@ TEST_F(daemon_bpdus_over_a_cable, frames_of_1500_octets)
     send(frame);
     EXPECT_TRUE(counted({.rstp_received = 1}));
 
-    frame[12] = 1500 >> 8;
-    frame[13] = 1500 & 0xFF;
+    constexpr size_t LENGTH = offsetof(bpdu_t, length);
+    bpdu_put16(&frame[LENGTH], 1500);
     send(frame);
     EXPECT_TRUE(counted({.rstp_received = 2}));
 
-    frame[13]++;
+    frame[LENGTH + 1]++;
     send(frame);
     EXPECT_TRUE(counted({.rstp_received = 2, .illegal = 1}));
     EXPECT_TRUE(is_sound(device));
@@ -337,8 +335,8 @@ TEST_F(daemon_bpdus_over_a_cable, every_malformed_one_is_counted)
             continue;
         frame.resize(std::max<size_t>(frame.size(), 60), 0);
         std::copy(std::begin(lvt_rstp_slowmac), std::end(lvt_rstp_slowmac), frame.begin());
-        const unsigned length = frame[12] * 256u + frame[13];
-        const bool filled_up = length + 14 > malformed.frame().size() && length + 14 <= 60;
+        const size_t stated = BPDU_ETHERNET_OCTETS + bpdu_get16(read_bpdu(frame).length);
+        const bool filled_up = stated > malformed.frame().size() && stated <= 60;
         if (filled_up)
             continue; // the filling makes it well formed
         send(frame);

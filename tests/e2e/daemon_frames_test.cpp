@@ -16,6 +16,7 @@
 #include "bpdus.h"
 #include "daemon_support.h"
 #include "fixture.h"
+#include "tools/decode.h"
 #include "tools/messages.h"
 
 namespace {
@@ -23,9 +24,6 @@ namespace {
 using namespace e2e;
 using octets_t = std::vector<uint8_t>;
 using nlohmann::json;
-
-constexpr size_t TAG_OFFSET = 12;
-constexpr size_t TAG_OCTETS = 4;
 
 /// Everything that passes an interface, from the moment that the object is there.
 class capture_t {
@@ -40,12 +38,12 @@ public:
         return frames_;
     }
 
-    /// Those of a BPDU type; `tag_octets` stand before the length field.
-    std::vector<octets_t> bpdus(uint8_t type, size_t tag_octets = 0)
+    /// Those of a BPDU type, with or without the switch tag.
+    std::vector<octets_t> bpdus(uint8_t type)
     {
         std::vector<octets_t> found;
         for (const octets_t &frame : frames())
-            if (frame.size() > 20 + tag_octets && frame[20 + tag_octets] == type)
+            if (const octets_t plain = without_switch_tag(frame); is_bpdu(plain) && read_bpdu(plain).type == type)
                 found.push_back(frame);
         return found;
     }
@@ -233,14 +231,14 @@ TEST_F(daemon_frames, rst_bpdus_of_a_root_port)
 {
     take_part(2);
     ASSERT_TRUE(ticks(device, 2));
-    lab::told_t told = lab::root_bridge(4096, 0x99);
+    told_t told = lab::root_bridge(4096, 0x99);
     told.cost = 70000;
     told.times = {.MessageAge = 3, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2};
     hear(device, 4, lab::rst_bpdu(told, BPDU_FLAG_PROPOSAL));
     hear(device, 4, lab::rst_bpdu(told, BPDU_FLAG_PROPOSAL));
     ASSERT_TRUE(lab::within(SOON, [&] {
         const auto frames = at(4).bpdus(BPDU_TYPE_RST);
-        return !frames.empty() && lab::role_code_of(frames.back()[21]) == BPDU_ROLE_ROOT;
+        return !frames.empty() && bpdu_role(read_bpdu(frames.back()).flags) == BPDU_ROLE_ROOT;
     }));
     const json last = analysed(at(4).bpdus(BPDU_TYPE_RST)).back();
     EXPECT_EQ(ethernet_in(last), ethernet_of(4, 39, 7));
@@ -290,13 +288,13 @@ TEST_F(daemon_frames, a_configuration_bpdu_acknowledges_a_topology_change)
     take_part(0);
     ASSERT_TRUE(ticks(device, 3));
     hear(device, 6, lab::tcn_bpdu());
+    const auto acknowledges = [](const octets_t &frame) { return lab::is_ack(read_bpdu(frame)); };
     ASSERT_TRUE(lab::within(SOON, [&] {
         const auto frames = at(6).bpdus(BPDU_TYPE_CONFIG);
-        return std::any_of(frames.begin(), frames.end(), [](const octets_t &f) { return (f[21] & 0x80) != 0; });
+        return std::any_of(frames.begin(), frames.end(), acknowledges);
     }));
     const auto frames = at(6).bpdus(BPDU_TYPE_CONFIG);
-    const auto found =
-        std::find_if(frames.begin(), frames.end(), [](const octets_t &f) { return (f[21] & 0x80) != 0; });
+    const auto found = std::find_if(frames.begin(), frames.end(), acknowledges);
     const json stp = analysed({*found}).front().at("stp");
     EXPECT_EQ(field(stp, "stp.flags.tcack"), "1");
     EXPECT_EQ(field(stp, "stp.type"), "0x00");
@@ -306,7 +304,7 @@ TEST_F(daemon_frames, tcn_bpdus)
 {
     take_part(0);
     ASSERT_TRUE(ticks(device, 2));
-    lab::told_t told = lab::root_bridge(4096, 0x99);
+    told_t told = lab::root_bridge(4096, 0x99);
     told.times = {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 1, .HelloTime = 2};
     // The root port tells of itself when it forwards.
     ASSERT_TRUE(lab::within(
@@ -342,7 +340,7 @@ TEST_F(daemon_frames, the_tag_names_the_chip_port)
     ASSERT_TRUE(ticks(device, 3));
 
     std::map<std::string, size_t> tags;
-    for (const octets_t &frame : at_cpu.bpdus(BPDU_TYPE_RST, TAG_OCTETS)) {
+    for (const octets_t &frame : at_cpu.bpdus(BPDU_TYPE_RST)) {
         ASSERT_EQ(frame.size(), 64u);
         EXPECT_EQ(hex(std::span(frame).first(6), ""), "0180c2000000");
         EXPECT_EQ(hex(std::span(frame).subspan(57), ""), std::string(14, '0')) << "padding";
@@ -360,19 +358,17 @@ TEST_F(daemon_frames, the_chip_takes_the_tag_off_and_nothing_else)
     take_part(2);
     ASSERT_TRUE(ticks(device, 3));
     const size_t frames = at_cpu.frames().size();
-    ASSERT_GE(at_cpu.bpdus(BPDU_TYPE_RST, TAG_OCTETS).size(), frames) << "something else was sent";
+    ASSERT_GE(at_cpu.bpdus(BPDU_TYPE_RST).size(), frames) << "something else was sent";
 
     std::map<std::string, size_t> from_cpu, at_ports;
     ASSERT_TRUE(lab::within(SOON, [&] { // all that was sent until now has come
         from_cpu.clear();
         at_ports.clear();
-        for (octets_t frame : at_cpu.frames()) {
-            frame.erase(frame.begin() + TAG_OFFSET, frame.begin() + TAG_OFFSET + TAG_OCTETS);
-            from_cpu[hex(frame, "")]++;
-        }
+        for (const octets_t &frame : at_cpu.frames())
+            from_cpu[hex(without_switch_tag(frame))]++;
         for (const int port : PORTS)
             for (const octets_t &frame : at(port).frames())
-                at_ports[hex(frame, "")]++;
+                at_ports[hex(frame)]++;
         return at_ports == from_cpu;
     }));
     EXPECT_GE(from_cpu.size(), 4u);

@@ -59,7 +59,7 @@ TEST_F(daemon_messages, bpdu_is_counted_at_the_front_port_behind_the_chip_port)
     constexpr std::array<int, 8> front_port = {0, 0, 1, 2, 3, 4, 6, 5}; // by port octet
     for (size_t octet = 2; octet < front_port.size(); octet++)
         for (size_t time = 0; time < octet; time++) // each another number of times
-            serve(device, bpdu_message(static_cast<uint8_t>(octet), octets_of(superior_bpdu())));
+            serve(device, bpdu_message(static_cast<uint8_t>(octet), frame_of(superior_bpdu())));
 
     const auto all = counts(device);
     for (size_t octet = 2; octet < front_port.size(); octet++)

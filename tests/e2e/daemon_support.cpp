@@ -69,22 +69,16 @@ std::vector<uint8_t> received(int port, std::span<const uint8_t> frame)
     return bpdu_message(PORT_OCTET.at(static_cast<size_t>(port)), frame);
 }
 
-std::vector<uint8_t> octets_of(const bpdu_t &bpdu)
-{
-    return octets_of(bpdu, BPDU_ETHERNET_OCTETS + bpdu_get16(bpdu.length));
-}
-
 std::vector<uint8_t> octets_of(const bpdu_t &bpdu, size_t count)
 {
-    const auto *first = reinterpret_cast<const uint8_t *>(&bpdu);
-    std::vector<uint8_t> frame(first, first + std::min(count, sizeof bpdu));
+    std::vector<uint8_t> frame = frame_of(bpdu);
     frame.resize(count);
     return frame;
 }
 
 bpdu_t superior_bpdu() { return lab::rst_bpdu(lab::root_bridge(4096, 0x99)); }
 
-void hear(const lab::switch_t &device, int port, const bpdu_t &bpdu) { serve(device, received(port, octets_of(bpdu))); }
+void hear(const lab::switch_t &device, int port, const bpdu_t &bpdu) { serve(device, received(port, frame_of(bpdu))); }
 
 testing::AssertionResult is_sound(lab::switch_t &device)
 {

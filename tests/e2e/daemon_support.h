@@ -10,7 +10,7 @@
 
 #include "board/lab/switch_node.h"
 #include "fixture.h"
-#include "rstp/bpdu.h"
+#include "tools/bpdu_frame.h"
 #include "tools/hex.h"
 #include "tools/messages.h"
 
@@ -44,8 +44,7 @@ port_statuses_t linked(std::initializer_list<int> ports);
 /// A type 0 message with a frame that came in at a front port.
 std::vector<uint8_t> received(int port, std::span<const uint8_t> frame);
 
-/// The first octets of a BPDU as a frame; by default as many as its length field says.
-std::vector<uint8_t> octets_of(const bpdu_t &bpdu);
+/// A BPDU's frame, cut or filled with zeros to so many octets.
 std::vector<uint8_t> octets_of(const bpdu_t &bpdu, size_t count);
 
 /// An RST BPDU of a bridge that is better than every bridge of the tests.

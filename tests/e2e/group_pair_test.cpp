@@ -1,5 +1,6 @@
 // Two switches joined by two cables that are one: how the group speaks, and what it carries.
 #include "group_net.h"
+#include "tools/hex.h"
 #include "tree_speaker.h"
 #include "tree_traffic.h"
 

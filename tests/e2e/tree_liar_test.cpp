@@ -27,8 +27,8 @@ told_t with_times(told_t told, timevalues_t times)
 
 std::vector<bpdu_t> our_own_identifier(const bridge_id_t &ours)
 {
-    const told_t by_us = {.root = ours, .cost = 0, .bridge = ours, .port = 0x8001};
-    const told_t by_a_better_one = {.root = ours, .cost = 0, .bridge = made_up_bridge(0, 1)};
+    const told_t by_us = {.root = ours, .cost = 0, .bridge = ours, .times = SHORT_TIMES};
+    const told_t by_a_better_one = {.root = ours, .cost = 0, .bridge = made_up_bridge(0, 1), .times = SHORT_TIMES};
     told_t other_port = by_us;
     other_port.port = 0x8002;
     return {rst_bpdu(by_us), rst_bpdu(by_us, BPDU_FLAG_PROPOSAL), config_bpdu(other_port), rst_bpdu(by_a_better_one),
@@ -73,8 +73,9 @@ std::vector<bpdu_t> ever_other_roots(const bridge_id_t &)
 std::vector<bpdu_t> every_role_and_flag(const bridge_id_t &ours)
 {
     std::vector<bpdu_t> words;
+    const told_t by_us = {.root = ours, .cost = 7, .bridge = ours, .times = SHORT_TIMES};
     for (int flags = 0; flags < 256; flags++) {
-        bpdu_t bpdu = rst_bpdu(flags % 5 == 0 ? told_t{.root = ours, .cost = 7, .bridge = ours} : root_bridge(0, 1));
+        bpdu_t bpdu = rst_bpdu(flags % 5 == 0 ? by_us : root_bridge(0, 1));
         bpdu.flags = static_cast<uint8_t>(flags);
         words.push_back(bpdu);
     }

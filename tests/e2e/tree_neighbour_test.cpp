@@ -115,9 +115,11 @@ TEST_P(tree_agreement, decides_how_fast_a_designated_port_forwards)
     }));
     EXPECT_EQ(chip_state(ours, 1), HW_DISCARDING);
 
-    told_t told = {.root = status_of(ours).bridge, .cost = 200000, .bridge = made_up_bridge(32768, 200)};
-    if (GetParam().names_our_bridge)
-        told.bridge = told.root;
+    const bridge_id_t root = status_of(ours).bridge;
+    const told_t told = {.root = root,
+                         .cost = 200000,
+                         .bridge = GetParam().names_our_bridge ? root : made_up_bridge(32768, 200),
+                         .times = SHORT_TIMES};
     neighbour.say(rst_bpdu(told, BPDU_FLAG_AGREEMENT, BPDU_ROLE_ROOT), 300ms);
     ASSERT_TRUE(becomes(ours, "1 designated forwards", BY_TIMERS));
     EXPECT_EQ(status_of(ours).port(1).point_to_point,

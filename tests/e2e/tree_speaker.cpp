@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 
+#include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -15,7 +15,6 @@ namespace lab {
 
 namespace {
 
-constexpr size_t FRAME_OCTETS_MIN = 60;
 using clock_t = std::chrono::steady_clock;
 
 } // namespace
@@ -42,17 +41,15 @@ void listener_t::listen()
             continue;
         sockaddr_ll from = {};
         socklen_t from_octets = sizeof from;
-        frame.fill(0);
         const ssize_t got = recvfrom(socket_.number(), frame.data(), frame.size(), MSG_DONTWAIT,
                                      reinterpret_cast<sockaddr *>(&from), &from_octets);
         const bool outgoing = from.sll_pkttype == PACKET_OUTGOING;
         if (got < static_cast<ssize_t>(offsetof(bpdu_t, flags)) || (outgoing && !tap_) ||
             !std::equal(std::begin(lvt_rstp_slowmac), std::end(lvt_rstp_slowmac), frame.begin()))
             continue;
-        heard_bpdu_t heard = {clock_t::now(), {}, outgoing};
-        std::memcpy(&heard.bpdu, frame.data(), sizeof heard.bpdu);
+        const bpdu_t bpdu = read_bpdu(std::span(frame).first(static_cast<size_t>(got)));
         const std::lock_guard lock(mutex_);
-        heard_.push_back(heard);
+        heard_.push_back({clock_t::now(), bpdu, outgoing});
     }
 }
 
@@ -88,8 +85,8 @@ speaker_t::~speaker_t()
 void speaker_t::say_once(bpdu_t bpdu) const
 {
     std::copy(std::begin(source_.source), std::end(source_.source), bpdu.source);
-    std::array<uint8_t, FRAME_OCTETS_MIN> frame = {};
-    std::memcpy(frame.data(), &bpdu, sizeof bpdu);
+    std::vector<uint8_t> frame = frame_of(bpdu);
+    frame.resize(std::max<size_t>(frame.size(), ETH_ZLEN));
     // It may find the cable unplugged.
     [[maybe_unused]] const ssize_t sent = send(socket().number(), frame.data(), frame.size(), MSG_DONTWAIT);
 }

@@ -3,7 +3,7 @@
 find_package(fmt REQUIRED)
 
 add_executable(unit_daemon
-    daemon_board.cpp daemon_fixture.cpp daemon_invariants.cpp daemon_image.cpp
+    daemon_board.cpp daemon_fixture.cpp daemon_invariants.cpp daemon_image.cpp heard_bpdu.cpp
     daemon_process_test.cpp
     daemon_sw_cfg_test.cpp daemon_os_api_test.cpp daemon_frames_test.cpp daemon_hw_state_test.cpp
     daemon_config_test.cpp daemon_vlan_test.cpp daemon_events_test.cpp

@@ -160,7 +160,7 @@ TEST_F(aggr, edge_setting_comes_from_the_members_settings)
     send_groups_enabled(true);
     send_enabled({2, 4});
     seconds(1);
-    send_bpdu(2, bpdu_frame({.root_priority = 0xF000})); // a bridge was heard: no matter
+    send_bpdu(2, frame_of({.root = id_of(0xF000, 0x11)})); // a bridge was heard: no matter
     send_groups(TWO_AND_FOUR);
     EXPECT_EQ(record(7).config.adminEdge, 1);
 
@@ -292,7 +292,7 @@ TEST_F(aggr, a_port_inherits_the_groups_edge)
     send_groups(TWO_AND_FOUR);
     seconds(20);
     ASSERT_EQ(record(7).operEdge, 1);
-    send_bpdu(2, bpdu_frame({.root_priority = 0xF000})); // no edge any more
+    send_bpdu(2, frame_of({.root = id_of(0xF000, 0x11)})); // no edge any more
     send_groups(ONLY_FOUR);
     EXPECT_EQ(record(2).operEdge, 0); // though its setting says edge
     EXPECT_EQ(record(2).config.adminEdge, 1);
@@ -304,7 +304,7 @@ TEST_F(aggr, without_spanning_tree_a_restored_port_keeps_its_own_edge)
     send_enabled({4});
     send_groups(TWO_AND_FOUR);
     seconds(20);
-    send_bpdu(2, bpdu_frame({.root_priority = 0xF000}));
+    send_bpdu(2, frame_of({.root = id_of(0xF000, 0x11)}));
     ASSERT_EQ(record(7).operEdge, 0);
     send_groups(ONLY_FOUR);
     EXPECT_EQ(record(2).operEdge, 1);

@@ -17,6 +17,7 @@ board_t board;
 namespace {
 
 constexpr size_t MUX_OCTETS = 124;
+constexpr size_t TAG_OCTETS = 4;
 
 std::string format(const char *text, ...) __attribute__((format(printf, 1, 2)));
 
@@ -77,11 +78,6 @@ void note_mux(std::vector<octets_t> *messages = nullptr)
         if (messages)
             messages->push_back(message);
     }
-}
-
-const char *kind_of(uint8_t type)
-{
-    return type == 0x00 ? "config" : type == 0x02 ? "rst" : type == 0x80 ? "tcn" : "?";
 }
 
 /// Front port of a tag's last octet, 0 for none.
@@ -269,8 +265,9 @@ int process_send_frame(int fd, const void *octets, size_t length, const sockaddr
     board.frames.push_back({fd, frame, octets_of(to, sizeof *to)});
     if (board.on_engine_call)
         board.on_engine_call("frame");
-    board.log.push_back(frame.size() < 25 ? "?short frame"
-                                          : format("frame %d %s", port_of_tag(frame[15]), kind_of(frame[24])));
+    board.log.push_back(frame.size() < 25
+                            ? "?short frame"
+                            : format("frame %d %s", port_of_tag(frame[15]), kind_of(frame[TAG_OCTETS + TYPE_AT])));
     return (errno = board.send_error) != 0 ? -1 : 0;
 }
 

@@ -11,11 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "heard_bpdu.h"
 #include "platform/mdio_intf.h"
 #include "process/process.h"
 #include "tools/hex.h"
-
-using octets_t = std::vector<uint8_t>;
 
 constexpr size_t FRONT_PORTS_OF_BOARD = 6;
 

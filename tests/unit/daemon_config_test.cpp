@@ -586,7 +586,7 @@ TEST_F(config, mcheck_makes_a_port_speak_rstp_again)
     boot({1});
     send_enabled({1});
     seconds(5);
-    send_bpdu(1, bpdu_frame({.version = 0, .type = 0x00, .flags = 0, .root_priority = 40000}));
+    send_bpdu(1, frame_of({.type = 0x00, .version = 0, .flags = 0, .root = id_of(40000, 0x11)}));
     lvt_rstp_run_pending();
     ASSERT_EQ(record(1).sendRSTP, 0);
     lvt_rstp_set_mcheck(1);
@@ -610,7 +610,7 @@ TEST_F(config, bridge_status)
     boot({1, 2, 3});
     send_enabled({1, 2, 3});
     seconds(1);
-    send_bpdu(2, bpdu_frame({.root_priority = 0x7123, .cost = 5, .bridge_priority = 0x7123}));
+    send_bpdu(2, frame_of({.root = id_of(0x7123, 0x11), .cost = 5, .bridge = id_of(0x7123, 0x11)}));
     ASSERT_NE(current_stpm, nullptr);
 
     lvt_rstp_bridge_status_t status;
@@ -622,7 +622,7 @@ TEST_F(config, bridge_status)
     EXPECT_EQ(status.bridge.prio, 32768);
     EXPECT_EQ(status.designated_root.prio, 0x70); // (0x7123 & 0xF000) >> 8
     EXPECT_EQ(status.designated_root_vlan, 0x123);
-    EXPECT_EQ(hex(status.designated_root.addr), "02 00 00 00 00 01");
+    EXPECT_EQ(hex(status.designated_root.addr), "02 00 00 00 00 11");
     EXPECT_EQ(status.root_cost, 20005u);
     EXPECT_EQ(status.root_port, 0x8002u);
     EXPECT_EQ(status.root_times.MaxAge, 20);

@@ -41,8 +41,8 @@ octets_t cut(octets_t frame, size_t length)
     return frame;
 }
 
-const octets_t RST = bpdu_frame({});
-const octets_t CONFIG = bpdu_frame({.version = 0, .type = 0x00, .flags = 0});
+const octets_t RST = frame_of({});
+const octets_t CONFIG = frame_of({.type = 0x00, .version = 0, .flags = 0});
 
 } // namespace
 
@@ -554,7 +554,7 @@ TEST_F(events, information_of_a_silent_root_ages_out)
     boot({1, 2});
     send_enabled({1, 2});
     seconds(1);
-    send_bpdu(1, bpdu_frame({}));
+    send_bpdu(1, frame_of({}));
     seconds(2);
     EXPECT_EQ(record(1).role, ROLE_ROOT);
     seconds(9); // three hellos and a little

@@ -30,12 +30,6 @@ int make_pipe(const std::string &path, int flags)
     return fd;
 }
 
-void put16(octets_t &octets, size_t at, uint16_t value)
-{
-    octets[at] = static_cast<uint8_t>(value >> 8);
-    octets[at + 1] = static_cast<uint8_t>(value);
-}
-
 void forget_everything()
 {
     daemon_image_restore(daemon_image_at_start());
@@ -56,34 +50,6 @@ std::string captured(bool of_stderr, const std::function<void()> &action)
 }
 
 } // namespace
-
-octets_t bpdu_frame(const bpdu_fields_t &fields)
-{
-    octets_t frame(fields.type == 0x80 ? 21 : fields.type == 0x00 ? 52 : 53);
-    const uint8_t header[] = {0x01, 0x80, 0xC2, 0, 0, 0, 0x02, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0, 0, 0x42, 0x42, 0x03};
-    memcpy(frame.data(), header, sizeof header);
-    put16(frame, 12, fields.stated ? fields.stated : static_cast<uint16_t>(frame.size() - 14));
-    frame[19] = fields.version;
-    frame[20] = fields.type;
-    if (fields.type == 0x80)
-        return frame;
-
-    frame[21] = fields.flags;
-    put16(frame, 22, fields.root_priority);
-    memcpy(&frame[24], fields.root.data(), 6);
-    put16(frame, 30, static_cast<uint16_t>(fields.cost >> 16));
-    put16(frame, 32, static_cast<uint16_t>(fields.cost));
-    put16(frame, 34, fields.bridge_priority);
-    memcpy(&frame[36], fields.bridge.data(), 6);
-    put16(frame, 42, fields.port_id);
-    frame[44] = fields.age;
-    frame[46] = fields.max_age;
-    frame[48] = fields.hello;
-    frame[50] = fields.forward_delay;
-    return frame;
-}
-
-octets_t tcn_frame() { return bpdu_frame({.version = 0, .type = 0x80}); }
 
 daemon_test::daemon_test()
 {

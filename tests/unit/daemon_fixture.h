@@ -14,32 +14,9 @@
 #include "lvt_rstp.h"
 #include "tools/messages.h"
 
-using mac_t = std::array<uint8_t, 6>;
-
 /// Status words of the link monitor.
 constexpr uint32_t LINK_1000_FULL = 0x142;
 constexpr uint32_t LINK_100_HALF = 0x101;
-
-/// A BPDU to receive. The defaults are those of a root bridge that proposes.
-struct bpdu_fields_t {
-    uint16_t stated = 0; ///< 802.3 length; 0: the right one
-    uint8_t version = 2;
-    uint8_t type = 2;
-    uint8_t flags = 0x0E; ///< designated, proposal
-    uint16_t root_priority = 4096;
-    mac_t root = {0x02, 0, 0, 0, 0, 0x01};
-    uint32_t cost = 0;
-    uint16_t bridge_priority = 4096;
-    mac_t bridge = {0x02, 0, 0, 0, 0, 0x01};
-    uint16_t port_id = 0x8001;
-    uint8_t age = 0, max_age = 20, hello = 2, forward_delay = 15;
-};
-
-/// A frame from its destination address on: 53 octets, a configuration BPDU 52, a notification 21.
-octets_t bpdu_frame(const bpdu_fields_t &fields);
-
-/// A valid frame that has nothing to tell.
-octets_t tcn_frame();
 
 class daemon_test : public testing::Test {
 protected:

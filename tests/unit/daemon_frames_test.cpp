@@ -174,7 +174,7 @@ TEST_F(frames, notification_of_a_root_port)
     send_enabled({6});
     seconds(5);
     // A root that speaks STP, heard after the migration delay.
-    send_bpdu(6, bpdu_frame({.version = 0, .type = 0x00, .flags = 0}));
+    send_bpdu(6, frame_of({.type = 0x00, .version = 0, .flags = 0}));
     seconds(1);
     board.frames.clear();
     record(6).newInfo = 1;
@@ -229,11 +229,11 @@ TEST_F(frames, tx_counts_by_type)
         uint32_t port_t::*counter;
     } rows[] = {{0x00, &port_t::stp_frame_xmits}, {0x02, &port_t::rstp_frame_xmits}, {0x80, &port_t::tcn_frame_xmits}};
     for (const auto &row : rows) {
-        const octets_t frame = bpdu_frame({.type = row.type});
+        const octets_t frame = frame_of({.type = row.type});
         EXPECT_EQ(STP_OUT_tx_bpdu(3, 1, frame.data(), 0, frame.size()), 0);
         EXPECT_EQ(record(3).*row.counter, 1u);
     }
-    octets_t odd = bpdu_frame({});
+    octets_t odd = frame_of({});
     odd[20] = 0x01;
     EXPECT_EQ(STP_OUT_tx_bpdu(3, 1, odd.data(), 0, odd.size()), 0); // sent, not counted
     EXPECT_EQ(record(3).stp_frame_xmits + record(3).rstp_frame_xmits + record(3).tcn_frame_xmits, 3u);
@@ -245,7 +245,7 @@ TEST_F(frames, tx_of_a_deleted_group_is_nothing)
 {
     boot();
     lvt_rstp_aggr_del(8);
-    const octets_t frame = bpdu_frame({});
+    const octets_t frame = frame_of({});
     EXPECT_EQ(STP_OUT_tx_bpdu(8, 1, frame.data(), 0, frame.size()), 0);
     EXPECT_THAT(board.frames, IsEmpty());
     EXPECT_EQ(record(8).rstp_frame_xmits, 0u);
@@ -254,7 +254,7 @@ TEST_F(frames, tx_of_a_deleted_group_is_nothing)
 TEST_F(frames, tx_of_no_port_is_a_programming_error)
 {
     boot();
-    const octets_t frame = bpdu_frame({});
+    const octets_t frame = frame_of({});
     for (uint32_t port : {0u, 10u})
         EXPECT_DEATH(STP_OUT_tx_bpdu(port, 1, frame.data(), 0, frame.size()),
                      HasSubstr(assertion("lvt_rstp:1314", "STP_OUT_tx_bpdu",

@@ -112,22 +112,16 @@ TEST_F(monitor, with_a_tree)
     send_enabled({1, 2, 3, 4});
     seconds(6);
     // A root behind port 2 with a second way behind port 3.
-    send_bpdu(2, bpdu_frame({.root_priority = 0x1000,
-                             .root = {0xA, 0xB, 0xC, 0xD, 0xE, 0xF},
-                             .cost = 7,
-                             .bridge_priority = 0x2001,
-                             .port_id = 0x8009,
-                             .max_age = 10,
-                             .hello = 1,
-                             .forward_delay = 6}));
-    send_bpdu(3, bpdu_frame({.root_priority = 0x1000,
-                             .root = {0xA, 0xB, 0xC, 0xD, 0xE, 0xF},
-                             .cost = 8,
-                             .bridge_priority = 0x2002,
-                             .port_id = 0xF234,
-                             .max_age = 10,
-                             .hello = 1,
-                             .forward_delay = 6}));
+    send_bpdu(2, frame_of({.root = {0x1000, {0xA, 0xB, 0xC, 0xD, 0xE, 0xF}},
+                           .cost = 7,
+                           .bridge = id_of(0x2001, 0x11),
+                           .port_id = 0x8009,
+                           .times = {.MessageAge = 0, .MaxAge = 10, .ForwardDelay = 6, .HelloTime = 1}}));
+    send_bpdu(3, frame_of({.root = {0x1000, {0xA, 0xB, 0xC, 0xD, 0xE, 0xF}},
+                           .cost = 8,
+                           .bridge = id_of(0x2002, 0x11),
+                           .port_id = 0xF234,
+                           .times = {.MessageAge = 0, .MaxAge = 10, .ForwardDelay = 6, .HelloTime = 1}}));
     lvt_rstp_run_pending();
     seconds(1);
     for (port_t &port : lvt_rstp_vars.ports)
@@ -143,8 +137,8 @@ TEST_F(monitor, with_a_tree)
               "bridge_time=2023/11/15 11:00:00,2,3600\n"
               "\n@rstp_port_status\n"
               "port01=20000,1,1,0,4,4,0,40960:00-11-22-33-44-50/1\n"
-              "port02=20000,0,1,0,3,4,0,8193:02-00-00-00-00-01/9\n"
-              "port03=20000,0,1,0,1,1,0,8194:02-00-00-00-00-01/564\n"
+              "port02=20000,0,1,0,3,4,0,8193:02-00-00-00-00-11/9\n"
+              "port03=20000,0,1,0,1,1,0,8194:02-00-00-00-00-11/564\n"
               "port04=20000,0,0,0,4,1,0,40960:00-11-22-33-44-50/4\n"
               "port05=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
               "port06=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0\n"
@@ -190,7 +184,7 @@ TEST_F(monitor, a_neighbour_of_old)
     boot({1});
     send_enabled({1});
     seconds(5);
-    send_bpdu(1, bpdu_frame({.version = 0, .type = 0x00, .flags = 0, .root_priority = 0xF000}));
+    send_bpdu(1, frame_of({.type = 0x00, .version = 0, .flags = 0, .root = id_of(0xF000, 0x11)}));
     seconds(1);
     EXPECT_EQ(port_line(1), "port01=20000,0,1,1,4,4,0,32768:00-11-22-33-44-50/1");
 }

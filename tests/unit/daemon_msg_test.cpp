@@ -230,7 +230,7 @@ TEST_F(msg, a_frame_of_no_port_is_counted_nowhere)
 {
     boot({1});
     for (const uint8_t octet : {0, 8, 255})
-        EXPECT_EQ(control(bpdu_message(octet, bpdu_frame({}))), -1);
+        EXPECT_EQ(control(bpdu_message(octet, frame_of({}))), -1);
     for (uint32_t l2port = 1; l2port <= 9; l2port++) {
         EXPECT_EQ(record(l2port).rstp_frame_recvs, 0u);
         EXPECT_EQ(record(l2port).illegal_frame_recvs, 0u);
@@ -240,7 +240,7 @@ TEST_F(msg, a_frame_of_no_port_is_counted_nowhere)
 TEST_F(msg, a_frame_of_the_chips_own_port_is_a_programming_error)
 {
     boot({1});
-    write_control(bpdu_message(1, bpdu_frame({})));
+    write_control(bpdu_message(1, frame_of({})));
     EXPECT_DEATH(serve(), HasSubstr(assertion("lvt_rstp:1197", "lvt_rstp_receive", "((from_port) <= (((6) * 1)))")));
 }
 
@@ -350,7 +350,7 @@ TEST_F(msg, ignored_types_change_nothing)
 TEST_F(msg, type_0_hands_on_the_stated_length)
 {
     boot({1});
-    const octets_t whole = bpdu_frame({});
+    const octets_t whole = frame_of({});
     octets_t longer = whole; // an MST BPDU: 200 octets, of which 100 are kept
     longer.resize(200, 0x33);
     longer[13] = 186;
@@ -373,7 +373,7 @@ TEST_F(msg, type_0_hands_on_the_stated_length)
 TEST_F(msg, type_0_forgets_the_frame_before)
 {
     boot({1});
-    EXPECT_EQ(control(bpdu_message(2, bpdu_frame({}))), 1);
+    EXPECT_EQ(control(bpdu_message(2, frame_of({}))), 1);
     EXPECT_EQ(control(bpdu_message(2, octets_t{}, uint16_t{53})), 1); // zeros are no BPDU
     EXPECT_EQ(record(1).rstp_frame_recvs, 1u);
     EXPECT_EQ(record(1).illegal_frame_recvs, 1u);
@@ -562,8 +562,8 @@ TEST_F(msg, the_daemon_serves_the_next_good_message_after_any_bad_one)
                             octets_t(8, 0xBC),
                             frame(1025, octets_t(1033, 1)),
                             frame(0xFFFFFFFF, octets_t(100, 1)),
-                            bpdu_message(0, bpdu_frame({})),
-                            bpdu_message(9, bpdu_frame({})),
+                            bpdu_message(0, frame_of({})),
+                            bpdu_message(9, frame_of({})),
                             frame(80, {0, 2, 80, 0}),
                             raw_message(200, octets_t(1024, 1))};
     uint16_t priority = 0;

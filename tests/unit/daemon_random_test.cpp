@@ -79,26 +79,31 @@ protected:
         return octets;
     }
 
+    /// Ours or one that is hardly another.
+    bridge_id_t any_bridge()
+    {
+        const auto priority = static_cast<uint16_t>(below(16) << 12);
+        return {priority, {0, 0x11, 0x22, 0x33, 0x44, static_cast<uint8_t>(0x4F + below(3))}};
+    }
+
     octets_t any_bpdu()
     {
         constexpr uint8_t types[] = {0x02, 0x02, 0x02, 0x00, 0x80, 0x01};
-        bpdu_fields_t fields;
+        heard_t fields;
         fields.type = types[below(6)];
         fields.version = one_in(4) ? octet() : fields.type == 2 ? 2 : 0;
         fields.flags = octet();
-        fields.root_priority = static_cast<uint16_t>(below(16) << 12);
-        fields.root = {0, 0x11, 0x22, 0x33, 0x44, static_cast<uint8_t>(0x4F + below(3))};
+        fields.root = any_bridge();
         fields.cost = below(3) * 20000;
-        fields.bridge_priority = static_cast<uint16_t>(below(16) << 12);
-        fields.bridge = {0, 0x11, 0x22, 0x33, 0x44, static_cast<uint8_t>(0x4F + below(3))};
+        fields.bridge = any_bridge();
         fields.port_id = static_cast<uint16_t>(0x8000 + below(12));
         if (one_in(3)) {
-            fields.age = octet();
-            fields.max_age = octet();
-            fields.hello = octet();
-            fields.forward_delay = octet();
+            fields.times.MessageAge = octet();
+            fields.times.MaxAge = octet();
+            fields.times.HelloTime = octet();
+            fields.times.ForwardDelay = octet();
         }
-        octets_t frame = bpdu_frame(fields);
+        octets_t frame = frame_of(fields);
         if (one_in(6))
             frame[12 + below(9)] = octet();
         if (one_in(6))

@@ -135,14 +135,10 @@ TEST_F(reports, bridge_status_with_a_root)
     boot({1, 2, 3});
     send_enabled({1, 2, 3});
     seconds(1);
-    send_bpdu(3, bpdu_frame({.root_priority = 0x7001,
-                             .root = {0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0x0F},
-                             .cost = 0x80000000,
-                             .bridge_priority = 0x9ABC,
-                             .bridge = {1, 2, 3, 4, 5, 6},
-                             .max_age = 21,
-                             .hello = 3,
-                             .forward_delay = 16}));
+    send_bpdu(3, frame_of({.root = {0x7001, {0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0x0F}},
+                           .cost = 0x80000000,
+                           .bridge = {0x9ABC, {1, 2, 3, 4, 5, 6}},
+                           .times = {.MessageAge = 0, .MaxAge = 21, .ForwardDelay = 16, .HelloTime = 3}}));
     lvt_rstp_run_pending();
     stpm_t &bridge = lvt_rstp_vars.bridge;
     bridge.topoChange = 1;
@@ -189,18 +185,14 @@ TEST_F(reports, port_status_of_a_root_port)
     boot({6});
     send_enabled({6});
     seconds(1);
-    send_bpdu(6, bpdu_frame({.root_priority = 0x1000,
-                             .cost = 200,
-                             .bridge_priority = 0x2000,
-                             .bridge = {1, 2, 3, 4, 5, 0xFE},
-                             .port_id = 0xF00C}));
+    send_bpdu(6, frame_of({.cost = 200, .bridge = {0x2000, {1, 2, 3, 4, 5, 0xFE}}, .port_id = 0xF00C}));
     seconds(2);
     set_counters(record(6), 0xFFFFFFFE);
     EXPECT_EQ(port_status(6), RULE64 +
                                   "\nRSTP PORT STATUS: PoAG=6\n"
                                   "poag_number=6\n"
                                   "vlan_id=1\n"
-                                  "designated_root: Prio=4096, ID=02:00:00:00:00:01\n"
+                                  "designated_root: Prio=4096, ID=02:00:00:00:00:11\n"
                                   "designated_root_cost=200\n"
                                   "designated_bridge: Prio=8192, ID=01:02:03:04:05:fe\n"
                                   "designated_port=12\n"
@@ -250,7 +242,7 @@ TEST_F(reports, port_status_of_a_neighbour_of_old)
     boot({1});
     send_enabled({1});
     seconds(5);
-    send_bpdu(1, bpdu_frame({.version = 0, .type = 0x00, .flags = 0, .root_priority = 0xF000}));
+    send_bpdu(1, frame_of({.type = 0x00, .version = 0, .flags = 0, .root = id_of(0xF000, 0x11)}));
     seconds(1);
     EXPECT_THAT(port_status(1), HasSubstr("\nis_edge=0\nstp_neigb=1\n"));
 }

@@ -10,7 +10,7 @@ namespace {
 
 class sw_cfg : public daemon_test {};
 
-void system_mac(const mac_t &mac) { memcpy(g_systemmac, mac.data(), mac.size()); }
+void system_mac(const std::array<uint8_t, 6> &mac) { memcpy(g_systemmac, mac.data(), mac.size()); }
 
 std::string only_batch()
 {

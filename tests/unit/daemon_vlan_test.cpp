@@ -111,7 +111,7 @@ TEST_F(vlan, both_bridges_run)
     EXPECT_EQ(record(2).designatedPrio.design_bridge.prio, 0x8000);
     EXPECT_EQ(current_stpm, nullptr);
 
-    send_bpdu(1, bpdu_frame({}));
+    send_bpdu(1, frame_of({}));
     lvt_rstp_run_pending();
     EXPECT_EQ(second.rootPrio.root_bridge.prio, 4096);
     EXPECT_EQ(lvt_rstp_vars.default_vlan->rootPrio.root_bridge.prio, 0x8000);

@@ -146,7 +146,7 @@ TEST_P(bpdu_flags, are)
     GetParam().given(port);
     send(GetParam().state);
     ASSERT_EQ(world.sent.size(), 1u);
-    EXPECT_EQ(world.sent[0].octets[21], GetParam().flags);
+    EXPECT_EQ(world.sent[0].octets[FLAGS_AT], GetParam().flags);
 }
 
 INSTANTIATE_TEST_SUITE_P(of, bpdu_flags, testing::ValuesIn(flags_rows), label_of<flags_row_t>);
@@ -173,7 +173,7 @@ TEST_F(bpdu, of_a_group_has_the_address_of_the_member_that_sends_it)
     ASSERT_EQ(world.sent.size(), 1u);
     EXPECT_EQ(world.sent[0].port, 7u) << "the world finds the member itself";
     EXPECT_EQ(hex(world.sent[0].octets).substr(6 * 3, 6 * 3 - 1), "02 00 00 00 05 01");
-    EXPECT_EQ(world.sent[0].octets[21], 0x08) << "the rest is the group's";
+    EXPECT_EQ(world.sent[0].octets[FLAGS_AT], 0x08) << "the rest is the group's";
 }
 
 TEST_F(bpdu, of_a_group_without_members_is_not_sent)

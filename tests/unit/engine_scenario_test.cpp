@@ -32,9 +32,9 @@ std::vector<sent_frame_t> sent_by(uint32_t port)
     return frames;
 }
 
-uint8_t type_of(const sent_frame_t &frame) { return frame.octets.at(20); }
+uint8_t type_of(const sent_frame_t &frame) { return frame.octets.at(TYPE_AT); }
 
-uint8_t flags_of(const sent_frame_t &frame) { return frame.octets.at(21); }
+uint8_t flags_of(const sent_frame_t &frame) { return frame.octets.at(FLAGS_AT); }
 
 /// Seconds until `done`, or more than `limit`.
 template <typename done_t>
@@ -198,7 +198,7 @@ TEST_F(one_bridge, agrees_to_a_proposal_and_forwards_to_the_new_root_at_once)
     EXPECT_TRUE(port->forwarding);
     EXPECT_EQ(other->forwarding, 0);
     const texts_t &done = world.actions;
-    EXPECT_LT(std::find(done.begin(), done.end(), "state 2 1"), std::find(done.begin(), done.end(), "send 1 RST"));
+    EXPECT_LT(std::find(done.begin(), done.end(), "state 2 1"), std::find(done.begin(), done.end(), "send 1 rst"));
     ASSERT_FALSE(sent_by(1).empty());
     EXPECT_EQ(flags_of(sent_by(1)[0]), 0x78) << "the agreement of a root port that forwards";
     tick();

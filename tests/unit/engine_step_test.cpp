@@ -149,7 +149,7 @@ const order_row_t entry_order[] = {
          transmits(p);
          forwards(p);
      },
-     [](const port_t &) { return world_now().sent.at(0).octets[21] == 0x08; }},
+     [](const port_t &) { return world_now().sent.at(0).octets[FLAGS_AT] == 0x08; }},
     {"sttrans before edge",
      [](port_t *p) {
          forwards(p);

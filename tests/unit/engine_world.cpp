@@ -15,19 +15,6 @@ namespace {
 
 world_t *entered;
 
-std::string kind_of(const uint8_t *frame)
-{
-    switch (frame[20]) {
-    case 0x00:
-        return "CONFIG";
-    case 0x02:
-        return "RST";
-    case 0x80:
-        return "TCN";
-    }
-    return fmt::format("type {}", frame[20]);
-}
-
 void forget_unit()
 {
     entered->unit_port = nullptr;
@@ -86,7 +73,7 @@ void packet_tx_free(uint8_t *buffer)
 
 int STP_OUT_tx_bpdu(uint32_t port_index, uint16_t vlan_id, const uint8_t *frame, uint16_t tag, size_t length)
 {
-    entered->actions.push_back(fmt::format("send {} {}", port_index, kind_of(frame)));
+    entered->actions.push_back(fmt::format("send {} {}", port_index, kind_of(frame[TYPE_AT])));
     entered->sent.push_back({port_index, vlan_id, tag, octets_t(frame, frame + length)});
     return entered->send_result;
 }
@@ -215,40 +202,6 @@ void tick(unsigned seconds)
 }
 
 // ---- frames -----------------------------------------------------------------------------
-
-octets_t frame_of(const heard_t &heard)
-{
-    octets_t octets = {0x01, 0x80, 0xC2, 0, 0, 0, 2, 0, 0, 0, 0, 0x99};
-    const auto put = [&octets](uint32_t value, int width) {
-        while (width--)
-            octets.push_back(static_cast<uint8_t>(value >> 8 * width));
-    };
-    const auto put_id = [&](const bridge_id_t &id) {
-        put(id.prio, 2);
-        octets.insert(octets.end(), id.addr, id.addr + 6);
-    };
-
-    const bool tcn = heard.type == 0x80;
-    put(tcn ? 7 : heard.type == 2 ? 39 : 38, 2);
-    put(0x424203, 3);
-    put(0, 2);
-    put(heard.version, 1);
-    put(heard.type, 1);
-    if (tcn)
-        return octets;
-    put(heard.flags, 1);
-    put_id(heard.root);
-    put(heard.cost, 4);
-    put_id(heard.bridge);
-    put(heard.port_id, 2);
-    put(heard.times.MessageAge << 8, 2);
-    put(heard.times.MaxAge << 8, 2);
-    put(heard.times.HelloTime << 8, 2);
-    put(heard.times.ForwardDelay << 8, 2);
-    if (heard.type == 2)
-        put(0, 1);
-    return octets;
-}
 
 int receive(port_t *port, const octets_t &frame)
 {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "heard_bpdu.h"
 #include "rstp/bpdu.h"
 #include "rstp/machines.h"
 #include "rstp/port.h"
@@ -24,8 +25,6 @@
 #include "rstp/times.h"
 #include "rstp/vect.h"
 #include "tools/hex.h"
-
-using octets_t = std::vector<uint8_t>;
 
 /// All records of a world: compared and restored as one block of memory.
 struct records_t {
@@ -82,7 +81,7 @@ struct world_t {
     std::function<void()> on_state; ///< called with every request for a hardware state
 
     // what it has seen
-    std::vector<std::string> actions; ///< "flush 3 0 1 2", "state 3 4", "send 3 RST" in their order
+    std::vector<std::string> actions; ///< "flush 3 0 1 2", "state 3 4", "send 3 rst" in their order
     std::vector<sent_frame_t> sent;
     std::vector<move_t> moves;
     size_t buffers_out = 0; ///< frame buffers that the engine has not given back
@@ -128,24 +127,6 @@ void settle();
 void tick(unsigned seconds = 1);
 
 // ---- frames -----------------------------------------------------------------------------
-
-constexpr bridge_id_t id_of(uint16_t priority, uint8_t last_octet) { return {priority, {2, 0, 0, 0, 0, last_octet}}; }
-
-/// A BPDU to be received. Unless told otherwise it is an RST BPDU by which a better bridge, the root,
-/// announces itself from a designated, forwarding port.
-struct heard_t {
-    uint8_t type = 2;
-    uint8_t version = 2;
-    uint8_t flags = 0x3C;
-    bridge_id_t root = id_of(4096, 0x11);
-    uint32_t cost = 0;
-    bridge_id_t bridge = id_of(4096, 0x11);
-    uint16_t port_id = 0x8001;
-    timevalues_t times = {.MessageAge = 0, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2};
-};
-
-/// The frame of a BPDU, octet by octet as the wire carries it.
-octets_t frame_of(const heard_t &heard);
 
 /// Lets a port receive a BPDU. Returns the engine's answer.
 int receive(port_t *port, const heard_t &heard);

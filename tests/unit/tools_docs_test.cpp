@@ -10,16 +10,15 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "rstp/bpdu.h"
+#include "tools/bpdu_frame.h"
 #include "tools/ctl/hex.h"
 #include "tools/decode.h"
 #include "tools/hex.h"
 #include "tools/messages.h"
 #include "tools_ctl.h"
+#include "tools_frames.h"
 
 namespace {
-
-using octets_t = std::vector<uint8_t>;
 
 /// The octets at the start of a line; after two spaces comes their explanation.
 octets_t octets_of_line(const std::string &line) { return parse_hex(line.substr(0, line.find("  "))); }
@@ -51,47 +50,28 @@ octets_t octets_of(const record_t &record, size_t size = sizeof(record_t))
     return octets;
 }
 
-/// A BPDU of the bridge 02:00:00:00:00:01 to the group address.
-bpdu_t bpdu_from(uint8_t source, uint8_t version, uint8_t type, uint16_t length)
+/// A frame of the port with the address 02:00:00:00:00:SOURCE.
+octets_t frame_from(uint8_t source, bpdu_t bpdu)
 {
-    bpdu_t bpdu{};
-    std::copy_n(lvt_rstp_slowmac, sizeof bpdu.destination, bpdu.destination);
     bpdu.source[0] = 0x02;
     bpdu.source[5] = source;
-    bpdu_put16(bpdu.length, length);
-    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
-    bpdu.control = BPDU_LLC_CONTROL;
-    bpdu.version = version;
-    bpdu.type = type;
-    return bpdu;
+    return frame_of(bpdu);
 }
 
 /// The root's own, from a designated port that forwards.
-bpdu_t rst_bpdu(uint8_t source, uint16_t port_id)
+octets_t rst_from(uint8_t source, uint16_t port_id)
 {
-    bpdu_t bpdu = bpdu_from(source, 2, BPDU_TYPE_RST, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
-    bpdu.flags = BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT | BPDU_FLAG_LEARNING | BPDU_FLAG_FORWARDING;
-    for (uint8_t *priority : {bpdu.root_priority, bpdu.bridge_priority})
-        bpdu_put16(priority, LVT_RSTP_SYSTEM_DEFAULTS.bridge_priority);
-    for (uint8_t *address : {bpdu.root_address, bpdu.bridge_address}) {
-        address[0] = 0x02;
-        address[5] = 0x01;
-    }
-    bpdu_put16(bpdu.port_id, port_id);
-    bpdu.max_age[0] = 20;
-    bpdu.hello_time[0] = 2;
-    bpdu.forward_delay[0] = 15;
-    return bpdu;
+    const bridge_id_t root = {LVT_RSTP_SYSTEM_DEFAULTS.bridge_priority, {0x02, 0, 0, 0, 0, 0x01}};
+    return frame_from(source,
+                      bpdu_of(BPDU_TYPE_RST, {.root = root, .cost = 0, .bridge = root, .port = port_id},
+                              bpdu_role_flags(BPDU_ROLE_DESIGNATED) | BPDU_FLAG_LEARNING | BPDU_FLAG_FORWARDING));
 }
 
-/// As it leaves on the CPU port: tagged behind the addresses, padded to 64 octets.
-octets_t tagged(const bpdu_t &bpdu, size_t size, uint8_t tag_end)
+/// As the CPU sends it: tagged, and filled up before that.
+octets_t sent(octets_t frame, uint8_t tag_end)
 {
-    octets_t frame = octets_of(bpdu, size);
     frame.resize(60);
-    const octets_t tag = {0x88, 0x99, 0x84, tag_end};
-    frame.insert(frame.begin() + offsetof(bpdu_t, length), tag.begin(), tag.end());
-    return frame;
+    return tagged(frame, tag_end);
 }
 
 std::string text_of(const std::string &path)
@@ -164,10 +144,8 @@ std::vector<octets_t> real_examples()
     mux.l2port = 2;
     mux.forwarding = 1;
 
-    const bpdu_t tcn = bpdu_from(2, 0, BPDU_TYPE_TCN, BPDU_TCN_OCTETS + BPDU_LLC_OCTETS);
-
     return {
-        bpdu_message(7, octets_of(rst_bpdu(2, 0x8002))),
+        bpdu_message(7, rst_from(2, 0x8002)),
         port_status_message(ports),
         aggr_status_message({0, 7, 7, 3, 4, 5, 6}),
         system_config_message(system),
@@ -178,8 +156,8 @@ std::vector<octets_t> real_examples()
         {debug.begin(), debug.end()},
         octets_of(lacp, offsetof(lacp_frame_t, body) + lacp.length),
         octets_of(mux),
-        tagged(rst_bpdu(6, 0x8005), sizeof(bpdu_t), 0xC0),
-        tagged(tcn, BPDU_HEADER_OCTETS + BPDU_TCN_OCTETS, 0x82),
+        sent(rst_from(6, 0x8005), 0xC0),
+        sent(frame_from(2, blank_bpdu(BPDU_TYPE_TCN)), 0x82),
     };
 }
 

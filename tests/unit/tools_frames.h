@@ -14,32 +14,23 @@ using octets_t = std::vector<uint8_t>;
 /// An RST BPDU of the root 4096/02:00:00:00:99:00, from its port 1.
 inline octets_t rst_frame()
 {
-    bpdu_t bpdu{};
-    std::copy_n(lvt_rstp_slowmac, 6, bpdu.destination);
-    const uint8_t address[] = {0x02, 0, 0, 0, 0x99, 0};
-    std::copy_n(address, 6, bpdu.source);
-    std::copy_n(address, 6, bpdu.root_address);
-    std::copy_n(address, 6, bpdu.bridge_address);
-    bpdu_put16(bpdu.root_priority, 4096);
-    bpdu_put16(bpdu.bridge_priority, 4096);
-    bpdu_put16(bpdu.length, BPDU_RST_OCTETS + BPDU_LLC_OCTETS);
-    bpdu.dsap = bpdu.ssap = BPDU_LLC_SAP;
-    bpdu.control = BPDU_LLC_CONTROL;
-    bpdu.version = 2;
-    bpdu.type = BPDU_TYPE_RST;
-    bpdu.flags = BPDU_FLAG_PROPOSAL | BPDU_ROLE_DESIGNATED << BPDU_FLAG_ROLE_SHIFT;
-    bpdu_put16(bpdu.port_id, 0x8001);
-    bpdu.max_age[0] = 20;
-    bpdu.hello_time[0] = 2;
-    bpdu.forward_delay[0] = 15;
-    const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
-    return {octets, octets + sizeof bpdu};
+    // clang-format off
+    return {0x01, 0x80, 0xC2, 0, 0, 0,                        // to all bridges
+            0x02, 0, 0, 0, 0x99, 0,                           // from
+            0, 39, 0x42, 0x42, 0x03,                          // length, LLC
+            0, 0, 2, 2, 0x0E,                                 // protocol, version, type; a designated port proposes
+            0x10, 0, 0x02, 0, 0, 0, 0x99, 0, 0, 0, 0, 0,      // root, cost
+            0x10, 0, 0x02, 0, 0, 0, 0x99, 0, 0x80, 0x01,      // bridge, port
+            0, 0, 20, 0, 2, 0, 15, 0,                         // times
+            0};                                               // version 1 length
+    // clang-format on
 }
 
-inline octets_t tagged(octets_t frame)
+/// As it leaves on the CPU port: tagged behind the addresses, by default for front port 1.
+inline octets_t tagged(octets_t frame, uint8_t last_octet = 0x82)
 {
-    const uint8_t tag[] = {0x88, 0x99, 0x84, 0x82};
-    frame.insert(frame.begin() + offsetof(bpdu_t, length), std::begin(tag), std::end(tag));
+    const octets_t tag = {0x88, 0x99, 0x84, last_octet};
+    frame.insert(frame.begin() + 12, tag.begin(), tag.end());
     return frame;
 }
 

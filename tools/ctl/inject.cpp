@@ -43,19 +43,33 @@ rstp_port_status_t parse_link(const std::string &text)
 
 // ---- fields of a BPDU ------------------------------------------------------------------
 
-void put_bridge(const char *option, const std::string &text, uint8_t *priority, uint8_t *address)
+bridge_id_t parse_bridge(const char *option, const std::string &text)
 {
     const size_t slash = text.find('/');
     if (slash == std::string::npos)
         throw usage_t(fmt::format("{}: \"{}\" should read PRIORITY/ADDRESS", option, text));
-    bpdu_put16(priority, static_cast<uint16_t>(parse_setting(option, text.substr(0, slash), ANY_PRIORITY)));
-    std::ranges::copy(parse_address(option, text.substr(slash + 1)), address);
+    bridge_id_t id;
+    id.prio = static_cast<uint16_t>(parse_setting(option, text.substr(0, slash), ANY_PRIORITY));
+    std::ranges::copy(parse_address(option, text.substr(slash + 1)), id.addr);
+    return id;
 }
 
-void put_seconds(const char *option, const std::string &text, uint8_t *time)
+uint8_t parse_time(const char *option, const std::string &text)
 {
     const setting_rule_t octet = {option, 0, 255, 1, " s"};
-    time[0] = static_cast<uint8_t>(parse_setting(option, text, octet));
+    return static_cast<uint8_t>(parse_setting(option, text, octet));
+}
+
+told_t parse_told(const bpdu_words_t &words)
+{
+    return {.root = parse_bridge("--root-id", words.root),
+            .cost = static_cast<uint32_t>(parse_setting("--cost", words.cost, ANY_PATH_COST)),
+            .bridge = parse_bridge("--bridge-id", words.bridge.empty() ? words.root : words.bridge),
+            .port = static_cast<uint16_t>(parse_setting("--port-id", words.port_id, ANY_PORT_ID)),
+            .times = {.MessageAge = parse_time("--message-age", words.message_age),
+                      .MaxAge = parse_time("--max-age", words.max_age),
+                      .ForwardDelay = parse_time("--forward-delay", words.forward_delay),
+                      .HelloTime = parse_time("--hello", words.hello_time)}};
 }
 
 uint8_t parse_flags(const std::string &text)
@@ -116,23 +130,10 @@ std::vector<uint8_t> make_bpdu(const bpdu_words_t &words)
     refuse_other_fields(type, words);
     const size_t role = parse_word("--role", words.role, {"unknown", "alternate", "root", "designated"});
 
-    bpdu_t bpdu = blank_bpdu(type);
+    const uint8_t role_flags = type == BPDU_TYPE_RST ? bpdu_role_flags(static_cast<uint8_t>(role)) : 0;
+    bpdu_t bpdu = bpdu_of(type, parse_told(words), parse_flags(words.flags) | role_flags);
     std::ranges::copy(parse_address("--source", words.source), bpdu.source);
-    bpdu.flags = parse_flags(words.flags);
-    if (type == BPDU_TYPE_RST)
-        bpdu.flags = static_cast<uint8_t>(bpdu.flags | role << BPDU_FLAG_ROLE_SHIFT);
-    put_bridge("--root-id", words.root, bpdu.root_priority, bpdu.root_address);
-    bpdu_put32(bpdu.root_path_cost, static_cast<uint32_t>(parse_setting("--cost", words.cost, ANY_PATH_COST)));
-    put_bridge("--bridge-id", words.bridge.empty() ? words.root : words.bridge, bpdu.bridge_priority,
-               bpdu.bridge_address);
-    bpdu_put16(bpdu.port_id, static_cast<uint16_t>(parse_setting("--port-id", words.port_id, ANY_PORT_ID)));
-    put_seconds("--message-age", words.message_age, bpdu.message_age);
-    put_seconds("--max-age", words.max_age, bpdu.max_age);
-    put_seconds("--hello", words.hello_time, bpdu.hello_time);
-    put_seconds("--forward-delay", words.forward_delay, bpdu.forward_delay);
-
-    const auto *octets = reinterpret_cast<const uint8_t *>(&bpdu);
-    return {octets, octets + BPDU_HEADER_OCTETS + bpdu_octets(type)};
+    return frame_of(bpdu);
 }
 
 void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &frame)
