@@ -65,16 +65,12 @@ std::string number(uint64_t value) { return fmt::to_string(value); }
 
 // ---- frames ----------------------------------------------------------------------------
 
-bool is_tagged(octets_t frame)
-{
-    return frame.size() >= offsetof(bpdu_t, length) + RSTP_CPU_TAG_OCTETS &&
-           begins(frame.subspan(offsetof(bpdu_t, length)), octets_t(RSTP_CPU_TAG).first(RSTP_CPU_TAG_PORTS));
-}
+bool is_tagged(octets_t frame) { return has_cpu_tag(frame.data(), frame.size()); }
 
-std::string tag_words(uint8_t last)
+std::string tag_words(octets_t frame)
 {
     for (unsigned front = 1; front <= BOARD_PORTS; front++)
-        if (last == (RSTP_CPU_TAG[RSTP_CPU_TAG_PORTS] | 1u << chip_port_of_front(front)))
+        if (cpu_tag_ports(frame.data()) == 1u << chip_port_of_front(front))
             return fmt::format("out of front port {}", front);
     return "no single front port";
 }
@@ -139,8 +135,7 @@ void add_frame(fields_t &fields, size_t offset)
     fields.add(offset, bpdu, bpdu.destination, "destination", address_text(bpdu.destination));
     fields.add(offset, bpdu, bpdu.source, "source", address_text(bpdu.source));
     if (tagged)
-        fields.add(offset + offsetof(bpdu_t, length), RSTP_CPU_TAG_OCTETS, "switch tag",
-                   tag_words(frame[offsetof(bpdu_t, length) + RSTP_CPU_TAG_PORTS]));
+        fields.add(offset + RSTP_CPU_TAG_OFFSET, RSTP_CPU_TAG_OCTETS, "switch tag", tag_words(frame));
     fields.add(at, bpdu, bpdu.length, "length", number(bpdu_get16(bpdu.length)));
     if (!is_bpdu(plain)) {
         fields.add(at + BPDU_ETHERNET_OCTETS, fields.from(at + BPDU_ETHERNET_OCTETS).size(), "payload", "no BPDU");
@@ -388,7 +383,7 @@ std::vector<uint8_t> without_switch_tag(octets_t frame)
 {
     std::vector<uint8_t> plain(frame.begin(), frame.end());
     if (is_tagged(frame)) {
-        const auto tag = plain.begin() + offsetof(bpdu_t, length);
+        const auto tag = plain.begin() + RSTP_CPU_TAG_OFFSET;
         plain.erase(tag, tag + RSTP_CPU_TAG_OCTETS);
     }
     return plain;

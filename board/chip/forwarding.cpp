@@ -8,19 +8,9 @@
 
 namespace {
 
-constexpr std::size_t ADDRESSES_OCTETS = 12;
-constexpr std::size_t HEADER_OCTETS = 14; // both addresses and the type
-
-/// Whether the CPU has said where the frame goes.
-bool is_tagged(std::span<const std::uint8_t> frame)
-{
-    if (frame.size() < HEADER_OCTETS + RSTP_CPU_TAG_OCTETS)
-        return false;
-    const auto tag = frame.subspan(ADDRESSES_OCTETS, RSTP_CPU_TAG_OCTETS);
-    constexpr std::uint8_t ALWAYS = RSTP_CPU_TAG[RSTP_CPU_TAG_PORTS];
-    return std::equal(RSTP_CPU_TAG, RSTP_CPU_TAG + RSTP_CPU_TAG_PORTS, tag.begin()) &&
-           (tag[RSTP_CPU_TAG_PORTS] & ALWAYS) == ALWAYS;
-}
+constexpr std::size_t ADDRESSES_OCTETS = 2 * std::tuple_size_v<mac_t>;
+constexpr std::size_t HEADER_OCTETS = ADDRESSES_OCTETS + 2; // and the type
+static_assert(RSTP_CPU_TAG_OFFSET == ADDRESSES_OCTETS);
 
 bool state_learns(unsigned state) { return state == 3 || state == 4 || state == 5; }
 
@@ -131,13 +121,13 @@ chip_verdict_t chip_receive(chip_t &chip, unsigned port, std::span<const std::ui
 
 chip_verdict_t chip_receive_from_cpu(chip_t &chip, std::span<const std::uint8_t> frame)
 {
-    if (!is_tagged(frame)) {
+    if (frame.size() < HEADER_OCTETS + RSTP_CPU_TAG_OCTETS || !has_cpu_tag(frame.data(), frame.size())) {
         chip.cpu.untagged++;
         return {.drop = chip_drop_t::untagged};
     }
 
     chip.cpu.tagged++;
-    const std::uint8_t named = frame[ADDRESSES_OCTETS + RSTP_CPU_TAG_PORTS];
+    const std::uint8_t named = cpu_tag_ports(frame.data());
     std::uint8_t ports = 0;
     for (unsigned port = 1; port < CHIP_PORTS; port++)
         if ((named & bit(port)) != 0 && chip.link[port] && chip_port_state(chip, port) != 0)
@@ -152,7 +142,7 @@ chip_verdict_t chip_receive_from_cpu(chip_t &chip, std::span<const std::uint8_t>
 
 std::span<std::uint8_t> chip_untag(std::span<std::uint8_t> frame)
 {
-    const auto after_tag = frame.begin() + ADDRESSES_OCTETS + RSTP_CPU_TAG_OCTETS;
-    std::copy(after_tag, frame.end(), frame.begin() + ADDRESSES_OCTETS);
+    const auto tag = frame.begin() + RSTP_CPU_TAG_OFFSET;
+    std::copy(tag + RSTP_CPU_TAG_OCTETS, frame.end(), tag);
     return frame.first(frame.size() - RSTP_CPU_TAG_OCTETS);
 }

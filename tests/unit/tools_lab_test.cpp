@@ -170,6 +170,16 @@ TEST_F(decode_command, a_tagged_frame)
               "   56  00                        version 1 length        0\n");
 }
 
+TEST_F(decode_command, a_tag_has_its_last_bit_and_may_name_no_port_or_several)
+{
+    EXPECT_EQ(decode(tagged(rst_frame(), 0x02)).fault,
+              "this begins as none of the daemon's messages, and as a frame it carries no BPDU");
+    for (const uint8_t last_octet : {0x80, 0x81, 0x86})
+        EXPECT_NE(decoded_text(decode(tagged(rst_frame(), last_octet))).find("no single front port"), std::string::npos)
+            << int{last_octet};
+    EXPECT_NE(decoded_text(decode(tagged(rst_frame(), 0xC0))).find("out of front port 5"), std::string::npos);
+}
+
 TEST_F(decode_command, a_stream_of_messages)
 {
     const std::string stream = hex(work_flush_message()) + hex(aggr_status_message({0, 7, 7, 3, 4, 5, 200}));
