@@ -18,7 +18,7 @@ std::vector<uint8_t> neighbours_bpdu()
 {
     const bridge_id_t root = {4096, {}};
     const told_t told = {.root = root, .cost = 0, .bridge = root};
-    return bpdu_message(2, frame_of(bpdu_of(BPDU_TYPE_RST, told, bpdu_role_flags(BPDU_ROLE_DESIGNATED))));
+    return received_message(1, frame_of(bpdu_of(BPDU_TYPE_RST, told, bpdu_role_flags(BPDU_ROLE_DESIGNATED))));
 }
 
 } // namespace

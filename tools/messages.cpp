@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "board/chip/ports.h"
+
 namespace {
 
 template <typename record_t>
@@ -25,6 +27,12 @@ std::vector<uint8_t> bpdu_message(uint8_t port_octet, std::span<const uint8_t> f
                                   std::optional<uint16_t> stated_length)
 {
     return raw_message(RSTP_MSG_BPDU, frame, port_octet, stated_length);
+}
+
+std::vector<uint8_t> received_message(unsigned front, std::span<const uint8_t> frame,
+                                      std::optional<uint16_t> stated_length)
+{
+    return bpdu_message(static_cast<uint8_t>(chip_port_of_front(front) + 1), frame, stated_length);
 }
 
 std::vector<uint8_t> port_status_message(const port_statuses_t &ports)

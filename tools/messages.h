@@ -38,6 +38,10 @@ port_configs_t default_port_configs();
 std::vector<uint8_t> bpdu_message(uint8_t port_octet, std::span<const uint8_t> frame,
                                   std::optional<uint16_t> stated_length = {});
 
+/// The same for a frame that came in at front port `front`, 1 to 6.
+std::vector<uint8_t> received_message(unsigned front, std::span<const uint8_t> frame,
+                                      std::optional<uint16_t> stated_length = {});
+
 /// Type 1, link, speed and duplex of all front ports.
 std::vector<uint8_t> port_status_message(const port_statuses_t &ports);
 

@@ -1,4 +1,5 @@
-/// How the front of the board is wired to the switch chip: the one home of the crossing.
+/// How the front of the board is wired to the switch chip: the one home of the crossing for board, tools
+/// and tests. The daemon has its own (os_api.cpp), so that each shows a mistake in the other.
 #pragma once
 
 #include <array>

@@ -227,9 +227,7 @@ void board_t::deliver_bpdu(unsigned front, std::span<const std::uint8_t> frame)
 {
     const auto kept = frame.first(std::min<std::size_t>(frame.size(), RSTP_BODY_MAX));
     const auto stated = static_cast<std::uint16_t>(std::min<std::size_t>(frame.size(), UINT16_MAX));
-    const auto octet = static_cast<std::uint8_t>(chip_port_of_front(front) + 1);
-
-    const pipe_result_t written = write_to_pipe(RSTP_IF_PIPE, bpdu_message(octet, kept, stated));
+    const pipe_result_t written = write_to_pipe(RSTP_IF_PIPE, received_message(front, kept, stated));
     if (written.ok()) {
         counters.bpdus++;
         log_.line("rx", "port={} chip={} octets={} bpdu={}", front, chip_port_of_front(front), frame.size(),

@@ -7,14 +7,12 @@
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
+#include "board/chip/ports.h"
 #include "fixture.h"
 
 namespace e2e {
 
 namespace {
-
-/// The chip's number for a front port.
-constexpr std::array CHIP_PORT = {0, 1, 2, 3, 4, 6, 5};
 
 constexpr unsigned WRITE = 9, MODIFY = 10, WAIT = 11;
 constexpr unsigned BUSY = 0x80000000;
@@ -86,8 +84,7 @@ actions_t watch_t::news_like(const actions_t &wanted)
 
 std::string writes_state(int port, unsigned code)
 {
-    const auto chip = static_cast<unsigned>(CHIP_PORT.at(static_cast<size_t>(port)));
-    return operation(MODIFY, 0x660 + 12 * chip, 0x70000, code << 16);
+    return operation(MODIFY, 0x660 + 12 * chip_port_of_front(static_cast<unsigned>(port)), 0x70000, code << 16);
 }
 
 std::string tells_mux(int port, bool forwarding) { return fmt::format("mux {} {}", port, int{forwarding}); }
@@ -101,7 +98,7 @@ std::string disarms_trap() { return trap(BUSY, 0x80020023); }
 std::string writes_rule(int port, unsigned mac)
 {
     const unsigned entry = 36 + static_cast<unsigned>(port);
-    const unsigned port_bit = 1u << CHIP_PORT.at(static_cast<size_t>(port));
+    const unsigned port_bit = 1u << chip_port_of_front(static_cast<unsigned>(port));
     const std::array<std::array<unsigned, 5>, 3> parts = {{
         {0xC2000000, (mac & 0xFFFF) << 16 | 0x180, 0x02000000 | (mac >> 16 & 0xFF), 0, 0},
         {0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0, 201},

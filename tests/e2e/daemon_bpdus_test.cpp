@@ -88,7 +88,7 @@ TEST_F(daemon_bpdus, every_malformed_one_is_counted_at_its_port)
 
     long expected = 0;
     for (const malformed_t &malformed : MALFORMED) {
-        serve(device, received(6, malformed.frame()));
+        serve(device, received_message(6, malformed.frame()));
         expected++;
         ASSERT_EQ(counts(device, 6).illegal, before[5].illegal + expected) << malformed.what;
     }
@@ -106,15 +106,15 @@ TEST_F(daemon_bpdus, every_malformed_one_is_counted_at_its_port)
 
 TEST_F(daemon_bpdus, the_shortest_well_formed_ones_are_accepted)
 {
-    serve(device, received(2, cut(TCN, 21)));
+    serve(device, received_message(2, cut(TCN, 21)));
     EXPECT_EQ(counts(device, 2), counts_t{.tcn_received = 1});
-    serve(device, received(2, cut(CONFIG, 52)));
+    serve(device, received_message(2, cut(CONFIG, 52)));
     EXPECT_EQ(counts(device, 2), (counts_t{.stp_received = 1, .tcn_received = 1}));
 
     // An RST BPDU without its last octet, if its length field says so.
     octets_t frame = with(RST, offsetof(bpdu_t, length) + 1, 38);
     frame.resize(52);
-    serve(device, received(2, frame));
+    serve(device, received_message(2, frame));
     EXPECT_EQ(counts(device, 2), (counts_t{.stp_received = 1, .rstp_received = 1, .tcn_received = 1}));
 }
 
@@ -124,7 +124,7 @@ TEST_F(daemon_bpdus, unknown_types_are_counted_as_such)
     const auto before = counts(device, 1);
     long expected = 0;
     for (const uint8_t type : {0x01, 0x03, 0x7F, 0x81, 0xFF}) {
-        serve(device, received(1, with(RST, offsetof(bpdu_t, type), type)));
+        serve(device, received_message(1, with(RST, offsetof(bpdu_t, type), type)));
         EXPECT_EQ(counts(device, 1).unknown, ++expected) << int{type};
     }
     EXPECT_EQ(counts(device, 1).rstp_received, before.rstp_received);
@@ -138,9 +138,9 @@ TEST_F(daemon_bpdus, any_version_is_accepted)
     const long before = counts(device, 1).rstp_received;
     long heard = 0;
     for (const uint8_t version : {0, 1, 2, 3, 4, 255}) {
-        serve(device, received(1, with(RST, offsetof(bpdu_t, version), version)));
+        serve(device, received_message(1, with(RST, offsetof(bpdu_t, version), version)));
         EXPECT_EQ(counts(device, 1).rstp_received, before + ++heard) << int{version};
-        serve(device, received(6, with(CONFIG, offsetof(bpdu_t, version), version)));
+        serve(device, received_message(6, with(CONFIG, offsetof(bpdu_t, version), version)));
         EXPECT_EQ(counts(device, 6).stp_received, heard) << int{version};
     }
     EXPECT_TRUE(is_sound(device));
@@ -210,7 +210,7 @@ TEST_F(daemon_bpdus, whatever_a_well_formed_one_says_the_daemon_goes_on)
         for (const bpdu_t &usual : {RST, CONFIG}) {
             bpdu_t bpdu = usual;
             odd.say(bpdu);
-            for (const int port : {3, 1, 6, 5})
+            for (const unsigned port : {3, 1, 6, 5})
                 hear(device, port, bpdu);
         }
         ASSERT_TRUE(device.daemon().running());

@@ -63,12 +63,6 @@ port_statuses_t linked(std::initializer_list<int> ports)
     return statuses;
 }
 
-std::vector<uint8_t> received(int port, std::span<const uint8_t> frame)
-{
-    constexpr std::array<uint8_t, 7> PORT_OCTET = {0, 2, 3, 4, 5, 7, 6}; // chip ports + 1; 5 and 6 are crossed
-    return bpdu_message(PORT_OCTET.at(static_cast<size_t>(port)), frame);
-}
-
 std::vector<uint8_t> octets_of(const bpdu_t &bpdu, size_t count)
 {
     std::vector<uint8_t> frame = frame_of(bpdu);
@@ -78,7 +72,10 @@ std::vector<uint8_t> octets_of(const bpdu_t &bpdu, size_t count)
 
 bpdu_t superior_bpdu() { return lab::rst_bpdu(lab::root_bridge(4096, 0x99)); }
 
-void hear(const lab::switch_t &device, int port, const bpdu_t &bpdu) { serve(device, received(port, frame_of(bpdu))); }
+void hear(const lab::switch_t &device, unsigned port, const bpdu_t &bpdu)
+{
+    serve(device, received_message(port, frame_of(bpdu)));
+}
 
 testing::AssertionResult is_sound(lab::switch_t &device)
 {

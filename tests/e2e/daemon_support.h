@@ -41,9 +41,6 @@ port_configs_t enabled(std::initializer_list<int> ports);
 /// A type 1 message's entries: 1 Gbit/s, full duplex and link at these ports.
 port_statuses_t linked(std::initializer_list<int> ports);
 
-/// A type 0 message with a frame that came in at a front port.
-std::vector<uint8_t> received(int port, std::span<const uint8_t> frame);
-
 /// A BPDU's frame, cut or filled with zeros to so many octets.
 std::vector<uint8_t> octets_of(const bpdu_t &bpdu, size_t count);
 
@@ -51,7 +48,7 @@ std::vector<uint8_t> octets_of(const bpdu_t &bpdu, size_t count);
 bpdu_t superior_bpdu();
 
 /// Sends a BPDU to the daemon as if it came in at a front port, and waits until it is handled.
-void hear(const lab::switch_t &device, int port, const bpdu_t &bpdu);
+void hear(const lab::switch_t &device, unsigned port, const bpdu_t &bpdu);
 
 /// Whether the daemon still serves messages, answers questions and ticks.
 testing::AssertionResult is_sound(lab::switch_t &device);

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "board/chip/ports.h"
 #include "platform/link_mon_intf.h"
 #include "platform/lvt_com.h"
 
@@ -31,32 +32,20 @@ std::string format(const char *text, ...)
     return line;
 }
 
-/// Front port of a port control word, 0 for none: ports 5 and 6 are crossed on the board.
-int port_of_register(uint32_t reg)
+/// Front port of a port control word, 0 for none.
+uint32_t port_of_register(uint32_t reg)
 {
-    switch (reg) {
-    case 0x66C:
-        return 1;
-    case 0x678:
-        return 2;
-    case 0x684:
-        return 3;
-    case 0x690:
-        return 4;
-    case 0x6A8:
-        return 5;
-    case 0x69C:
-        return 6;
-    default:
-        return 0;
-    }
+    for (uint32_t port = 1; port <= BOARD_PORTS; port++)
+        if (reg == 0x660 + 12 * chip_port_of_front(port))
+            return port;
+    return 0;
 }
 
 std::string words_of(const std::vector<mdio_op_t> &batch)
 {
     const mdio_op_t &last = batch.back();
     if (batch.size() == 1 && last.op == 10 && last.mask == 0x70000 && port_of_register(last.reg))
-        return format("state %d %u", port_of_register(last.reg), last.value >> 16);
+        return format("state %u %u", port_of_register(last.reg), last.value >> 16);
     if (batch.size() == 2 && last.reg == 0x60C && last.value == 0x80000004)
         return "flush";
     if (batch.size() == 5 && last.reg == 0x60C && last.value == 0x80020022)
@@ -81,24 +70,12 @@ void note_mux(std::vector<octets_t> *messages = nullptr)
 }
 
 /// Front port of a tag's last octet, 0 for none.
-int port_of_tag(uint8_t octet)
+uint32_t port_of_tag(uint8_t octet)
 {
-    switch (octet) {
-    case 0x82:
-        return 1;
-    case 0x84:
-        return 2;
-    case 0x88:
-        return 3;
-    case 0x90:
-        return 4;
-    case 0xC0:
-        return 5;
-    case 0xA0:
-        return 6;
-    default:
-        return 0;
-    }
+    for (uint32_t port = 1; port <= BOARD_PORTS; port++)
+        if (octet == (0x80 | 1u << chip_port_of_front(port)))
+            return port;
+    return 0;
 }
 
 bool execute(const mdio_op_t &op)
@@ -164,7 +141,7 @@ bool board_multiplexer_forwards(uint32_t port)
 uint32_t board_port_state(uint32_t port)
 {
     for (const auto &[reg, word] : board.registers)
-        if (port_of_register(reg) == static_cast<int>(port))
+        if (port_of_register(reg) == port)
             return word >> 16 & 7;
     return 0;
 }
@@ -267,7 +244,7 @@ int process_send_frame(int fd, const void *octets, size_t length, const sockaddr
         board.on_engine_call("frame");
     board.log.push_back(frame.size() < 25
                             ? "?short frame"
-                            : format("frame %d %s", port_of_tag(frame[15]), kind_of(frame[TAG_OCTETS + TYPE_AT])));
+                            : format("frame %u %s", port_of_tag(frame[15]), kind_of(frame[TAG_OCTETS + TYPE_AT])));
     return (errno = board.send_error) != 0 ? -1 : 0;
 }
 

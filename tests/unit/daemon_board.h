@@ -11,12 +11,11 @@
 #include <string>
 #include <vector>
 
+#include "board/chip/ports.h"
 #include "heard_bpdu.h"
 #include "platform/mdio_intf.h"
 #include "process/process.h"
 #include "tools/hex.h"
-
-constexpr size_t FRONT_PORTS_OF_BOARD = 6;
 
 struct sent_frame_t {
     int fd;
@@ -32,7 +31,7 @@ struct board_t {
     bool chip_fails = false;                     ///< all of them
 
     // ---- link monitor and console -----------------------------------------------------
-    uint32_t link_words[FRONT_PORTS_OF_BOARD] = {};
+    uint32_t link_words[BOARD_PORTS] = {};
     bool link_monitor_fails = false;
     std::string console;
 

@@ -156,9 +156,7 @@ void daemon_test::send_lacp(const lacp_enables_t &enables) { EXPECT_EQ(control(l
 
 void daemon_test::send_bpdu(uint32_t port, const octets_t &frame)
 {
-    // Chip port + 1; front ports 5 and 6 are crossed.
-    const uint8_t port_octets[] = {2, 3, 4, 5, 7, 6};
-    EXPECT_EQ(control(bpdu_message(port_octets[port - 1], frame)), 1);
+    EXPECT_EQ(control(received_message(port, frame)), 1);
 }
 
 std::string daemon_test::debug(const std::string &text)

@@ -6,7 +6,6 @@
 
 #include <fmt/format.h>
 
-#include "board/chip/ports.h"
 #include "rstp/bpdu.h"
 #include "tools/bpdu_frame.h"
 #include "tools/ctl/arguments.h"
@@ -107,7 +106,7 @@ std::vector<uint8_t> received(unsigned port, const std::vector<uint8_t> &frame)
     const std::vector<uint8_t> plain = without_switch_tag(frame);
     if (plain.empty() || plain.size() > RSTP_BODY_MAX)
         throw refused_t(fmt::format("a frame has 1 to {} octets, this one has {}", RSTP_BODY_MAX, plain.size()));
-    return bpdu_message(static_cast<uint8_t>(chip_port_of_front(port) + 1), plain);
+    return received_message(port, plain);
 }
 
 } // namespace
