@@ -285,6 +285,9 @@ const class_row_t classes[] = {
     {"same sender worse root with unchanged times", [](heard_t &h) { h.root.prio = 40960; }, OTHER},
     {"worse port of the same bridge", [](heard_t &h) { h.port_id = 0x8006, h.times.MessageAge = 3; }, OTHER},
     {"worse bridge", [](heard_t &h) { h.bridge.addr[5] = 0x67, h.times.MessageAge = 3; }, OTHER},
+    {"same sender of a worse bridge priority", [](heard_t &h) { h.bridge.prio = 20480, h.times.MessageAge = 3; },
+     OTHER},
+    {"same sender of a worse port priority", [](heard_t &h) { h.port_id = 0x9005, h.times.MessageAge = 3; }, OTHER},
 
     {"configuration the same again", [](heard_t &h) { h.type = 0, h.version = 0, h.flags = 0; }, REPEATED},
     {"configuration better", [](heard_t &h) { h.type = 0, h.version = 0, h.flags = 0, h.cost = 0; }, SUPERIOR},

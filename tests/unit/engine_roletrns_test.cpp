@@ -158,6 +158,13 @@ const move_row_t roletrns_move_rows[] = {
          port_of(1)->synced = port_of(3)->synced = 1;
      },
      ROLETRNS_ROOT_AGREED},
+    {"root port agrees although another port has not taken up its role", ROLETRNS_ROOT_PORT,
+     [](port_t *p) {
+         root(p), p->proposed = 1;
+         port_of(1)->synced = port_of(3)->synced = 1;
+         port_of(1)->role = ROLE_ALTERNATE, port_of(1)->selectedRole = ROLE_DESIGNATED, port_of(1)->selected = 0;
+     },
+     ROLETRNS_ROOT_AGREED},
     {"root port not synced agrees unasked when all are synced", ROLETRNS_ROOT_PORT,
      [](port_t *p) {
          root(p), p->synced = 0;
