@@ -61,7 +61,7 @@ enum : uint8_t {
 /// Role codes of RST BPDUs.
 enum : uint8_t { BPDU_ROLE_UNKNOWN, BPDU_ROLE_ALTERNATE_BACKUP, BPDU_ROLE_ROOT, BPDU_ROLE_DESIGNATED };
 
-/// Where bridges send BPDUs (clause 7.12).
+/// Where bridges send BPDUs.
 constexpr uint8_t lvt_rstp_slowmac[6] = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x00};
 
 constexpr uint16_t bpdu_get16(const uint8_t *octets) { return static_cast<uint16_t>(octets[0] << 8 | octets[1]); }

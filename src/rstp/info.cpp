@@ -11,8 +11,8 @@ bool info_ran_out(const port_t *port)
     return port->infoIs == INFO_IS_RECEIVED && port->rcvdInfoWhile == 0 && !port->updtInfo && !port->rcvdMsg;
 }
 
-/// rcvInfo (clause 17.21). A worse vector from the same designated port with unchanged times
-/// is deliberately not superior: the old information ages out instead.
+/// Compare rcvInfo (clause 17.21). A worse vector from the same designated port with unchanged times
+/// is deliberately not superior: the old information ages out instead. None is inferior.
 uint8_t classify(const port_t *port)
 {
     if (port->rcvdType == BPDU_TYPE_TCN)
@@ -36,7 +36,7 @@ uint8_t classify(const port_t *port)
     return RCVD_OTHER;
 }
 
-/// updtRcvdInfoWhile (clause 17.21). The age step is rounded down here, whereas role
+/// Compare updtRcvdInfoWhile (clause 17.21). The age step is rounded down here, whereas role
 /// selection rounds to nearest: information ages out no earlier than its sender expects.
 void updtRcvdInfoWhile(port_t *port)
 {
@@ -48,7 +48,7 @@ void updtRcvdInfoWhile(port_t *port)
     port->rcvdInfoWhile = static_cast<uint8_t>(left < 0 ? 0 : hellos < left ? hellos : left);
 }
 
-/// recordProposal (clause 17.21).
+/// Compare recordProposal (clause 17.21), which takes nothing back.
 void recordProposed(port_t *port)
 {
     port->proposed =

@@ -1,5 +1,6 @@
 /// The records of the engine: the bridge, the port, and the values they are made of.
-/// Names of fields are those of IEEE 802.1D-2004, clause 17, where the standard has one.
+/// Names of fields are those of IEEE 802.1D-2004, clause 17, where the standard has one; some mean something
+/// else there (docs/conformance.md).
 #pragma once
 
 #include <cstddef>
@@ -16,13 +17,13 @@ constexpr int STP_BRIDGE_ID_USED = 24;  ///< another bridge has the same identif
 
 constexpr size_t RSTP_MAC_OCTETS = 6;
 
-/// Bridge identifier (clause 9.2.5).
+/// Bridge identifier.
 struct bridge_id_t {
     uint16_t prio;
     uint8_t addr[RSTP_MAC_OCTETS];
 };
 
-/// Spanning tree priority vector (clause 17.5); lower is better in every field.
+/// Spanning tree priority vector; lower is better in every field.
 struct prio_vector_t {
     bridge_id_t root_bridge;
     uint32_t root_path_cost;
@@ -61,7 +62,7 @@ enum : lvt_rstp_port_role_t {
 /// Where a port's information comes from (infoIs, clause 17.19).
 enum : uint8_t { INFO_IS_MINE = 0, INFO_IS_AGED = 1, INFO_IS_RECEIVED = 2, INFO_IS_DISABLED = 3 };
 
-/// What a received BPDU tells (rcvInfo, clause 17.21).
+/// What a received BPDU tells (compare rcvInfo, clause 17.21).
 enum : uint8_t { RCVD_SUPERIOR = 0, RCVD_REPEATED = 1, RCVD_AGREEMENT = 2, RCVD_OTHER = 3 };
 
 /// Forwarding states as the switch chip codes them.

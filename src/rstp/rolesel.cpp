@@ -102,7 +102,7 @@ void choose_role(const stpm_t *bridge, port_t *port)
     }
 }
 
-/// updtRolesTree (clause 17.21) and setSelectedTree.
+/// Compare updtRolesTree (clause 17.21), and setSelectedTree.
 void select_roles(stpm_t *bridge)
 {
     for (port_t *port = bridge->ports; port; port = port->next)

@@ -3,7 +3,7 @@
 
 namespace {
 
-/// allSynced (clause 17.20), with this port left out.
+/// Compare allSynced (clause 17.20), which also asks for selected roles.
 bool all_synced(const port_t *self)
 {
     for (const port_t *port = next_interesting_port(self->owner->ports); port; port = next_interesting_port(port->next))

@@ -5,7 +5,7 @@ namespace {
 
 bool is_root_or_designated(const port_t *port) { return port->role == ROLE_ROOT || port->role == ROLE_DESIGNATED; }
 
-/// newTcWhile (clause 17.21).
+/// Compare newTcWhile (clause 17.21): one hello and a second, and a running timer is left.
 uint8_t new_tc_while(const port_t *port)
 {
     const timevalues_t &times = port->owner->rootTimes;

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr uint8_t TX_HOLD_COUNT = 3; ///< BPDUs a second (TxHoldCount, clause 17.13)
+constexpr uint8_t TX_HOLD_COUNT = 3; ///< BPDUs a second, as in the 2001 amendment (compare TxHoldCount, clause 17.13)
 
 /// Role codes of RST BPDUs by selected role.
 constexpr uint8_t role_codes[ROLE_NON_STP] = {
@@ -25,7 +25,7 @@ uint8_t rst_flags(const port_t *port)
                                 (port->synced ? BPDU_FLAG_AGREEMENT : 0) | (port->proposing ? BPDU_FLAG_PROPOSAL : 0));
 }
 
-/// Builds and sends one BPDU (clause 17.21, txConfig, txRstp and txTcn). The attempt counts against the
+/// Builds and sends one BPDU (compare txConfig, txRstp and txTcn, clause 17.21). The attempt counts against the
 /// hold count even when nothing leaves. Returns 1 when nothing was sent, else the result of
 /// STP_OUT_tx_bpdu.
 int txBpdu(port_t *port, uint8_t type, uint32_t bpdu_octets)

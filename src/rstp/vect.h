@@ -1,4 +1,4 @@
-/// Bridge identifiers and priority vectors (clause 17.5): creation, comparison, BPDU form.
+/// Bridge identifiers and priority vectors: creation, comparison, BPDU form.
 #pragma once
 
 #include "rstp/bpdu.h"
@@ -10,7 +10,7 @@ enum : int { VECT_EQUAL = 0, VECT_BETTER = 1, VECT_WORSE = 2 };
 void STP_VECT_create(prio_vector_t *out, const bridge_id_t *root, uint32_t root_path_cost,
                      const bridge_id_t *design_bridge, uint32_t design_port, uint32_t bridge_port);
 
-/// Compares field by field, lower being better, `bridge_port` included (clause 17.6).
+/// Compares field by field, lower being better, `bridge_port` included.
 /// Returns VECT_BETTER when `a` is better than `b`, VECT_WORSE or VECT_EQUAL.
 int STP_VECT_compare_vector(const prio_vector_t *a, const prio_vector_t *b);
 
