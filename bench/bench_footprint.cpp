@@ -18,7 +18,7 @@
 #include <sstream>
 #include <vector>
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 
 #include "board/lab/switch_node.h"
 #include "board/lab/within.h"

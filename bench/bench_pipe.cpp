@@ -7,7 +7,7 @@
 #include <fstream>
 #include <vector>
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 
 #include "board/lab/node.h"
 #include "board/lab/world.h"

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 // The C library's own, by the names under which it keeps them for those who stand in front.
 extern "C" {

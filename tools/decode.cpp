@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "board/chip/ports.h"
 #include "l2_proto_utility/cpu_tag.h"

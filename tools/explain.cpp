@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/decode.h"
 #include "tools/hex.h"

@@ -1,6 +1,7 @@
 #include "tools/words.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "platform/messages.h"
 #include "rstp/bpdu.h"

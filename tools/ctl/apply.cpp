@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/ctl/config_file.h"
 #include "tools/ctl/plan.h"

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/number.h"
 

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"

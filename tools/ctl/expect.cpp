@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/changes.h"

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/capture.h"

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "platform/messages.h"
 #include "tools/ctl/arguments.h"

@@ -179,5 +179,8 @@ std::string neighbour_name(const port_status_t &port)
 
 std::string time_text(system_clock::time_point time)
 {
-    return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(system_clock::to_time_t(time)));
+    const time_t seconds = system_clock::to_time_t(time);
+    tm local = {};
+    localtime_r(&seconds, &local); // of every time that the clock can tell
+    return fmt::format("{:%Y-%m-%d %H:%M:%S}", local);
 }
