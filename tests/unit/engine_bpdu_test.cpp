@@ -213,3 +213,53 @@ TEST_F(bpdu, that_is_lost_gives_its_buffer_back)
 }
 
 } // namespace
+
+// ---- what a received frame must be ---------------------------------------------------------
+
+TEST(bpdu_rules, each_one_counts)
+{
+    const octets_t rst = frame_of({}), config = frame_of({.type = 0, .version = 0, .flags = 0}), tcn = tcn_frame();
+    const auto valid = [](octets_t frame, size_t length) {
+        const octets_t exact(frame.begin(), frame.begin() + static_cast<ptrdiff_t>(length)); // no octet behind it
+        return STP_bpdu_is_valid(exact.data(), static_cast<uint32_t>(length));
+    };
+    for (const octets_t &frame : {rst, config, tcn}) {
+        EXPECT_TRUE(valid(frame, frame.size()));
+        for (size_t length = 0; length < frame.size(); length++)
+            EXPECT_FALSE(valid(frame, length)) << length << " of " << frame.size();
+    }
+    octets_t padded = tcn;
+    padded.resize(60);
+    EXPECT_TRUE(valid(padded, 60));
+
+    const struct {
+        const char *what;
+        size_t at;
+        uint8_t octet;
+        bool valid;
+    } rows[] = {
+        {"destination service access point", 14, 0x43, false},
+        {"source service access point", 15, 0x43, false},
+        {"control", 16, 0x02, false},
+        {"protocol, first octet", 17, 1, false},
+        {"protocol, second octet", 18, 1, false},
+        {"any version", 19, 77, true},
+        {"any type", 20, 77, true},
+        {"stated one short of a configuration BPDU", 13, 37, false},
+        {"stated as a configuration BPDU", 13, 38, true},
+        {"stated longer than what came", 13, 40, false},
+        {"stated much longer", 12, 1, false},
+        {"any address", 0, 0xFF, true},
+    };
+    for (const auto &row : rows) {
+        octets_t frame = rst;
+        frame[row.at] = row.octet;
+        EXPECT_EQ(valid(frame, frame.size()), row.valid) << row.what;
+    }
+    octets_t no_bridge_service = rst;
+    no_bridge_service[14] = no_bridge_service[15] = 0xAA;
+    EXPECT_FALSE(valid(no_bridge_service, rst.size()));
+    octets_t short_tcn = tcn;
+    short_tcn[13] = 6;
+    EXPECT_FALSE(valid(short_tcn, tcn.size()));
+}

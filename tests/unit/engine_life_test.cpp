@@ -530,6 +530,37 @@ TEST_F(port_init, keeps_the_role_the_edge_delay_and_what_the_machines_own)
     EXPECT_EQ(port->edgeDelayWhile, 9);
 }
 
+TEST_F(port_init, a_second_takes_one_from_each_timer_that_runs)
+{
+    port->stpEnabled = 1;
+    port->nonStp = 0;
+    for (const timer_field_t &timer : port_timers)
+        port->*timer.field = 9;
+    records_t expected = world.records;
+    for (const timer_field_t &timer : port_timers)
+        expected.ports[1].*timer.field = 8;
+    STP_port_tick(port);
+    EXPECT_TRUE(same_records(expected, world.records)); // and from nothing else
+
+    for (const timer_field_t &timer : port_timers) {
+        port->*timer.field = 1;
+        STP_port_tick(port);
+        STP_port_tick(port);
+        EXPECT_EQ(port->*timer.field, 0) << timer.name;
+    }
+}
+
+TEST_F(port_init, the_timers_of_a_port_that_takes_no_part_stand_still)
+{
+    for (const bool enabled : {true, false}) {
+        port->stpEnabled = enabled;
+        port->nonStp = enabled; // outside the tree by its settings, or as a member of a group
+        const records_t expected = world.records;
+        STP_port_tick(port);
+        EXPECT_TRUE(same_records(expected, world.records)) << enabled;
+    }
+}
+
 TEST_F(port_init, in_full_takes_the_link_and_the_bridge)
 {
     for (const int link : {1, 0}) {

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "engine_table.h"
+#include "rstp/port.h"
 
 stpm_t *current_stpm;
 port_t *current_port;
@@ -192,10 +193,7 @@ void tick(unsigned seconds)
     for (; seconds; seconds--) {
         settle();
         for (port_t &port : entered->records.ports)
-            if (!boring_port(&port))
-                for (const timer_field_t &timer : port_timers)
-                    if (port.*timer.field)
-                        (port.*timer.field)--;
+            STP_port_tick(&port);
         forget_unit();
         STP_stpm_update();
     }
