@@ -24,6 +24,17 @@ chip_time_t now_told; ///< the time of what goes on
 size_t state_octets() { return static_cast<size_t>(__stop_lvt_state - __start_lvt_state); }
 size_t process_octets() { return static_cast<size_t>(__stop_lvt_process - __start_lvt_process); }
 
+/// Copies state. The address sanitizer keeps gaps between the variables, over which memcpy may not step.
+#ifdef __SANITIZE_ADDRESS__
+__attribute__((no_sanitize("address"))) void copy(void *to, const void *from, size_t octets)
+{
+    for (size_t i = 0; i < octets; i++)
+        static_cast<volatile uint8_t *>(to)[i] = static_cast<const volatile uint8_t *>(from)[i];
+}
+#else
+void copy(void *to, const void *from, size_t octets) { memcpy(to, from, octets); }
+#endif
+
 /// The daemon as the program began.
 struct start_t {
     std::unique_ptr<uint8_t[]> state = std::make_unique<uint8_t[]>(state_octets());
@@ -31,8 +42,8 @@ struct start_t {
 
     start_t()
     {
-        memcpy(state.get(), __start_lvt_state, state_octets());
-        memcpy(process.get(), __start_lvt_process, process_octets());
+        copy(state.get(), __start_lvt_state, state_octets());
+        copy(process.get(), __start_lvt_process, process_octets());
     }
 };
 
@@ -45,10 +56,12 @@ void take_out(switch_t &device)
     const auto *from = reinterpret_cast<const uint8_t *>(__start_lvt_state);
     uint8_t *to = device.image.get();
     size_t left = state_octets();
+#ifndef __SANITIZE_ADDRESS__
     for (; left >= LINE; from += LINE, to += LINE, left -= LINE)
         if (memcmp(from, to, LINE) != 0)
             memcpy(to, from, LINE);
-    memcpy(to, from, left);
+#endif
+    copy(to, from, left);
 }
 
 void give_turn(switch_t &device)
@@ -57,7 +70,7 @@ void give_turn(switch_t &device)
         return;
     if (in_turn)
         take_out(*in_turn);
-    memcpy(__start_lvt_state, device.image.get(), state_octets());
+    copy(__start_lvt_state, device.image.get(), state_octets());
     in_turn = &device;
 }
 
@@ -144,8 +157,8 @@ void switch_kill_daemon(switch_t &device) { device.daemon_runs = false; }
 void switch_start_daemon(switch_t &device, chip_time_t now)
 {
     const turn_t turn(device, now);
-    memcpy(__start_lvt_state, start.state.get(), state_octets());
-    memcpy(__start_lvt_process, start.process.get(), process_octets());
+    copy(__start_lvt_state, start.state.get(), state_octets());
+    copy(__start_lvt_process, start.process.get(), process_octets());
     initSocket(&rstp_socket_fd, &rstp_socket_addr, RSTP_CPU_INTERFACE);
     device.daemon_runs = true;
     rstp_start_tables();

@@ -442,12 +442,13 @@ void lvt_aggr_port_restore(port_t *port)
 
 // ---- hardware state ---------------------------------------------------------------------
 //
-// The ladder that a state code goes down:
-//   lvt_aggr_set_stpstate   what the engine calls; drops a code that the record has, and notes the others in it
-//   lvt_port_hw_state_set   for each member of a group, and where a port is forced: notes in the record, no filter
-//   lvt_hw_set_stpstate     as it stands with spanning tree on, else forwarding unless LACP rules; notes in the cache
-//   lvt_hw_set_fwdstate     beside it, at start: switches forwarding on; drops what is so, notes in both caches
-//   stp_state_set           writes the chip's register and tells the port multiplexer; no filter, no memory
+// The ladder that a state code goes down, each step called by the one above it:
+//   lvt_aggr_set_stpstate         the engine's call: drops a code that the record has, else notes it there
+//   lvt_port_hw_state_set         for each member of a group, and where a port is forced: notes, drops nothing
+//   lvt_hw_set_stpstate           as it is with spanning tree on, else forwarding unless LACP rules; notes in the cache
+//   lvt_hw_set_fwdstate           beside it, at start: forwarding on or off; drops what the cache has
+//   stp_state_set                 the chip, then the port multiplexer; no filter, no memory
+//   sw_cfg_stp_mstpState_set_api  one register; a refusal is told, and the notes above stay as they are
 
 int stp_state_set(uint32_t l2port, uint8_t code)
 {
