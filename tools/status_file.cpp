@@ -128,6 +128,7 @@ private:
     std::string fault_;
 };
 
+constexpr int LISTENING = 2; // a state of the older protocol; no port is ever in it
 constexpr int FRONT_PORT_MAX = RSTP_PHYSICAL_PORTS;
 constexpr int64_t LAST_PORT = RSTP_PORTS;
 
@@ -161,7 +162,7 @@ void read_port(lines_t &lines, int number, port_status_t &port)
     line.literal(",").flag(port.point_to_point);
     line.literal(",").flag(port.stp_neighbour);
     line.literal(",").number(port.role, ROLE_DISABLED, ROLE_NON_STP);
-    line.literal(",").number(port.state, STATE_DISABLED, STATE_NON_STP).check(port.state != STATE_LISTENING);
+    line.literal(",").number(port.state, HW_DISABLED, HW_NO_STP).check(port.state != LISTENING);
     line.literal(",").number(port.group, 0, LAST_PORT).check(port.group == 0 || port.group > FRONT_PORT_MAX);
     line.literal(",").bridge_id(port.designated_bridge);
     line.literal("/").number(port.designated_port, 0, UINT16_MAX);

@@ -8,16 +8,6 @@
 
 #include "rstp/records.h"
 
-/// Port states as the status file numbers them.
-enum port_state_t {
-    STATE_DISABLED = 0,
-    STATE_BLOCKING = 1,
-    STATE_LISTENING = 2, ///< of the older protocol; no port is ever in it
-    STATE_LEARNING = 3,
-    STATE_FORWARDING = 4,
-    STATE_NON_STP = 5,
-};
-
 struct frame_counts_t {
     uint32_t rstp;
     uint32_t stp;
@@ -31,7 +21,7 @@ struct port_status_t {
     bool point_to_point;
     bool stp_neighbour;
     int role;  ///< lvt_rstp_port_role_t
-    int state; ///< port_state_t
+    int state; ///< HW_DISABLED ... HW_NO_STP
     int group; ///< 7 to 9 for a member of a group, else 0
     bridge_id_t designated_bridge;
     int designated_port;

@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "chip/chip.h"
+#include "chip/registers.h"
 #include "l2_proto_utility/cpu_tag.h"
 
 namespace {
@@ -12,9 +13,9 @@ constexpr std::size_t ADDRESSES_OCTETS = 2 * std::tuple_size_v<mac_t>;
 constexpr std::size_t HEADER_OCTETS = ADDRESSES_OCTETS + 2; // and the type
 static_assert(RSTP_CPU_TAG_OFFSET == ADDRESSES_OCTETS);
 
-bool state_learns(unsigned state) { return state == 3 || state == 4 || state == 5; }
+bool state_forwards(unsigned state) { return state == CHIP_FORWARDING || state == CHIP_NO_STP; }
 
-bool state_forwards(unsigned state) { return state == 4 || state == 5; }
+bool state_learns(unsigned state) { return state == CHIP_LEARNING || state_forwards(state); }
 
 mac_t mac_at(std::span<const std::uint8_t> frame, std::size_t offset)
 {
@@ -69,7 +70,7 @@ chip_verdict_t decide(chip_t &chip, unsigned port, std::span<const std::uint8_t>
         return {.drop = chip_drop_t::link_down};
 
     const unsigned state = chip_port_state(chip, port);
-    if (state == 0)
+    if (state == CHIP_DISABLED)
         return {.drop = chip_drop_t::state};
 
     const mac_t destination = mac_at(frame, 0);
@@ -130,7 +131,7 @@ chip_verdict_t chip_receive_from_cpu(chip_t &chip, std::span<const std::uint8_t>
     const std::uint8_t named = cpu_tag_ports(frame.data());
     std::uint8_t ports = 0;
     for (unsigned port = 1; port < CHIP_PORTS; port++)
-        if ((named & bit(port)) != 0 && chip.link[port] && chip_port_state(chip, port) != 0)
+        if ((named & bit(port)) != 0 && chip.link[port] && chip_port_state(chip, port) != CHIP_DISABLED)
             ports |= bit(port);
     if (ports == 0) {
         chip.cpu.undeliverable++;

@@ -1,4 +1,6 @@
-/// The switch chip's register map.
+/// The switch chip's register map and the codes in it. This is a second reading, on purpose: nothing here
+/// comes from the daemon, which has its own (src/switch/sw_cfg.cpp, HW_FORWARDING and its like), so that
+/// a mistake in either shows when the two meet.
 #pragma once
 
 #include <array>
@@ -31,6 +33,15 @@ constexpr std::uint32_t REG_PORT_CONTROL = 0x660;
 constexpr std::uint32_t REG_PORT_STRIDE = 12;
 constexpr unsigned PORT_STATE_SHIFT = 16;
 constexpr std::uint32_t PORT_STATE_MASK = 0x7u << PORT_STATE_SHIFT;
+
+/// What the state bits say; other codes pass no more than discarding does.
+enum chip_state_t : unsigned {
+    CHIP_DISABLED = 0,
+    CHIP_DISCARDING = 1,
+    CHIP_LEARNING = 3,
+    CHIP_FORWARDING = 4,
+    CHIP_NO_STP = 5, ///< forwarding, no spanning tree
+};
 
 constexpr std::uint32_t port_control_register(unsigned chip_port)
 {

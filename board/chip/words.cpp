@@ -99,15 +99,15 @@ std::string chip_describe(const chip_t &chip, const mdio_op_t &op)
 const char *chip_state_name(unsigned state)
 {
     switch (state) {
-    case 0:
+    case CHIP_DISABLED:
         return "disabled";
-    case 1:
+    case CHIP_DISCARDING:
         return "discarding";
-    case 3:
+    case CHIP_LEARNING:
         return "learning";
-    case 4:
+    case CHIP_FORWARDING:
         return "forwarding";
-    case 5:
+    case CHIP_NO_STP:
         return "forwarding (no spanning tree)";
     default:
         return "unknown";

@@ -60,11 +60,11 @@ std::string demo_view_t::state_cell(int state) const
 {
     const std::string word = fmt::format("{:<8}", state_word(state));
     switch (state) {
-    case STATE_BLOCKING:
+    case HW_DISCARDING:
         return paint(RED, word);
-    case STATE_LEARNING:
+    case HW_LEARNING:
         return paint(YELLOW, word);
-    case STATE_FORWARDING:
+    case HW_FORWARDING:
         return paint(GREEN, word);
     default:
         return word;

@@ -48,15 +48,15 @@ bool is_port(const frame_t &frame, int number, int role, int state)
 /// Cable 1 leads to the root, the kernel bridge, and cable 2 is cut at our end.
 bool loop_is_cut_here(const frame_t &frame)
 {
-    return is_port(frame, 1, ROLE_ROOT, STATE_FORWARDING) && frame.kernel_forwards(1) &&
-           is_port(frame, 2, ROLE_ALTERNATE, STATE_BLOCKING) && frame.kernel_forwards(2);
+    return is_port(frame, 1, ROLE_ROOT, HW_FORWARDING) && frame.kernel_forwards(1) &&
+           is_port(frame, 2, ROLE_ALTERNATE, HW_DISCARDING) && frame.kernel_forwards(2);
 }
 
 /// Both our ends are open, and the kernel bridge has cut just one of its own.
 bool loop_is_cut_there(const frame_t &frame)
 {
-    return is_port(frame, 1, ROLE_DESIGNATED, STATE_FORWARDING) &&
-           is_port(frame, 2, ROLE_DESIGNATED, STATE_FORWARDING) && frame.kernel_forwards(1) != frame.kernel_forwards(2);
+    return is_port(frame, 1, ROLE_DESIGNATED, HW_FORWARDING) && is_port(frame, 2, ROLE_DESIGNATED, HW_FORWARDING) &&
+           frame.kernel_forwards(1) != frame.kernel_forwards(2);
 }
 
 class demo_t {
@@ -115,7 +115,7 @@ private:
         const size_t answers = stage_.pings().answered();
         pull(1);
         const bool took_over = watch([](const frame_t &f) {
-            return is_port(f, 1, ROLE_DISABLED, STATE_DISABLED) && is_port(f, 2, ROLE_ROOT, STATE_FORWARDING) &&
+            return is_port(f, 1, ROLE_DISABLED, HW_DISABLED) && is_port(f, 2, ROLE_ROOT, HW_FORWARDING) &&
                    f.replies > 0;
         });
         const double silence = stage_.pings().longest_silence(answers);
@@ -156,8 +156,8 @@ private:
         const size_t answers = stage_.pings().answered();
         pull(lost);
         const bool took_over = watch([&](const frame_t &f) {
-            return is_port(f, lost, ROLE_DISABLED, STATE_DISABLED) &&
-                   is_port(f, other, ROLE_DESIGNATED, STATE_FORWARDING) && f.kernel_forwards(other) && f.replies > 0;
+            return is_port(f, lost, ROLE_DISABLED, HW_DISABLED) && is_port(f, other, ROLE_DESIGNATED, HW_FORWARDING) &&
+                   f.kernel_forwards(other) && f.replies > 0;
         });
         const double silence = stage_.pings().longest_silence(answers);
         constexpr int ALLOWED = MAX_AGE + 2 * FORWARD_DELAY;

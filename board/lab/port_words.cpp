@@ -27,15 +27,15 @@ const char *role_word(int role)
 const char *state_word(int state)
 {
     switch (state) {
-    case STATE_DISABLED:
+    case HW_DISABLED:
         return "down";
-    case STATE_BLOCKING:
+    case HW_DISCARDING:
         return "blocks";
-    case STATE_LEARNING:
+    case HW_LEARNING:
         return "learns";
-    case STATE_FORWARDING:
+    case HW_FORWARDING:
         return "forwards";
-    case STATE_NON_STP:
+    case HW_NO_STP:
         return "forwards";
     default:
         return "?";

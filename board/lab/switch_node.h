@@ -22,7 +22,6 @@ using ::bridge_status_t;
 using ::parse_status;
 using ::port_status_t;
 using ::same_bridge;
-using enum ::port_state_t;
 
 /// Files in the switch's /tmp that the lab has written there.
 constexpr char CONSOLE_FILE[] = "/tmp/console";          ///< the daemon's console

@@ -48,7 +48,7 @@ TEST_F(daemon_boot, writes_rules_then_states_then_flushes)
     EXPECT_EQ(counters.at("batches"), 19);
     EXPECT_EQ(counters.at("batches_failed"), 0);
     for (int port = 1; port <= 6; port++)
-        EXPECT_EQ(device.client().port(static_cast<unsigned>(port)).state, 4u) << port;
+        EXPECT_EQ(device.client().port(static_cast<unsigned>(port)).state, HW_FORWARDING) << port;
 }
 
 TEST_F(daemon_boot, does_the_same_when_ports_have_link)

@@ -186,7 +186,7 @@ TEST_F(daemon_frames, rst_bpdus)
 {
     take_part(2);
     ASSERT_TRUE(status_within(device, 20s, [](const lab::bridge_status_t &status) {
-        return status.port(1).state == lab::STATE_FORWARDING && status.port(6).state == lab::STATE_FORWARDING;
+        return status.port(1).state == HW_FORWARDING && status.port(6).state == HW_FORWARDING;
     }));
     ASSERT_TRUE(ticks(device, 2));
 

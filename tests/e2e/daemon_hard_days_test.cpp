@@ -132,7 +132,7 @@ TEST_F(daemon_hard_days, a_full_multiplexer_pipe_is_not_waited_for)
     device.start_daemon();
     serve(device, port_config_message(enabled({2})));
     EXPECT_TRUE(is_sound(device));
-    EXPECT_EQ(device.client().port(2).state, 1u);
+    EXPECT_EQ(device.client().port(2).state, HW_DISCARDING);
     EXPECT_EQ(output() + errors(), "");
 
     // With room again, the next message goes through; those of before are gone.
@@ -214,7 +214,7 @@ TEST_F(daemon_hard_days, a_chip_that_refuses_everything)
                 HasSubstr(fmt::format(BATCH_FAILED, "sw_cfg_trap_portMgmtFrameAction_rstp_set_api", 126)));
     ASSERT_TRUE(ticks(device, 3));
     EXPECT_THAT(ask(device, "debug show rstp_stp_state"), HasSubstr("   3           1           1\n"));
-    EXPECT_EQ(device.client().port(3).state, 0u);
+    EXPECT_EQ(device.client().port(3).state, HW_DISABLED);
     EXPECT_THAT(device.client().messages().back().dump(), HasSubstr("\"forwarding\":false"));
     EXPECT_TRUE(is_sound(device));
 
@@ -276,7 +276,7 @@ TEST_F(daemon_hard_days, without_its_board_it_lives)
     device.start_board();
     const std::vector<uint8_t> message = port_config_message(enabled({}));
     ASSERT_EQ(write(control.number(), message.data(), message.size()), static_cast<ssize_t>(message.size()));
-    EXPECT_TRUE(lab::within(SOON, [&] { return device.client().port(1).state == 4; }));
+    EXPECT_TRUE(lab::within(SOON, [&] { return device.client().port(1).state == HW_FORWARDING; }));
     EXPECT_TRUE(ticks(device, 1));
 }
 
@@ -407,7 +407,7 @@ TEST_F(daemon_hard_days, a_console_that_takes_nothing)
     lab::process_t daemon = start_with_console(device, "/dev/full");
     ASSERT_TRUE(ticks(device, 1));
     device.send(port_config_message(enabled({1})));
-    EXPECT_TRUE(lab::within(SOON, [&] { return device.client().port(1).state == 1; }));
+    EXPECT_TRUE(lab::within(SOON, [&] { return device.client().port(1).state == HW_DISCARDING; }));
     EXPECT_TRUE(ticks(device, 2));
     EXPECT_TRUE(daemon.running());
 }

@@ -137,19 +137,18 @@ TEST_F(daemon_messages, link_flushes_at_once_and_moves_the_port_with_the_next_ti
                                            // A host is expected there: learning and forwarding at once.
                                 writes_state(3, 3), tells_mux(3, false), writes_state(3, 4), tells_mux(3, true)};
     EXPECT_EQ(watch.news_like(expected), expected);
-    ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
-        return status.port(3).state == lab::STATE_FORWARDING;
-    }));
+    ASSERT_TRUE(status_within(
+        device, SOON, [](const lab::bridge_status_t &status) { return status.port(3).state == HW_FORWARDING; }));
 
     serve(device, port_status_message(linked({3, 4})));
     EXPECT_TRUE(ticks(device, 1));
     EXPECT_THAT(watch.news(), IsEmpty()) << "nothing has changed";
 
     serve(device, port_status_message(linked({4})));
-    EXPECT_TRUE(status_within(
-        device, SOON, [](const lab::bridge_status_t &status) { return status.port(3).state == lab::STATE_DISABLED; }));
+    EXPECT_TRUE(status_within(device, SOON,
+                              [](const lab::bridge_status_t &status) { return status.port(3).state == HW_DISABLED; }));
     EXPECT_THAT(watch.news(), Contains(writes_state(3, 1)));
-    EXPECT_EQ(device.client().port(3).state, 1u);
+    EXPECT_EQ(device.client().port(3).state, HW_DISCARDING);
 }
 
 // ---- type 2 -----------------------------------------------------------------------------------
@@ -330,9 +329,8 @@ TEST_F(daemon_messages, type_9_leaves_group_work_for_later)
     groups.adminEnable = 1;
     serve(device, aggr_config_message(groups));
     serve(device, aggr_status_message({0, 7, 7, 3, 4, 5, 6}));
-    ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) {
-        return status.port(7).state == lab::STATE_FORWARDING;
-    }));
+    ASSERT_TRUE(status_within(
+        device, SOON, [](const lab::bridge_status_t &status) { return status.port(7).state == HW_FORWARDING; }));
     ASSERT_TRUE(ticks(device, 2));
     watch.news();
 
@@ -374,8 +372,8 @@ TEST_F(daemon_messages, lacp_enable_is_stored_and_keeps_states_of_ports_that_are
 
     serve(device, port_config_message(enabled({})));
     EXPECT_EQ(watch.news(), actions_t{disarms_trap()} + leaves(2));
-    EXPECT_EQ(device.client().port(1).state, 1u);
-    EXPECT_EQ(device.client().port(2).state, 4u);
+    EXPECT_EQ(device.client().port(1).state, HW_DISCARDING);
+    EXPECT_EQ(device.client().port(2).state, HW_FORWARDING);
 }
 
 // ---- the others -------------------------------------------------------------------------------

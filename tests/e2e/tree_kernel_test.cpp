@@ -125,7 +125,7 @@ TEST_F(tree_kernel, priority_moves_the_root)
     }));
     EXPECT_TRUE(within(AT_ONCE, [&] { return role_of(ours, 1) == ROLE_ROOT && role_of(ours, 2) == ROLE_ALTERNATE; }))
         << ports_text(ours);
-    EXPECT_EQ(state_of(ours, 2), STATE_BLOCKING);
+    EXPECT_EQ(state_of(ours, 2), HW_DISCARDING);
 
     e2e::serve(ours, system_config_message(bridge_config(0)));
     EXPECT_TRUE(within(BY_TIMERS, kernel_follows));

@@ -40,7 +40,7 @@ TEST(status_file, has_every_value)
     EXPECT_FALSE(four.point_to_point);
     EXPECT_TRUE(four.stp_neighbour);
     EXPECT_EQ(four.role, ROLE_BACKUP);
-    EXPECT_EQ(four.state, STATE_LEARNING);
+    EXPECT_EQ(four.state, HW_LEARNING);
     EXPECT_EQ(four.group, 8);
     EXPECT_EQ(four.designated_bridge.prio, 4096);
 

@@ -154,13 +154,13 @@ std::string state_name(const bridge_status_t &status, int port)
 {
     const int group = status.port(port).group;
     switch (status.port(group ? group : port).state) {
-    case STATE_DISABLED:
+    case HW_DISABLED:
         return "down";
-    case STATE_BLOCKING:
+    case HW_DISCARDING:
         return "discarding";
-    case STATE_LEARNING:
+    case HW_LEARNING:
         return "learning";
-    case STATE_FORWARDING:
+    case HW_FORWARDING:
         return "forwarding";
     default:
         return "off";
