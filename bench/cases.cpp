@@ -28,7 +28,7 @@ void set_message(const std::vector<uint8_t> &frame)
 void set_link_everywhere()
 {
     port_statuses_t up;
-    up.fill({.ignored = 0, .link = 1, .speed = 2, .duplex = 1});
+    up.fill(LINK_UP);
     set_message(port_status_message(up));
     rstp_dispatch(&message);
 }

@@ -39,7 +39,7 @@ void feed_t::take_part()
     port_statuses_t links = {};
     for (uint32_t port = 1; port <= 3; port++) {
         configs[port].adminEnable = 1;
-        links[port - 1] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
+        links[port - 1] = LINK_UP;
     }
     put(port_status_message(links));
     put(port_config_message(configs));

@@ -24,6 +24,10 @@ using port_statuses_t = std::array<rstp_port_status_t, FRONT_PORTS>;
 /// Octet p - 1: nonzero when LACP runs on front port p.
 using lacp_enables_t = std::array<uint8_t, FRONT_PORTS>;
 
+/// A port with link at 1000 Mbit/s, full duplex.
+constexpr rstp_port_status_t LINK_UP = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
+static_assert(RSTP_SPEEDS[LINK_UP.speed] == 1000);
+
 /// Every port standing alone.
 constexpr aggr_status_t AGGR_STATUS_ALONE = {0, 1, 2, 3, 4, 5, 6};
 

@@ -17,22 +17,8 @@ std::string path_cost_word(uint32_t cost) { return cost ? fmt::to_string(cost) :
 
 std::string speed_word(uint8_t code)
 {
-    switch (code) {
-    case 0:
-        return "10 Mbit/s";
-    case 1:
-        return "100 Mbit/s";
-    case 2:
-        return "1000 Mbit/s";
-    case 3:
-        return "2500 Mbit/s";
-    case 4:
-        return "5000 Mbit/s";
-    case 5:
-        return "10000 Mbit/s";
-    default:
-        return fmt::format("unknown speed {}", code);
-    }
+    const bool known = code < RSTP_SPEED_CODES && RSTP_SPEEDS[code] != 0;
+    return known ? fmt::format("{} Mbit/s", RSTP_SPEEDS[code]) : fmt::format("unknown speed {}", code);
 }
 
 std::string group_word(uint8_t group)

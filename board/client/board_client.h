@@ -59,7 +59,7 @@ public:
     /// {"seconds": 1.5, "pipe": "lacp", "type": 7, "enabled": [1, 2], "raw": "ac01..."}.
     nlohmann::json messages();
 
-    /// Makes the PHY of a front port report this speed (10, 100, 1000, 2500) while it has link.
+    /// Makes the PHY of a front port report this speed, in Mbit/s, while it has link.
     void set_speed(unsigned front, unsigned mbit, bool full_duplex = true);
     /// Lets it report that of its interface again.
     void clear_speed(unsigned front);

@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr unsigned SPEEDS[] = {10, 100, 1000, LINK_MBIT_MAX};
-
 ifreq request_for(const std::string &name, void *data = nullptr)
 {
     ifreq request = {};
@@ -58,15 +56,15 @@ link_t settings_of(int fd, const std::string &name)
                        settings->speed != 0 && settings->speed != static_cast<std::uint32_t>(SPEED_UNKNOWN);
     if (!known)
         return {true, 1000, true};
-    return {true, std::min<unsigned>(settings->speed, LINK_MBIT_MAX), settings->duplex != DUPLEX_HALF};
+    return {true, std::min<unsigned>(settings->speed, PHY_SPEEDS.back()), settings->duplex != DUPLEX_HALF};
 }
 
 } // namespace
 
 std::uint8_t link_speed_code(unsigned mbit)
 {
-    const auto above = std::upper_bound(std::begin(SPEEDS), std::end(SPEEDS), mbit);
-    const auto code = std::max<std::ptrdiff_t>(above - std::begin(SPEEDS) - 1, 0);
+    const auto above = std::ranges::upper_bound(PHY_SPEEDS, mbit);
+    const auto code = std::max<std::ptrdiff_t>(above - PHY_SPEEDS.begin() - 1, 0);
     return static_cast<std::uint8_t>(code);
 }
 

@@ -3,9 +3,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 
+#include "daemon/messages.h"
 #include "lvt_board/fd.h"
+#include "platform/link_mon_intf.h"
 
 /// What a port's PHY reports. Without link, speed and duplex are 0.
 struct link_t {
@@ -16,10 +19,10 @@ struct link_t {
     bool operator==(const link_t &) const = default;
 };
 
-constexpr unsigned LINK_MBIT_MAX = 2500; ///< what the board's PHYs can do
+/// What the board's PHYs can do, in Mbit/s, by speed code.
+constexpr std::span<const std::uint32_t> PHY_SPEEDS = std::span(RSTP_SPEEDS).first(LINK_MON_SPEED_MASK + 1);
 
-/// The speed code of link monitor and driver messages: 0 = 10, 1 = 100, 2 = 1000, 3 = 2500 Mbit/s
-/// or more; in between, that of the next lower speed.
+/// The speed code of link monitor and driver messages; between two speeds, that of the lower one.
 std::uint8_t link_speed_code(unsigned mbit);
 
 /// Looks at the interface called `name` now. `index` becomes its number, or 0 when there is none.

@@ -93,7 +93,10 @@ void add_set(CLI::App &app, const std::string &socket)
 
     CLI::App *speed = set->add_subcommand("speed", "What a port's PHY reports while it has link");
     speed->add_option("port", first, "Front port, 1 to 6")->required();
-    speed->add_option("mbit", second, "10, 100, 1000, 2500, or auto for what its interface says")->required();
+    speed
+        ->add_option("mbit", second,
+                     fmt::format("{}, or auto for what its interface says", fmt::join(PHY_SPEEDS, ", ")))
+        ->required();
     speed->add_option("duplex", third, "full or half")->check(CLI::IsMember({"full", "half"}));
     speed->callback([&socket] {
         board_client_t board(socket);

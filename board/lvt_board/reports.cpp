@@ -193,9 +193,8 @@ json board_answer(board_t &board, const json &request)
 
 speed_t speed_of(unsigned mbit, bool full_duplex)
 {
-    constexpr std::array speeds = {10u, 100u, 1000u, LINK_MBIT_MAX};
-    if (std::find(speeds.begin(), speeds.end(), mbit) == speeds.end())
+    if (std::ranges::find(PHY_SPEEDS, mbit) == PHY_SPEEDS.end())
         throw std::invalid_argument(
-            fmt::format("no port can do {} Mbit/s; speeds are {}", mbit, fmt::join(speeds, ", ")));
+            fmt::format("no port can do {} Mbit/s; speeds are {}", mbit, fmt::join(PHY_SPEEDS, ", ")));
     return {mbit, full_duplex};
 }

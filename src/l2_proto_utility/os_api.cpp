@@ -157,7 +157,6 @@ int lvt_os_get_linkstate(uint32_t l2port)
 
 uint32_t lvt_os_get_linkspeed(uint32_t l2port)
 {
-    static constexpr uint32_t speeds[] = {10, 100, 1000, 2500, 5000, 10000, 0};
     constexpr uint32_t UNKNOWN_CODE_SPEED = 1;
 
     uint32_t unit, port;
@@ -165,7 +164,7 @@ uint32_t lvt_os_get_linkspeed(uint32_t l2port)
     if (!l2port2port(l2port, &unit, &port))
         return 0;
     lvt_port_mgmt_status_get(unit, port, &status);
-    return status.speed < sizeof speeds / sizeof *speeds ? speeds[status.speed] : UNKNOWN_CODE_SPEED;
+    return status.speed < RSTP_SPEED_CODES ? RSTP_SPEEDS[status.speed] : UNKNOWN_CODE_SPEED;
 }
 
 int lvt_os_get_linkduplex(uint32_t l2port)

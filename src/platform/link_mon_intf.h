@@ -7,7 +7,7 @@
 constexpr uint32_t LINK_MON_PORTS = 6;
 
 /// Bits of a status word.
-constexpr uint32_t LINK_MON_SPEED_MASK = 0x3; ///< 0 = 10, 1 = 100, 2 = 1000, 3 = 2500 Mbit/s
+constexpr uint32_t LINK_MON_SPEED_MASK = 0x3; ///< a speed code: RSTP_SPEEDS
 constexpr uint32_t LINK_MON_DUPLEX_BIT = 6;   ///< set: full duplex
 constexpr uint32_t LINK_MON_LINK_BIT = 8;     ///< set: link up
 

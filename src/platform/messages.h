@@ -54,11 +54,15 @@ struct rstp_msg_t {
     uint8_t body[RSTP_BODY_MAX];
 };
 
+/// Mbit/s of each speed code, in these messages and in the link monitor's words; 0: no speed.
+constexpr uint32_t RSTP_SPEEDS[] = {10, 100, 1000, 2500, 5000, 10000, 0};
+constexpr uint32_t RSTP_SPEED_CODES = sizeof RSTP_SPEEDS / sizeof *RSTP_SPEEDS;
+
 /// One entry of RSTP_MSG_PORT_STATUS, for front ports 1 to 6 in order.
 struct rstp_port_status_t {
     uint8_t ignored;
     uint8_t link;   ///< nonzero: up
-    uint8_t speed;  ///< code: 0 = 10, 1 = 100, 2 = 1000, 3 = 2500, 4 = 5000, 5 = 10000 Mbit/s
+    uint8_t speed;  ///< a code, of which RSTP_SPEEDS tells the Mbit/s
     uint8_t duplex; ///< 1: full
 };
 

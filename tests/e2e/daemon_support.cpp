@@ -59,7 +59,7 @@ port_statuses_t linked(std::initializer_list<int> ports)
 {
     port_statuses_t statuses = {};
     for (const int port : ports)
-        statuses.at(static_cast<size_t>(port) - 1) = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
+        statuses.at(static_cast<size_t>(port) - 1) = LINK_UP;
     return statuses;
 }
 

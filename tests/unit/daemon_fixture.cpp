@@ -81,7 +81,7 @@ void daemon_test::boot(std::initializer_list<uint32_t> ports_up)
 {
     for (const uint32_t port : ports_up) {
         board.link_words[port - 1] = LINK_1000_FULL;
-        links[port - 1] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
+        links[port - 1] = LINK_UP;
     }
     rstp_start_bridge();
     board_log();
@@ -123,7 +123,7 @@ void daemon_test::send_links(std::initializer_list<uint32_t> ports_up)
 {
     links = {};
     for (const uint32_t port : ports_up)
-        links[port - 1] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
+        links[port - 1] = LINK_UP;
     send_links();
 }
 

@@ -30,12 +30,16 @@ rstp_port_status_t parse_link(const std::string &text)
     if (text == "down")
         return {};
     if (text == "up")
-        return parse_link("1000/full");
+        return LINK_UP;
 
     const size_t slash = text.find('/');
     if (slash == std::string::npos)
         throw usage_t(fmt::format("LINK: \"{}\" should read up, down, SPEED/full or SPEED/half", text));
-    const size_t speed = parse_word("LINK", text.substr(0, slash), {"10", "100", "1000", "2500", "5000", "10000"});
+    std::vector<std::string> speeds;
+    for (const uint32_t mbit : RSTP_SPEEDS)
+        if (mbit != 0)
+            speeds.push_back(fmt::to_string(mbit));
+    const size_t speed = parse_word("LINK", text.substr(0, slash), speeds);
     const size_t duplex = parse_word("LINK", text.substr(slash + 1), {"half", "full"});
     return {.ignored = 0, .link = 1, .speed = static_cast<uint8_t>(speed), .duplex = static_cast<uint8_t>(duplex)};
 }
