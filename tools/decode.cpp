@@ -343,8 +343,7 @@ decoded_t decode_mux(octets_t octets)
     fields.add(0, message, message.reserved1, "reserved", "");
     fields.add(0, message, message.forwarding, "forwarding", message.forwarding ? "yes" : "no");
     fields.add(0, message, message.reserved2, "reserved", "");
-    const std::string says =
-        fmt::format("port {} {}", message.l2port, message.forwarding ? "forwards" : "does not forward");
+    const std::string says = fmt::format("port {} {}", message.l2port, forwarding_word(message.forwarding));
     return {.title = fmt::format("message to the port multiplexer, {}", fields.truncated ? "cut off" : says),
             .fields = fields.fields,
             .fault = fields.truncated ? "the message is cut off" : "",

@@ -21,6 +21,56 @@ std::string speed_word(uint8_t code)
     return known ? fmt::format("{} Mbit/s", RSTP_SPEEDS[code]) : fmt::format("unknown speed {}", code);
 }
 
+const char *role_word(int role)
+{
+    switch (role) {
+    case ROLE_DISABLED:
+        return "disabled";
+    case ROLE_ALTERNATE:
+        return "alternate";
+    case ROLE_BACKUP:
+        return "backup";
+    case ROLE_ROOT:
+        return "root";
+    case ROLE_DESIGNATED:
+        return "designated";
+    default:
+        return "off";
+    }
+}
+
+const char *state_word(int state)
+{
+    switch (state) {
+    case HW_DISABLED:
+        return "down";
+    case HW_DISCARDING:
+        return "discarding";
+    case HW_LEARNING:
+        return "learning";
+    case HW_FORWARDING:
+        return "forwarding";
+    default:
+        return "off";
+    }
+}
+
+const char *state_verb(int state)
+{
+    switch (state) {
+    case HW_DISABLED:
+        return "down";
+    case HW_DISCARDING:
+        return "discards";
+    case HW_LEARNING:
+        return "learns";
+    default:
+        return "forwards";
+    }
+}
+
+const char *forwarding_word(bool forwarding) { return forwarding ? "forwards" : "does not forward"; }
+
 std::string group_word(uint8_t group)
 {
     return fault_of(GROUP, group).empty() ? fmt::format("in group {}", group) : "alone";

@@ -16,6 +16,19 @@ std::string path_cost_word(uint32_t cost);
 /// "1000 Mbit/s" of the speed code of a port status message.
 std::string speed_word(uint8_t code);
 
+/// "root", "alternate" ... of a role (lvt_rstp_port_role_t); "off" outside the spanning tree.
+const char *role_word(int role);
+
+/// "discarding", "learning", "forwarding" of a state (HW_DISABLED ...), "down" without link; "off" where the
+/// spanning tree does not rule.
+const char *state_word(int state);
+
+/// What the port does with frames then: "discards", "learns", "forwards"; "down" without link.
+const char *state_verb(int state);
+
+/// "forwards" or "does not forward", as the port multiplexer is told.
+const char *forwarding_word(bool forwarding);
+
 /// "in group 7" or "alone", of the octet of a port in a message about groups.
 std::string group_word(uint8_t group);
 

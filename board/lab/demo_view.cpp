@@ -9,6 +9,8 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
+#include "tools/words.h"
+
 namespace lab {
 
 namespace {
@@ -58,7 +60,7 @@ void demo_view_t::act(const std::string &name, const std::string &story)
 
 std::string demo_view_t::state_cell(int state) const
 {
-    const std::string word = fmt::format("{:<8}", state_word(state));
+    const std::string word = fmt::format("{:<8}", state_verb(state));
     switch (state) {
     case HW_DISCARDING:
         return paint(RED, word);

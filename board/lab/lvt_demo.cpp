@@ -96,7 +96,7 @@ private:
 
         view_.check(same_bridge(last_.ours.root, last_.kernel.bridge) && last_.kernel.root_port == 0,
                     "both bridges say that the kernel bridge is the root");
-        view_.check(cut, "the loop is cut: port 1 is the root port and forwards, port 2 the alternate and blocks");
+        view_.check(cut, "the loop is cut: port 1 is the root port and forwards, port 2 the alternate and discards");
         view_.check(chip_state(1) == HW_FORWARDING && chip_state(2) == HW_DISCARDING,
                     "the switch chip does the same: it forwards at port 1 and discards at port 2");
         view_.check(last_.port(1).stp_neighbour && last_.port(2).stp_neighbour,

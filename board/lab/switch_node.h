@@ -10,7 +10,6 @@
 
 #include "board/client/board_client.h"
 #include "board/lab/cable.h"
-#include "board/lab/port_words.h"
 #include "tools/messages.h"
 #include "tools/status_file.h"
 

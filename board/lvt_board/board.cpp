@@ -10,6 +10,7 @@
 #include "tools/bpdu_frame.h"
 #include "tools/messages.h"
 #include "tools/pipe.h"
+#include "tools/words.h"
 
 namespace {
 
@@ -286,7 +287,7 @@ void board_t::read_mux()
         if (message.contains("port"))
             log_.line("mux", "port={} forwarding={} raw={} | port {} {}", message["port"].get<unsigned>(),
                       int{message["forwarding"].get<bool>()}, raw, message["port"].get<unsigned>(),
-                      message["forwarding"].get<bool>() ? "forwards" : "does not forward");
+                      forwarding_word(message["forwarding"].get<bool>()));
         else
             log_.line("mux", "raw={} | not understood", raw);
         keep(std::move(message));

@@ -6,6 +6,8 @@
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
+#include "tools/words.h"
+
 namespace {
 
 using nlohmann::json;
@@ -94,7 +96,7 @@ std::string message_words(const json &message)
 {
     if (message.contains("port"))
         return fmt::format("port {} {}", number_at(message, "port"),
-                           message.at("forwarding") ? "forwards" : "does not forward");
+                           forwarding_word(message.at("forwarding").get<bool>()));
     if (message.contains("enabled"))
         return fmt::format("spanning tree on at ports [{}]",
                            fmt::join(message.at("enabled").get<std::vector<unsigned>>(), ", "));

@@ -33,19 +33,19 @@ TEST_F(group_life, form_reform_dissolve_and_form_again)
 
     report_to_both(groups({7, 7}));
     EXPECT_EQ(engine_groups(b), ports_t({7, 7, 0, 0, 0, 0}));
-    EXPECT_TRUE(becomes(b, "3 alternate blocks, 6 designated forwards, 7 root forwards", 8s));
+    EXPECT_TRUE(becomes(b, "3 alternate discards, 6 designated forwards, 7 root forwards", 8s));
 
     // Other members; port 1 gets its own place back.
     report_to_both(groups({0, 7, 7}));
     EXPECT_EQ(engine_groups(b), ports_t({0, 7, 7, 0, 0, 0}));
-    EXPECT_TRUE(becomes(b, "1 alternate blocks, 6 designated forwards, 7 root forwards", 8s));
+    EXPECT_TRUE(becomes(b, "1 alternate discards, 6 designated forwards, 7 root forwards", 8s));
     const double mark = now_of(a);
     EXPECT_TRUE(within(6s, [&] { return bpdu_events(a, "tx", 2, "rstp", mark).size() >= 2; }));
     EXPECT_TRUE(bpdu_events(a, "tx", 3, "rstp", mark).empty());
 
     report_to_both(AGGR_STATUS_ALONE);
     EXPECT_EQ(engine_groups(b), ports_t({0, 0, 0, 0, 0, 0}));
-    EXPECT_TRUE(becomes(b, "1 root forwards, 2 alternate blocks, 3 alternate blocks, 6 designated forwards", 8s));
+    EXPECT_TRUE(becomes(b, "1 root forwards, 2 alternate discards, 3 alternate discards, 6 designated forwards", 8s));
     EXPECT_EQ(status_of(b).port(7).role, ROLE_NON_STP);
 
     report_to_both(groups({8, 8, 8}));
@@ -109,7 +109,7 @@ TEST_F(group_life, first_member_fails_and_the_report_follows)
     // It comes back: first on its own, and preferred to the group of one for its number; then as a
     // member again.
     first.plug();
-    EXPECT_TRUE(becomes(b, "1 root forwards, 7 alternate blocks", 8s));
+    EXPECT_TRUE(becomes(b, "1 root forwards, 7 alternate discards", 8s));
     report(b, groups({7, 7}));
     report(a, groups({7, 7}));
     EXPECT_TRUE(becomes(b, "7 root forwards", 8s));

@@ -26,7 +26,7 @@ TEST_P(tree_parallel, one_path_forwards)
         connect(a, port, b, port);
         at_a += fmt::format("{} designated forwards, ", port);
         if (port > 1)
-            at_b += fmt::format("{} alternate blocks, ", port);
+            at_b += fmt::format("{} alternate discards, ", port);
     }
 
     // From the first moment on no frame may come twice, or come back.
@@ -71,7 +71,7 @@ protected:
         right = &add_host(*b, 6);
         first_cable = &connect(*a, 1, *b, 1);
         connect(*a, 2, *b, 2);
-        ASSERT_TRUE(becomes(*b, "1 root forwards, 2 alternate blocks, 6 designated forwards", BY_TIMERS));
+        ASSERT_TRUE(becomes(*b, "1 root forwards, 2 alternate discards, 6 designated forwards", BY_TIMERS));
         ASSERT_TRUE(left->reaches(*right, BY_TIMERS));
     }
 
@@ -88,7 +88,7 @@ TEST_F(tree_pair, alternate_takes_over_at_once)
     EXPECT_TRUE(becomes(*a, "2 designated forwards, 6 designated forwards", AT_ONCE));
 
     first_cable->plug();
-    EXPECT_TRUE(becomes(*b, "1 root forwards, 2 alternate blocks, 6 designated forwards", AT_ONCE));
+    EXPECT_TRUE(becomes(*b, "1 root forwards, 2 alternate discards, 6 designated forwards", AT_ONCE));
     EXPECT_TRUE(becomes(*a, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
     EXPECT_TRUE(left->reaches(*right, AT_ONCE));
 }
@@ -134,7 +134,7 @@ TEST_F(tree_boards, ring_of_three_has_one_gap)
 
     EXPECT_TRUE(becomes(a, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
     EXPECT_TRUE(becomes(b, "1 root forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
-    EXPECT_TRUE(becomes(c, "1 root forwards, 2 alternate blocks, 6 designated forwards", BY_TIMERS));
+    EXPECT_TRUE(becomes(c, "1 root forwards, 2 alternate discards, 6 designated forwards", BY_TIMERS));
     for (const switch_t *device : {&b, &c})
         EXPECT_TRUE(follows(*device, status_of(a).bridge));
 
@@ -159,7 +159,7 @@ TEST_F(tree_boards, port_cabled_to_its_own_switch_is_a_backup)
     switch_t &a = add_bridge(4096, port_configs({1, 2}, {6}));
     station_t host(add_host(a, 6).node());
     connect(a, 1, a, 2);
-    EXPECT_TRUE(becomes(a, "1 designated forwards, 2 backup blocks, 6 designated forwards", BY_TIMERS));
+    EXPECT_TRUE(becomes(a, "1 designated forwards, 2 backup discards, 6 designated forwards", BY_TIMERS));
     EXPECT_TRUE(is_root(a));
     EXPECT_EQ(chip_state(a, 2), HW_DISCARDING);
 

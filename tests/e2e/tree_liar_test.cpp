@@ -125,7 +125,7 @@ TEST_F(tree_cable, that_flaps_settles)
     switch_t &b = add_bridge(8192, port_configs({1, 2}));
     const cable_t &loose = connect(a, 1, b, 1);
     connect(a, 2, b, 2);
-    ASSERT_TRUE(becomes(b, "1 root forwards, 2 alternate blocks", BY_TIMERS));
+    ASSERT_TRUE(becomes(b, "1 root forwards, 2 alternate discards", BY_TIMERS));
 
     // The board sees each of them, so that none is over before it has begun.
     const auto changes = [&b] { return events_with(b, "link", "port 1: ").size(); };
@@ -146,7 +146,7 @@ TEST_F(tree_cable, that_flaps_settles)
     EXPECT_TRUE(is_alive(a));
     EXPECT_TRUE(is_alive(b));
     EXPECT_TRUE(becomes(a, "1 designated forwards, 2 designated forwards", BY_TIMERS));
-    EXPECT_TRUE(becomes(b, "1 root forwards, 2 alternate blocks", BY_TIMERS));
+    EXPECT_TRUE(becomes(b, "1 root forwards, 2 alternate discards", BY_TIMERS));
     EXPECT_TRUE(follows(b, status_of(a).bridge));
 }
 

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include "board/chip/ports.h"
+#include "tools/words.h"
 
 namespace lab {
 
@@ -118,7 +119,7 @@ std::string ports_text(const switch_t &device)
     std::vector<std::string> texts;
     for (int number = 1; number <= static_cast<int>(RSTP_PORTS); number++)
         if (const port_status_t &port = status.port(number); port.role != ROLE_DISABLED && port.role != ROLE_NON_STP)
-            texts.push_back(fmt::format("{} {} {}", number, role_word(port.role), state_word(port.state)));
+            texts.push_back(fmt::format("{} {} {}", number, role_word(port.role), state_verb(port.state)));
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 

@@ -121,7 +121,7 @@ TEST_F(tree_topology, port_that_blocks_flushes)
     first->say(rst_bpdu(better));
     better.port = 0x8002;
     second->say(rst_bpdu(better));
-    EXPECT_TRUE(becomes(*ours, "1 root forwards, 2 alternate blocks, 6 designated forwards", AT_ONCE));
+    EXPECT_TRUE(becomes(*ours, "1 root forwards, 2 alternate discards, 6 designated forwards", AT_ONCE));
     EXPECT_FALSE(events_with(*ours, "mdio", FLUSH_WORDS, mark).empty());
     EXPECT_TRUE(is_learned());
 }

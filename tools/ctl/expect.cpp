@@ -6,7 +6,6 @@
 #include <functional>
 #include <iterator>
 #include <optional>
-#include <span>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -18,6 +17,7 @@
 #include "tools/ctl/changes.h"
 #include "tools/ctl/status.h"
 #include "tools/hex.h"
+#include "tools/words.h"
 
 const char STATEMENTS[] =
     "  root is [not] this bridge | ADDRESS | PRIORITY/ADDRESS\n"
@@ -123,17 +123,24 @@ test_t root_port_test(const predicate_t &predicate)
 
 // ---- ports -----------------------------------------------------------------------------
 
-constexpr const char *ROLES[] = {"root", "designated", "alternate", "backup", "disabled", "off", "member"};
-constexpr const char *STATES[] = {"forwarding", "learning", "discarding", "down"};
+constexpr int STATES[] = {HW_DISABLED, HW_DISCARDING, HW_LEARNING, HW_FORWARDING};
 
-bool contains(std::span<const char *const> words, const std::string &word)
+bool is_role(const std::string &word)
 {
-    return std::ranges::find(words, word) != words.end();
+    for (int role = ROLE_DISABLED; role <= ROLE_NON_STP; role++)
+        if (word == role_word(role))
+            return true;
+    return word == "member";
+}
+
+bool is_state(const std::string &word)
+{
+    return std::ranges::any_of(STATES, [&](int state) { return word == state_word(state); });
 }
 
 bool is_port_word(const std::string &word)
 {
-    return contains(ROLES, word) || contains(STATES, word) || word == "edge" || word == "point-to-point";
+    return is_role(word) || is_state(word) || word == "edge" || word == "point-to-point";
 }
 
 bool port_is(const bridge_status_t &status, int port, const std::string &word)
@@ -142,7 +149,7 @@ bool port_is(const bridge_status_t &status, int port, const std::string &word)
         return status.port(port).edge;
     if (word == "point-to-point")
         return status.port(port).point_to_point;
-    return contains(ROLES, word) ? role_name(status.port(port)) == word : state_name(status, port) == word;
+    return is_role(word) ? role_name(status.port(port)) == word : state_name(status, port) == word;
 }
 
 std::string port_facts(const bridge_status_t &status, int port)
@@ -167,13 +174,9 @@ test_t port_test(const std::vector<unsigned> &ports, const predicate_t &predicat
 /// The predicate in "port 3 forwards" or "ports 1-3 are not edge"; its text is empty for another.
 predicate_t port_predicate(const words_t &words)
 {
-    const std::pair<const char *, const char *> verbs[] = {
-        {"forwards", "forwarding"}, {"forward", "forwarding"},  {"learns", "learning"},
-        {"learn", "learning"},      {"discards", "discarding"}, {"discard", "discarding"},
-    };
-    for (const auto &[verb, state] : verbs)
-        if (words.size() == 3 && words[2] == verb)
-            return {false, state};
+    for (const int state : {HW_DISCARDING, HW_LEARNING, HW_FORWARDING})
+        if (words.size() == 3 && (words[2] == state_verb(state) || words[2] + "s" == state_verb(state)))
+            return {false, state_word(state)};
     if (words.size() > 3 && (words[2] == "is" || words[2] == "are"))
         return predicate_from(words, 3);
     return {false, ""};

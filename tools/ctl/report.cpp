@@ -31,12 +31,12 @@ cell_t role_cell(const port_status_t &port) { return faint_if(!takes_part(port),
 
 cell_t state_cell(const bridge_status_t &status, int port)
 {
-    const std::string name = state_name(status, port);
-    const tone_t tone = name == "forwarding"   ? tone_t::good
-                        : name == "learning"   ? tone_t::passing
-                        : name == "discarding" ? tone_t::bad
-                                               : tone_t::faint;
-    return {.text = name, .tone = tone};
+    const int state = state_of(status, port);
+    const tone_t tone = state == HW_FORWARDING   ? tone_t::good
+                        : state == HW_LEARNING   ? tone_t::passing
+                        : state == HW_DISCARDING ? tone_t::bad
+                                                 : tone_t::faint;
+    return {.text = state_name(status, port), .tone = tone};
 }
 
 // ---- bridge ----------------------------------------------------------------------------

@@ -12,6 +12,7 @@
 #include "platform/messages.h"
 #include "tools/ctl/text_file.h"
 #include "tools/messages.h"
+#include "tools/words.h"
 
 namespace {
 
@@ -130,42 +131,15 @@ std::string members_text(const bridge_status_t &status, int group)
     return text;
 }
 
-std::string role_name(const port_status_t &port)
-{
-    if (port.group)
-        return "member";
-    switch (port.role) {
-    case ROLE_DISABLED:
-        return "disabled";
-    case ROLE_ALTERNATE:
-        return "alternate";
-    case ROLE_BACKUP:
-        return "backup";
-    case ROLE_ROOT:
-        return "root";
-    case ROLE_DESIGNATED:
-        return "designated";
-    default:
-        return "off";
-    }
-}
+std::string role_name(const port_status_t &port) { return port.group ? "member" : role_word(port.role); }
 
-std::string state_name(const bridge_status_t &status, int port)
+int state_of(const bridge_status_t &status, int port)
 {
     const int group = status.port(port).group;
-    switch (status.port(group ? group : port).state) {
-    case HW_DISABLED:
-        return "down";
-    case HW_DISCARDING:
-        return "discarding";
-    case HW_LEARNING:
-        return "learning";
-    case HW_FORWARDING:
-        return "forwarding";
-    default:
-        return "off";
-    }
+    return status.port(group ? group : port).state;
 }
+
+std::string state_name(const bridge_status_t &status, int port) { return state_word(state_of(status, port)); }
 
 std::string neighbour_name(const port_status_t &port)
 {

@@ -43,11 +43,11 @@ bool is_shown(const bridge_status_t &status, int port);
 /// The members of group `group`, in words "1, 2"; empty when it has none.
 std::string members_text(const bridge_status_t &status, int group);
 
-/// "root", "alternate" ... "disabled" without link, "off" without spanning tree, "member" of a group.
+/// The word of its role, or "member" of a group.
 std::string role_name(const port_status_t &port);
 
-/// "discarding", "learning", "forwarding", "down" without link, "off" where the spanning tree does
-/// not rule; a member of a group has the group's.
+/// The state of a port, HW_DISABLED ..., and its word; a member of a group has the group's.
+int state_of(const bridge_status_t &status, int port);
 std::string state_name(const bridge_status_t &status, int port);
 
 /// The kind of BPDUs that suit the neighbour, "RSTP" or "STP"; "none" where no bridge is
