@@ -2,7 +2,7 @@
 find_package(fmt REQUIRED)
 
 add_executable(unit_engine
-    engine_world.cpp engine_table.cpp
+    engine_world.cpp engine_table.cpp engine_table_test.cpp
     engine_vect_test.cpp engine_bpdu_test.cpp engine_names_test.cpp
     engine_info_test.cpp engine_rolesel_test.cpp engine_roletrns_test.cpp engine_sttrans_topoch_test.cpp
     engine_migrate_transmit_test.cpp engine_link_test.cpp

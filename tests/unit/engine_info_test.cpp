@@ -100,30 +100,27 @@ protected:
 
 TEST_F(info, follows_its_rules_whatever_the_port)
 {
-    const auto has_news = [](const port_t &p) -> bool { return p.selected && p.updtInfo; };
     expect_rules(
         &port_t::info,
         {
-            {ANY, [](const port_t &p) { return !p.edgeDetected && p.infoIs != 3; }, INFO_DISABLED},
-            {STP_BEGIN, always, INFO_DISABLED},
-            {INFO_DISABLED, [](const port_t &p) { return p.updtInfo != 0; }, INFO_DISABLED},
-            {INFO_DISABLED, [](const port_t &p) { return p.edgeDetected && p.selected; }, INFO_ENABLED},
-            {INFO_DISABLED, [](const port_t &p) { return p.rcvdMsg != 0; }, INFO_DISABLED},
-            {INFO_ENABLED, always, INFO_AGED},
-            {INFO_AGED, has_news, INFO_UPDATE},
-            {INFO_UPDATE, always, INFO_CURRENT},
-            {INFO_SUPERIOR, always, INFO_CURRENT},
-            {INFO_REPEAT, always, INFO_CURRENT},
-            {INFO_AGREEMENT, always, INFO_CURRENT},
-            {INFO_CURRENT, has_news, INFO_UPDATE},
-            {INFO_CURRENT,
-             [](const port_t &p) { return p.infoIs == 2 && p.rcvdInfoWhile == 0 && !p.updtInfo && !p.rcvdMsg; },
-             INFO_AGED},
-            {INFO_CURRENT, [](const port_t &p) { return p.rcvdMsg && !p.updtInfo; }, INFO_RECEIVE},
-            {INFO_RECEIVE, [](const port_t &p) { return p.rcvdInfo == 0; }, INFO_SUPERIOR},
-            {INFO_RECEIVE, [](const port_t &p) { return p.rcvdInfo == 1; }, INFO_REPEAT},
-            {INFO_RECEIVE, [](const port_t &p) { return p.rcvdInfo == 2; }, INFO_AGREEMENT},
-            {INFO_RECEIVE, always, INFO_CURRENT},
+            {ANY, WHEN(!p.edgeDetected && p.infoIs != 3), INFO_DISABLED},
+            {STP_BEGIN, ALWAYS, INFO_DISABLED},
+            {INFO_DISABLED, WHEN(p.updtInfo != 0), INFO_DISABLED},
+            {INFO_DISABLED, WHEN(p.edgeDetected && p.selected), INFO_ENABLED},
+            {INFO_DISABLED, WHEN(p.rcvdMsg != 0), INFO_DISABLED},
+            {INFO_ENABLED, ALWAYS, INFO_AGED},
+            {INFO_AGED, WHEN(p.selected && p.updtInfo), INFO_UPDATE},
+            {INFO_UPDATE, ALWAYS, INFO_CURRENT},
+            {INFO_SUPERIOR, ALWAYS, INFO_CURRENT},
+            {INFO_REPEAT, ALWAYS, INFO_CURRENT},
+            {INFO_AGREEMENT, ALWAYS, INFO_CURRENT},
+            {INFO_CURRENT, WHEN(p.selected && p.updtInfo), INFO_UPDATE},
+            {INFO_CURRENT, WHEN(p.infoIs == 2 && p.rcvdInfoWhile == 0 && !p.updtInfo && !p.rcvdMsg), INFO_AGED},
+            {INFO_CURRENT, WHEN(p.rcvdMsg && !p.updtInfo), INFO_RECEIVE},
+            {INFO_RECEIVE, WHEN(p.rcvdInfo == 0), INFO_SUPERIOR},
+            {INFO_RECEIVE, WHEN(p.rcvdInfo == 1), INFO_REPEAT},
+            {INFO_RECEIVE, WHEN(p.rcvdInfo == 2), INFO_AGREEMENT},
+            {INFO_RECEIVE, ALWAYS, INFO_CURRENT},
         },
         INFO_AGREEMENT);
 }

@@ -198,28 +198,26 @@ TEST_F(link_machines, p2p_follows_its_rules_whatever_the_port)
 {
     expect_rules(&port_t::p2p,
                  {
-                     {STP_BEGIN, always, P2P_STABLE},
-                     {P2P_INIT, always, P2P_STABLE},
-                     {P2P_RECOMPUTE, always, P2P_STABLE},
-                     {P2P_STABLE, [](const port_t &p) { return p.p2pRecompute != 0; }, P2P_RECOMPUTE},
+                     {STP_BEGIN, ALWAYS, P2P_STABLE},
+                     {P2P_INIT, ALWAYS, P2P_STABLE},
+                     {P2P_RECOMPUTE, ALWAYS, P2P_STABLE},
+                     {P2P_STABLE, WHEN(p.p2pRecompute != 0), P2P_RECOMPUTE},
                  },
                  P2P_STABLE);
 }
 
 TEST_F(link_machines, edge_follows_its_rules_whatever_the_port)
 {
-    const auto link_lost = [](const port_t &p) { return !p.portEnabled; };
-    expect_rules(
-        &port_t::edge,
-        {
-            {STP_BEGIN, always, EDGE_DISABLED},
-            {EDGE_DISABLED, [](const port_t &p) { return p.portEnabled != 0; }, EDGE_DETECTED},
-            {EDGE_DETECTED, always, EDGE_DELEAYED},
-            {EDGE_DELEAYED, [](const port_t &p) { return p.rcvdBpdu || p.edgeDelayWhile == 0; }, EDGE_RESOLVED},
-            {EDGE_DELEAYED, link_lost, EDGE_DISABLED},
-            {EDGE_RESOLVED, link_lost, EDGE_DISABLED},
-        },
-        EDGE_RESOLVED);
+    expect_rules(&port_t::edge,
+                 {
+                     {STP_BEGIN, ALWAYS, EDGE_DISABLED},
+                     {EDGE_DISABLED, WHEN(p.portEnabled != 0), EDGE_DETECTED},
+                     {EDGE_DETECTED, ALWAYS, EDGE_DELEAYED},
+                     {EDGE_DELEAYED, WHEN(p.rcvdBpdu || p.edgeDelayWhile == 0), EDGE_RESOLVED},
+                     {EDGE_DELEAYED, WHEN(!p.portEnabled), EDGE_DISABLED},
+                     {EDGE_RESOLVED, WHEN(!p.portEnabled), EDGE_DISABLED},
+                 },
+                 EDGE_RESOLVED);
 }
 
 TEST_F(link_machines, pcost_follows_its_rules_whatever_the_port)
@@ -227,14 +225,11 @@ TEST_F(link_machines, pcost_follows_its_rules_whatever_the_port)
     expect_rules(
         &port_t::pcost,
         {
-            {STP_BEGIN, always, PCOST_AUTO},
-            {PCOST_AUTO, always, PCOST_STABLE},
-            {PCOST_FORSE, always, PCOST_STABLE},
-            {PCOST_STABLE, [](const port_t &p) { return p.config.adminPathCost == 0 && p.speed != p.usedSpeed; },
-             PCOST_AUTO},
-            {PCOST_STABLE,
-             [](const port_t &p) { return p.config.adminPathCost != 0 && p.pathCost != p.config.adminPathCost; },
-             PCOST_FORSE},
+            {STP_BEGIN, ALWAYS, PCOST_AUTO},
+            {PCOST_AUTO, ALWAYS, PCOST_STABLE},
+            {PCOST_FORSE, ALWAYS, PCOST_STABLE},
+            {PCOST_STABLE, WHEN(p.config.adminPathCost == 0 && p.speed != p.usedSpeed), PCOST_AUTO},
+            {PCOST_STABLE, WHEN(p.config.adminPathCost != 0 && p.pathCost != p.config.adminPathCost), PCOST_FORSE},
         },
         PCOST_STABLE);
 }

@@ -69,26 +69,22 @@ class migrate : public machine_test {};
 
 TEST_F(migrate, follows_its_rules_whatever_the_port)
 {
-    const auto disregards = [](const port_t &p) { return p.mdelayWhile != 0 && (p.rcvdSTP || p.rcvdRSTP); };
-    const auto restarts = [](const port_t &p) { return p.rstpVersion != 0; };
     expect_rules(
         &port_t::migrate,
         {
-            {ANY, [](const port_t &p) { return !p.edgeDetected && !p.initPm; }, MIGRATE_INIT},
-            {STP_BEGIN, always, MIGRATE_INIT},
-            {MIGRATE_INIT, [](const port_t &p) { return p.edgeDetected && world_now().force_version < 2; },
-             MIGRATE_SEND_STP},
-            {MIGRATE_INIT, [](const port_t &p) { return p.edgeDetected && world_now().force_version >= 2; },
-             MIGRATE_SEND_RSTP},
-            {MIGRATE_SEND_RSTP, always, MIGRATE_SENDING_RSTP},
-            {MIGRATE_SENDING_RSTP, restarts, MIGRATE_SEND_RSTP},
-            {MIGRATE_SENDING_RSTP, disregards, MIGRATE_SENDING_RSTP},
-            {MIGRATE_SENDING_RSTP, [](const port_t &p) { return p.mdelayWhile == 0 && p.rcvdSTP; }, MIGRATE_SEND_STP},
-            {MIGRATE_SENDING_RSTP, [](const port_t &) { return world_now().force_version < 2; }, MIGRATE_SEND_STP},
-            {MIGRATE_SEND_STP, always, MIGRATE_SENDING_STP},
-            {MIGRATE_SENDING_STP, restarts, MIGRATE_SEND_RSTP},
-            {MIGRATE_SENDING_STP, [](const port_t &p) { return p.mdelayWhile == 0 && p.rcvdRSTP; }, MIGRATE_SEND_RSTP},
-            {MIGRATE_SENDING_STP, disregards, MIGRATE_SENDING_STP},
+            {ANY, WHEN(!p.edgeDetected && !p.initPm), MIGRATE_INIT},
+            {STP_BEGIN, ALWAYS, MIGRATE_INIT},
+            {MIGRATE_INIT, WHEN(p.edgeDetected && world_now().force_version < 2), MIGRATE_SEND_STP},
+            {MIGRATE_INIT, WHEN(p.edgeDetected && world_now().force_version >= 2), MIGRATE_SEND_RSTP},
+            {MIGRATE_SEND_RSTP, ALWAYS, MIGRATE_SENDING_RSTP},
+            {MIGRATE_SENDING_RSTP, WHEN(p.rstpVersion != 0), MIGRATE_SEND_RSTP},
+            {MIGRATE_SENDING_RSTP, WHEN(p.mdelayWhile != 0 && (p.rcvdSTP || p.rcvdRSTP)), MIGRATE_SENDING_RSTP},
+            {MIGRATE_SENDING_RSTP, WHEN(p.mdelayWhile == 0 && p.rcvdSTP), MIGRATE_SEND_STP},
+            {MIGRATE_SENDING_RSTP, WHEN(world_now().force_version < 2), MIGRATE_SEND_STP},
+            {MIGRATE_SEND_STP, ALWAYS, MIGRATE_SENDING_STP},
+            {MIGRATE_SENDING_STP, WHEN(p.rstpVersion != 0), MIGRATE_SEND_RSTP},
+            {MIGRATE_SENDING_STP, WHEN(p.mdelayWhile == 0 && p.rcvdRSTP), MIGRATE_SEND_RSTP},
+            {MIGRATE_SENDING_STP, WHEN(p.mdelayWhile != 0 && (p.rcvdSTP || p.rcvdRSTP)), MIGRATE_SENDING_STP},
         },
         MIGRATE_SENDING_STP);
 }
@@ -171,25 +167,21 @@ class transmit : public machine_test {};
 
 TEST_F(transmit, follows_its_rules_whatever_the_port)
 {
-    expect_rules(
-        &port_t::transmit,
-        {
-            {STP_BEGIN, always, TRANSMIT_INIT},
-            {TRANSMIT_INIT, always, TRANSMIT_IDLE},
-            {TRANSMIT_PERIODIC, always, TRANSMIT_IDLE},
-            {TRANSMIT_TCN, always, TRANSMIT_IDLE},
-            {TRANSMIT_CONFIG, always, TRANSMIT_IDLE},
-            {TRANSMIT_RSTP, always, TRANSMIT_IDLE},
-            {TRANSMIT_IDLE, [](const port_t &p) { return p.helloWhen == 0; }, TRANSMIT_PERIODIC},
-            {TRANSMIT_IDLE,
-             [](const port_t &p) { return p.newInfo && p.txCount < 3 && (p.role == 3 || p.role == 4) && p.sendRSTP; },
-             TRANSMIT_RSTP},
-            {TRANSMIT_IDLE, [](const port_t &p) { return p.newInfo && p.txCount < 3 && p.role == 3 && !p.sendRSTP; },
-             TRANSMIT_TCN},
-            {TRANSMIT_IDLE, [](const port_t &p) { return p.newInfo && p.txCount < 3 && p.role == 4 && !p.sendRSTP; },
-             TRANSMIT_CONFIG},
-        },
-        TRANSMIT_RSTP);
+    expect_rules(&port_t::transmit,
+                 {
+                     {STP_BEGIN, ALWAYS, TRANSMIT_INIT},
+                     {TRANSMIT_INIT, ALWAYS, TRANSMIT_IDLE},
+                     {TRANSMIT_PERIODIC, ALWAYS, TRANSMIT_IDLE},
+                     {TRANSMIT_TCN, ALWAYS, TRANSMIT_IDLE},
+                     {TRANSMIT_CONFIG, ALWAYS, TRANSMIT_IDLE},
+                     {TRANSMIT_RSTP, ALWAYS, TRANSMIT_IDLE},
+                     {TRANSMIT_IDLE, WHEN(p.helloWhen == 0), TRANSMIT_PERIODIC},
+                     {TRANSMIT_IDLE, WHEN(p.newInfo && p.txCount < 3 && (p.role == 3 || p.role == 4) && p.sendRSTP),
+                      TRANSMIT_RSTP},
+                     {TRANSMIT_IDLE, WHEN(p.newInfo && p.txCount < 3 && p.role == 3 && !p.sendRSTP), TRANSMIT_TCN},
+                     {TRANSMIT_IDLE, WHEN(p.newInfo && p.txCount < 3 && p.role == 4 && !p.sendRSTP), TRANSMIT_CONFIG},
+                 },
+                 TRANSMIT_RSTP);
 }
 
 // ---- transmit: entries ------------------------------------------------------------------

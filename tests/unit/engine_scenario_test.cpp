@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr unsigned FD = 15;   ///< forward delay, the default
-constexpr unsigned HELLO = 2; ///< hello time, the default
+constexpr unsigned FORWARD_DELAY = 15; ///< forward delay, the default
+constexpr unsigned HELLO = 2;          ///< hello time, the default
 
 using texts_t = std::vector<std::string>;
 
@@ -115,9 +115,9 @@ TEST_F(from_start, a_port_alone_forwards_after_twice_the_forward_delay)
     bridge_start({1});
     const port_t *port = port_of(1);
     const unsigned learns = seconds_until([=] { return port->learning; });
-    EXPECT_GE(learns, FD);
-    EXPECT_LE(learns, FD + 5) << "some passes go by before the port has its role";
-    EXPECT_EQ(seconds_until([=] { return port->forwarding; }), FD);
+    EXPECT_GE(learns, FORWARD_DELAY);
+    EXPECT_LE(learns, FORWARD_DELAY + 5) << "some passes go by before the port has its role";
+    EXPECT_EQ(seconds_until([=] { return port->forwarding; }), FORWARD_DELAY);
     EXPECT_EQ(port->role, ROLE_DESIGNATED);
     EXPECT_EQ(hardware_actions(), (texts_t{"flush 0 0 1 1", "flush 1 0 1 2", "state 1 1", "flush 1 0 1 2", "state 1 1",
                                            "state 1 3", "state 1 4", "flush 1 0 1 2"}))
@@ -460,8 +460,8 @@ TEST_F(from_start, a_bridge_forced_to_version_0_speaks_stp_only_and_takes_its_ti
     EXPECT_EQ(root->role, ROLE_ROOT);
     EXPECT_EQ(root->portPrio.design_port, 0x8001u);
     EXPECT_EQ(root->rstp_frame_recvs, 60u) << "counted and dropped";
-    EXPECT_GE(learns, FD);
-    EXPECT_GE(forwards, learns + FD);
+    EXPECT_GE(learns, FORWARD_DELAY);
+    EXPECT_GE(forwards, learns + FORWARD_DELAY);
     EXPECT_TRUE(root->forwarding);
     for (const sent_frame_t &frame : world.sent)
         EXPECT_NE(type_of(frame), 2);
@@ -643,8 +643,8 @@ TEST_F(lab, of_two_bridges_the_root_port_hurries_and_the_designated_port_waits)
     EXPECT_EQ(at(1, 1).role, ROLE_ROOT);
     EXPECT_EQ(at(1, 1).synced, 1);
     const unsigned passed = seconds_to([this] { return forwards(0, 1); });
-    EXPECT_GE(passed, 2 * FD - 6);
-    EXPECT_LE(passed, 2 * FD);
+    EXPECT_GE(passed, 2 * FORWARD_DELAY - 6);
+    EXPECT_LE(passed, 2 * FORWARD_DELAY);
     EXPECT_EQ(at(0, 1).role, ROLE_DESIGNATED);
     EXPECT_EQ(at(0, 1).agreed, 0);
 }
@@ -665,7 +665,7 @@ TEST_F(lab, of_two_wires_one_is_kept_and_stands_in_for_the_other)
     EXPECT_EQ(at(1, 2).role, ROLE_ROOT);
 
     set_wire(0, true);
-    EXPECT_LE(seconds_to([this] { return wire_forwards(0) && !forwards(1, 2); }), 2 * FD + 5);
+    EXPECT_LE(seconds_to([this] { return wire_forwards(0) && !forwards(1, 2); }), 2 * FORWARD_DELAY + 5);
     EXPECT_EQ(at(1, 1).role, ROLE_ROOT);
 }
 
@@ -715,8 +715,8 @@ TEST_F(lab, an_old_root_makes_its_neighbour_speak_stp_and_wait)
     add_bridges(1, {1}, 2);
     wire({0, 1}, {1, 1});
     const unsigned passed = seconds_to([this] { return wire_forwards(0); });
-    EXPECT_GE(passed, 2 * FD);
-    EXPECT_LE(passed, 2 * FD + 10);
+    EXPECT_GE(passed, 2 * FORWARD_DELAY);
+    EXPECT_LE(passed, 2 * FORWARD_DELAY + 10);
     EXPECT_EQ(at(1, 1).role, ROLE_ROOT);
     EXPECT_EQ(at(1, 1).sendRSTP, 0);
     EXPECT_EQ(at(0, 1).sendRSTP, 0);

@@ -35,11 +35,11 @@ TEST_F(sttrans, follows_its_rules_whatever_the_port)
 {
     expect_rules(&port_t::sttrans,
                  {
-                     {STP_BEGIN, always, STTRANS_DISCARDING},
-                     {STTRANS_DISCARDING, [](const port_t &p) { return p.learn != 0; }, STTRANS_LEARNING},
-                     {STTRANS_LEARNING, [](const port_t &p) { return p.forward != 0; }, STTRANS_FORWARDING},
-                     {STTRANS_LEARNING, [](const port_t &p) { return !p.learn; }, STTRANS_DISCARDING},
-                     {STTRANS_FORWARDING, [](const port_t &p) { return !p.forward; }, STTRANS_DISCARDING},
+                     {STP_BEGIN, ALWAYS, STTRANS_DISCARDING},
+                     {STTRANS_DISCARDING, WHEN(p.learn != 0), STTRANS_LEARNING},
+                     {STTRANS_LEARNING, WHEN(p.forward != 0), STTRANS_FORWARDING},
+                     {STTRANS_LEARNING, WHEN(!p.learn), STTRANS_DISCARDING},
+                     {STTRANS_FORWARDING, WHEN(!p.forward), STTRANS_DISCARDING},
                  },
                  STTRANS_FORWARDING);
 }
@@ -135,27 +135,23 @@ class topoch : public machine_test {};
 
 TEST_F(topoch, follows_its_rules_whatever_the_port)
 {
-    const auto root_or_designated = [](const port_t &p) { return p.role == 3 || p.role == 4; };
-    const auto neither = [](const port_t &p) { return p.role != 3 && p.role != 4; };
     expect_rules(&port_t::topoch,
                  {
-                     {STP_BEGIN, always, TOPOCH_INIT},
-                     {TOPOCH_INIT, always, TOPOCH_INACTIVE},
-                     {TOPOCH_INACTIVE, root_or_designated, TOPOCH_TCACTIVE},
-                     {TOPOCH_INACTIVE,
-                      [](const port_t &p) -> bool { return p.rcvdTc || p.rcvdTcAck || p.rcvdTcn || p.tc || p.tcProp; },
-                      TOPOCH_INACTIVE},
-                     {TOPOCH_TCACTIVE, neither, TOPOCH_INIT},
-                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.tc != 0; }, TOPOCH_DETECTED},
-                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTcn != 0; }, TOPOCH_NOTIFIED_TCN},
-                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTc != 0; }, TOPOCH_NOTIFIED_TC},
-                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.tcProp && !p.operEdge; }, TOPOCH_PROPAGATING},
-                     {TOPOCH_TCACTIVE, [](const port_t &p) { return p.rcvdTcAck != 0; }, TOPOCH_ACKNOWLEDGED},
-                     {TOPOCH_DETECTED, always, TOPOCH_TCACTIVE},
-                     {TOPOCH_NOTIFIED_TC, always, TOPOCH_TCACTIVE},
-                     {TOPOCH_PROPAGATING, always, TOPOCH_TCACTIVE},
-                     {TOPOCH_ACKNOWLEDGED, always, TOPOCH_TCACTIVE},
-                     {TOPOCH_NOTIFIED_TCN, always, TOPOCH_NOTIFIED_TC},
+                     {STP_BEGIN, ALWAYS, TOPOCH_INIT},
+                     {TOPOCH_INIT, ALWAYS, TOPOCH_INACTIVE},
+                     {TOPOCH_INACTIVE, WHEN(p.role == 3 || p.role == 4), TOPOCH_TCACTIVE},
+                     {TOPOCH_INACTIVE, WHEN(p.rcvdTc || p.rcvdTcAck || p.rcvdTcn || p.tc || p.tcProp), TOPOCH_INACTIVE},
+                     {TOPOCH_TCACTIVE, WHEN(p.role != 3 && p.role != 4), TOPOCH_INIT},
+                     {TOPOCH_TCACTIVE, WHEN(p.tc != 0), TOPOCH_DETECTED},
+                     {TOPOCH_TCACTIVE, WHEN(p.rcvdTcn != 0), TOPOCH_NOTIFIED_TCN},
+                     {TOPOCH_TCACTIVE, WHEN(p.rcvdTc != 0), TOPOCH_NOTIFIED_TC},
+                     {TOPOCH_TCACTIVE, WHEN(p.tcProp && !p.operEdge), TOPOCH_PROPAGATING},
+                     {TOPOCH_TCACTIVE, WHEN(p.rcvdTcAck != 0), TOPOCH_ACKNOWLEDGED},
+                     {TOPOCH_DETECTED, ALWAYS, TOPOCH_TCACTIVE},
+                     {TOPOCH_NOTIFIED_TC, ALWAYS, TOPOCH_TCACTIVE},
+                     {TOPOCH_PROPAGATING, ALWAYS, TOPOCH_TCACTIVE},
+                     {TOPOCH_ACKNOWLEDGED, ALWAYS, TOPOCH_TCACTIVE},
+                     {TOPOCH_NOTIFIED_TCN, ALWAYS, TOPOCH_NOTIFIED_TC},
                  },
                  TOPOCH_NOTIFIED_TCN);
 }

@@ -1,5 +1,8 @@
 #include "engine_table.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -107,7 +110,29 @@ void shuffle(std::mt19937 &random, port_t &port, bool takes_part)
     port.config.adminPathCost = draw<uint32_t>(random, {0, 20000});
 }
 
+/// The ports of the bench: the one that is tested first.
+std::string bench_text(const records_t &records)
+{
+    std::string text = port_text(records.ports[1]);
+    for (const port_t &each : records.ports)
+        if (each.owner && &each != &records.ports[1])
+            text += port_text(each);
+    return text + fmt::format("force version {}", world_now().force_version);
+}
+
 } // namespace
+
+std::string move_text(const stp_machine_t &machine, int from, int to)
+{
+    const auto name = [&](int state) { return machine.state_name(static_cast<rstpstate_t>(state)); };
+    return fmt::format("{} {}", from == ANY ? "any state" : name(from),
+                       to == STAYS ? "stays" : fmt::format("-> {}", name(to)));
+}
+
+std::string rule_text(const stp_machine_t &machine, const rule_t &rule)
+{
+    return fmt::format("{} when {}", move_text(machine, rule.from, rule.to), rule.label);
+}
 
 port_t *neighbour(const port_t *port) { return port_of(port->port_number == 1 ? 3 : 1); }
 
@@ -143,15 +168,17 @@ void machine_test::expect_move(state_mach_t port_t::*mach, const move_row_t &row
     row.given(port);
     (port->*mach).State = row.from;
 
-    records_t expected = world.records;
+    const records_t given = world.records;
+    records_t expected = given;
     if (row.to != STAYS)
         (expected.ports[1].*mach).State = static_cast<rstpstate_t>(row.to);
 
-    const int moved = machine.check_conditions(&(port->*mach));
-    EXPECT_EQ(moved, row.to != STAYS);
-    EXPECT_EQ(std::string(machine.state_name((port->*mach).State)),
-              machine.state_name((expected.ports[1].*mach).State));
-    EXPECT_TRUE(same_records(expected, world.records));
+    const int to = machine.check_conditions(&(port->*mach)) ? (port->*mach).State : STAYS;
+    if (to != row.to)
+        FAIL() << machine.name << ", \"" << row.label << "\": " << move_text(machine, row.from, to) << ", expected "
+               << move_text(machine, row.from, row.to) << "\n"
+               << bench_text(given);
+    EXPECT_TRUE(same_records(expected, world.records)) << machine.name << ", \"" << row.label << "\"";
     EXPECT_TRUE(world.actions.empty()) << "a check only reads";
     EXPECT_EQ(world.moves.size(), row.to == STAYS ? 0u : 1u);
 }
@@ -176,9 +203,12 @@ void machine_test::expect_entry(state_mach_t port_t::*mach, const entry_row_t &r
         const records_t expected = world.records;
         world.records = before;
 
-        machine_of(mach).enter_state(&(port->*mach));
-        EXPECT_TRUE(same_records(expected, world.records));
-        EXPECT_EQ(world.actions, row.actions);
+        const stp_machine_t &machine = machine_of(mach);
+        machine.enter_state(&(port->*mach));
+        const std::string told = fmt::format("{}, \"{}\": enters {}\n{}", machine.name, row.label,
+                                             machine.state_name(row.state), port_text(before.ports[1]));
+        EXPECT_TRUE(same_records(expected, world.records)) << told;
+        EXPECT_EQ(world.actions, row.actions) << told;
         EXPECT_TRUE(world.moves.empty()) << "an entry does not move the machine";
     }
 }
@@ -199,24 +229,29 @@ void machine_test::expect_rules(state_mach_t port_t::*mach, const std::vector<ru
         (port->*mach).State = state > last_state ? STP_BEGIN : static_cast<rstpstate_t>(state);
         const rstpstate_t from = (port->*mach).State;
 
-        int to = STAYS;
-        for (size_t rule = 0; rule < rules.size(); rule++)
-            if ((rules[rule].from == ANY || rules[rule].from == from) && rules[rule].when(*port)) {
-                to = rules[rule].to;
-                decided[rule]++;
-                break;
-            }
+        const auto rule = std::find_if(rules.begin(), rules.end(), [&](const rule_t &each) {
+            return (each.from == ANY || each.from == from) && each.when(*port);
+        });
+        const int to = rule == rules.end() ? STAYS : rule->to;
+        if (rule != rules.end())
+            decided[static_cast<size_t>(rule - rules.begin())]++;
+        records_t given;
+        memcpy(&given, &world.records, sizeof given);
         records_t expected;
-        memcpy(&expected, &world.records, sizeof expected);
+        memcpy(&expected, &given, sizeof expected);
         if (to != STAYS)
             (expected.ports[1].*mach).State = static_cast<rstpstate_t>(to);
 
-        const int moved = machine.check_conditions(&(port->*mach));
-        ASSERT_EQ(moved, to != STAYS) << "draw " << i << " in " << machine.state_name(from) << "\n"
-                                      << describe(expected);
-        ASSERT_TRUE(same_records(expected, world.records)) << "draw " << i << " in " << machine.state_name(from);
+        const int went = machine.check_conditions(&(port->*mach)) ? (port->*mach).State : STAYS;
+        if (went != to)
+            FAIL() << machine.name << ", draw " << i << ": " << move_text(machine, from, went) << ", expected "
+                   << (rule == rules.end() ? move_text(machine, from, to) + ", as no rule holds"
+                                           : rule_text(machine, *rule))
+                   << "\n"
+                   << bench_text(given);
+        ASSERT_TRUE(same_records(expected, world.records)) << machine.name << ", draw " << i;
         world_forget();
     }
     for (size_t rule = 0; rule < rules.size(); rule++)
-        EXPECT_GE(decided[rule], 10u) << "rule " << rule << " was hardly ever tried";
+        EXPECT_GE(decided[rule], 10u) << "hardly ever tried: " << rule_text(machine, rules[rule]);
 }

@@ -45,14 +45,17 @@ struct entry_row_t {
 };
 std::ostream &operator<<(std::ostream &out, const entry_row_t &row);
 
-/// One line of a machine's table of transitions, in the table's order.
+/// One line of a machine's table of transitions, in the table's order. Its label is the condition as it
+/// is written: WHEN(p.rcvdMsg && !p.updtInfo), or ALWAYS.
 struct rule_t {
     int from; ///< a state, or ANY
+    const char *label;
     bool (*when)(const port_t &port);
     int to; ///< a state, or STAYS
 };
 constexpr int ANY = -2;
-inline bool always(const port_t &) { return true; }
+#define WHEN(...) #__VA_ARGS__, []([[maybe_unused]] const port_t &p) -> bool { return __VA_ARGS__; }
+#define ALWAYS "always", [](const port_t &) { return true; }
 
 inline void nothing(port_t *) {}
 
@@ -68,8 +71,8 @@ protected:
     /// Checks the row's actions, first with every other value zero, then with none zero.
     void expect_entry(state_mach_t port_t::*mach, const entry_row_t &row);
 
-    /// Draws very many ports, and checks each time that the first rule that holds decides. Every rule
-    /// must have decided now and then.
+    /// Draws very many ports, and checks each time that the first rule that holds decides, up to the
+    /// first draw in which it does not. Every rule must have decided now and then.
     void expect_rules(state_mach_t port_t::*mach, const std::vector<rule_t> &rules, rstpstate_t last_state);
 
     stpm_t *bridge;
@@ -81,6 +84,14 @@ port_t *neighbour(const port_t *port);
 
 /// A port, not taking part, of the bridge of `port`.
 port_t *bystander(const port_t *port);
+
+// ---- what a failure shows ---------------------------------------------------------------
+
+/// "ROOT_PORT -> ROOT_AGREED", "ROOT_PORT stays", or "any state -> INIT".
+std::string move_text(const stp_machine_t &machine, int from, int to);
+
+/// "CURRENT -> RECEIVE when p.rcvdMsg && !p.updtInfo".
+std::string rule_text(const stp_machine_t &machine, const rule_t &rule);
 
 /// The functions of a port's machine.
 const stp_machine_t &machine_of(state_mach_t port_t::*mach);

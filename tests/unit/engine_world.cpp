@@ -233,7 +233,40 @@ std::string text_of(const timevalues_t &times)
                        times.HelloTime);
 }
 
-std::string text_of(const state_mach_t &mach) { return fmt::format("{} of {}", mach.State, mach.owner); }
+/// A record by its name: its address tells a reader nothing.
+std::string text_of(const void *record)
+{
+    for (size_t i = 0; i < entered->records.bridges.size(); i++)
+        if (record == &entered->records.bridges[i])
+            return fmt::format("bridge {}", i);
+    for (const port_t &port : entered->records.ports)
+        if (record == &port)
+            return fmt::format("port {}", port.port_number);
+    return record ? "an unknown record" : "none";
+}
+
+std::string text_of(const state_mach_t &mach, stp_name_t state_name)
+{
+    return fmt::format("{} of {}", state_name(mach.State), text_of(mach.owner));
+}
+
+/// "3 Root".
+std::string text_of(uint8_t value, std::initializer_list<const char *> names)
+{
+    return fmt::format("{} {}", value, value < names.size() ? names.begin()[value] : "?");
+}
+
+std::string role_text(uint8_t role)
+{
+    return text_of(role, {"Disabled", "Alternate", "Backup", "Root", "Designated", "Non-STP"});
+}
+
+std::string info_is_text(uint8_t info_is) { return text_of(info_is, {"Mine", "Aged", "Received", "Disabled"}); }
+
+std::string rcvd_info_text(uint8_t rcvd_info)
+{
+    return text_of(rcvd_info, {"superior", "repeated", "agreement", "other"});
+}
 
 std::string text_of(const lvt_rstp_port_config_t &config)
 {
@@ -251,8 +284,8 @@ struct lines_t {
     {
         if constexpr (std::is_integral_v<value_t>)
             text += fmt::format("{} {}: {}\n", prefix, name, +value);
-        else if constexpr (std::is_pointer_v<value_t>)
-            text += fmt::format("{} {}: {}\n", prefix, name, static_cast<const void *>(value));
+        else if constexpr (std::is_same_v<value_t, std::string>)
+            text += fmt::format("{} {}: {}\n", prefix, name, value);
         else
             text += fmt::format("{} {}: {}\n", prefix, name, text_of(value));
     }
@@ -266,7 +299,7 @@ static void describe_bridge(lines_t &lines, const stpm_t &record)
 {
     ADD(next);
     ADD(ports);
-    ADD(rolesel);
+    lines.add("rolesel", text_of(record.rolesel, STP_rolesel_state_name));
     ADD(BrId);
     ADD(BrTimes);
     ADD(rootPortId);
@@ -289,22 +322,22 @@ static void describe_port(lines_t &lines, const port_t &record)
     for (const flag_t &flag : port_flags)
         lines.add(flag.name, flag.get(record));
     for (const stp_machine_t &machine : STP_port_machines)
-        lines.add(machine.name, record.*machine.mach);
+        lines.add(machine.name, text_of(record.*machine.mach, machine.state_name));
     ADD(owner);
     ADD(next);
     for (const timer_field_t &timer : port_timers)
         lines.add(timer.name, record.*timer.field);
     ADD(designatedPrio);
     ADD(designatedTimes);
-    ADD(infoIs);
+    lines.add("infoIs", info_is_text(record.infoIs));
     ADD(msgPrio);
     ADD(msgTimes);
     ADD(port_id);
     ADD(portPrio);
     ADD(portTimes);
-    ADD(rcvdInfo);
-    ADD(role);
-    ADD(selectedRole);
+    lines.add("rcvdInfo", rcvd_info_text(record.rcvdInfo));
+    lines.add("role", role_text(record.role));
+    lines.add("selectedRole", role_text(record.selectedRole));
     ADD(rcvdVersion);
     ADD(rcvdType);
     ADD(rcvdRole);
@@ -336,6 +369,24 @@ std::string describe(const records_t &records)
         describe_port(lines, records.ports[i]);
     }
     return lines.text;
+}
+
+std::string port_text(const port_t &port)
+{
+    std::string flags;
+    for (const flag_t &flag : port_flags)
+        if (flag.get(port))
+            flags += fmt::format(" {}", flag.name);
+    std::string timers;
+    for (const timer_field_t &timer : port_timers)
+        if (port.*timer.field)
+            timers += fmt::format(" {} {}", timer.name, port.*timer.field);
+    return fmt::format(
+        "port {}: role {}, selectedRole {}, infoIs {}, rcvdInfo {}, pathCost {}, adminPathCost {}, "
+        "speed {}, usedSpeed {}\n  flags:{}\n  timers:{}\n",
+        port.port_number, role_text(port.role), role_text(port.selectedRole), info_is_text(port.infoIs),
+        rcvd_info_text(port.rcvdInfo), port.pathCost, port.config.adminPathCost, port.speed, port.usedSpeed, flags,
+        timers);
 }
 
 testing::AssertionResult same_records(const records_t &expected, const records_t &actual)

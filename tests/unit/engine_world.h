@@ -137,6 +137,10 @@ int receive(port_t *port, const octets_t &frame);
 /// All values of all records, a line each.
 std::string describe(const records_t &records);
 
+/// What the machines ask of a port, by name: its role and information, the flags that are set, the timers
+/// that run.
+std::string port_text(const port_t &port);
+
 /// A failure that shows the values that differ, or success when both are the same to the last octet.
 testing::AssertionResult same_records(const records_t &expected, const records_t &actual);
 
