@@ -3,7 +3,8 @@
 
 add_library(lvt_warnings INTERFACE)
 target_compile_options(lvt_warnings INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wformat=2 -Wundef -Wvla)
+    -Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wformat=2 -Wundef -Wvla
+    $<$<BOOL:${LVT_WERROR}>:-Werror>)
 
 # Code for the board: language core and C library only, so that a small root
 # file system needs neither libstdc++ nor libgcc_s.
@@ -13,20 +14,18 @@ target_compile_options(lvt_plain INTERFACE
 target_link_options(lvt_plain INTERFACE -Wl,--as-needed -static-libgcc)
 target_link_libraries(lvt_plain INTERFACE lvt_warnings)
 
-# For folders whose files include large headers of libraries: the compiler sees several files at once,
-# which takes it half the time, but in a debug build, where one changes a file at a time.
+# For folders whose files include large headers of libraries: where the compiler sees several files at
+# once, it takes half the time.
 macro(lvt_unity_folder)
-    if(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
+    if(LVT_UNITY)
         set(CMAKE_UNITY_BUILD ON)
-        add_compile_options(-Wno-subobject-linkage) # a file's own types, which are in another file now
+        # A file's own types, which are in another file now.
+        add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
     endif()
 endmacro()
 
 # For the folders of the programs around the daemon: nothing in them is hot.
 macro(lvt_desk_folder)
     lvt_unity_folder()
-    add_compile_options($<IF:$<CONFIG:Release>,-O1,-O0>)
-    if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=.*undefined")
-        add_compile_options(-fno-sanitize=null,alignment) # the costliest; such a pointer ends them anyway
-    endif()
+    add_compile_options(${LVT_DESK_OPTIONS})
 endmacro()

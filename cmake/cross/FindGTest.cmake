@@ -5,7 +5,7 @@ find_package_handle_standard_args(GTest REQUIRED_VARS GTEST_SOURCE_DIR)
 
 if(GTest_FOUND AND NOT TARGET GTest::gtest)
     set(INSTALL_GTEST OFF)
-    add_subdirectory(${GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+    add_subdirectory(${GTEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
     # As where both are installed: who has the one finds the headers of the other.
     target_include_directories(gtest SYSTEM INTERFACE ${GTEST_SOURCE_DIR}/googlemock/include)
     foreach(part gtest gtest_main gmock gmock_main)

@@ -10,7 +10,7 @@ LVT_RSTP_SITE = $(BR2_EXTERNAL_LVT_RSTP_PATH)/../..
 LVT_RSTP_SITE_METHOD = local
 LVT_RSTP_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude=/build
 
-LVT_RSTP_CONF_OPTS = -DLVT_TOOLS=OFF -DLVT_BOARD=OFF
+LVT_RSTP_CONF_OPTS = -DLVT_TOOLS=OFF -DLVT_BOARD=OFF -DLVT_LTO=ON
 
 # Only the daemon: the stand-ins that it was linked against must not replace the board's libraries.
 define LVT_RSTP_INSTALL_TARGET_CMDS
