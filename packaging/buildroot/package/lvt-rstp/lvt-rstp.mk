@@ -12,7 +12,7 @@ LVT_RSTP_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude=/build
 
 LVT_RSTP_CONF_OPTS = -DLVT_TOOLS=OFF -DLVT_BOARD=OFF -DLVT_LTO=ON
 
-# Only the daemon: the stand-ins that it was linked against must not replace the board's libraries.
+# Only what an image needs, without the man page.
 define LVT_RSTP_INSTALL_TARGET_CMDS
 	DESTDIR=$(TARGET_DIR) $(BR2_CMAKE) --install $(LVT_RSTP_BUILDDIR) --component daemon --prefix /usr
 endef
