@@ -5,7 +5,7 @@
 ################################################################################
 
 # This source tree itself. Put a version and a site here when there is a release to fetch.
-LVT_RSTP_VERSION = 0.1.0
+LVT_RSTP_VERSION := $(shell cat $(BR2_EXTERNAL_LVT_RSTP_PATH)/../../VERSION)
 LVT_RSTP_SITE = $(BR2_EXTERNAL_LVT_RSTP_PATH)/../..
 LVT_RSTP_SITE_METHOD = local
 LVT_RSTP_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude=/build
