@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "lvt_board/fd.h"
 #include "platform/link_mon_intf.h"
 
