@@ -1,0 +1,293 @@
+#include "sim/judge.h"
+
+#include <algorithm>
+#include <array>
+#include <compare>
+#include <map>
+#include <optional>
+
+#include <fmt/format.h>
+
+namespace sim {
+
+namespace {
+
+std::string name_of(const world_t &world, const end_t &end)
+{
+    return fmt::format("{}:{}", world.node(end.node).name, end.port);
+}
+
+/// The trunk that a port belongs to in its chip; 0 for none.
+unsigned trunk_of(const world_t &world, const end_t &end)
+{
+    return world.node(end.node).kind == node_kind_t::SWITCH
+               ? world.device(end.node).chip.trunk[chip_port_of_front(end.port)]
+               : 0;
+}
+
+} // namespace
+
+// ---- rings ------------------------------------------------------------------------------
+
+bool loop_watcher_t::is_forwarding(const end_t &end) const
+{
+    switch (world_.node(end.node).kind) {
+    case node_kind_t::SWITCH:
+        return world_.powered(end.node) && switch_forwards(world_.device(end.node), end.port);
+    case node_kind_t::HUB:
+        return true;
+    default:
+        return false; // a host passes nothing on
+    }
+}
+
+bool loop_watcher_t::goes_round(cable_id_t cable, std::vector<cable_id_t> &path) const
+{
+    const cable_t &closing = world_.cable(cable);
+    const auto same_trunk = [&](cable_id_t other) {
+        const cable_t &b = world_.cable(other);
+        for (const end_t &x : closing.ends)
+            for (const end_t &y : b.ends)
+                if (x.node == y.node && trunk_of(world_, x) != 0 && trunk_of(world_, x) == trunk_of(world_, y))
+                    return true;
+        return false;
+    };
+    std::vector<cable_id_t> by(world_.nodes(), NO_CABLE);
+    std::vector<node_id_t> reached = {closing.ends[0].node};
+    const node_id_t goal = closing.ends[1].node;
+    if (reached[0] == goal)
+        return true;
+    for (size_t i = 0; i < reached.size(); i++)
+        for (cable_id_t id = 0; id < carries_.size(); id++) {
+            if (!carries_[id] || id == cable || same_trunk(id))
+                continue;
+            const cable_t &step = world_.cable(id);
+            for (unsigned end = 0; end < 2; end++) {
+                const node_id_t to = step.ends[1 - end].node;
+                if (step.ends[end].node != reached[i] || to == closing.ends[0].node || by[to] != NO_CABLE)
+                    continue;
+                by[to] = id;
+                reached.push_back(to);
+            }
+            if (by[goal] != NO_CABLE) {
+                for (node_id_t at = goal; at != closing.ends[0].node;) {
+                    path.push_back(by[at]);
+                    const cable_t &back = world_.cable(by[at]);
+                    at = back.ends[0].node == at ? back.ends[1].node : back.ends[0].node;
+                }
+                return true;
+            }
+        }
+    return false;
+}
+
+void loop_watcher_t::look_at(cable_id_t id)
+{
+    const cable_t &cable = world_.cable(id);
+    if (carries_.size() < world_.cables())
+        carries_.resize(world_.cables());
+    const bool now = cable.plugged && is_forwarding(cable.ends[0]) && is_forwarding(cable.ends[1]);
+    if (carries_[id] == now)
+        return;
+    carries_[id] = now;
+    std::vector<cable_id_t> path;
+    if (!now || !ring_.empty() || !goes_round(id, path))
+        return;
+    ring_ = fmt::format("{:.6f} s: {} {}", static_cast<double>(world_.now()) / SECOND, name_of(world_, cable.ends[0]),
+                        name_of(world_, cable.ends[1]));
+    for (const cable_id_t step : path)
+        ring_ += fmt::format(", {} {}", name_of(world_, world_.cable(step).ends[0]),
+                             name_of(world_, world_.cable(step).ends[1]));
+}
+
+void loop_watcher_t::chip_changed(node_id_t node)
+{
+    for (unsigned port = 1; port <= FRONT_PORTS; port++)
+        if (const cable_id_t cable = world_.cable_at({node, port}); cable != NO_CABLE)
+            look_at(cable);
+}
+
+void loop_watcher_t::cable_changed(cable_id_t cable) { look_at(cable); }
+
+// ---- the tree ---------------------------------------------------------------------------
+
+namespace {
+
+/// An identifier as one number: priority, then address.
+uint64_t number_of(const bridge_id_t &id)
+{
+    uint64_t number = id.prio;
+    for (const uint8_t octet : id.addr)
+        number = number << 8 | octet;
+    return number;
+}
+
+/// Root, cost to it, who says so, and by which of its ports: lower is better, in this order.
+struct vector_t {
+    uint64_t root;
+    uint64_t cost;
+    uint64_t bridge;
+    uint32_t port;
+    auto operator<=>(const vector_t &) const = default;
+};
+
+/// A port of a bridge at a segment.
+struct station_t {
+    node_id_t node;
+    unsigned port;
+    uint32_t identifier;
+    uint64_t cost;
+};
+
+struct bridge_t {
+    uint64_t id;
+    vector_t best; ///< the bridge's own root vector, with itself as the speaker and no port
+    std::optional<station_t> root_port;
+};
+
+/// All that is joined without a bridge between: the two ends of a cable, or all cables of a hub.
+using segment_t = std::vector<station_t>;
+
+struct tree_t {
+    std::map<node_id_t, bridge_t> bridges;
+    std::vector<segment_t> segments;
+};
+
+bool takes_part(world_t &world, const end_t &end)
+{
+    if (world.node(end.node).kind != node_kind_t::SWITCH || !world.powered(end.node))
+        return false;
+    const switch_t &device = world.device(end.node);
+    if (!device.daemon_runs || !device.links[end.port - 1].up || trunk_of(world, end) != 0)
+        return false;
+    return world.port(end.node, end.port).config.adminEnable != 0;
+}
+
+/// The cost of a port: what was set, or 20 Tbit/s by its speed (table 17-3).
+uint64_t cost_of(world_t &world, const end_t &end)
+{
+    const uint32_t set = world.port(end.node, end.port).config.adminPathCost;
+    return set ? set : std::max<uint64_t>(20000000 / world.device(end.node).links[end.port - 1].mbit, 2);
+}
+
+station_t station_of(world_t &world, const end_t &end)
+{
+    const uint32_t priority = world.port(end.node, end.port).config.port_priority;
+    return {end.node, end.port, (priority << 8 | end.port) & 0xFFFF, cost_of(world, end)};
+}
+
+tree_t survey(world_t &world)
+{
+    tree_t tree;
+    std::map<node_id_t, size_t> segment_of_hub;
+    for (cable_id_t id = 0; id < world.cables(); id++) {
+        const cable_t &cable = world.cable(id);
+        if (!cable.plugged)
+            continue;
+        size_t segment = tree.segments.size();
+        for (const end_t &end : cable.ends)
+            if (world.node(end.node).kind == node_kind_t::HUB)
+                segment = segment_of_hub.try_emplace(end.node, segment).first->second;
+        if (segment == tree.segments.size())
+            tree.segments.emplace_back();
+        for (const end_t &end : cable.ends)
+            if (takes_part(world, end)) {
+                tree.segments[segment].push_back(station_of(world, end));
+                const lvt_rstp_vars_t &vars = switch_vars(world.device(end.node));
+                bridge_id_t own = {static_cast<uint16_t>(vars.config.bridge_priority & 0xF000), {}};
+                std::copy(world.device(end.node).mac.begin(), world.device(end.node).mac.end(), own.addr);
+                const uint64_t number = number_of(own);
+                tree.bridges[end.node] = {number, {number, 0, number, 0}, {}};
+            }
+    }
+    return tree;
+}
+
+/// What a port tells its segment when it speaks for it.
+vector_t told_by(const tree_t &tree, const station_t &station)
+{
+    const bridge_t &bridge = tree.bridges.at(station.node);
+    return {bridge.best.root, bridge.best.cost, bridge.id, station.identifier};
+}
+
+const station_t &designated_of(const tree_t &tree, const segment_t &segment)
+{
+    return *std::min_element(segment.begin(), segment.end(), [&](const station_t &a, const station_t &b) {
+        return told_by(tree, a) < told_by(tree, b);
+    });
+}
+
+/// Every bridge takes the best it can hear, again and again until none can do better.
+void settle(tree_t &tree)
+{
+    for (bool moved = true; moved;) {
+        moved = false;
+        std::map<node_id_t, bridge_t> next;
+        for (const auto &[node, bridge] : tree.bridges)
+            next[node] = {bridge.id, {bridge.id, 0, bridge.id, 0}, {}};
+        std::map<node_id_t, std::pair<vector_t, uint32_t>> chosen; // with the own port as the last word
+        for (const segment_t &segment : tree.segments)
+            for (const station_t &hearer : segment)
+                for (const station_t &speaker : segment) {
+                    if (speaker.node == hearer.node)
+                        continue;
+                    vector_t heard = told_by(tree, speaker);
+                    heard.cost += hearer.cost;
+                    if (heard.root >= tree.bridges.at(hearer.node).id)
+                        continue;
+                    const auto candidate = std::pair(heard, hearer.identifier);
+                    const auto [known, fresh] = chosen.try_emplace(hearer.node, candidate);
+                    if (!fresh && known->second <= candidate)
+                        continue;
+                    known->second = candidate;
+                    next[hearer.node].best = {heard.root, heard.cost, next[hearer.node].id, 0};
+                    next[hearer.node].root_port = hearer;
+                }
+        for (const auto &[node, bridge] : next)
+            moved |= bridge.best != tree.bridges[node].best ||
+                     bridge.root_port.has_value() != tree.bridges[node].root_port.has_value() ||
+                     (bridge.root_port && bridge.root_port->port != tree.bridges[node].root_port->port);
+        tree.bridges = std::move(next);
+    }
+}
+
+} // namespace
+
+std::vector<verdict_t> right_tree(world_t &world)
+{
+    tree_t tree = survey(world);
+    settle(tree);
+    std::vector<verdict_t> verdicts;
+    for (const segment_t &segment : tree.segments) {
+        if (segment.empty())
+            continue;
+        const station_t designated = designated_of(tree, segment);
+        for (const station_t &station : segment) {
+            const bridge_t &bridge = tree.bridges.at(station.node);
+            lvt_rstp_port_role_t role = ROLE_ALTERNATE;
+            if (station.node == designated.node)
+                role = station.port == designated.port ? ROLE_DESIGNATED : ROLE_BACKUP;
+            else if (bridge.root_port && bridge.root_port->port == station.port)
+                role = ROLE_ROOT;
+            const bool forwards = role == ROLE_ROOT || role == ROLE_DESIGNATED;
+            verdicts.push_back(
+                {station.node, station.port, role, static_cast<uint8_t>(forwards ? HW_FORWARDING : HW_DISCARDING)});
+        }
+    }
+    return verdicts;
+}
+
+std::string wrong_ports(world_t &world)
+{
+    std::string text;
+    for (const verdict_t &right : right_tree(world)) {
+        const unsigned role = world.port(right.node, right.port).role;
+        const unsigned state = switch_port_state(world.device(right.node), right.port);
+        if (role != right.role || state != right.state)
+            text += fmt::format("{} has role {} and state {} instead of {} and {}\n",
+                                name_of(world, {right.node, right.port}), role, state, right.role, right.state);
+    }
+    return text;
+}
+
+} // namespace sim
