@@ -5,6 +5,7 @@
 #include <cstring>
 #include <functional>
 #include <optional>
+#include <tuple>
 
 #include <fmt/format.h>
 #include <toml++/toml.h>
@@ -260,10 +261,11 @@ void read_file(reader_t &reader, const toml::table &file)
         {"bridge", read_bridge}, {"port", read_ports}, {"groups", read_groups}};
 
     for (const auto &[key, node] : file) {
-        const auto known = std::ranges::find_if(sections, [&](const auto &s) { return s.first == key.str(); });
+        const std::string name(key.str());
+        const auto known = std::ranges::find_if(sections, [&](const auto &s) { return s.first == name; });
         if (known == std::end(sections))
             reader.unknown(key, "the file", "[bridge], [port.1] to [port.6], [groups]");
-        else if (const toml::table *section = reader.section(node, std::string(key.str())))
+        else if (const toml::table *section = reader.section(node, name))
             known->second(reader, *section);
     }
 }
@@ -281,8 +283,8 @@ config_t parse_config(const std::string &text)
     } catch (const toml::parse_error &error) {
         reader.blame(error.source(), std::string(error.description()));
     }
-    std::ranges::stable_sort(reader.config.faults, {},
-                             [](const config_fault_t &fault) { return std::pair(fault.line, fault.column); });
+    std::ranges::sort(reader.config.faults, {},
+                      [](const config_fault_t &fault) { return std::tie(fault.line, fault.column, fault.text); });
     return reader.config;
 }
 
