@@ -21,6 +21,9 @@
 
 LVT_PROCESS sem_t rstp_core_sem;
 LVT_PROCESS sem_t rstp_data_sem;
+#ifdef LVT_GATHER_STATE
+LVT_PROCESS void (*sem_watch)(const sem_t *sem, bool taken);
+#endif
 
 namespace {
 

@@ -8,7 +8,7 @@ add_executable(unit_daemon
     daemon_sw_cfg_test.cpp daemon_os_api_test.cpp daemon_frames_test.cpp daemon_hw_state_test.cpp
     daemon_config_test.cpp daemon_vlan_test.cpp daemon_events_test.cpp
     daemon_aggr_tables_test.cpp daemon_aggr_test.cpp daemon_lacp_test.cpp daemon_msg_test.cpp
-    daemon_threads_test.cpp daemon_debug_test.cpp daemon_reports_test.cpp daemon_monitor_test.cpp
+    daemon_semaphores_test.cpp daemon_threads_test.cpp daemon_debug_test.cpp daemon_reports_test.cpp daemon_monitor_test.cpp
     daemon_random_test.cpp
     ${PROJECT_SOURCE_DIR}/tools/messages.cpp)
 target_include_directories(unit_daemon PRIVATE ${PROJECT_SOURCE_DIR})

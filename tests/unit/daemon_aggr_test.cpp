@@ -65,6 +65,16 @@ TEST_F(aggr, a_group_takes_the_place_of_its_members)
     EXPECT_EQ(board_chip_log(), log_t{"flush"} + both(1) + both(3) + log_t{"flush"} + both(1) + log_t{"flush"});
 }
 
+TEST_F(aggr, forming_waits_for_the_pass_under_way)
+{
+    boot_two_hosts();
+    record(2).helloWhen = 0;
+    STP_stpm_update(); // has not come to port 2 yet
+    ASSERT_THAT(board_log(), IsEmpty());
+    send_groups(TWO_AND_FOUR);
+    EXPECT_EQ(board_log().front(), "frame 2 rst"); // while it still stands for itself
+}
+
 TEST_F(aggr, a_group_sends_through_its_first_member)
 {
     boot_two_hosts();
@@ -284,6 +294,36 @@ TEST_F(aggr, members_get_their_places_back)
     seconds(10);
     for (const sent_frame_t &frame : board.frames)
         EXPECT_NE(frame.octets[47], 7);
+}
+
+TEST_F(aggr, dissolving_waits_for_the_pass_under_way)
+{
+    boot_two_hosts();
+    send_groups(TWO_AND_FOUR);
+    seconds(20);
+    board_log();
+    record(7).helloWhen = 0;
+    STP_stpm_update(); // has not come to the group yet
+    ASSERT_THAT(board_log(), IsEmpty());
+    send_groups(ALONE);
+    EXPECT_EQ(board_log().front(), "frame 2 rst"); // while there is someone to send for it
+}
+
+TEST_F(aggr, members_get_their_own_links_back)
+{
+    boot({2});
+    send_groups_enabled(true);
+    send_enabled({2, 4});
+    send_groups(TWO_AND_FOUR);
+    seconds(10);
+    board_log();
+    send_groups(ALONE);
+    EXPECT_EQ(record(2).portEnabled, 1);
+    EXPECT_EQ(record(4).portEnabled, 0);
+    EXPECT_THAT(board_log(), testing::Contains("flush").Times(1)); // for the one link
+    seconds(10);
+    EXPECT_EQ(record(2).role, ROLE_DESIGNATED);
+    EXPECT_EQ(record(4).role, ROLE_DISABLED);
 }
 
 TEST_F(aggr, a_port_inherits_the_groups_edge)

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "board/chip/ports.h"
+#include "daemon/semaphores.h"
 #include "platform/link_mon_intf.h"
 #include "platform/lvt_com.h"
 
@@ -69,6 +70,14 @@ void note_mux(std::vector<octets_t> *messages = nullptr)
     }
 }
 
+void note_if_asked(const char *what)
+{
+    if (!board.log_locks)
+        return;
+    note_mux();
+    board.log.push_back(what);
+}
+
 /// Front port of a tag's last octet, 0 for none.
 uint32_t port_of_tag(uint8_t octet)
 {
@@ -111,6 +120,14 @@ octets_t octets_of(const void *start, size_t count)
 }
 
 } // namespace
+
+void board_note_semaphore(const sem_t *sem, bool taken)
+{
+    const bool core = sem == &rstp_core_sem;
+    note_if_asked(core ? taken ? "core+" : "core-" : taken ? "data+" : "data-");
+    if (board.on_semaphore)
+        board.on_semaphore(core, taken);
+}
 
 std::vector<std::string> board_log()
 {
@@ -258,10 +275,15 @@ int process_interface_address(const char *interface, sockaddr *address)
     return 0;
 }
 
-FILE *process_create_file(const char *temporary) { return system_create_file(redirected(temporary).c_str()); }
+FILE *process_create_file(const char *temporary)
+{
+    note_if_asked("file");
+    return system_create_file(redirected(temporary).c_str());
+}
 
 int process_place_file(FILE *file, const char *temporary, const char *path)
 {
+    note_if_asked("file");
     return system_place_file(file, redirected(temporary).c_str(), redirected(path).c_str());
 }
 

@@ -3,6 +3,8 @@
 /// process, whose functions are called system_ here (see daemon.cmake).
 #pragma once
 
+#include <semaphore.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -58,12 +60,17 @@ struct board_t {
     std::function<void()> on_sleep;
     std::function<void(const std::string &path)> on_open;
     std::function<void(const std::string &line)> on_engine_call; ///< before a state, flush or frame is logged
+    std::function<void(bool core, bool taken)> on_semaphore;     ///< when one was taken or is about to be given back
+    bool log_locks = false;                                      ///< and the status file's opening and placing
 
     /// All that the board saw, in order and in words, see board_log().
     std::vector<std::string> log;
 };
 
 extern board_t board;
+
+/// What sem_watch calls.
+void board_note_semaphore(const sem_t *sem, bool taken);
 
 // The real process, see process/process.h.
 int system_open_pipe(const char *path, pipe_mode_t mode);
@@ -86,7 +93,9 @@ void *system_alloc(size_t size);
 ///   "state P C"  port P's state field was set to C     "rule E"       bypass rule E was written
 ///   "flush"      all addresses were deleted            "mux P F"      the multiplexer heard of port P
 ///   "trap on|off" the trap was armed or disarmed       "frame P KIND" a BPDU left through front port P
-/// Anything else shows as "?...".
+/// Anything else shows as "?...". With `log_locks` there are also
+///   "data+" "core+"  a semaphore was taken             "data-" "core-"  it is about to be given back
+///   "file"       the status file is opened, or put in its place
 std::vector<std::string> board_log();
 
 /// The same without frames.

@@ -203,6 +203,19 @@ TEST_F(events, a_frame_finishes_one_pass_and_begins_another)
     EXPECT_EQ(current_port, &record(2));
 }
 
+TEST_F(events, a_frame_is_not_seen_by_the_pass_of_the_frame_before)
+{
+    boot({1, 2});
+    send_enabled({1, 2});
+    seconds(5);
+    receive(1, RST); // a better root
+    receive(1, tcn_frame());
+    EXPECT_EQ(record(1).rcvdMsg, 1);
+    lvt_rstp_run_pending();
+    seconds(1);
+    EXPECT_EQ(lvt_rstp_vars.bridge.rootPortId, 0x8001u); // the second has not overwritten the first
+}
+
 TEST_F(events, the_cursor_goes_from_port_to_port)
 {
     boot({1, 3, 5});
@@ -329,6 +342,20 @@ TEST_F(events, link_up_without_spanning_tree_flushes_nothing)
     send_links({3});
     EXPECT_EQ(record(3).portEnabled, 1);
     EXPECT_THAT(board_log(), IsEmpty());
+}
+
+TEST_F(events, link_up_flushes_for_any_enable_octet_but_0)
+{
+    boot();
+    for (const uint8_t octet : {1, 2, 0x80, 255}) {
+        ports[3].adminEnable = octet;
+        send_ports();
+        send_links({});
+        lvt_rstp_run_pending();
+        board_log();
+        send_links({3});
+        EXPECT_EQ(board_log(), log_t{"flush"}) << int{octet};
+    }
 }
 
 TEST_F(events, link_down_is_handed_over)

@@ -37,6 +37,7 @@ void forget_everything()
     rstp_socket_fd = SOCKET;
     sem_init(&rstp_core_sem, 0, 1);
     sem_init(&rstp_data_sem, 0, 1);
+    sem_watch = board_note_semaphore;
 }
 
 std::string captured(bool of_stderr, const std::function<void()> &action)

@@ -32,6 +32,7 @@ void check_places(faults_t &faults)
         faults.expect(standing == &own || member, "a port is stood for by itself or by a group", port);
         faults.expect(own.stpEnabled == !member, "a member takes no part itself, any other port may", port);
         faults.expect(!member || standing->stpEnabled, "a group with members is formed", port);
+        faults.expect(!member || !own.portEnabled, "a member has no link of its own in the tree", port);
         faults.expect(lvt_rstp_vars.by_l2port[port - 1] == &own, "a port sends for itself", port);
     }
     for (uint32_t group = 7; group <= 9; group++) {

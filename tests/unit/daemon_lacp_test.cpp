@@ -66,6 +66,14 @@ TEST_F(lacp, missing_pipe_is_told_without_a_line_end)
     EXPECT_EQ(board.console, "");
 }
 
+TEST_F(lacp, a_pipe_that_nobody_reads_is_none_that_is_missing)
+{
+    close(lacp_reader);
+    lacp_reader = -1;
+    const uint8_t flags[6] = {};
+    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(set_lacp_rstp_status(flags), 18); }), "");
+}
+
 TEST_F(lacp, full_pipe_fails_at_once)
 {
     const int writer = open(path("lacp_if_pipe").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);

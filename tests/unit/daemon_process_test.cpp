@@ -53,6 +53,13 @@ TEST_F(process, writing_once_never_waits)
     EXPECT_EQ(lacp_received().size(), static_cast<size_t>(written));
 }
 
+TEST_F(process, writing_once_needs_no_reader)
+{
+    close(lacp_reader);
+    lacp_reader = -1;
+    EXPECT_EQ(system_write_once(path("lacp_if_pipe").c_str(), "lost", 4), 4);
+}
+
 TEST_F(process, the_wait_leaves_what_can_be_read)
 {
     write_debug("x");

@@ -20,6 +20,8 @@ struct groups_model_t {
     std::array<int, 7> stood_for = {};                   ///< by port: its group in the tree, or 0
     std::array<bool, 10> queued = {};
     std::array<std::optional<int>, 10> sender; ///< by group: the port, while it is formed
+    std::array<bool, 7> in_step = {};          ///< by port: it was given the state of its group
+    std::array<uint8_t, 10> state = {};        ///< by group: what was asked for it last
 
     void report(const aggr_status_t &status)
     {
@@ -48,15 +50,30 @@ struct groups_model_t {
             if (!queued[static_cast<size_t>(group)])
                 continue;
             queued[static_cast<size_t>(group)] = false;
+            const bool formed = sender[static_cast<size_t>(group)].has_value();
+            const bool forced = record(static_cast<uint32_t>(group)).config.adminEnable == 0;
             std::optional<int> first;
             for (size_t port = 1; port <= 6; port++)
                 if (reported[port] == group) {
                     stood_for[port] = group;
+                    in_step[port] = formed || forced; // else when the group's state changes
                     if (!first)
                         first = static_cast<int>(port);
                 } else if (stood_for[port] == group)
                     stood_for[port] = 0;
             sender[static_cast<size_t>(group)] = first;
+        }
+    }
+
+    /// A new state of a group is given to all its members.
+    void take_states()
+    {
+        for (size_t group = 7; group <= 9; group++) {
+            const uint8_t now = record(static_cast<uint32_t>(group)).hw_state;
+            for (size_t port = 1; port <= 6; port++)
+                if (stood_for[port] == static_cast<int>(group) && now != state[group])
+                    in_step[port] = true;
+            state[group] = now;
         }
     }
 };
@@ -162,15 +179,21 @@ protected:
 
     void change_ports(uint8_t type)
     {
+        std::vector<size_t> changed;
         for (uint32_t port = 1; port <= 6; port++) {
             if (!one_in(4))
                 continue;
             const lvt_rstp_port_config_t before = ports[port];
             ports[port] = any_port_config();
-            if (memcmp(&before, &ports[port], sizeof before) != 0)
-                model.queue(model.reported[port], model.reported[port] >= 7);
+            if (memcmp(&before, &ports[port], sizeof before) == 0)
+                continue;
+            changed.push_back(port);
+            model.queue(model.reported[port], model.reported[port] >= 7);
         }
         send_ports(type);
+        model.take_states();
+        for (const size_t port : changed) // a member is asked for code 5, until its group is set up
+            model.in_step[port] = false;
         if (type == RSTP_MSG_PORT_CONFIG)
             model.apply();
     }
@@ -299,6 +322,12 @@ protected:
             if (model.sender[group]) {
                 EXPECT_EQ(lvt_rstp_vars.by_l2port[group - 1], &record(static_cast<uint32_t>(*model.sender[group])));
             }
+        }
+        model.take_states();
+        for (uint32_t port = 1; port <= 6; port++) {
+            if (!model.stood_for[port] || !model.in_step[port])
+                continue;
+            EXPECT_EQ(record(port).hw_state, record(static_cast<uint32_t>(model.stood_for[port])).hw_state) << port;
         }
     }
 };

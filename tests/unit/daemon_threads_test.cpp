@@ -6,7 +6,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
+#include "daemon/rstp_aggr.h"
 #include "daemon/rstp_daemon.h"
 #include "daemon/semaphores.h"
 #include "daemon_fixture.h"
@@ -29,6 +31,20 @@ protected:
         int value = -1;
         sem_getvalue(&sem, &value);
         return value == 1;
+    }
+
+    static void print_log()
+    {
+        for (const std::string &line : board_log())
+            print(line + "\n");
+    }
+
+    /// The semaphores and files of the log.
+    static void print_locks()
+    {
+        for (const std::string &line : board_log())
+            if (line.starts_with("data") || line.starts_with("core") || line == "file")
+                print(line + " ");
     }
 
     /// Starts the daemon with its main thread in the place of a thread. The tick thread is noted.
@@ -127,7 +143,7 @@ TEST_F(threads, the_whole_start)
     std::string expected;
     for (int entry = 37; entry <= 42; entry++)
         expected += "rule " + std::to_string(entry) + "\n";
-    expected += "asks for links\nopens /tmp/port_mux_if_pipe\n";
+    expected += "links 1 1 1 1 1 1, defaults 0\nopens /tmp/port_mux_if_pipe\n";
     for (uint32_t port = 1; port <= 6; port++)
         for (const std::string &line : state_written(port, 4) + state_written(port, 4))
             expected += line + "\n";
@@ -135,12 +151,15 @@ TEST_F(threads, the_whole_start)
                 "RSTP: select() failed: Interrupted system call\n";
 
     const auto start = [] {
-        board.link_words[0] = LINK_1000_FULL;
+        std::fill(std::begin(board.link_words), std::end(board.link_words), LINK_1000_FULL);
         board.on_open = [](const std::string &name) {
-            for (const std::string &line : board_log())
-                print(line + "\n");
-            if (name == "/tmp/port_mux_if_pipe")
-                print(lvt_rstp_vars.initialised == 0 && lvt_aggr_get_linkspeed(1) == 1000 ? "asks for links\n" : "?\n");
+            print_log();
+            if (name == "/tmp/port_mux_if_pipe") {
+                std::string up;
+                for (uint32_t port = 1; port <= 6; port++)
+                    up += " " + std::to_string(lvt_os_get_linkstate(port));
+                print("links" + up + ", defaults " + std::to_string(lvt_rstp_vars.initialised) + "\n");
+            }
             print("opens " + name + "\n");
         };
         board.on_wait = [](int, fd_set *) {
@@ -151,14 +170,52 @@ TEST_F(threads, the_whole_start)
         board.on_thread = [](void *(*body)(void *)) {
             if (body == rstp_thread)
                 body(nullptr);
-            for (const std::string &line : board_log())
-                print(line + "\n");
+            print_log();
             print("tick thread\n");
             return 0;
         };
         rstp_init();
     };
     EXPECT_EXIT(start(), testing::ExitedWithCode(1), testing::StrEq(expected));
+}
+
+TEST_F(threads, what_the_start_holds)
+{
+    // The tables are emptied, the flag is set; when the pipes are open, it is set again.
+    const std::string expected = "data+ data- data+ data- main thread\ntick thread\ndata+ data- main loop\n";
+    const auto start = [] {
+        board.log_locks = true;
+        board.on_thread = [](void *(*body)(void *)) {
+            print_locks();
+            print(body == rstp_thread ? "main thread\n" : "tick thread\n");
+            if (body == rstp_thread)
+                body(nullptr);
+            return 0;
+        };
+        board.on_wait = [](int, fd_set *) {
+            print_locks();
+            print("main loop\n");
+            _exit(0);
+            return 0;
+        };
+        rstp_init();
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0), testing::StrEq(expected));
+}
+
+TEST_F(threads, the_start_puts_every_port_alone)
+{
+    const auto start = [] {
+        memset(aggr_port_status, 7, sizeof aggr_port_status);
+        memset(aggr_group_status, 0x3F, sizeof aggr_group_status);
+        board.on_thread = [](void *(*)(void *)) {
+            print(hex(aggr_port_status, 7) + ", " + hex(aggr_group_status, 3) + "\n");
+            _exit(0);
+            return 0;
+        };
+        rstp_init();
+    };
+    EXPECT_EXIT(start(), testing::ExitedWithCode(0), testing::StrEq("00 01 02 03 04 05 06, 00 00 00\n"));
 }
 
 TEST_F(threads, pipes_are_opened_for_reading_and_writing)
@@ -215,6 +272,26 @@ TEST_F(threads, a_tick_follows_each_wait)
 {
     boot();
     EXPECT_EXIT(run_tick_thread({0, 0, 0}), testing::ExitedWithCode(0), testing::StrEq("time 3, file there\n"));
+}
+
+TEST_F(threads, what_a_tick_holds)
+{
+    boot();
+    const auto body = [] {
+        board.on_second = [] {
+            print_locks();
+            print("waits\n");
+            static int waits = 0;
+            if (waits++ == 2)
+                _exit(0);
+            board.log_locks = true;
+            return 0;
+        };
+        run_ready_tick_thread();
+    };
+    // The file is opened and put in its place without any.
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0),
+                testing::StrEq("waits\ncore+ core- file file waits\ncore+ core- file file waits\n"));
 }
 
 TEST_F(threads, no_tick_before_the_start_is_complete)

@@ -97,6 +97,19 @@ TEST_F(vlan, the_representative_moves_along)
     EXPECT_EQ(record(7).owner, lvt_rstp_vars.default_vlan);
 }
 
+TEST_F(vlan, a_group_goes_to_the_bridge_of_its_first_member_and_back)
+{
+    boot_with_room();
+    const uint8_t ports_of_second[] = {0, 1, 0, 0, 0, 0, 0};
+    lvt_rstp_vlan_add(2, ports_of_second);
+    send_groups({0, 7, 7, 3, 4, 5, 6});
+    EXPECT_THAT(ports_of(&second), ElementsAre(7, 1));
+    EXPECT_THAT(ports_of(lvt_rstp_vars.default_vlan), ElementsAre(9, 8, 6, 5, 4, 3, 2));
+    send_groups(AGGR_STATUS_ALONE);
+    EXPECT_THAT(ports_of(&second), ElementsAre(1));
+    EXPECT_EQ(record(7).owner, lvt_rstp_vars.default_vlan);
+}
+
 TEST_F(vlan, both_bridges_run)
 {
     boot_with_room({1, 2});

@@ -177,6 +177,14 @@ TEST_P(rolesel_choices, root_port)
 
 INSTANTIATE_TEST_SUITE_P(by, rolesel_choices, testing::ValuesIn(choices), label_of<choice_row_t>);
 
+TEST_F(rolesel, a_cost_beyond_32_bits_goes_round)
+{
+    received(2, a, 0xFFFFFFFF, b);
+    select();
+    expect_root_vector({a, 19999, b, 0x8001, 0x8002});
+    EXPECT_EQ(port_of(1)->designatedPrio.root_path_cost, 19999u);
+}
+
 TEST_F(rolesel, priority_comes_before_number_in_the_own_port_id)
 {
     for (const uint32_t number : {1, 3}) {
