@@ -23,3 +23,9 @@ endforeach()
 target_link_libraries(unit_daemon PRIVATE unit_daemon_process
     rstp_daemon_gathered rstp_engine rstp_daemon_gathered lvt_warnings fmt::fmt GTest::gmock GTest::gtest_main)
 lvt_discover_unit_tests(unit_daemon daemon.)
+
+# Every variable of src/ that outlives a call has to be marked.
+add_test(NAME daemon.state_is_marked
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/unmarked_state ${CMAKE_NM} $<TARGET_FILE:rstp_daemon_gathered>
+        $<TARGET_FILE:rstp_engine_traced> $<TARGET_OBJECTS:unit_daemon_process>
+    COMMAND_EXPAND_LISTS)
