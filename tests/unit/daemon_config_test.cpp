@@ -118,12 +118,54 @@ TEST_F(config, any_call_before_the_start_applies_the_defaults)
     EXPECT_EQ(octets_of(out), PORT_DEFAULTS);
 
     lvt_rstp_vars = {};
-    lvt_rstp_set_mcheck(1);
-    EXPECT_EQ(lvt_rstp_vars.initialised, 1);
-    lvt_rstp_vars = {};
     lvt_rstp_aggr_del(7);
-    EXPECT_EQ(lvt_rstp_vars.initialised, 1);
     EXPECT_EQ(lvt_rstp_vars.by_l2port[6], nullptr);
+}
+
+TEST_F(config, every_operation_applies_the_defaults_first)
+{
+    static const uint8_t members[] = {0, 1, 0, 0, 0, 0, 0};
+    static lvt_rstp_system_config_t system = OTHER_SYSTEM;
+    static lvt_rstp_port_config_t port = OTHER_PORT;
+    static lvt_rstp_bridge_status_t bridge_status;
+    static lvt_rstp_port_status_t port_status;
+    const std::pair<const char *, void (*)()> operations[] = {
+        {"init", [] { lvt_rstp_init(); }},
+        {"reset_config", [] { lvt_rstp_reset_config(); }},
+        {"set_config", [] { lvt_rstp_set_config(&system); }},
+        {"get_config", [] { lvt_rstp_get_config(&system); }},
+        {"set_portconfig", [] { lvt_rstp_set_portconfig(1, &port); }},
+        {"get_portconfig", [] { lvt_rstp_get_portconfig(0, &port); }},
+        {"port_config_init", [] { lvt_rstp_port_config_init(0, &port); }},
+        {"port_enable_get", [] { lvt_port_enable_rstp_get(0); }},
+        {"aggr_enable_get", [] { lvt_rstp_aggr_enable_get(); }},
+        {"port_is_aggregated", [] { lvt_rstp_port_is_aggregated(0); }},
+        {"set_mcheck", [] { lvt_rstp_set_mcheck(1); }},
+        {"vlan_add", [] { lvt_rstp_vlan_add(2, members); }},
+        {"vlan_del", [] { lvt_rstp_vlan_del(2); }},
+        {"receive", [] { lvt_rstp_receive(1, members, 0); }},
+        {"tick", [] { lvt_rstp_tick(); }},
+        {"aggr_add", [] { lvt_rstp_aggr_add(7, members); }},
+        {"aggr_del", [] { lvt_rstp_aggr_del(7); }},
+        {"get_bridge_status", [] { lvt_rstp_get_bridge_status(0, &bridge_status); }},
+        {"get_port_status", [] { lvt_rstp_get_port_status(9, &port_status); }},
+    };
+    for (const auto &[name, call] : operations) {
+        lvt_rstp_vars = {};
+        call();
+        EXPECT_EQ(lvt_rstp_vars.initialised, 1) << name;
+        EXPECT_EQ(record(9).port_number, 9u) << name;
+    }
+    close(port_mux_fd);
+    port_mux_fd = -1;
+
+    // What only reads does not.
+    lvt_rstp_vars = {};
+    lvt_rstp_system_config_init(&system);
+    EXPECT_EQ(octets_of(system), "00 00 00 00 00 00 00 00 00 00");
+    lvt_rstp_read_bridge_status(&bridge_status);
+    lvt_rstp_read_port_status(1, &port_status);
+    EXPECT_EQ(lvt_rstp_vars.initialised, 0);
 }
 
 TEST_F(config, settings_from_before_the_start_are_kept)

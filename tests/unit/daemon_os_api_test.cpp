@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include "daemon_fixture.h"
 
@@ -437,6 +438,22 @@ TEST_F(os_api, offered_getters)
               "\nl2_proto_utility/os_api: L434: lvt_os_get_stpstate()\n");
     EXPECT_EQ(stdout_of([] { EXPECT_EQ(lvt_os_get_fwdstate(2), 1); }),
               "\nl2_proto_utility/os_api: L475: lvt_os_get_fwdstate()\n");
+}
+
+TEST_F(os_api, offered_operations_print_before_they_assert)
+{
+    const auto set = [](uint32_t l2port) {
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        lvt_os_set_stpstate(l2port, 7);
+    };
+    for (const uint32_t l2port : {0u, 10u, 0xFFFFFFFFu})
+        EXPECT_DEATH(set(l2port),
+                     testing::AllOf(testing::StartsWith("\nl2_proto_utility/os_api: L420: "
+                                                        "lvt_os_set_stpstate(), new_state=7, "
+                                                        "cached_stpstates=0, cached_fwdstates=0\n"),
+                                    HasSubstr(assertion("l2_proto_utility/os_api:421", "lvt_os_set_stpstate",
+                                                        "l2port_is_valid(portno)"))));
 }
 
 TEST_F(os_api, offered_operations_take_ports_and_groups_only)

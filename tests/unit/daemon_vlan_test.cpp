@@ -1,4 +1,6 @@
 /// Bridges of other VLANs: ports move between them and back.
+#include <cstring>
+
 #include "daemon_fixture.h"
 #include "rstp/records.h"
 #include "rstp/stp_in.h"
@@ -63,6 +65,22 @@ TEST_F(vlan, members_move_in_and_out)
     EXPECT_THAT(ports_of(&second), ElementsAre(3));
     EXPECT_THAT(ports_of(one), ElementsAre(1, 9, 8, 7, 6, 5, 4, 2));
     EXPECT_EQ(record(1).roletrns.State, STP_BEGIN);
+}
+
+TEST_F(vlan, a_call_that_moves_no_port_restarts_nothing)
+{
+    boot({1, 2, 3});
+    send_enabled({1, 2, 3});
+    seconds(10);
+    const lvt_rstp_vars_t before = lvt_rstp_vars;
+    const uint8_t members[] = {0, 1, 1, 0, 0, 0, 0};
+    lvt_rstp_vlan_add(1, members); // the others are in the default bridge, which would take them back
+    EXPECT_EQ(memcmp(&lvt_rstp_vars, &before, sizeof before), 0);
+    for (const uint32_t port : {1u, 2u, 3u}) {
+        EXPECT_EQ(record(port).rstpVersion, 0) << port;
+        EXPECT_EQ(record(port).reselect, 0) << port;
+        EXPECT_EQ(record(port).selected, 1) << port;
+    }
 }
 
 TEST_F(vlan, a_new_bridge_without_members_stays_off)

@@ -1,5 +1,6 @@
 // The names of states and machines, by which traces and tools know them.
 #include "engine_table.h"
+#include "rstp/names.h"
 
 namespace {
 
@@ -54,6 +55,18 @@ TEST(state_names, lie_in_one_array_machine_after_machine)
     for (const names_row_t &machine : machines)
         for (const std::string &name : machine.names)
             EXPECT_EQ(STP_state_names[place++], name) << machine.label;
+}
+
+TEST(names_for_people, are_those_of_roles_and_states)
+{
+    const names_t roles = {"Disabled", "Alternate", "Backup", "Root", "Designated", "Non-STP"};
+    const names_t states = {"Disabled", "Blocking", "Listening", "Learning", "Forwarding", "Non-STP"};
+    EXPECT_EQ(names_t(std::begin(lvt_rstp_role_names), std::end(lvt_rstp_role_names)), roles);
+    EXPECT_EQ(names_t(std::begin(lvt_rstp_state_names), std::end(lvt_rstp_state_names)), states);
+    EXPECT_EQ(sizeof lvt_rstp_role_names, 6 * 16u);
+    EXPECT_EQ(sizeof lvt_rstp_state_names, 6 * 16u);
+    EXPECT_STREQ(lvt_rstp_role_names[ROLE_NON_STP], "Non-STP");
+    EXPECT_STREQ(lvt_rstp_state_names[HW_FORWARDING], "Forwarding");
 }
 
 TEST(machines, are_evaluated_in_this_order)
