@@ -148,17 +148,15 @@ TEST_F(ctl, a_tree_of_two_switches_is_shown_as_it_is)
     // The monitor sees the second way taken.
     lab::process_t watcher =
         leaf.node().start({.argv = {"sh", "-c", fmt::format("exec {} monitor > /tmp/changes", TOOL)}});
-    ASSERT_TRUE(lab::within(
-        SOON, [&] { return leaf.node().read("/proc/" + std::to_string(watcher.pid()) + "/comm") == "lvt_rstpctl\n"; }));
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return leaf.node().read("/proc/" + std::to_string(watcher.pid()) + "/comm"); }, "lvt_rstpctl\n"));
     ASSERT_TRUE(ticks(leaf, 2));
     cable(0).pull();
     EXPECT_TRUE(is_so(leaf, "root port is 2"));
-    EXPECT_TRUE(lab::within(SOON, [&] {
-        const std::string changes = leaf.node().read("/tmp/changes");
-        return changes.find(" root port 1 -> 2\n") != std::string::npos &&
-               changes.find(" port 1 role root -> disabled\n") != std::string::npos &&
-               changes.find(" port 2 role alternate -> root\n") != std::string::npos;
-    })) << leaf.node().read("/tmp/changes");
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return leaf.node().read("/tmp/changes"); },
+        AllOf(HasSubstr(" root port 1 -> 2\n"), HasSubstr(" port 1 role root -> disabled\n"),
+              HasSubstr(" port 2 role alternate -> root\n"))));
     watcher.stop();
 }
 
@@ -382,19 +380,17 @@ TEST_F(ctl, what_watches_goes_on_until_it_is_interrupted)
     };
     const auto interrupted = [](lab::process_t &process) {
         process.signal(SIGINT);
-        return lab::within(SOON, [&] { return process.exit_code() == 128 + SIGINT; });
+        return eventually(
+            SOON, [&] { return process.exit_code(); }, 128 + SIGINT);
     };
 
     lab::process_t show = start_tool("show bridge --watch >/tmp/shown");
     lab::process_t monitor = start_tool("monitor -j >/tmp/changes");
-    const auto is_shown = [&](size_t times) {
-        return count_of(device.node().read("/tmp/shown"), "\nbridge           ") >= times;
-    };
-    EXPECT_TRUE(lab::within(SOON, [&] { return is_shown(3); }));
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return count_of(device.node().read("/tmp/shown"), "\nbridge           "); }, Ge(3u)));
     done(device, "inject link 5=up");
-    EXPECT_TRUE(lab::within(SOON, [&] {
-        return device.node().read("/tmp/changes").find("\"from\":\"disabled\"") != std::string::npos;
-    })) << device.node().read("/tmp/changes");
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return device.node().read("/tmp/changes"); }, HasSubstr("\"from\":\"disabled\"")));
 
     EXPECT_TRUE(interrupted(show));
     EXPECT_TRUE(interrupted(monitor));
@@ -430,7 +426,8 @@ TEST_F(ctl, debug_words_reach_the_console)
     constexpr int ANSWERS = 20;
     const std::string console = device.node().read(lab::CONSOLE_FILE);
     const auto sent = [&](const char *words) { // once more where the daemon is too slow, which is refused
-        return lab::within(SOON, [&] { return run(device, words).exit_code == 0; });
+        return eventually(
+            SOON, [&] { return run(device, words).exit_code; }, 0);
     };
     EXPECT_TRUE(sent("debug bpdu_filter enable"));
     for (int i = 0; i < ANSWERS; i++)
@@ -444,13 +441,19 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
 {
     lab::switch_t &device = start_switch();
     ASSERT_TRUE(is_so(device, "root is this bridge"));
-    const auto told = [&](const std::string &arguments, const std::string &words) {
-        const lab::outcome_t outcome = run(device, arguments);
-        return outcome.exit_code == 1 && outcome.output.find(words) != std::string::npos;
+    const auto told = [&](const std::string &arguments, const std::string &words,
+                          std::chrono::milliseconds patience = 0ms) {
+        return eventually(
+            patience,
+            [&] {
+                const lab::outcome_t outcome = run(device, arguments);
+                return std::tuple(outcome.exit_code, outcome.output);
+            },
+            testing::FieldsAre(1, HasSubstr(words)));
     };
 
     device.daemon().signal(SIGSTOP);
-    EXPECT_TRUE(lab::within(SOON, [&] { return told("show", "so it has ended or hangs"); }));
+    EXPECT_TRUE(told("show", "so it has ended or hangs", SOON));
     EXPECT_TRUE(told("monitor", "so it has ended or hangs"));
     EXPECT_TRUE(told("expect root is this bridge", "so it has ended or hangs"));
     write_config(device, "");
@@ -470,8 +473,7 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
 
     device.daemon().signal(SIGKILL);
     EXPECT_EQ(device.daemon().wait(), 128 + SIGKILL);
-    EXPECT_TRUE(lab::within(
-        SOON, [&] { return told("lacp", "no reader on /tmp/rstp_if_pipe: is the daemon running? Start it."); }));
+    EXPECT_TRUE(told("lacp", "no reader on /tmp/rstp_if_pipe: is the daemon running? Start it.", SOON));
     device.board().stop();
     EXPECT_TRUE(
         told("lacp", "no pipe at /tmp/rstp_if_pipe: is the daemon's board running? Start it, and then the daemon."));

@@ -231,7 +231,8 @@ TEST_F(daemon_bpdus, a_hello_time_of_0_does_not_stop_the_hellos)
     serve(device, system_config_message(config));
     ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) { return status.hello_time == 0; }));
     const long before = counts(device, 1).rstp_sent;
-    EXPECT_TRUE(lab::within(SOON, [&] { return counts(device, 1).rstp_sent >= before + 3; }));
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return counts(device, 1).rstp_sent; }, Ge(before + 3)));
     EXPECT_TRUE(is_sound(device));
 }
 
@@ -280,13 +281,14 @@ protected:
         ASSERT_EQ(::send(wire.number(), frame.data(), frame.size(), MSG_DONTWAIT), static_cast<ssize_t>(frame.size()));
     }
 
-    bool counted(const counts_t &wanted) const
+    testing::AssertionResult counted(const counts_t &wanted) const
     {
-        return lab::within(SOON, [&] {
+        const auto received = [&] {
             counts_t c = counts(device, 5);
             c.stp_sent = c.rstp_sent = c.tcn_sent = 0;
-            return c == wanted;
-        });
+            return c;
+        };
+        return eventually(SOON, received, wanted);
     }
 
     lab::node_t far{"far", 100};
@@ -352,18 +354,20 @@ TEST_F(daemon_bpdus_over_a_cable, more_than_the_pipe_holds_while_the_daemon_stan
         return device.client().show("counters").at("board").at(counter).get<long>();
     };
     device.daemon().signal(SIGSTOP);
-    ASSERT_TRUE(lab::within(30s, [&] {
+    const auto lost = [&] {
         for (int i = 0; i < 100; i++)
             send(octets_of(i % 2 ? RST : CONFIG, 60));
-        return board("bpdus_lost") > 0;
-    }));
+        return board("bpdus_lost");
+    };
+    ASSERT_TRUE(eventually(30s, lost, Gt(0)));
     device.daemon().signal(SIGCONT);
 
     // What did not fit is lost; all the rest is served.
-    ASSERT_TRUE(lab::within(SOON, [&] {
+    const auto served_and_handed_on = [&] {
         const counts_t c = counts(device, 5);
-        return c.rstp_received + c.stp_received == board("bpdus");
-    }));
+        return std::tuple(c.rstp_received + c.stp_received, board("bpdus"));
+    };
+    ASSERT_TRUE(eventually(SOON, served_and_handed_on, testing::Eq()));
     EXPECT_GT(board("bpdus"), 500);
     EXPECT_EQ(counts(device, 5).illegal, 0);
     EXPECT_TRUE(is_sound(device));

@@ -237,10 +237,11 @@ TEST_F(daemon_frames, rst_bpdus_of_a_root_port)
     told.times = {.MessageAge = 3, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2};
     hear(device, 4, lab::rst_bpdu(told, BPDU_FLAG_PROPOSAL));
     hear(device, 4, lab::rst_bpdu(told, BPDU_FLAG_PROPOSAL));
-    ASSERT_TRUE(lab::within(SOON, [&] {
+    const auto last_role = [&] {
         const auto frames = at(4).bpdus(BPDU_TYPE_RST);
-        return !frames.empty() && bpdu_role(read_bpdu(frames.back()).flags) == BPDU_ROLE_ROOT;
-    }));
+        return frames.empty() ? -1 : bpdu_role(read_bpdu(frames.back()).flags);
+    };
+    ASSERT_TRUE(eventually(SOON, last_role, BPDU_ROLE_ROOT));
     const json last = analysed(at(4).bpdus(BPDU_TYPE_RST)).back();
     EXPECT_EQ(ethernet_in(last), ethernet_of(4, 39, 7));
     const json &stp = last.at("stp");
@@ -290,10 +291,8 @@ TEST_F(daemon_frames, a_configuration_bpdu_acknowledges_a_topology_change)
     ASSERT_TRUE(ticks(device, 3));
     hear(device, 6, lab::tcn_bpdu());
     const auto acknowledges = [](const octets_t &frame) { return lab::is_ack(read_bpdu(frame)); };
-    ASSERT_TRUE(lab::within(SOON, [&] {
-        const auto frames = at(6).bpdus(BPDU_TYPE_CONFIG);
-        return std::any_of(frames.begin(), frames.end(), acknowledges);
-    }));
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return std::ranges::count_if(at(6).bpdus(BPDU_TYPE_CONFIG), acknowledges); }, Gt(0)));
     const auto frames = at(6).bpdus(BPDU_TYPE_CONFIG);
     const auto found = std::find_if(frames.begin(), frames.end(), acknowledges);
     const json stp = analysed({*found}).front().at("stp");
@@ -308,13 +307,11 @@ TEST_F(daemon_frames, tcn_bpdus)
     told_t told = lab::root_bridge(4096, 0x99);
     told.times = {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 1, .HelloTime = 2};
     // The root port tells of itself when it forwards.
-    ASSERT_TRUE(lab::within(
-        20s,
-        [&] {
-            hear(device, 5, lab::config_bpdu(told));
-            return !at(5).bpdus(BPDU_TYPE_TCN).empty();
-        },
-        200ms));
+    const auto notifications = [&] {
+        hear(device, 5, lab::config_bpdu(told));
+        return at(5).bpdus(BPDU_TYPE_TCN).size();
+    };
+    ASSERT_TRUE(eventually(20s, notifications, Gt(0u), 200ms));
 
     const std::vector<octets_t> frames = at(5).bpdus(BPDU_TYPE_TCN);
     for (const json &frame : analysed(frames)) {
@@ -362,16 +359,18 @@ TEST_F(daemon_frames, the_chip_takes_the_tag_off_and_nothing_else)
     ASSERT_GE(at_cpu.bpdus(BPDU_TYPE_RST).size(), frames) << "something else was sent";
 
     std::map<std::string, size_t> from_cpu, at_ports;
-    ASSERT_TRUE(lab::within(SOON, [&] { // all that was sent until now has come
-        from_cpu.clear();
-        at_ports.clear();
-        for (const octets_t &frame : at_cpu.frames())
-            from_cpu[hex(without_switch_tag(frame))]++;
-        for (const int port : PORTS)
-            for (const octets_t &frame : at(port).frames())
-                at_ports[hex(frame)]++;
-        return at_ports == from_cpu;
-    }));
+    ASSERT_TRUE(lab::within(SOON,
+                            [&] { // all that was sent until now has come
+                                from_cpu.clear();
+                                at_ports.clear();
+                                for (const octets_t &frame : at_cpu.frames())
+                                    from_cpu[hex(without_switch_tag(frame))]++;
+                                for (const int port : PORTS)
+                                    for (const octets_t &frame : at(port).frames())
+                                        at_ports[hex(frame)]++;
+                                return at_ports == from_cpu;
+                            }))
+        << testing::PrintToString(at_ports) << " instead of " << testing::PrintToString(from_cpu);
     EXPECT_GE(from_cpu.size(), 4u);
 }
 

@@ -139,7 +139,8 @@ TEST_F(daemon_hard_days, a_full_multiplexer_pipe_is_not_waited_for)
     empty(full);
     device.client().set_pipes_unread(false);
     serve(device, port_config_message(enabled({})));
-    ASSERT_TRUE(lab::within(SOON, [&] { return device.client().messages().size() >= 1; }));
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return device.client().messages().size(); }, Ge(1)));
     std::vector<unsigned> ports;
     for (const auto &message : device.client().messages())
         if (message.at("pipe") == "mux")
@@ -276,7 +277,8 @@ TEST_F(daemon_hard_days, without_its_board_it_lives)
     device.start_board();
     const std::vector<uint8_t> message = port_config_message(enabled({}));
     ASSERT_EQ(write(control.number(), message.data(), message.size()), static_cast<ssize_t>(message.size()));
-    EXPECT_TRUE(lab::within(SOON, [&] { return device.client().port(1).state == HW_FORWARDING; }));
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return device.client().port(1).state; }, HW_FORWARDING));
     EXPECT_TRUE(ticks(device, 1));
 }
 
@@ -321,7 +323,8 @@ TEST_F(daemon_hard_days, without_eth0_it_works_without_an_address)
 
     serve(device, port_status_message(linked({1})));
     serve(device, port_config_message(enabled({1})));
-    ASSERT_TRUE(lab::within(SOON, [&] { return counts(device, 1).rstp_sent >= 2; }));
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return counts(device, 1).rstp_sent; }, Ge(2)));
     serve_all(device);
     EXPECT_THAT(errors(), testing::MatchesRegex("(sendto: No such device or address\n)+"));
 
@@ -341,7 +344,8 @@ TEST_F(daemon_hard_days, without_the_right_to_raw_sockets_it_works_without_frame
               "Cannot create socket!!: Operation not permitted\nCannot bind!!: Bad file descriptor\n");
     serve(other, port_status_message(linked({1})));
     serve(other, port_config_message(enabled({1})));
-    EXPECT_TRUE(lab::within(SOON, [&] { return counts(other, 1).rstp_sent >= 1; }));
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return counts(other, 1).rstp_sent; }, Ge(1)));
     EXPECT_THAT(other.node().read(lab::DAEMON_ERROR_FILE), HasSubstr("sendto: Bad file descriptor\n"));
     EXPECT_TRUE(is_sound(other));
 }
@@ -352,7 +356,8 @@ TEST_F(daemon_hard_days, a_failed_send_is_counted_and_not_repeated)
     device.node().ip("link set eth0 down");
     serve(device, port_status_message(linked({1, 4})));
     serve(device, port_config_message(enabled({1, 4})));
-    ASSERT_TRUE(lab::within(SOON, [&] { return counts(device, 1).rstp_sent >= 3; }));
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return counts(device, 1).rstp_sent; }, Ge(3)));
 
     // One complaint for each BPDU of the counters.
     const auto sent = [&] {
@@ -376,7 +381,8 @@ TEST_F(daemon_hard_days, a_failed_send_is_counted_and_not_repeated)
     EXPECT_EQ(reached_the_chip(), 0);
 
     device.node().ip("link set eth0 up");
-    EXPECT_TRUE(lab::within(SOON, [&] { return reached_the_chip() > 0; }));
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return reached_the_chip(); }, Gt(0)));
     EXPECT_TRUE(is_sound(device));
 }
 
@@ -397,7 +403,8 @@ lab::process_t start_with_console(const lab::switch_t &device, const std::string
 TEST_F(daemon_hard_days, a_console_that_cannot_be_opened_is_standard_output)
 {
     lab::process_t daemon = start_with_console(device, "/tmp/no/such/console");
-    ASSERT_TRUE(lab::within(SOON, [&] { return output().find("Complete") != std::string::npos; }));
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return output(); }, HasSubstr("Complete")));
     EXPECT_TRUE(ticks(device, 2));
     EXPECT_TRUE(daemon.running());
 }
@@ -407,7 +414,8 @@ TEST_F(daemon_hard_days, a_console_that_takes_nothing)
     lab::process_t daemon = start_with_console(device, "/dev/full");
     ASSERT_TRUE(ticks(device, 1));
     device.send(port_config_message(enabled({1})));
-    EXPECT_TRUE(lab::within(SOON, [&] { return device.client().port(1).state == HW_DISCARDING; }));
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return device.client().port(1).state; }, HW_DISCARDING));
     EXPECT_TRUE(ticks(device, 2));
     EXPECT_TRUE(daemon.running());
 }
@@ -418,7 +426,8 @@ TEST_F(daemon_hard_days, a_status_file_whose_name_is_taken)
     ASSERT_TRUE(std::filesystem::create_directory(name));
     device.start_daemon();
     const std::string complaint = "rstp_monitor open failure";
-    ASSERT_TRUE(lab::within(SOON, [&] { return count_of(console(), complaint) >= 2; }));
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return count_of(console(), complaint); }, Ge(2)));
     EXPECT_THAT(console(), testing::EndsWith(complaint + complaint));
     std::vector<std::string> left;
     for (const auto &entry : std::filesystem::directory_iterator(device.node().path("/tmp")))
@@ -427,7 +436,7 @@ TEST_F(daemon_hard_days, a_status_file_whose_name_is_taken)
     EXPECT_THAT(left, testing::ElementsAre("rstp_monitor")) << "nothing half done stays behind";
 
     ASSERT_TRUE(std::filesystem::remove(name));
-    EXPECT_TRUE(lab::within(SOON, [&] { return device.status().has_value(); }));
+    EXPECT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &) { return true; }));
     const size_t complaints = count_of(console(), complaint);
     EXPECT_TRUE(ticks(device, 2));
     EXPECT_EQ(count_of(console(), complaint), complaints);
@@ -457,8 +466,8 @@ TEST_F(daemon_hard_days, a_termination_signal_ends_it)
 {
     device.start_daemon();
     device.daemon().signal(SIGTERM);
-    EXPECT_TRUE(lab::within(SOON, [&] { return !device.daemon().running(); }));
-    EXPECT_EQ(device.daemon().exit_code(), 128 + SIGTERM);
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return device.daemon().exit_code(); }, 128 + SIGTERM));
 }
 
 TEST_F(daemon_hard_days, it_can_be_stopped_and_continued)
@@ -466,13 +475,13 @@ TEST_F(daemon_hard_days, it_can_be_stopped_and_continued)
     device.start_daemon();
     for (int i = 0; i < 3; i++) {
         device.daemon().signal(SIGSTOP);
-        const auto stands = [&] {
+        const auto state = [&] {
             std::ifstream stat(fmt::format("/proc/{}/stat", device.daemon().pid()));
-            std::string number, name, state;
-            stat >> number >> name >> state;
-            return state == "T";
+            std::string number, name, letter;
+            stat >> number >> name >> letter;
+            return letter;
         };
-        ASSERT_TRUE(lab::within(SOON, stands));
+        ASSERT_TRUE(eventually(SOON, state, "T"));
         device.daemon().signal(SIGCONT);
         EXPECT_TRUE(is_sound(device));
     }

@@ -117,16 +117,16 @@ TEST_F(daemon_reports, bridge_status)
 
     serve(device, port_status_message(linked({2, 5})));
     serve(device, port_config_message(enabled({2, 5})));
-    const auto follows = [&] {
+    const auto report = [&] {
         hear(device, 5, superior_bpdu());
-        const std::string report = ask(device, "debug show bridge_status");
-        return report.find(
-                   "designated_root: Prio=4096, ID=02:00:00:00:99:00\n"
-                   "root_cost=20000\nroot_port=5\nroot_port_prio=128\n"
-                   "max_age=6\nhello_time=1\nforward_delay=4\n") != std::string::npos &&
-               report.find("num_active_ports=2\n") != std::string::npos;
+        return ask(device, "debug show bridge_status");
     };
-    EXPECT_TRUE(lab::within(SOON, follows, 100ms));
+    EXPECT_TRUE(eventually(SOON, report,
+                           AllOf(HasSubstr("designated_root: Prio=4096, ID=02:00:00:00:99:00\n"
+                                           "root_cost=20000\nroot_port=5\nroot_port_prio=128\n"
+                                           "max_age=6\nhello_time=1\nforward_delay=4\n"),
+                                 HasSubstr("num_active_ports=2\n")),
+                           100ms));
 }
 
 TEST_F(daemon_reports, the_bpdu_filter_disarms_the_trap_for_each_port_that_is_off)
@@ -152,9 +152,8 @@ TEST_F(daemon_reports, commands_from_a_shell)
     ASSERT_EQ(
         device.node().run({.argv = {"sh", "-c", "echo debug show system_config > /tmp/rstp_dbg_if_pipe"}}).exit_code,
         0);
-    EXPECT_TRUE(lab::within(SOON, [&] {
-        return device.node().read(lab::CONSOLE_FILE).substr(before) == REPORTS[0].text;
-    })) << device.node().read(lab::CONSOLE_FILE);
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return device.node().read(lab::CONSOLE_FILE).substr(before); }, REPORTS[0].text));
 }
 
 TEST_F(daemon_reports, all_reports_while_ports_come_and_go)

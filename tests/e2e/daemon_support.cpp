@@ -82,9 +82,7 @@ testing::AssertionResult is_sound(lab::switch_t &device)
     if (!device.daemon().running())
         return testing::AssertionFailure() << "the daemon ended with status " << *device.daemon().exit_code();
     serve_all(device);
-    if (!ticks(device, 1))
-        return testing::AssertionFailure() << "the daemon does not tick";
-    return testing::AssertionSuccess();
+    return ticks(device, 1) << " in a daemon that serves";
 }
 
 } // namespace e2e

@@ -25,9 +25,10 @@ constexpr auto TICK_PATIENCE = SOON; ///< for one tick
 
 void wait_until_taken(const lab::switch_t &device, const std::string &pipe)
 {
-    if (!lab::within(
-            SOON, [&] { return octets_waiting(device, pipe) == 0; }, 1ms))
-        give_up(device, pipe + " was not read");
+    const auto taken = eventually(
+        SOON, [&] { return octets_waiting(device, pipe); }, 0, 1ms);
+    if (!taken)
+        give_up(device, fmt::format("{} was not read {}", pipe, taken.message()));
 }
 
 void command(const lab::switch_t &device, const std::string &text)
@@ -124,25 +125,30 @@ size_t octets_waiting(const lab::switch_t &device, const std::string &pipe)
     return static_cast<size_t>(count);
 }
 
-bool ticks(const lab::switch_t &device, int count)
+testing::AssertionResult ticks(const lab::switch_t &device, int count)
 {
     stamp_t seen = status_stamp(device);
     for (int i = 0; i < count; i++) {
         if (!lab::within(
                 TICK_PATIENCE, [&] { return !(status_stamp(device) == seen); }, 5ms))
-            return false;
+            return testing::AssertionFailure() << i << " of " << count << " ticks came";
         seen = status_stamp(device);
     }
-    return true;
+    return testing::AssertionSuccess();
 }
 
-bool status_within(const lab::switch_t &device, std::chrono::milliseconds limit,
-                   const std::function<bool(const lab::bridge_status_t &)> &condition)
+testing::AssertionResult status_within(const lab::switch_t &device, std::chrono::milliseconds limit,
+                                       const std::function<bool(const lab::bridge_status_t &)> &condition)
 {
-    return lab::within(limit, [&] {
-        const auto status = device.status();
+    std::string text;
+    const auto is_so = [&] {
+        text = device.node().read(lab::STATUS_FILE);
+        const auto status = lab::parse_status(text);
         return status && condition(*status);
-    });
+    };
+    if (lab::within(limit, is_so))
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "for " << limit.count() << " ms; last seen:\n" << text;
 }
 
 std::vector<event_t> diary(const lab::switch_t &device, const std::string &topic)

@@ -15,10 +15,15 @@
 
 #include "board/lab/switch_node.h"
 #include "board/lab/within.h"
+#include "tests/eventually.h"
 
 namespace e2e {
 
 using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::Ge;
+using testing::Gt;
+using testing::HasSubstr;
 
 /// For what happens at once, also in a sanitized daemon on a busy machine.
 constexpr auto SOON = 10s;
@@ -52,13 +57,13 @@ std::string ask(const lab::switch_t &device, const std::string &command);
 /// How many octets wait in a named pipe of the switch.
 size_t octets_waiting(const lab::switch_t &device, const std::string &pipe);
 
-/// Waits until the status file was written `count` more times: that many ticks have passed.
-/// Returns false when that takes longer than it should.
-bool ticks(const lab::switch_t &device, int count);
+/// Waits until the status file was written `count` more times: that many ticks have passed. Says how
+/// many came when that takes longer than it should.
+testing::AssertionResult ticks(const lab::switch_t &device, int count);
 
-/// Waits until the status file says so. Returns false when it has not within `limit`.
-bool status_within(const lab::switch_t &device, std::chrono::milliseconds limit,
-                   const std::function<bool(const lab::bridge_status_t &)> &condition);
+/// Waits until the status file says so. Shows the last one when it has not within `limit`.
+testing::AssertionResult status_within(const lab::switch_t &device, std::chrono::milliseconds limit,
+                                       const std::function<bool(const lab::bridge_status_t &)> &condition);
 
 /// One line of the board's diary.
 struct event_t {

@@ -40,7 +40,8 @@ TEST_F(group_life, form_reform_dissolve_and_form_again)
     EXPECT_EQ(engine_groups(b), ports_t({0, 7, 7, 0, 0, 0}));
     EXPECT_TRUE(becomes(b, "1 alternate discards, 6 designated forwards, 7 root forwards", 8s));
     const double mark = now_of(a);
-    EXPECT_TRUE(within(6s, [&] { return bpdu_events(a, "tx", 2, "rstp", mark).size() >= 2; }));
+    EXPECT_TRUE(eventually(
+        6s, [&] { return bpdu_events(a, "tx", 2, "rstp", mark).size(); }, Ge(2)));
     EXPECT_TRUE(bpdu_events(a, "tx", 3, "rstp", mark).empty());
 
     report_to_both(AGGR_STATUS_ALONE);
@@ -76,13 +77,15 @@ TEST_F(group_life, any_member_hears_for_the_group)
     bpdu_t broken = rst_bpdu(root_bridge(0, 200));
     broken.protocol[1] = 1;
     at_second.say_once(broken);
-    EXPECT_TRUE(within(AT_ONCE, [&] { return status_of(ours).port(9).illegal == 1; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return status_of(ours).port(9).illegal; }, 1));
     EXPECT_EQ(status_of(ours).port(2).illegal, 0u);
 
     // And the other member is heard just as well.
     at_second.be_silent();
     at_first.say(rst_bpdu(root_bridge(0, 100)));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return follows(ours, made_up_bridge(0, 100)); }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return bridge_id_text(status_of(ours).root); }, bridge_id_text(made_up_bridge(0, 100))));
 }
 
 TEST_F(group_life, first_member_fails_and_the_report_follows)
@@ -96,12 +99,14 @@ TEST_F(group_life, first_member_fails_and_the_report_follows)
     ASSERT_TRUE(becomes(b, "7 root forwards", 10s));
 
     first.pull();
-    ASSERT_TRUE(within(AT_ONCE, [&] { return !a.client().port(1).link && !b.client().port(1).link; }));
+    const auto links = [&] { return std::array{a.client().port(1).link, b.client().port(1).link}; };
+    ASSERT_TRUE(eventually(AT_ONCE, links, testing::Each(false)));
     const double mark = now_of(a);
     report(a, groups({0, 7}));
     report(b, groups({0, 7}));
     EXPECT_TRUE(becomes(b, "7 root forwards", 8s));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return role_of(a, 7) == ROLE_DESIGNATED; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return role_of(a, 7); }, ROLE_DESIGNATED));
     EXPECT_FALSE(bpdu_events(a, "tx", 2, "rstp", mark).empty());
     EXPECT_EQ(engine_groups(a), ports_t({0, 7, 0, 0, 0, 0}));
     EXPECT_EQ(role_of(a, 1), ROLE_DISABLED);
@@ -153,7 +158,8 @@ TEST_F(group_life, ports_that_move_leave_an_empty_group_until_it_is_told)
     report(ours, groups({7, 7}));
     report(ours, groups({8, 8}));
     EXPECT_EQ(engine_groups(ours), ports_t({8, 8, 0, 0, 0, 0}));
-    EXPECT_TRUE(within(8s, [&] { return role_of(ours, 8) == ROLE_DESIGNATED; }));
+    EXPECT_TRUE(eventually(
+        8s, [&] { return role_of(ours, 8); }, ROLE_DESIGNATED));
     EXPECT_EQ(role_of(ours, 7), ROLE_DESIGNATED);
 
     // Another port comes to the empty group and leaves it: now it is gone.
@@ -161,7 +167,8 @@ TEST_F(group_life, ports_that_move_leave_an_empty_group_until_it_is_told)
     EXPECT_EQ(engine_groups(ours), ports_t({8, 8, 7, 0, 0, 0}));
     report(ours, groups({8, 8, 3}));
     EXPECT_EQ(engine_groups(ours), ports_t({8, 8, 0, 0, 0, 0}));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return role_of(ours, 7) == ROLE_NON_STP; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return role_of(ours, 7); }, ROLE_NON_STP));
     EXPECT_TRUE(is_alive(ours));
 }
 
@@ -187,8 +194,12 @@ TEST_F(group_life, spanning_tree_off_and_on_for_the_groups)
     lvt_rstp_port_config_t on = LVT_RSTP_PORT_DEFAULTS;
     on.adminEnable = 1;
     serve(ours, aggr_config_message(on));
-    EXPECT_TRUE(
-        within(AT_ONCE, [&] { return chip_state(ours, 1) == HW_DISCARDING && chip_state(ours, 2) == HW_DISCARDING; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE,
+        [&] {
+            return std::array{chip_state(ours, 1), chip_state(ours, 2)};
+        },
+        testing::Each(HW_DISCARDING)));
     EXPECT_TRUE(becomes(ours, "7 designated forwards", BY_TIMERS));
     expect_states_together(ours, mark);
 }
@@ -203,14 +214,19 @@ TEST_F(group_life, spanning_tree_off_and_on_for_a_member)
 
     // A member without spanning tree of its own forwards whatever its group does.
     serve(ours, port_config_message(port_configs({1})));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return chip_state(ours, 1) == HW_DISCARDING; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return chip_state(ours, 1); }, HW_DISCARDING));
     EXPECT_EQ(chip_state(ours, 2), HW_FORWARDING);
     EXPECT_EQ(engine_groups(ours), ports_t({7, 7, 0, 0, 0, 0}));
     EXPECT_TRUE(becomes(ours, "7 designated forwards", BY_TIMERS));
 
     serve(ours, port_config_message(port_configs({1, 2})));
-    EXPECT_TRUE(
-        within(AT_ONCE, [&] { return chip_state(ours, 1) == HW_DISCARDING && chip_state(ours, 2) == HW_DISCARDING; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE,
+        [&] {
+            return std::array{chip_state(ours, 1), chip_state(ours, 2)};
+        },
+        testing::Each(HW_DISCARDING)));
     EXPECT_EQ(engine_groups(ours), ports_t({7, 7, 0, 0, 0, 0}));
 }
 
@@ -265,14 +281,17 @@ ports_t told_to_lacp(const switch_t &device)
 TEST_F(group_life, lacp_daemon_hears_of_spanning_tree_with_every_configuration)
 {
     switch_t &ours = add_group_bridge(32768, port_configs({1, 3}));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return told_to_lacp(ours) == ports_t({1, 3}); }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return told_to_lacp(ours); }, ports_t({1, 3})));
     serve(ours, port_config_message(port_configs({2}, {6})));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return told_to_lacp(ours) == ports_t({2, 6}); }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return told_to_lacp(ours); }, ports_t({2, 6})));
 
     // The same once more is told once more.
     const size_t before = e2e::diary(ours, "lacp").size();
     serve(ours, port_config_message(port_configs({2}, {6})));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return e2e::diary(ours, "lacp").size() == before + 1; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return e2e::diary(ours, "lacp").size(); }, before + 1));
     EXPECT_EQ(failures(ours), 0u);
 }
 
@@ -289,7 +308,8 @@ TEST_F(group_life, missing_lacp_pipe_changes_nothing_else)
     EXPECT_FALSE(std::filesystem::exists(ours.node().path(LACP_IF_PIPE)));
     EXPECT_EQ(engine_groups(ours), ports_t({7, 7, 0, 0, 0, 0}));
     add_machine(ours, 3);
-    EXPECT_TRUE(within(8s, [&] { return role_of(ours, 3) == ROLE_DESIGNATED; }));
+    EXPECT_TRUE(eventually(
+        8s, [&] { return role_of(ours, 3); }, ROLE_DESIGNATED));
     EXPECT_TRUE(is_alive(ours));
 }
 
@@ -313,9 +333,11 @@ TEST_F(group_life, full_lacp_pipe_changes_nothing_else)
     EXPECT_TRUE(is_alive(ours));
 
     ours.client().set_pipes_unread(false);
-    ASSERT_TRUE(within(AT_ONCE, [&] { return e2e::octets_waiting(ours, LACP_IF_PIPE) == 0; }));
+    ASSERT_TRUE(eventually(
+        AT_ONCE, [&] { return e2e::octets_waiting(ours, LACP_IF_PIPE); }, 0));
     serve(ours, port_config_message(port_configs({1, 2, 4})));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return told_to_lacp(ours) == ports_t({1, 2, 4}); }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return told_to_lacp(ours); }, ports_t({1, 2, 4})));
     EXPECT_EQ(failures(ours), 1u);
 }
 

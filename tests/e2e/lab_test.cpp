@@ -59,16 +59,19 @@ TEST_P(lab_end, leaves_nothing)
             std::ifstream text(fmt::format("/proc/self/fd/{}", output.number()));
             return std::string(std::istreambuf_iterator<char>(text), {});
         };
-        ASSERT_TRUE(lab::within(SOON, [&] { return said().find("nsenter") != std::string::npos; })) << said();
+        ASSERT_TRUE(eventually(
+            SOON, [&] { return said(); }, HasSubstr("nsenter")));
         EXPECT_EQ(count_named("lvt_rstpd"), 1u);
         EXPECT_EQ(count_named("lvt_board"), 1u);
 
         starter.signal(GetParam());
         const int wanted = GetParam() == SIGKILL ? 128 + SIGKILL : 0;
-        ASSERT_TRUE(lab::within(SOON, [&] { return !starter.running(); }));
-        EXPECT_EQ(starter.exit_code(), wanted) << said();
+        ASSERT_TRUE(eventually(
+            SOON, [&] { return starter.exit_code(); }, wanted))
+            << said();
     }
-    EXPECT_TRUE(lab::within(SOON, [&] { return processes() == processes_before; })) << fmt::format("{}", processes());
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return processes(); }, processes_before));
     EXPECT_EQ(traces(), traces_before);
 }
 
@@ -96,7 +99,8 @@ TEST(lab_run, ends_as_its_command_does)
     const auto before = processes();
     const std::string command = "lvt_rstpctl expect root is this bridge --within 10 && exit 7";
     EXPECT_EQ(lab::run({.argv = {SWITCH, "--run", command}}).exit_code, 7);
-    EXPECT_TRUE(lab::within(SOON, [&] { return processes() == before; }));
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return processes(); }, before));
 }
 
 } // namespace

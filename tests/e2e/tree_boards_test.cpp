@@ -41,9 +41,11 @@ TEST_P(tree_parallel, one_path_forwards)
 
     for (const uint32_t last = number + 100; number < last; number++)
         left.send(left.mac(), EVERYBODY, number);
-    EXPECT_TRUE(within(5s, [&] { return right.times_received(left.mac(), number - 1) > 0; }));
+    EXPECT_TRUE(eventually(
+        5s, [&] { return right.times_received(left.mac(), number - 1); }, Gt(0)));
     right.send(right.mac(), left.mac(), 0);
-    EXPECT_TRUE(within(5s, [&] { return left.times_received(right.mac(), 0) == 1; }));
+    EXPECT_TRUE(eventually(
+        5s, [&] { return left.times_received(right.mac(), 0); }, 1));
     for (uint32_t sent = number - 100; sent < number; sent++)
         ASSERT_EQ(right.times_received(left.mac(), sent), 1u) << "frame " << sent;
     for (uint32_t sent = 0; sent < number; sent++)
@@ -140,8 +142,10 @@ TEST_F(tree_boards, ring_of_three_has_one_gap)
 
     const auto everybody_hears_once = [&](uint32_t number) {
         at_c.send(at_c.mac(), EVERYBODY, number);
-        EXPECT_TRUE(within(5s, [&] { return at_a.times_received(at_c.mac(), number) > 0; }));
-        EXPECT_TRUE(within(5s, [&] { return at_b.times_received(at_c.mac(), number) > 0; }));
+        EXPECT_TRUE(eventually(
+            5s, [&] { return at_a.times_received(at_c.mac(), number); }, Gt(0)));
+        EXPECT_TRUE(eventually(
+            5s, [&] { return at_b.times_received(at_c.mac(), number); }, Gt(0)));
         EXPECT_FALSE(within(300ms, [&] {
             return at_a.times_received(at_c.mac(), number) > 1 || at_b.times_received(at_c.mac(), number) > 1 ||
                    !at_c.received().empty();

@@ -50,10 +50,11 @@ TEST_F(tree_edge, port_without_spanning_tree_forwards_at_once)
     station_t second(add_host(ours, 2).node());
 
     uint32_t number = 0;
-    EXPECT_TRUE(within(AT_ONCE, [&] {
+    const auto arrived = [&] {
         first.send(first.mac(), EVERYBODY, number++);
-        return !second.received().empty();
-    }));
+        return second.received().size();
+    };
+    EXPECT_TRUE(eventually(AT_ONCE, arrived, Gt(0u)));
     EXPECT_EQ(chip_state(ours, 1), HW_FORWARDING);
     EXPECT_EQ(role_of(ours, 1), ROLE_NON_STP);
     EXPECT_TRUE(bpdu_events(ours, "tx", 1, "rstp").empty());
@@ -70,16 +71,20 @@ TEST_F(tree_edge, bridge_on_an_edge_port_ends_that)
 
     // A bridge there is a topology change, and the port an ordinary one until the link goes.
     neighbour.say_once(rst_bpdu(root_bridge(61440, 200)));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return !status_of(ours).port(1).edge; }));
-    EXPECT_TRUE(within(
-        AT_ONCE, [&] { return neighbour.count([](const bpdu_t &bpdu) { return has_flag(bpdu, BPDU_FLAG_TC); }) > 0; }));
+    EXPECT_TRUE(status_within(ours, AT_ONCE, [](const bridge_status_t &status) { return !status.port(1).edge; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return neighbour.count([](const bpdu_t &bpdu) { return has_flag(bpdu, BPDU_FLAG_TC); }); },
+        Gt(0)));
     EXPECT_FALSE(within(
         2500ms, [&] { return status_of(ours).port(1).edge; }, 100ms));
 
     last_cable().pull();
-    ASSERT_TRUE(within(AT_ONCE, [&] { return role_of(ours, 1) == ROLE_DISABLED; }));
+    ASSERT_TRUE(eventually(
+        AT_ONCE, [&] { return role_of(ours, 1); }, ROLE_DISABLED));
     last_cable().plug();
-    EXPECT_TRUE(within(10s, [&] { return status_of(ours).port(1).edge && forwards(ours, 1); }));
+    EXPECT_TRUE(status_within(ours, 10s, [](const bridge_status_t &status) {
+        return status.port(1).edge && status.port(1).state == HW_FORWARDING;
+    }));
 }
 
 TEST_F(tree_edge, bridge_heard_in_the_first_seconds_keeps_a_port_ordinary)

@@ -10,17 +10,19 @@ constexpr char KERNEL_ADDRESS[] = "10.0.0.100";
 
 class tree_kernel : public network_test_t {
 protected:
-    static bool reaches_kernel(const host_t &host, std::chrono::milliseconds patience)
+    static testing::AssertionResult reaches_kernel(const host_t &host, std::chrono::milliseconds patience)
     {
         const command_t ping = {.argv = {"ping", "-n", "-q", "-c", "1", "-W", "0.5", KERNEL_ADDRESS}};
-        return within(patience, [&] { return host.node().run(ping).exit_code == 0; });
+        return eventually(
+            patience, [&] { return host.node().run(ping).exit_code; }, 0);
     }
 };
 
-bool kernel_ports_are(const kernel_bridge_t &bridge, const std::string &first, const std::string &second)
+/// "forwarding, blocking": the states of the bridge's ports 1 and 2.
+std::string kernel_ports(const kernel_bridge_t &bridge)
 {
     const kernel_view_t view = bridge.view();
-    return view.ports.at("port1").state == first && view.ports.at("port2").state == second;
+    return view.ports.at("port1").state + ", " + view.ports.at("port2").state;
 }
 
 TEST_F(tree_kernel, kernel_is_root)
@@ -32,7 +34,8 @@ TEST_F(tree_kernel, kernel_is_root)
     connect(ours, 2, kernel, 2);
 
     EXPECT_TRUE(becomes(ours, "1 root forwards, 2 alternate discards, 6 designated forwards", BY_TIMERS));
-    EXPECT_TRUE(within(BY_TIMERS, [&] { return kernel_ports_are(kernel, "forwarding", "forwarding"); }));
+    EXPECT_TRUE(eventually(
+        BY_TIMERS, [&] { return kernel_ports(kernel); }, "forwarding, forwarding"));
     EXPECT_TRUE(reaches_kernel(host, AT_ONCE));
 
     const kernel_view_t view = kernel.view();
@@ -55,7 +58,10 @@ TEST_F(tree_kernel, kernel_is_root)
     first.pull();
     EXPECT_TRUE(becomes(ours, "2 root forwards, 6 designated forwards", AT_ONCE));
     EXPECT_TRUE(reaches_kernel(host, AT_ONCE));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return tap.count(is_tcn) > 0 && tap.count(is_ack) > 0; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return tap.count(is_tcn); }, Gt(0u)));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return tap.count(is_ack); }, Gt(0u)));
     EXPECT_EQ(tap.count(is_rst), 0u);
 
     // What the kernel has acknowledged is not told for long: one notification may be under way, then
@@ -66,7 +72,8 @@ TEST_F(tree_kernel, kernel_is_root)
             hellos = is_tcn(heard.bpdu) ? 0 : hellos + is_config(heard.bpdu);
         return hellos;
     };
-    EXPECT_TRUE(within(AT_ONCE + 2s, [&] { return hellos_since_notification() >= 3; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE + 2s, [&] { return hellos_since_notification(); }, Ge(3)));
     EXPECT_LE(tap.count(is_tcn), 3u);
 
     first.plug();
@@ -83,7 +90,8 @@ TEST_F(tree_kernel, our_bridge_is_root)
     connect(ours, 2, kernel, 2);
 
     EXPECT_TRUE(becomes(ours, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
-    EXPECT_TRUE(within(BY_TIMERS, [&] { return kernel_ports_are(kernel, "forwarding", "blocking"); }));
+    EXPECT_TRUE(eventually(
+        BY_TIMERS, [&] { return kernel_ports(kernel); }, "forwarding, blocking"));
     EXPECT_TRUE(reaches_kernel(host, AT_ONCE));
 
     const kernel_view_t view = kernel.view();
@@ -115,20 +123,24 @@ TEST_F(tree_kernel, priority_moves_the_root)
     kernel_bridge_t &kernel = add_kernel_bridge(8192);
     connect(ours, 1, kernel, 1);
     connect(ours, 2, kernel, 2);
-    const auto kernel_follows = [&] { return same_bridge(kernel.view().root, status_of(ours).bridge); };
-    ASSERT_TRUE(within(BY_TIMERS, kernel_follows));
+    const auto its_root_and_us = [&] {
+        return std::tuple(bridge_id_text(kernel.view().root), bridge_id_text(status_of(ours).bridge));
+    };
+    ASSERT_TRUE(eventually(BY_TIMERS, its_root_and_us, testing::Eq()));
 
     e2e::serve(ours, system_config_message(bridge_config(12288)));
-    EXPECT_TRUE(within(BY_TIMERS, [&] {
-        const kernel_view_t view = kernel.view();
-        return view.root_port == 0 && follows(ours, view.bridge) && status_of(ours).bridge.prio == 12288;
+    EXPECT_TRUE(eventually(
+        BY_TIMERS, [&] { return kernel.view().root_port; }, 0));
+    EXPECT_TRUE(status_within(ours, BY_TIMERS, [&](const bridge_status_t &status) {
+        return same_bridge(status.root, kernel.view().bridge) && status.bridge.prio == 12288;
     }));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return role_of(ours, 1) == ROLE_ROOT && role_of(ours, 2) == ROLE_ALTERNATE; }))
-        << ports_text(ours);
+    EXPECT_TRUE(status_within(ours, AT_ONCE, [](const bridge_status_t &status) {
+        return status.port(1).role == ROLE_ROOT && status.port(2).role == ROLE_ALTERNATE;
+    }));
     EXPECT_EQ(state_of(ours, 2), HW_DISCARDING);
 
     e2e::serve(ours, system_config_message(bridge_config(0)));
-    EXPECT_TRUE(within(BY_TIMERS, kernel_follows));
+    EXPECT_TRUE(eventually(BY_TIMERS, its_root_and_us, testing::Eq()));
     EXPECT_TRUE(is_root(ours));
     EXPECT_EQ(status_of(ours).bridge.prio, 0);
     EXPECT_EQ(kernel.view().root_port, kernel.view().ports.at("port1").number);

@@ -92,14 +92,17 @@ TEST_P(tree_liar, does_no_lasting_harm)
     add_host(ours, 6);
     speaker_t liar(add_machine(ours, 1));
     liar.say(GetParam().words(status_of(ours).bridge), GetParam().pause);
-    ASSERT_TRUE(within(10s, [&] { return ours.client().show("counters").at("ports").at(0).at("trapped") >= 300; }));
+    ASSERT_TRUE(eventually(
+        10s, [&] { return ours.client().show("counters").at("ports").at(0).at("trapped"); }, Ge(300)));
     EXPECT_TRUE(is_alive(ours)) << "while it lies";
     liar.be_silent();
 
     // Three BPDUs at most leave by each port, and one more a second, whatever comes in.
     EXPECT_LE(static_cast<double>(e2e::diary(ours, "tx").size()), 2 * (3 + now_of(ours)));
 
-    ASSERT_TRUE(within(15s, [&] { return is_root(ours) && role_of(ours, 1) == ROLE_DESIGNATED; }));
+    ASSERT_TRUE(status_within(ours, 15s, [](const bridge_status_t &status) {
+        return status.is_root() && status.port(1).role == ROLE_DESIGNATED;
+    }));
     EXPECT_TRUE(becomes(ours, "1 designated forwards, 6 designated forwards", BY_TIMERS));
     const bridge_status_t status = status_of(ours);
     EXPECT_EQ(status.hello_time, HELLO_TIME);
@@ -130,8 +133,8 @@ TEST_F(tree_cable, that_flaps_settles)
     // The board sees each of them, so that none is over before it has begun.
     const auto changes = [&b] { return events_with(b, "link", "port 1: ").size(); };
     const auto seen = [&](size_t before) {
-        return within(
-            AT_ONCE, [&] { return changes() > before; }, 5ms);
+        return eventually(
+            AT_ONCE, [&] { return changes(); }, Gt(before), 5ms);
     };
     const auto start = std::chrono::steady_clock::now();
     for (int flap = 1; flap <= 20; flap++) {
@@ -166,7 +169,7 @@ TEST_F(tree_cable, that_is_pulled_ends_the_longest_promise)
     EXPECT_EQ(status_of(ours).hello_time, 255);
 
     last_cable().pull();
-    EXPECT_TRUE(within(AT_ONCE, [&] { return is_root(ours); }));
+    EXPECT_TRUE(status_within(ours, AT_ONCE, &bridge_status_t::is_root));
     EXPECT_EQ(status_of(ours).hello_time, HELLO_TIME);
     last_cable().plug();
     EXPECT_TRUE(becomes(ours, "1 designated forwards", BY_TIMERS));

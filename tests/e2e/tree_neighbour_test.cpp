@@ -20,29 +20,34 @@ TEST_F(tree_neighbour, language_follows_the_neighbour)
     neighbour.say(config_bpdu(INFERIOR));
 
     // RST BPDUs first; STP's when the migration delay of three seconds has run out.
-    ASSERT_TRUE(within(6s, [&] { return neighbour.count(is_rst) > 0; }));
+    ASSERT_TRUE(eventually(
+        6s, [&] { return neighbour.count(is_rst); }, Gt(0)));
     const auto first = neighbour.heard().front();
     EXPECT_TRUE(is_rst(first.bpdu));
-    ASSERT_TRUE(within(6s, [&] { return neighbour.count(is_config) > 0; }));
+    ASSERT_TRUE(eventually(
+        6s, [&] { return neighbour.count(is_config); }, Gt(0)));
     const auto legacy_since = neighbour.heard().back().at;
     EXPECT_GT(legacy_since - first.at, 1900ms);
-    EXPECT_TRUE(within(3s, [&] { return status_of(ours).port(1).stp_neighbour; }));
+    EXPECT_TRUE(status_within(ours, 3s, [](const bridge_status_t &status) { return status.port(1).stp_neighbour; }));
     EXPECT_EQ(neighbour.count(is_rst, legacy_since), 0u);
 
     // The other way round.
     neighbour.say(rst_bpdu(INFERIOR));
-    EXPECT_TRUE(within(6s, [&] { return neighbour.count(is_rst, legacy_since) > 0; }));
+    EXPECT_TRUE(eventually(
+        6s, [&] { return neighbour.count(is_rst, legacy_since); }, Gt(0)));
     const auto rapid_since = neighbour.heard().back().at;
     EXPECT_GT(rapid_since - legacy_since, 1900ms);
-    EXPECT_TRUE(within(3s, [&] { return !status_of(ours).port(1).stp_neighbour; }));
-    EXPECT_TRUE(within(3s, [&] { return neighbour.count(is_rst, rapid_since) >= 3; }));
+    EXPECT_TRUE(status_within(ours, 3s, [](const bridge_status_t &status) { return !status.port(1).stp_neighbour; }));
+    EXPECT_TRUE(eventually(
+        3s, [&] { return neighbour.count(is_rst, rapid_since); }, Ge(3)));
     EXPECT_EQ(neighbour.count(is_config, rapid_since), 0u);
 
     // And back again; this time a notification is enough.
     neighbour.be_silent();
     ASSERT_TRUE(within(5s, [&] { return clock_t::now() - rapid_since > 4s; }));
     neighbour.say_once(tcn_bpdu());
-    EXPECT_TRUE(within(3s, [&] { return neighbour.count(is_config, rapid_since) > 0; }));
+    EXPECT_TRUE(eventually(
+        3s, [&] { return neighbour.count(is_config, rapid_since); }, Gt(0)));
 }
 
 TEST_F(tree_neighbour, information_ages_out_after_three_hellos)
@@ -59,19 +64,21 @@ TEST_F(tree_neighbour, information_ages_out_after_three_hellos)
 
     const double mark = now_of(ours);
     neighbour.be_silent();
-    ASSERT_TRUE(within(8s, [&] { return is_root(ours); }));
+    ASSERT_TRUE(status_within(ours, 8s, &bridge_status_t::is_root));
     EXPECT_TRUE(becomes(ours, "1 designated forwards", AT_ONCE));
     EXPECT_EQ(status_of(ours).root_port, 0);
 
     // Three seconds and the ticks that notice it: what we tell then is our own.
     const auto told_since = [&] { return bpdu_events(ours, "tx", 1, "rstp", mark); };
-    ASSERT_TRUE(within(AT_ONCE, [&] { return !told_since().empty(); }));
+    ASSERT_TRUE(eventually(
+        AT_ONCE, [&] { return told_since().size(); }, Gt(0u)));
     const auto heard = bpdu_events(ours, "rx", 1, "rstp");
     const auto told = told_since();
     ASSERT_FALSE(heard.empty());
     EXPECT_GT(told.front().seconds - heard.back().seconds, 2);
     EXPECT_LT(told.front().seconds - heard.back().seconds, 7);
-    EXPECT_TRUE(within(AT_ONCE, [&] { return bpdu_get16(neighbour.heard().back().bpdu.root_priority) == 4096; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return bpdu_get16(neighbour.heard().back().bpdu.root_priority); }, 4096));
 }
 
 TEST_F(tree_neighbour, information_that_is_nearly_too_old_ages_out_sooner)
@@ -85,7 +92,7 @@ TEST_F(tree_neighbour, information_that_is_nearly_too_old_ages_out_sooner)
 
     neighbour.be_silent();
     const auto silent_since = clock_t::now();
-    EXPECT_TRUE(within(6s, [&] { return is_root(ours); }));
+    EXPECT_TRUE(status_within(ours, 6s, &bridge_status_t::is_root));
     EXPECT_LT(clock_t::now() - silent_since, 4500ms);
 }
 
@@ -110,9 +117,9 @@ TEST_P(tree_agreement, decides_how_fast_a_designated_port_forwards)
     switch_t &ours = add_bridge(4096, configs);
     ours.client().set_speed(1, 100, GetParam().full_duplex);
     speaker_t neighbour(add_machine(ours, 1));
-    ASSERT_TRUE(within(8s, [&] {
-        return neighbour.count([](const bpdu_t &bpdu) { return has_flag(bpdu, BPDU_FLAG_PROPOSAL); }) > 0;
-    }));
+    ASSERT_TRUE(eventually(
+        8s, [&] { return neighbour.count([](const bpdu_t &bpdu) { return has_flag(bpdu, BPDU_FLAG_PROPOSAL); }); },
+        Gt(0)));
     EXPECT_EQ(chip_state(ours, 1), HW_DISCARDING);
 
     const bridge_id_t root = status_of(ours).bridge;

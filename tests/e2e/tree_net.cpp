@@ -125,11 +125,9 @@ std::string ports_text(const switch_t &device)
 
 testing::AssertionResult becomes(const switch_t &device, const std::string &wanted, std::chrono::milliseconds limit)
 {
-    std::string seen;
-    if (within(limit, [&] { return (seen = ports_text(device)) == wanted; }))
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure() << device.node().name() << ": \"" << seen << "\" instead of \"" << wanted
-                                       << "\" after " << limit.count() << " ms";
+    return eventually(
+               limit, [&] { return ports_text(device); }, wanted)
+           << " at " << device.node().name();
 }
 
 bool is_root(const switch_t &device) { return status_of(device).is_root(); }

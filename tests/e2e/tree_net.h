@@ -17,6 +17,11 @@
 
 namespace lab {
 
+using e2e::status_within;
+using testing::AllOf;
+using testing::Ge;
+using testing::Gt;
+
 // The shortest times that the standard allows.
 constexpr int HELLO_TIME = 1;
 constexpr int MAX_AGE = 6;

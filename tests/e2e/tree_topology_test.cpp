@@ -26,22 +26,22 @@ protected:
         ASSERT_TRUE(becomes(*ours, "1 designated forwards, 2 designated forwards, 6 designated forwards", BY_TIMERS));
     }
 
-    bool is_quiet(const speaker_t &neighbour, std::chrono::milliseconds patience) const
+    testing::AssertionResult is_quiet(const speaker_t &neighbour, std::chrono::milliseconds patience) const
     {
         const auto start = clock_t::now();
-        return within(patience, [&] {
-            const auto since = std::max(start, clock_t::now() - 2s);
-            return clock_t::now() - start > 2s && neighbour.count(tells_change, since) == 0;
-        });
+        within(3s, [&] { return clock_t::now() - start > 2s; });
+        const auto changes_told = [&] { return neighbour.count(tells_change, clock_t::now() - 2s); };
+        return eventually(patience - 2s, changes_told, 0u);
     }
 
     /// Lets the chip learn the host; true when it has.
-    bool is_learned()
+    testing::AssertionResult is_learned()
     {
-        return within(2s, [&] {
+        const auto learned_at = [&] {
             station->send(station->mac(), EVERYBODY, 0);
-            return heard_at(*ours, station->mac()) == 6;
-        });
+            return heard_at(*ours, station->mac());
+        };
+        return eventually(2s, learned_at, 6u);
     }
 
     switch_t *ours;
@@ -63,9 +63,11 @@ TEST_F(tree_topology, change_is_told_for_two_hellos_among_rstp_bridges)
     const double mark = now_of(*ours);
     const auto since = clock_t::now();
     first->say_once(rst_bpdu(INFERIOR, BPDU_FLAG_TC));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return !events_with(*ours, "mdio", FLUSH_WORDS, mark).empty(); }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return events_with(*ours, "mdio", FLUSH_WORDS, mark).size(); }, Gt(0u)));
     EXPECT_EQ(heard_at(*ours, station->mac()), 0u);
-    EXPECT_TRUE(within(AT_ONCE, [&] { return second->count(tells_change, since) > 0; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return second->count(tells_change, since); }, Gt(0)));
     EXPECT_TRUE(is_quiet(*second, 6s));
     const size_t times = second->count(tells_change, since);
     EXPECT_GE(times, 1u);
@@ -76,7 +78,8 @@ TEST_F(tree_topology, change_is_told_for_two_hellos_among_rstp_bridges)
 
     // The next BPDU without the flag changes nothing.
     const double later = now_of(*ours);
-    EXPECT_TRUE(within(AT_ONCE, [&] { return bpdu_events(*ours, "rx", 1, "rstp", later).size() >= 2; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return bpdu_events(*ours, "rx", 1, "rstp", later).size(); }, Ge(2)));
     EXPECT_TRUE(events_with(*ours, "mdio", FLUSH_WORDS, later).empty());
     EXPECT_EQ(heard_at(*ours, station->mac()), 6u);
 }
@@ -84,7 +87,7 @@ TEST_F(tree_topology, change_is_told_for_two_hellos_among_rstp_bridges)
 TEST_F(tree_topology, notification_is_acknowledged)
 {
     start(config_bpdu(INFERIOR), rst_bpdu(INFERIOR));
-    ASSERT_TRUE(within(8s, [&] { return status_of(*ours).port(1).stp_neighbour; }));
+    ASSERT_TRUE(status_within(*ours, 8s, [](const bridge_status_t &status) { return status.port(1).stp_neighbour; }));
     EXPECT_TRUE(is_quiet(*second, 8s));
     ASSERT_TRUE(is_learned());
     EXPECT_EQ(first->count(is_ack), 0u);
@@ -92,7 +95,8 @@ TEST_F(tree_topology, notification_is_acknowledged)
     const double mark = now_of(*ours);
     const auto since = clock_t::now();
     first->say_once(tcn_bpdu());
-    EXPECT_TRUE(within(AT_ONCE, [&] { return first->count(is_ack, since) > 0; }));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return first->count(is_ack, since); }, Gt(0)));
     EXPECT_FALSE(events_with(*ours, "mdio", FLUSH_WORDS, mark).empty());
     EXPECT_EQ(status_of(*ours).port(1).received.tcn, 1u);
 
@@ -101,10 +105,11 @@ TEST_F(tree_topology, notification_is_acknowledged)
     EXPECT_TRUE(is_quiet(*second, 6s));
     EXPECT_GT(second->count(tells_change, since), 0u);
     EXPECT_EQ(first->count(is_ack, since), 1u);
-    EXPECT_TRUE(within(15s, [&] {
-        const auto heard = first->heard();
-        return is_config(heard.back().bpdu) && !tells_change(heard.back().bpdu);
-    }));
+    const auto last_heard = [&] {
+        const bpdu_t last = first->heard().back().bpdu;
+        return std::tuple(is_config(last), tells_change(last));
+    };
+    EXPECT_TRUE(eventually(15s, last_heard, testing::FieldsAre(true, false)));
     const size_t told = first->count(tells_change, since);
     EXPECT_GE(told, size_t{MAX_AGE + FORWARD_DELAY - 2});
     EXPECT_LE(told, size_t{MAX_AGE + FORWARD_DELAY + 2});
@@ -136,8 +141,10 @@ TEST_F(tree_topology, host_that_moves_is_found_again)
     EXPECT_EQ(heard_at(device, mover.node().mac()), 1u);
 
     old_cable.pull();
-    ASSERT_TRUE(within(AT_ONCE, [&] { return role_of(device, 1) == ROLE_DISABLED; }));
-    EXPECT_TRUE(within(AT_ONCE, [&] { return heard_at(device, mover.node().mac()) == 0; }));
+    ASSERT_TRUE(eventually(
+        AT_ONCE, [&] { return role_of(device, 1); }, ROLE_DISABLED));
+    EXPECT_TRUE(eventually(
+        AT_ONCE, [&] { return heard_at(device, mover.node().mac()); }, 0));
     mover.node().ip("link delete eth0");
     const cable_t new_cable(device.port(2), {&mover.node(), "eth0", mover.node().mac()});
     mover.set_address();
