@@ -1,7 +1,10 @@
 /// lvt_rstpctl show and monitor on prepared status files.
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <sstream>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -53,26 +56,6 @@ std::string grouped()
 
 class show : public ctl {
 protected:
-    /// What a command writes on a terminal of its own.
-    std::string run_on_terminal(const std::string &arguments, winsize size, const char *kind = "xterm")
-    {
-        setenv("TERM", kind, 1);
-        int near = -1, far = -1;
-        char name[PATH_MAX];
-        if (openpty(&near, &far, name, nullptr, &size) != 0)
-            abort();
-        const run_t result = run_on_board(arguments + " >" + name);
-        EXPECT_EQ(result.status, 0) << arguments;
-        close(far);
-
-        std::string text;
-        char buffer[4096];
-        for (ssize_t count; (count = read(near, buffer, sizeof buffer)) > 0;)
-            text.append(buffer, static_cast<size_t>(count));
-        close(near);
-        std::erase(text, '\r');
-        return text;
-    }
     /// What `show` says when it refuses, with N for the number of seconds in it, which must be `seconds`
     /// but for the time that the command itself may take.
     std::string refused_some_seconds_from(long seconds)
@@ -86,6 +69,52 @@ protected:
         return result.output.substr(0, begin) + "N" + result.output.substr(end);
     }
     json_t json_of(const std::string &arguments) { return json_t::parse(run_on_board(arguments).output); }
+};
+
+/// A pseudo terminal, or why there is none.
+struct terminal_t {
+    explicit terminal_t(const winsize &size = {})
+    {
+        if (openpty(&near, &far, name, nullptr, &size) != 0)
+            fault = std::strerror(errno);
+    }
+    ~terminal_t()
+    {
+        close(near);
+        close(far);
+    }
+    terminal_t(const terminal_t &) = delete;
+    terminal_t &operator=(const terminal_t &) = delete;
+
+    int near = -1, far = -1;
+    char name[PATH_MAX] = "/dev/null";
+    std::string fault;
+};
+
+class show_on_terminal : public show {
+protected:
+    void SetUp() override
+    {
+        if (const terminal_t trial; !trial.fault.empty())
+            GTEST_SKIP() << "cannot run here: no pseudo terminal: " << trial.fault;
+    }
+
+    /// What a command writes on a terminal of its own.
+    std::string run_on_terminal(const std::string &arguments, winsize size, const char *kind = "xterm")
+    {
+        setenv("TERM", kind, 1);
+        terminal_t terminal(size);
+        const run_t result = run_on_board(arguments + " >" + terminal.name);
+        EXPECT_EQ(result.status, 0) << arguments;
+        close(std::exchange(terminal.far, -1));
+
+        std::string text;
+        char buffer[4096];
+        for (ssize_t count; (count = read(terminal.near, buffer, sizeof buffer)) > 0;)
+            text.append(buffer, static_cast<size_t>(count));
+        std::erase(text, '\r');
+        return text;
+    }
 };
 
 } // namespace
@@ -342,7 +371,7 @@ TEST_F(show, foreign_text_does_not_reach_the_terminal_as_it_is)
     EXPECT_EQ(printable("a\x1b[2J\x9b\x7f\r\xc3\xbc\n~"), "a\\x1b[2J\\x9b\\x7f\\x0d\\xc3\\xbc\n~");
 }
 
-TEST_F(show, fits_the_terminal)
+TEST_F(show_on_terminal, fits_the_terminal)
 {
     report(STATUS);
     EXPECT_EQ(run_on_terminal("show ports --color never", {24, 102, 0, 0}), PORTS_TABLE);
@@ -361,7 +390,7 @@ TEST_F(show, fits_the_terminal)
         EXPECT_LE(line.size(), 80u) << line;
 }
 
-TEST_F(show, watching_redraws_a_screen_in_place)
+TEST_F(show_on_terminal, watching_redraws_a_screen_in_place)
 {
     report(STATUS);
     age = FRESH_FOR_LONG;
@@ -379,7 +408,7 @@ TEST_F(show, watching_redraws_a_screen_in_place)
     EXPECT_EQ(whole.find("no room"), std::string::npos) << whole;
 }
 
-TEST_F(show, colours_only_where_they_are_wanted)
+TEST_F(show_on_terminal, colours_only_where_they_are_wanted)
 {
     report(STATUS);
     const auto is_coloured = [this](const char *kind) {
