@@ -27,6 +27,27 @@ std::string capture_of(const std::vector<octets_t> &frames, uint32_t link_type =
     return file;
 }
 
+/// The same in the newer format, with the time of the first frame in seconds, and a second more for each.
+std::string newer_capture_of(const std::vector<octets_t> &frames, uint64_t seconds)
+{
+    std::string file;
+    const auto put = [&file](std::initializer_list<uint32_t> words) {
+        for (const uint32_t word : words)
+            file.append(reinterpret_cast<const char *>(&word), sizeof word);
+    };
+    put({0x0A0D0D0A, 28, 0x1A2B3C4D, 1, 0xFFFFFFFF, 0xFFFFFFFF, 28}); // the section
+    put({1, 32, 1, 65535, 1u << 16 | 9, 0, 0, 32});                   // its interface, whose times are seconds
+    for (const octets_t &frame : frames) {
+        const auto size = static_cast<uint32_t>(frame.size()), padded = (size + 3) / 4 * 4;
+        put({6, 32 + padded, 0, static_cast<uint32_t>(seconds >> 32), static_cast<uint32_t>(seconds), size, size});
+        file.append(frame.begin(), frame.end());
+        file.append(padded - size, '\0');
+        put({32 + padded});
+        seconds++;
+    }
+    return file;
+}
+
 class capture_file : public ctl {
 protected:
     std::string capture = path("trace.pcap");
@@ -125,6 +146,23 @@ TEST_F(capture_file, is_explained)
     EXPECT_TRUE(line.starts_with("frame 1, 2026-11-") && line.ends_with(": frame of 60 octets, no BPDU")) << line;
     std::getline(lines, line);
     EXPECT_NE(line.find(": RST BPDU of 4096/02:00:00:00:99:00, root "), std::string::npos) << line;
+}
+
+TEST_F(capture_file, may_have_times_that_are_none)
+{
+    const std::string summary =
+        ": RST BPDU of 4096/02:00:00:00:99:00, root 4096/02:00:00:00:99:00, cost 0, port 1, priority 128 "
+        "(designated, proposal)\n";
+    for (const uint64_t seconds : {uint64_t{INT64_MAX} - 1, uint64_t{INT64_MAX} + 1, uint64_t{9'223'372'036}}) {
+        write_file(capture, newer_capture_of({rst_frame(), rst_frame()}, seconds));
+        const run_t result = run_on_board("decode --brief --capture " + capture);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.output,
+                  "frame 1, at no time that can be told" + summary + "frame 2, at no time that can be told" + summary);
+    }
+    write_file(capture, newer_capture_of({rst_frame()}, 1795183695));
+    const run_t result = run_on_board("decode --brief --capture " + capture);
+    EXPECT_TRUE(result.output.starts_with("frame 1, 2026-11-")) << result.output;
 }
 
 TEST_F(capture_file, is_explained_until_it_is_damaged)

@@ -10,6 +10,21 @@
 #include "tools/ctl/ctl.h"
 #include "tools/ctl/text_file.h"
 
+namespace {
+
+/// A file may have any 64 bits for seconds; this program's clock counts nanoseconds, to the year 2262.
+constexpr std::chrono::seconds SECONDS_MAX{9'000'000'000};
+
+std::optional<std::chrono::system_clock::time_point> time_of(const timeval &time)
+{
+    const std::chrono::seconds seconds(time.tv_sec);
+    if (seconds < -SECONDS_MAX || seconds > SECONDS_MAX)
+        return {};
+    return std::chrono::system_clock::time_point(seconds + std::chrono::microseconds(time.tv_usec));
+}
+
+} // namespace
+
 size_t for_each_captured(const std::string &path, const std::function<void(const captured_t &frame)> &action)
 {
     file_t stream = path == "-" ? file_t(stdin, [](std::FILE *) { return 0; }) : open_regular_file(path);
@@ -28,10 +43,7 @@ size_t for_each_captured(const std::string &path, const std::function<void(const
     const u_char *octets = nullptr;
     int result;
     while ((result = pcap_next_ex(file.get(), &header, &octets)) == 1)
-        action({++count,
-                std::chrono::system_clock::time_point(std::chrono::seconds(header->ts.tv_sec) +
-                                                      std::chrono::microseconds(header->ts.tv_usec)),
-                {octets, octets + header->caplen}});
+        action({++count, time_of(header->ts), {octets, octets + header->caplen}});
     if (result != PCAP_ERROR_BREAK)
         throw refused_t(fmt::format("{} is damaged after frame {}: {}", path, count, pcap_geterr(file.get())));
     return count;

@@ -4,13 +4,14 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 struct captured_t {
-    size_t number; ///< in the file, from 1
-    std::chrono::system_clock::time_point time;
-    std::vector<uint8_t> octets; ///< what was captured of the frame
+    size_t number;                                             ///< in the file, from 1
+    std::optional<std::chrono::system_clock::time_point> time; ///< none where the file has one that is none
+    std::vector<uint8_t> octets;                               ///< what was captured of the frame
 };
 
 /// Goes through a pcap or pcapng file, or standard input for "-". Returns how many frames there were. Throws refused_t

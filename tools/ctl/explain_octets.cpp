@@ -42,7 +42,9 @@ bool decode_capture(const decode_args_t &args)
     bool good = true;
     const size_t count = for_each_captured(args.capture, [&](const captured_t &frame) {
         const decoded_t decoded = decode(frame.octets, kind_t::frame);
-        fmt::print("frame {}, {}: {}", frame.number, time_text(frame.time), decoded_text(decoded, args.brief));
+        fmt::print("frame {}, {}: {}", frame.number,
+                   frame.time ? time_text(*frame.time) : "at no time that can be told",
+                   decoded_text(decoded, args.brief));
         good = good && decoded.fault.empty();
     });
     if (!count)
