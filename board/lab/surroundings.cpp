@@ -1,11 +1,15 @@
 #include "board/lab/surroundings.h"
 
+#include <algorithm>
+#include <cstring>
 #include <sstream>
 #include <stdexcept>
 
 #include <fmt/format.h>
+#include <net/if.h>
 
 #include "tools/number.h"
+#include "tools/printable.h"
 
 namespace lab {
 
@@ -17,6 +21,15 @@ int port_number(const std::string &text)
     if (read_number(text, port) != std::errc() || port < 1 || port > 6)
         throw std::runtime_error(fmt::format("there is no port '{}', only 1 to 6", text));
     return port;
+}
+
+/// What the kernel takes for an interface's name, and `ip -batch` for one word that means itself.
+bool is_interface_name(const std::string &name)
+{
+    return !name.empty() && name.size() < IFNAMSIZ && name != "." && name != ".." &&
+           std::ranges::all_of(name, [](char letter) {
+               return letter > ' ' && letter <= '~' && std::strchr("/:%#\"'\\", letter) == nullptr;
+           });
 }
 
 std::string namespace_path(const std::string &pid, const node_t &node)
@@ -41,12 +54,17 @@ void surroundings_t::add_outside(const std::string &text)
 {
     const size_t colon = text.find(':');
     if (colon == std::string::npos || colon + 1 == text.size())
-        throw std::runtime_error(fmt::format("'{}' is not N:IFNAME, as in 1:sw1p1", text));
+        throw std::runtime_error(printable(fmt::format("'{}' is not N:IFNAME, as in 1:sw1p1", text)));
+    const int port = port_number(text.substr(0, colon));
+    const std::string interface = text.substr(colon + 1);
+    if (!is_interface_name(interface))
+        throw std::runtime_error(
+            printable(fmt::format("'{}' is no name for an interface: it has 1 to {} letters, digits or signs, "
+                                  "not / : % # \" ' or \\, and is not . or ..",
+                                  interface, IFNAMSIZ - 1)));
     if (world_.unprivileged)
         throw std::runtime_error("--port puts an interface into this machine's network: run it as root");
 
-    const int port = port_number(text.substr(0, colon));
-    const std::string interface = text.substr(colon + 1);
     claim(port, {fmt::format("the interface {} of this machine", interface), "", nullptr});
 
     const int net = world_.caller_net.number();
@@ -56,7 +74,7 @@ void surroundings_t::add_outside(const std::string &text)
                               "link set {0} up",
                               near.interface, near.mac, interface, net),
                   {net});
-    lab::run({.argv = {"ip", "link", "set", interface, "up"}, .place = {.net = net}});
+    lab::run({.argv = {"ip", "link", "set", "dev", interface, "up"}, .place = {.net = net}});
 }
 
 void surroundings_t::add_host(int port)

@@ -21,7 +21,8 @@ public:
 
     // These throw std::runtime_error when a port does not exist or has a cable already.
 
-    /// text  "N:IFNAME": port N is cabled to a new interface of the machine.
+    /// text  "N:IFNAME": port N is cabled to a new interface of the machine. Also throws for what is no
+    ///       name for one.
     void add_outside(const std::string &text);
 
     /// Port `port` is cabled to a host with address 10.0.0.PORT.

@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 #include <sys/mman.h>
 
+#include "board/lab/privileges.h"
 #include "fixture.h"
+#include "tools/printable.h"
 
 namespace {
 
@@ -92,6 +94,38 @@ TEST(lab_help, man_page_has_every_option)
         options++;
     }
     EXPECT_GE(options, 8u);
+}
+
+TEST(lab_port, takes_no_name_that_no_interface_can_have)
+{
+    const char *names[] = {"a b",
+                           "a\nlink add name other type dummy",
+                           "a\tb",
+                           "a\x7f",
+                           "a\x1b[2J",
+                           ".",
+                           "..",
+                           "a/b",
+                           "a:b",
+                           "a%d",
+                           "a#b",
+                           "a\"b",
+                           "a'b",
+                           "a\\b",
+                           "sixteen_letters_",
+                           "\xc3\xa4"};
+    for (const std::string name : names) {
+        const lab::outcome_t outcome = lab::run({.argv = {SWITCH, "--port", "1:" + name, "--run", "true"}});
+        EXPECT_EQ(outcome.exit_code, 1) << name;
+        EXPECT_EQ(outcome.output,
+                  fmt::format("lvt_switch: '{}' is no name for an interface: it has 1 to 15 letters, digits or signs, "
+                              "not / : % # \" ' or \\, and is not . or ..\n",
+                              printable(name)));
+    }
+    EXPECT_EQ(lab::run({.argv = {SWITCH, "--port", "1:", "--run", "true"}}).output,
+              "lvt_switch: '1:' is not N:IFNAME, as in 1:sw1p1\n");
+    EXPECT_EQ(lab::run({.argv = {SWITCH, "--port", "1:fifteen-letters", "--run", "true"}}).exit_code,
+              lab::in_own_user_namespace() ? 1 : 0);
 }
 
 TEST(lab_run, ends_as_its_command_does)
