@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <list>
+#include <optional>
 #include <sstream>
 
 #include <fcntl.h>
@@ -199,6 +200,44 @@ TEST_F(ctl, the_stored_file_is_the_switchs_own)
 
     EXPECT_EQ(std::filesystem::exists(other.node().path("/etc/lvt_rstp.toml")), machine_has_one);
     EXPECT_EQ(std::filesystem::exists("/etc/lvt_rstp.toml"), machine_has_one);
+}
+
+/// The octets of a file, or that there is none.
+std::optional<std::string> content_of(const std::string &path)
+{
+    std::ifstream file(path);
+    if (!file)
+        return {};
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+TEST_F(ctl, set_from_outside_stores_in_the_switch)
+{
+    lab::switch_t &device = start_switch();
+    if (device.node().run({.argv = {"test", "-w", "/etc"}}).exit_code != 0)
+        GTEST_SKIP() << "cannot run here: no overlay for an /etc of its own";
+    const std::string machines = "/etc/lvt_rstp.toml";
+    const auto before = content_of(machines);
+    const std::string root = fmt::format("/proc/{}/root", device.daemon().pid());
+    const auto set_outside = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {TOOL, "--root", root, "set"});
+        const lab::outcome_t outcome = lab::run({.argv = std::move(words)});
+        EXPECT_EQ(outcome.exit_code, 0) << outcome.output;
+        serve_all(device);
+    };
+    ASSERT_TRUE(ticks(device, 1));
+    device.node().run({.argv = {"rm", "-f", machines}});
+
+    set_outside({"bridge", "--priority", "4096"});
+    set_outside({"port", "3", "--spanning-tree", "on"});
+    const auto after = content_of(machines);
+    if (after != before && !before)
+        std::filesystem::remove(machines);
+    EXPECT_EQ(after, before) << "the machine's own file";
+    EXPECT_EQ(device.node().read(machines), "[bridge]\npriority = 4096\n\n[port.3]\nspanning_tree = true\n");
+    EXPECT_TRUE(status_within(device, SOON, [](const auto &status) {
+        return status.bridge.prio == 4096 && status.port(3).role != ROLE_NON_STP;
+    }));
 }
 
 TEST_F(ctl, set_opens_no_loop_that_single_messages_have_cut)

@@ -721,6 +721,39 @@ TEST_F(set, keeps_links_and_permissions)
     EXPECT_EQ(std::filesystem::status(path("real.toml")).permissions(), std::filesystem::perms(0640));
 }
 
+TEST_F(set, a_link_of_the_board_leads_to_what_is_below_its_root)
+{
+    // As an image has it that is to run elsewhere: / is the board's own.
+    std::filesystem::create_directories(path("etc"));
+    std::filesystem::create_directories(path("flash"));
+    std::filesystem::create_symlink("/flash/../flash/switch.toml", path("etc/lvt_rstp.toml"));
+    for (const char *command : {"set bridge --priority 4096", "set bridge --max-age 18"})
+        EXPECT_EQ(run_on_board(command).status, 0);
+    EXPECT_EQ(read_file(path("flash/switch.toml")), "[bridge]\npriority = 4096\nmax_age = 18\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(path("etc/lvt_rstp.toml")));
+    EXPECT_EQ(run_on_board("check").status, 0);
+
+    std::filesystem::remove(path("etc/lvt_rstp.toml"));
+    std::filesystem::create_symlink("../../../../../flash/switch.toml", path("etc/lvt_rstp.toml"));
+    EXPECT_EQ(run_on_board("set bridge --priority 0").status, 0);
+    EXPECT_EQ(read_file(path("flash/switch.toml")), "[bridge]\npriority = 0\nmax_age = 18\n");
+    control.read_all();
+
+    std::filesystem::remove(path("etc/lvt_rstp.toml"));
+    std::filesystem::create_symlink("lvt_rstp.toml", path("etc/lvt_rstp.toml"));
+    expect_refused("set bridge --priority 0",
+                   "cannot write " + path("etc/lvt_rstp.toml") + ": Too many levels of symbolic links");
+}
+
+TEST_F(set, no_folder_of_the_board_is_a_way_out_of_it)
+{
+    const temp_folder_t machine;
+    std::filesystem::create_symlink(machine.path, path("etc"));
+    const run_t result = run_on_board("set bridge --priority 0");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_FALSE(std::filesystem::exists(machine.path + "/lvt_rstp.toml")) << result.output;
+}
+
 TEST_F(set, what_is_not_allowed_changes_nothing)
 {
     write_file(file, "[bridge]\nmax_age = 20\n");

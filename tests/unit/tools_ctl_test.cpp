@@ -223,6 +223,21 @@ TEST_F(ctl, root_may_end_in_slashes)
     EXPECT_EQ(control.read_all(), lacp_enable_message({}));
 }
 
+TEST_F(ctl, root_may_come_from_the_environment)
+{
+    const temp_folder_t other;
+    setenv("LVT_ROOT", board.path.c_str(), 1);
+    run_t result = run("lacp");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_EQ(control.read_all(), lacp_enable_message({}));
+    result = run("--root " + other.path + " lacp");
+    EXPECT_EQ(control.read_all().size(), 0u);
+    EXPECT_NE(result.output.find(other.path), std::string::npos) << "the option wins: " << result.output;
+    setenv("LVT_ROOT", "", 1);
+    EXPECT_NE(run("--dry-run lacp").output.find("to /tmp/rstp_if_pipe"), std::string::npos);
+    unsetenv("LVT_ROOT");
+}
+
 TEST_F(ctl, usage_errors_have_a_status_of_their_own)
 {
     expect_usage("", "A command is required");

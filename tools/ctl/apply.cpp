@@ -1,7 +1,6 @@
 #include "tools/ctl/apply.h"
 
 #include <algorithm>
-#include <filesystem>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -102,23 +101,24 @@ void refuse_losses(const bridge_status_t &now, const std::string &path, bool exi
 
 } // namespace
 
-std::string default_config_path(const ctl_t &ctl) { return ctl.root + CONFIG_FILE; }
+place_t stored_config(const ctl_t &ctl) { return {ctl.root, CONFIG_FILE}; }
 
-void check_config(const std::string &path) { load_config(path); }
+void check_config(const place_t &place) { load_config(place); }
 
-void apply_config(const ctl_t &ctl, const std::string &path)
+void apply_config(const ctl_t &ctl, const place_t &place)
 {
-    const settings_t settings = load_config(path);
+    const settings_t settings = load_config(place);
     send_plan(ctl, plan_of(settings, {}, reported(ctl)));
 }
 
-void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<edit_t> &edits, bool force)
+void set_in_config(const ctl_t &ctl, const place_t &place, const std::vector<edit_t> &edits, bool force)
 {
     std::optional<config_lock_t> lock;
     if (!ctl.dry_run)
-        lock.emplace(path);
-    const bool exists = std::filesystem::exists(path);
-    std::string text = exists ? read_config_text(path) : "";
+        lock.emplace(place);
+    const std::string path = place.text();
+    const auto stored = find_config_text(place);
+    std::string text = stored.value_or("");
     const settings_t before = settings_in(text, path);
     for (const edit_t &edit : edits)
         text = with_setting(text, edit);
@@ -127,14 +127,14 @@ void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<
     within_a_report([&] { // which may not yet tell of what was sent just before
         now = force || ctl.dry_run ? reported(ctl) : demand_report(ctl);
         if (now && !force)
-            refuse_losses(*now, path, exists, before, settings, edits);
+            refuse_losses(*now, path, stored.has_value(), before, settings, edits);
     });
 
     if (ctl.dry_run)
         for (const edit_t &edit : edits)
             fmt::print("in {}: [{}] {} = {}\n", printable(path), edit.section, edit.key, edit.value);
     else
-        save_config(path, text);
+        save_config(place, text);
     try {
         send_plan(ctl, plan_of(settings, before, now));
     } catch (const refused_t &refusal) {

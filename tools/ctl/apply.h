@@ -8,16 +8,16 @@
 #include "tools/ctl/ctl.h"
 
 /// Throws refused_t with all that is wrong in the file.
-void check_config(const std::string &path);
+void check_config(const place_t &place);
 
 /// Checks the file and sends all that it sets, or shows it on a dry run. Throws refused_t.
-void apply_config(const ctl_t &ctl, const std::string &path);
+void apply_config(const ctl_t &ctl, const place_t &place);
 
 /// Changes settings of the file, which is made if it is not there, and sends what it then sets; on
 /// a dry run shows both. Nothing is written or sent unless the whole file is in order and, without
 /// `force`, no port leaves the spanning tree that it did not take part in by the file before.
 /// Throws refused_t.
-void set_in_config(const ctl_t &ctl, const std::string &path, const std::vector<edit_t> &edits, bool force);
+void set_in_config(const ctl_t &ctl, const place_t &place, const std::vector<edit_t> &edits, bool force);
 
 /// Where the configuration is kept on the board that `ctl` speaks to.
-std::string default_config_path(const ctl_t &ctl);
+place_t stored_config(const ctl_t &ctl);

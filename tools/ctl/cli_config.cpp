@@ -10,15 +10,21 @@
 
 namespace {
 
+/// The file that is named, on this machine, or the board's stored one.
+place_t place_of(const ctl_t &ctl, const std::string &file)
+{
+    return file.empty() ? stored_config(ctl) : place_t{"", file};
+}
+
 void add_file_command(CLI::App &app, const ctl_t &ctl, const char *name, const char *text, const char *footer,
-                      void (*run)(const ctl_t &ctl, const std::string &path))
+                      void (*run)(const ctl_t &ctl, const place_t &place))
 {
     auto *command = app.add_subcommand(name, text)->group(HEADING_CONFIGURE);
     command->footer(footer);
     auto path = std::make_shared<std::string>();
     command->add_option("FILE", *path, fmt::format("The configuration file, by default {}", CONFIG_FILE))
         ->type_name("");
-    command->callback([path, run, &ctl] { run(ctl, path->empty() ? default_config_path(ctl) : *path); });
+    command->callback([path, run, &ctl] { run(ctl, place_of(ctl, *path)); });
 }
 
 // ---- set -------------------------------------------------------------------------------
@@ -109,7 +115,7 @@ void run_set(const ctl_t &ctl, const set_args_t &args, std::span<const set_optio
             }
     if (edits.empty())
         throw usage_t("set: name at least one setting");
-    set_in_config(ctl, args.file.empty() ? default_config_path(ctl) : args.file, edits, args.force);
+    set_in_config(ctl, place_of(ctl, args.file), edits, args.force);
 }
 
 void add_set_bridge_command(CLI::App &set, const ctl_t &ctl)
@@ -148,7 +154,7 @@ void add_config_commands(CLI::App &app, const ctl_t &ctl)
                      "Every fault is told with its line and column. Nothing is sent.\n"
                      "Example:\n"
                      "  lvt_rstpctl check switch.toml",
-                     [](const ctl_t &, const std::string &path) { check_config(path); });
+                     [](const ctl_t &, const place_t &place) { check_config(place); });
     add_file_command(app, ctl, "apply", "Puts a configuration file in force",
                      "The file is checked as a whole, then sent. What it does not set goes back to its default; the\n"
                      "members of groups stay as they are unless it names some. See lvt_rstp.toml(5).\n"

@@ -4,9 +4,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <random>
 #include <sstream>
 #include <thread>
 
@@ -76,21 +75,27 @@ std::string with_line(std::string text, const toml::table &section, const edit_t
     throw refused_t(fmt::format("cannot write {}: {}{}", path, std::strerror(errno), next_step));
 }
 
-/// What a path leads to: a link stays one.
-std::string target_of(const std::string &path)
+/// Makes a file of its own for what will take the file's place. Returns its descriptor, or -1.
+int create_beside(const folder_t &folder, std::string &name)
 {
-    std::error_code none;
-    const std::filesystem::path real = std::filesystem::weakly_canonical(path, none);
-    return none ? path : real.string();
+    constexpr int ATTEMPTS = 100;
+    std::random_device chance;
+    for (int attempt = 0; attempt < ATTEMPTS; attempt++) {
+        name = fmt::format("{}.{:08x}", folder.name(), chance());
+        const int fd = openat(folder.number(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd >= 0 || errno != EEXIST)
+            return fd;
+    }
+    return -1;
 }
 
 /// Writes a new file, with the owner and permissions of the one whose place it will take.
-bool write_whole(int fd, const std::string &text, const std::string &target)
+bool write_whole(int fd, const std::string &text, const folder_t &folder)
 {
     struct stat before = {}, mine = {};
     if (fstat(fd, &mine) != 0)
         return false;
-    const bool replaces = stat(target.c_str(), &before) == 0;
+    const bool replaces = fstatat(folder.number(), folder.name().c_str(), &before, AT_SYMLINK_NOFOLLOW) == 0;
     const bool foreign = replaces && (before.st_uid != mine.st_uid || before.st_gid != mine.st_gid);
     return (!foreign || fchown(fd, before.st_uid, before.st_gid) == 0) &&
            fchmod(fd, replaces ? before.st_mode & 07777 : 0644) == 0 &&
@@ -131,43 +136,38 @@ std::string with_setting(const std::string &text, const edit_t &edit)
                                 edit.value, edit.section));
 }
 
-config_lock_t::config_lock_t(const std::string &path)
+config_lock_t::config_lock_t(const place_t &place) : folder_(place)
 {
-    const std::string folder = std::filesystem::path(target_of(path)).parent_path().string();
-    folder_ = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder_ < 0)
-        refuse(path);
-    for (const auto deadline = std::chrono::steady_clock::now() + LOCK_PATIENCE; flock(folder_, LOCK_EX | LOCK_NB) != 0;
-         std::this_thread::sleep_for(LOCK_POLL_PAUSE)) {
-        const int error = errno;
-        if (error == EWOULDBLOCK && std::chrono::steady_clock::now() < deadline)
-            continue;
-        close(folder_);
-        if (error == EWOULDBLOCK)
+    errno = folder_.error();
+    if (folder_.number() < 0)
+        refuse(place.text());
+    for (const auto deadline = std::chrono::steady_clock::now() + LOCK_PATIENCE;
+         flock(folder_.number(), LOCK_EX | LOCK_NB) != 0; std::this_thread::sleep_for(LOCK_POLL_PAUSE)) {
+        if (errno != EWOULDBLOCK)
+            refuse(place.text());
+        if (std::chrono::steady_clock::now() >= deadline)
             throw refused_t(
                 fmt::format("another program has held a lock on the folder of {} for {} s, as an lvt_rstpctl "
                             "does that is stopped. Nothing was changed or sent: end it, and try again.",
-                            path, LOCK_PATIENCE.count()));
-        errno = error;
-        refuse(path);
+                            place.text(), LOCK_PATIENCE.count()));
     }
 }
 
-config_lock_t::~config_lock_t() { close(folder_); }
-
-void save_config(const std::string &path, const std::string &text)
+void save_config(const place_t &place, const std::string &text)
 {
-    const std::string target = target_of(path);
-    std::string temporary = target + ".XXXXXX";
-    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+    const folder_t folder(place);
+    errno = folder.error();
+    std::string temporary;
+    const int fd = folder.number() < 0 ? -1 : create_beside(folder, temporary);
     if (fd < 0)
-        refuse(path);
-    const bool whole = write_whole(fd, text, target) && rename(temporary.c_str(), target.c_str()) == 0;
+        refuse(place.text());
+    const bool whole = write_whole(fd, text, folder) &&
+                       renameat(folder.number(), temporary.c_str(), folder.number(), folder.name().c_str()) == 0;
     const int error = errno;
     close(fd);
     if (whole)
         return;
-    unlink(temporary.c_str());
+    unlinkat(folder.number(), temporary.c_str(), 0);
     errno = error;
-    refuse(path);
+    refuse(place.text());
 }

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "tools/ctl/place.h"
+
 /// One setting as the file writes it, say {"port.3", "edge", "false"}.
 struct edit_t {
     std::string section;
@@ -19,15 +21,14 @@ std::string with_setting(const std::string &text, const edit_t &edit);
 class config_lock_t {
 public:
     /// Throws refused_t, also when another holds it for longer than any change takes.
-    explicit config_lock_t(const std::string &path);
-    ~config_lock_t();
+    explicit config_lock_t(const place_t &place);
     config_lock_t(const config_lock_t &) = delete;
     config_lock_t &operator=(const config_lock_t &) = delete;
 
 private:
-    int folder_;
+    folder_t folder_;
 };
 
 /// Puts `text` in the file's place, whole or not at all, with the file's owner and permissions.
 /// Throws refused_t.
-void save_config(const std::string &path, const std::string &text);
+void save_config(const place_t &place, const std::string &text);

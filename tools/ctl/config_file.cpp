@@ -270,6 +270,18 @@ void read_file(reader_t &reader, const toml::table &file)
     }
 }
 
+/// The file's text; nothing when it cannot be read, and then errno says why.
+std::optional<std::string> text_at(const place_t &place)
+{
+    if (place.root.empty())
+        return read_text_file(place.path);
+    const folder_t folder(place);
+    errno = folder.error();
+    if (folder.number() < 0)
+        return {};
+    return read_text_file(open_regular_file(folder.number(), folder.name(), place.text()), place.text());
+}
+
 } // namespace
 
 config_t parse_config(const std::string &text)
@@ -299,13 +311,19 @@ settings_t settings_in(const std::string &text, const std::string &path)
     return config.settings;
 }
 
-std::string read_config_text(const std::string &path)
+std::string read_config_text(const place_t &place)
 {
-    const auto text = read_text_file(path);
+    const auto text = text_at(place);
     if (!text)
-        throw refused_t(fmt::format("cannot read {}: {}{}", path, std::strerror(errno),
+        throw refused_t(fmt::format("cannot read {}: {}{}", place.text(), std::strerror(errno),
                                     errno == ENOENT ? ". Write it, see man lvt_rstp.toml; set makes one, too." : ""));
     return *text;
 }
 
-settings_t load_config(const std::string &path) { return settings_in(read_config_text(path), path); }
+std::optional<std::string> find_config_text(const place_t &place)
+{
+    const auto text = text_at(place);
+    return !text && errno != ENOENT ? read_config_text(place) : text;
+}
+
+settings_t load_config(const place_t &place) { return settings_in(read_config_text(place), place.text()); }

@@ -1,9 +1,11 @@
 /// The configuration file: everything that an operator sets, in one readable file.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/ctl/place.h"
 #include "tools/messages.h"
 
 /// Where the configuration is kept unless another file is named.
@@ -36,10 +38,13 @@ config_t parse_config(const std::string &text);
 
 /// Reads and parses a file. Throws faults_t with a line for each fault, refused_t when it cannot be
 /// read.
-settings_t load_config(const std::string &path);
+settings_t load_config(const place_t &place);
 
 /// The settings in `text`, said to come from `path`. Throws faults_t as load_config does.
 settings_t settings_in(const std::string &text, const std::string &path);
 
 /// A file's text. Throws refused_t.
-std::string read_config_text(const std::string &path);
+std::string read_config_text(const place_t &place);
+
+/// The same; nothing when there is no such file.
+std::optional<std::string> find_config_text(const place_t &place);

@@ -35,7 +35,8 @@ bool is_colour_wanted(const std::string &when)
 void add_global_options(CLI::App &app, ctl_t &ctl, std::string &colour)
 {
     app.add_option("--root", ctl.root, "Look for the daemon's pipes and files under DIR instead of /")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->envname("LVT_ROOT");
     app.add_flag("--dry-run", ctl.dry_run, "Show messages in words and hex instead of sending them");
     app.add_option("--color", colour, "auto (on a terminal, default), always or never")
         ->type_name("WHEN")

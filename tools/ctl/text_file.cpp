@@ -9,10 +9,12 @@
 
 #include "tools/ctl/ctl.h"
 
-file_t open_regular_file(const std::string &path)
+namespace {
+
+constexpr int READING = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC; // a pipe without writer must not keep us waiting
+
+file_t regular_file(int fd, const std::string &path)
 {
-    // A pipe without writer would keep the opening waiting.
-    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return {nullptr, std::fclose};
     file_t file(fdopen(fd, "r"), std::fclose);
@@ -24,9 +26,22 @@ file_t open_regular_file(const std::string &path)
     return file;
 }
 
+} // namespace
+
+file_t open_regular_file(const std::string &path) { return regular_file(open(path.c_str(), READING), path); }
+
+file_t open_regular_file(int folder, const std::string &name, const std::string &path)
+{
+    return regular_file(openat(folder, name.c_str(), READING | O_NOFOLLOW), path);
+}
+
 std::optional<std::string> read_text_file(const std::string &path, size_t octets_max)
 {
-    const file_t file = open_regular_file(path);
+    return read_text_file(open_regular_file(path), path, octets_max);
+}
+
+std::optional<std::string> read_text_file(const file_t &file, const std::string &path, size_t octets_max)
+{
     if (!file)
         return {};
     std::string text(octets_max + 1, '\0');
