@@ -214,6 +214,10 @@ struct ctl : testing::Test {
     {
         expect_fails(arguments, 1, "lvt_rstpctl: " + reason + "\n");
     }
+    void expect_untold(const std::string &arguments, const std::string &reason)
+    {
+        expect_fails(arguments, 3, "lvt_rstpctl: " + reason + "\n");
+    }
     void expect_usage(const std::string &arguments, const std::string &reason)
     {
         expect_fails(arguments, 2, reason + "\nRun with --help for more information.\n");

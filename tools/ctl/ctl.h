@@ -22,6 +22,11 @@ struct faults_t : refused_t {
     using refused_t::refused_t;
 };
 
+/// Ends the tool with status 3: the daemon does not tell, so that nobody can say whether something is so.
+struct untold_t : refused_t {
+    using refused_t::refused_t;
+};
+
 /// Ends the tool with status 2: the command line was not understood.
 struct usage_t : std::runtime_error {
     using std::runtime_error::runtime_error;

@@ -16,7 +16,7 @@
 
 namespace {
 
-enum exit_code_t { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_USAGE = 2 };
+enum exit_code_t { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_USAGE = 2, EXIT_UNTOLD = 3 };
 
 void trim_slashes(std::string &path)
 {
@@ -86,7 +86,7 @@ exit_code_t run(int argc, char **argv)
     app.footer(
         "Each command has a --help of its own, with examples.\n"
         "Exit status: 0 done; 1 refused (a value that is not allowed, no daemon that takes it) or not so;\n"
-        "2 the command line was not understood.\n"
+        "2 the command line was not understood; 3 the daemon does not report, so that nobody can tell.\n"
         "Example, to speak to a board that runs in a namespace of its own:\n"
         "  lvt_rstpctl --root /proc/PID/root show");
     app.final_callback([&app] {
@@ -121,6 +121,9 @@ int main(int argc, char **argv)
         return EXIT_USAGE;
     } catch (const faults_t &faults) {
         complain(faults.what());
+    } catch (const untold_t &untold) {
+        complain(fmt::format("lvt_rstpctl: {}", untold.what()));
+        return EXIT_UNTOLD;
     } catch (const std::exception &error) {
         complain(fmt::format("lvt_rstpctl: {}", error.what()));
     }

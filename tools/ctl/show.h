@@ -16,7 +16,7 @@ struct show_args_t {
     std::optional<std::chrono::nanoseconds> length; ///< of watching; empty: for ever
 };
 
-/// Prints the state once, or each second anew with marks on what changed. Throws refused_t.
+/// Prints the state once, or each second anew with marks on what changed. Throws untold_t.
 void show(const ctl_t &ctl, const show_args_t &args);
 
 struct monitor_args_t {
@@ -24,6 +24,6 @@ struct monitor_args_t {
     std::optional<std::chrono::nanoseconds> length; ///< empty: for ever
 };
 
-/// Prints a line for each change of a role, a state, the root or the topology. Throws refused_t when
+/// Prints a line for each change of a role, a state, the root or the topology. Throws untold_t when
 /// the daemon no longer reports.
 void monitor(const ctl_t &ctl, const monitor_args_t &args);

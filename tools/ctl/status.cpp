@@ -29,9 +29,9 @@ std::string path_of(const ctl_t &ctl) { return ctl.root + RSTP_MONITOR_FILE; }
 {
     const std::string path = path_of(ctl);
     if (error == ENOENT || error == ENOTDIR)
-        throw refused_t(fmt::format("no status file at {}: is the daemon running? It writes the file every second.{}",
-                                    path, root_hint(ctl)));
-    throw refused_t(fmt::format("cannot read {}: {}", path, std::strerror(error)));
+        throw untold_t(fmt::format("no status file at {}: is the daemon running? It writes the file every second.{}",
+                                   path, root_hint(ctl)));
+    throw untold_t(fmt::format("cannot read {}: {}", path, std::strerror(error)));
 }
 
 system_clock::time_point time_of(const timespec &time)
@@ -51,13 +51,13 @@ void demand_fresh(const ctl_t &ctl, system_clock::time_point written)
 {
     const auto age = system_clock::now() - written;
     if (age < -STATUS_STALE_AFTER)
-        throw refused_t(
+        throw untold_t(
             fmt::format("{} is dated {} s ahead: the clock was set back, and the daemon, which "
                         "writes it every second, has not written it since. Look at what it printed "
                         "last, and start it again.",
                         path_of(ctl), duration_cast<seconds>(-age).count()));
     if (age > STATUS_STALE_AFTER)
-        throw refused_t(
+        throw untold_t(
             fmt::format("{} is {} s old: the daemon writes it every second, so it has ended or hangs. "
                         "Look at what it printed last, and start it again.",
                         path_of(ctl), duration_cast<seconds>(age).count()));
@@ -65,10 +65,13 @@ void demand_fresh(const ctl_t &ctl, system_clock::time_point written)
 
 std::string content_of(const ctl_t &ctl)
 {
-    const auto text = read_text_file(path_of(ctl), STATUS_OCTETS_MAX);
-    if (!text)
-        refuse(errno, ctl);
-    return *text;
+    try {
+        if (const auto text = read_text_file(path_of(ctl), STATUS_OCTETS_MAX))
+            return *text;
+    } catch (const refused_t &refusal) {
+        throw untold_t(refusal.what());
+    }
+    refuse(errno, ctl);
 }
 
 } // namespace
@@ -82,7 +85,7 @@ reading_t read_status(const ctl_t &ctl)
     std::string fault;
     const auto status = parse_status(content_of(ctl), &fault);
     if (!status)
-        throw refused_t(
+        throw untold_t(
             fmt::format("{} is no status file of this daemon: {}. Does another program write there? "
                         "The daemon puts a sound one in its place within a second.",
                         path_of(ctl), fault));

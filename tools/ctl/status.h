@@ -20,14 +20,14 @@ constexpr std::chrono::seconds STATUS_STALE_AFTER{3};
 
 constexpr std::chrono::milliseconds STATUS_POLL_PAUSE{20}; ///< between two looks at the file
 
-/// Reads the status file. Throws refused_t when it is missing, stale or malformed, and says what that
+/// Reads the status file. Throws untold_t when it is missing, stale or malformed, and says what that
 /// means and what to do.
 reading_t read_status(const ctl_t &ctl);
 
 /// The same without the reasons.
 std::optional<reading_t> try_status(const ctl_t &ctl);
 
-/// Waits until the file is written anew after `last`. Throws refused_t as read_status does, so that
+/// Waits until the file is written anew after `last`. Throws untold_t as read_status does, so that
 /// it waits no longer than a file needs to become stale.
 reading_t next_status(const ctl_t &ctl, const reading_t &last);
 
