@@ -99,6 +99,8 @@ const log_t DATA = {"data+", "data-"};
 const log_t CORE = {"core+", "core-"};
 const log_t NOTHING_QUEUED = DATA;
 
+using ::operator+; // of logs; other files have their own
+
 /// A queued group that is set up: rstp_core_sem inside rstp_data_sem.
 log_t core_around(const log_t &actions) { return log_t{"core+"} + actions + log_t{"core-"}; }
 log_t data_around(const log_t &actions) { return log_t{"data+"} + actions + log_t{"data-"}; }
@@ -110,7 +112,7 @@ log_t data_around(const log_t &actions) { return log_t{"data+"} + actions + log_
 TEST_F(semaphores, type_0)
 {
     boot({1});
-    EXPECT_EQ(record_of(bpdu_message(2, bpdu_frame({}))), CORE);
+    EXPECT_EQ(record_of(bpdu_message(2, frame_of({}))), CORE);
     EXPECT_EQ(record_of(bpdu_message(2, octets_t{})), CORE); // counted as malformed
 }
 
@@ -121,7 +123,7 @@ TEST_F(semaphores, type_0_that_finishes_a_pass)
     seconds(5);
     record(1).helloWhen = 0;
     STP_stpm_update(); // has not come to port 1 yet
-    EXPECT_EQ(record_of(bpdu_message(2, bpdu_frame({}))), core_around({"frame 1 rst"}));
+    EXPECT_EQ(record_of(bpdu_message(2, frame_of({}))), core_around({"frame 1 rst"}));
 }
 
 TEST_F(semaphores, type_1)

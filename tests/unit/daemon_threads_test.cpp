@@ -209,7 +209,7 @@ TEST_F(threads, the_start_puts_every_port_alone)
         memset(aggr_port_status, 7, sizeof aggr_port_status);
         memset(aggr_group_status, 0x3F, sizeof aggr_group_status);
         board.on_thread = [](void *(*)(void *)) {
-            print(hex(aggr_port_status, 7) + ", " + hex(aggr_group_status, 3) + "\n");
+            print(hex(aggr_port_status) + ", " + hex(aggr_group_status) + "\n");
             _exit(0);
             return 0;
         };
