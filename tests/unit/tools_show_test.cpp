@@ -249,7 +249,7 @@ TEST_F(show, one_line_each)
 TEST_F(show, no_status_file)
 {
     expect_untold("show", "no status file at " + board.path +
-                               "/tmp/rstp_monitor: is the daemon running? It writes the file every second.");
+                              "/tmp/rstp_monitor: is the daemon running? It writes the file every second.");
 }
 
 TEST_F(show, a_stale_status_file)
@@ -268,9 +268,9 @@ TEST_F(show, a_malformed_status_file)
 {
     report(replaced(STATUS, "port02=8000", "port02=eight"));
     expect_untold("show -j", board.path +
-                                  "/tmp/rstp_monitor is no status file of this daemon: line 9 is not the state "
-                                  "of port 2. Does another program write there? The daemon puts a sound one "
-                                  "in its place within a second.");
+                                 "/tmp/rstp_monitor is no status file of this daemon: line 9 is not the state "
+                                 "of port 2. Does another program write there? The daemon puts a sound one "
+                                 "in its place within a second.");
 }
 
 TEST_F(show, what_cannot_be_read)
