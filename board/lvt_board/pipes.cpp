@@ -24,9 +24,10 @@ constexpr const char *PIPES[] = {RSTP_IF_PIPE, RSTP_DBG_IF_PIPE, LACP_IF_PIPE, P
     throw std::system_error(errno, std::generic_category(), fmt::format("cannot {} the pipe {}", what, path));
 }
 
+// For the board's user alone: what anybody reads out of a pipe, its reader does not get.
 void create(const char *path)
 {
-    if ((unlink(path) != 0 && errno != ENOENT) || mkfifo(path, 0666) != 0)
+    if ((unlink(path) != 0 && errno != ENOENT) || mkfifo(path, 0600) != 0)
         fail("create", path);
 }
 

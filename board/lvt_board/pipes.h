@@ -21,8 +21,8 @@ struct reader_t {
 /// or {"pipe": "lacp", "enabled": [1, 2], "raw": ...}; what is no message says {"error": ...}.
 using heard_t = nlohmann::json;
 
-/// The named pipes that the daemon expects to find. Creating replaces what is there; the
-/// destructor removes them. Both throw std::system_error.
+/// The named pipes that the daemon expects to find, for the board's own user alone. Creating replaces
+/// what is there; the destructor removes them. Both throw std::system_error.
 class pipes_t {
 public:
     pipes_t();

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "board/lab/cable.h"
+#include "daemon/messages.h"
 #include "daemon_actions.h"
 #include "fixture.h"
 
@@ -67,6 +68,18 @@ TEST_F(daemon_boot, does_the_same_when_ports_have_link)
                                                                  "   4      1       3     1\n"
                                                                  "   5      1       3     1\n"
                                                                  "   6      0       0     0\n"));
+}
+
+TEST_F(daemon_boot, finds_pipes_that_nobody_else_can_open)
+{
+    lab::switch_t &device = add_switch();
+    device.start();
+    for (const char *pipe : {RSTP_IF_PIPE, RSTP_DBG_IF_PIPE, LACP_IF_PIPE, PORT_MUX_IF_PIPE}) {
+        const std::filesystem::file_status status = std::filesystem::status(device.node().path(pipe));
+        EXPECT_EQ(status.type(), std::filesystem::file_type::fifo) << pipe;
+        EXPECT_EQ(status.permissions(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)
+            << pipe;
+    }
 }
 
 TEST_F(daemon_boot, asks_for_the_links_once_between_rules_and_states)

@@ -160,7 +160,7 @@ TEST_F(daemon_hard_days, without_the_lacp_pipe_it_says_so_and_goes_on)
     EXPECT_FALSE(std::filesystem::exists(device.node().path(LACP_IF_PIPE)));
 
     // It is opened anew for each message.
-    ASSERT_EQ(mkfifo(device.node().path(LACP_IF_PIPE).c_str(), 0666), 0);
+    ASSERT_EQ(mkfifo(device.node().path(LACP_IF_PIPE).c_str(), 0600), 0);
     const fd_t reader(open(device.node().path(LACP_IF_PIPE).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     serve(device, port_config_message(enabled({1})));
     std::array<uint8_t, 100> octets;
