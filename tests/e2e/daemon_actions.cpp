@@ -49,7 +49,6 @@ actions_t watch_t::news()
     const std::vector<event_t> events = diary(device_);
 
     actions_t actions;
-    std::vector<std::string> operations;
     for (; seen_ < events.size(); seen_++) {
         const event_t &event = events[seen_];
         if (event.topic == "mux")
@@ -59,15 +58,15 @@ actions_t watch_t::news()
         if (event.topic != "mdio")
             continue;
         if (event.values.contains("step")) {
-            operations.push_back(
+            operations_.push_back(
                 operation(number(event, "op"), number(event, "reg"), number(event, "mask"), number(event, "value")));
             continue;
         }
         if (event.values.at("result") == "0")
-            actions.push_back(batch(operations));
+            actions.push_back(batch(operations_));
         else
             actions.push_back(is_refused(number(event, "ops")));
-        operations.clear();
+        operations_.clear();
     }
     return actions;
 }

@@ -27,7 +27,8 @@ public:
 
 private:
     const lab::switch_t &device_;
-    size_t seen_ = 0; ///< lines of the diary
+    size_t seen_ = 0;                     ///< lines of the diary
+    std::vector<std::string> operations_; ///< of a batch whose end is not written yet
 };
 
 // ---- what to expect ---------------------------------------------------------------------------
