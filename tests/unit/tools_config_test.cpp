@@ -1,4 +1,7 @@
 /// lvt_rstpctl check, apply and set: the configuration file, its faults, and the messages it becomes.
+#include <algorithm>
+#include <sstream>
+
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
@@ -95,6 +98,43 @@ TEST_F(config, the_example_of_the_man_page_is_sound)
     EXPECT_NE(example.find("[port.1]"), std::string::npos);
     write_file(file, example);
     expect_says("check " + file, "");
+}
+
+TEST_F(config, standard_input)
+{
+    write_file(file, "[bridge]\npriority = 1\n");
+    const run_t result = run_on_board("check - <" + file);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "-:2:12: bridge priority 1: allowed is 0 to 61440 in steps of 4096\n");
+}
+
+TEST_F(config, a_value_that_is_none_hides_no_later_fault)
+{
+    write_file(file,
+               "[bridge]\npriority = high\nmax_age = 6 s\nhello_time = 9\n[port.1]\nedge = yes # a host\nlacp = 1\n");
+    const run_t result = run_on_board("check " + file);
+    EXPECT_EQ(result.status, 1);
+    std::istringstream lines(result.output);
+    std::vector<std::string> faults;
+    for (std::string line; std::getline(lines, line);)
+        faults.push_back(line.substr(file.size() + 1));
+    ASSERT_EQ(faults.size(), 5u) << result.output;
+    EXPECT_TRUE(faults[0].starts_with("2:")) << faults[0];
+    EXPECT_NE(faults[0].find(". A value is a whole number, true, false, \"auto\" in quotes, or a list"),
+              std::string::npos)
+        << faults[0];
+    EXPECT_TRUE(faults[1].starts_with("3:")) << faults[1];
+    EXPECT_EQ(faults[2], "4:14: hello time 9: allowed is 1 or 2 s");
+    EXPECT_TRUE(faults[3].starts_with("6:")) << faults[3];
+    EXPECT_EQ(faults[4], "7:8: lacp should be true or false");
+}
+
+TEST_F(config, a_list_without_end_is_one_fault)
+{
+    write_file(file, "[groups]\n7 = [1, 2\nspanning_tree = true\n[port.1]\nedge = maybe\n");
+    const run_t result = run_on_board("check " + file);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(std::ranges::count(result.output, '\n'), 1) << result.output;
 }
 
 TEST_F(config, every_fault_is_told_with_its_place)

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <tuple>
 
@@ -282,6 +283,53 @@ std::optional<std::string> text_at(const place_t &place)
     return read_text_file(open_regular_file(folder.number(), folder.name(), place.text()), place.text());
 }
 
+/// What the library says of the grammar, with what may stand there.
+std::string grammar_words(const toml::parse_error &error)
+{
+    std::string words(error.description());
+    if (words.find("value") != std::string::npos)
+        words += ". A value is a whole number, true, false, \"auto\" in quotes, or a list as in [1, 2]";
+    return words;
+}
+
+/// Puts a value that is one for the grammar in the place of the one in this line, where the line is no more
+/// than KEY = VALUE. Returns whether it was done.
+bool replace_value(std::string &text, unsigned line)
+{
+    size_t begin = 0;
+    for (; line > 1; line--)
+        begin = text.find('\n', begin) + 1;
+    const size_t end = std::min(text.find('\n', begin), text.size());
+    const size_t sign = text.find('=', begin);
+    if (sign >= end || text.substr(begin, end - begin).find_first_of("[]{}\"'") != std::string::npos)
+        return false;
+    text.replace(sign + 1, end - sign - 1, " 0");
+    return true;
+}
+
+/// Reads the file although values in it are none, as far as it can be told where such a value ends. Of
+/// such a value nothing but this is told.
+void read_text(reader_t &reader, std::string text)
+{
+    std::vector<config_fault_t> grammar;
+    const auto in_faulty_line = [&](unsigned line) {
+        return std::ranges::any_of(grammar, [line](const config_fault_t &fault) { return fault.line == line; });
+    };
+    for (bool again = true; again;) {
+        try {
+            read_file(reader, toml::parse(text));
+            again = false;
+        } catch (const toml::parse_error &error) {
+            const toml::source_position place = error.source().begin;
+            again = !in_faulty_line(place.line) && replace_value(text, place.line);
+            if (!in_faulty_line(place.line))
+                grammar.push_back({place.line, place.column, grammar_words(error)});
+        }
+    }
+    std::erase_if(reader.config.faults, [&](const config_fault_t &fault) { return in_faulty_line(fault.line); });
+    std::ranges::move(grammar, std::back_inserter(reader.config.faults));
+}
+
 } // namespace
 
 config_t parse_config(const std::string &text)
@@ -290,11 +338,7 @@ config_t parse_config(const std::string &text)
     limit_parts(reader, text);
     if (!reader.config.faults.empty())
         return reader.config;
-    try {
-        read_file(reader, toml::parse(text));
-    } catch (const toml::parse_error &error) {
-        reader.blame(error.source(), std::string(error.description()));
-    }
+    read_text(reader, text);
     std::ranges::sort(reader.config.faults, {},
                       [](const config_fault_t &fault) { return std::tie(fault.line, fault.column, fault.text); });
     return reader.config;

@@ -22,7 +22,8 @@ std::vector<uint8_t> parse_hex(const std::string &text)
     if (wrong != digits.end())
         throw usage_t(fmt::format("\"{}\" is no digit of octets in hex", *wrong));
     if (digits.size() % 2)
-        throw usage_t(fmt::format("{} digits in hex are no whole octets", digits.size()));
+        throw usage_t(digits.size() == 1 ? "1 digit in hex is no whole octet"
+                                         : fmt::format("{} digits in hex are no whole octets", digits.size()));
 
     std::vector<uint8_t> octets(digits.size() / 2);
     for (size_t i = 0; i < octets.size(); i++)

@@ -37,7 +37,8 @@ file_t open_regular_file(int folder, const std::string &name, const std::string 
 
 std::optional<std::string> read_text_file(const std::string &path, size_t octets_max)
 {
-    return read_text_file(open_regular_file(path), path, octets_max);
+    const file_t file = path == "-" ? file_t(stdin, [](std::FILE *) { return 0; }) : open_regular_file(path);
+    return read_text_file(file, path, octets_max);
 }
 
 std::optional<std::string> read_text_file(const file_t &file, const std::string &path, size_t octets_max)
