@@ -11,6 +11,7 @@
 #include "tools/bpdu_frame.h"
 #include "tools/hex.h"
 #include "tools/messages.h"
+#include "tools/printable.h"
 #include "tools/words.h"
 
 namespace {
@@ -76,6 +77,79 @@ std::string tag_words(octets_t frame)
     return "no single front port";
 }
 
+/// Tags and headers between a frame's addresses and its BPDU.
+struct envelope_t {
+    size_t tag = 0;             ///< octets of the switch tag
+    std::vector<size_t> vlans;  ///< offsets of VLAN tags, the outer first
+    size_t snap = 0;            ///< octets that the header of a per-VLAN BPDU has more than LLC alone
+    std::vector<uint8_t> plain; ///< the frame as if it had none of them
+
+    size_t tags() const { return tag + VLAN_TAG_OCTETS * vlans.size(); }
+    static constexpr size_t VLAN_TAG_OCTETS = 4;
+};
+
+constexpr size_t TAGS_OFFSET = offsetof(bpdu_t, length); // behind the addresses
+constexpr uint8_t PER_VLAN_HEADER[] = {0xAA, 0xAA, 0x03, 0x00, 0x00, 0x0C, 0x01, 0x0B};
+constexpr uint8_t LLC_HEADER[] = {BPDU_LLC_SAP, BPDU_LLC_SAP, BPDU_LLC_CONTROL};
+
+/// 16 bits of the frame; -1 where it ends before.
+int get16(octets_t frame, size_t offset) { return frame.size() < offset + 2 ? -1 : bpdu_get16(&frame[offset]); }
+
+bool is_vlan_tag(int ether_type) { return ether_type == 0x8100 || ether_type == 0x88A8 || ether_type == 0x9100; }
+
+envelope_t open_envelope(octets_t frame)
+{
+    envelope_t envelope;
+    envelope.tag = is_tagged(frame) ? RSTP_CPU_TAG_OCTETS : 0;
+    while (is_vlan_tag(get16(frame, TAGS_OFFSET + envelope.tags())))
+        envelope.vlans.push_back(TAGS_OFFSET + envelope.tags());
+
+    std::vector<uint8_t> &plain = envelope.plain;
+    plain.assign(frame.begin(), frame.end());
+    const size_t begin = std::min(TAGS_OFFSET, plain.size());
+    const auto tags = plain.begin() + static_cast<long>(begin);
+    plain.erase(tags, tags + static_cast<long>(std::min(envelope.tags(), plain.size() - begin)));
+    if (plain.size() > BPDU_ETHERNET_OCTETS && begins(octets_t(plain).subspan(BPDU_ETHERNET_OCTETS), PER_VLAN_HEADER)) {
+        envelope.snap = std::size(PER_VLAN_HEADER) - std::size(LLC_HEADER);
+        const auto header = plain.begin() + BPDU_ETHERNET_OCTETS;
+        std::ranges::copy(LLC_HEADER, header);
+        plain.erase(header + BPDU_LLC_OCTETS, header + std::size(PER_VLAN_HEADER));
+    }
+    return envelope;
+}
+
+int vlan_of(octets_t frame, size_t tag) { return get16(frame, tag + 2) & 0xFFF; }
+
+/// What follows an MST BPDU's version 1 length, after a length of its own.
+struct mst_t {
+    uint8_t length[2];
+    uint8_t format;
+    uint8_t name[32];
+    uint8_t revision[2];
+    uint8_t digest[16];
+    uint8_t internal_cost[4];
+    uint8_t bridge_priority[2];
+    uint8_t bridge_address[6];
+    uint8_t remaining_hops;
+};
+
+struct mst_instance_t {
+    uint8_t flags;
+    uint8_t root_priority[2]; ///< with the instance in its lower 12 bits
+    uint8_t root_address[6];
+    uint8_t internal_cost[4];
+    uint8_t bridge_priority;
+    uint8_t port_priority;
+    uint8_t remaining_hops;
+};
+static_assert(sizeof(mst_t) == 66 && sizeof(mst_instance_t) == 16);
+
+bool is_mst(octets_t plain)
+{
+    const bpdu_t bpdu = read_bpdu(plain);
+    return bpdu.type == BPDU_TYPE_RST && bpdu.version >= 3 && get16(plain, sizeof(bpdu_t)) > 0;
+}
+
 const char *bpdu_name(uint8_t type)
 {
     switch (type) {
@@ -124,46 +198,111 @@ void add_bpdu_body(fields_t &fields, size_t at, const bpdu_t &bpdu)
         fields.add(at, bpdu, bpdu.version_1_length, "version 1 length", number(bpdu.version_1_length));
 }
 
+std::string name_words(std::span<const uint8_t> name)
+{
+    return fmt::format("\"{}\"", printable(std::string(name.begin(), std::ranges::find(name, 0))));
+}
+
+void add_mst_instance(fields_t &fields, size_t at)
+{
+    const auto instance = fields.record<mst_instance_t>(at);
+    const unsigned root = bpdu_get16(instance.root_priority);
+    const std::string whose = fmt::format("MSTI {} ", root & 0xFFF);
+    fields.add(at, instance, instance.flags, whose + "flags", bpdu_flags_words(BPDU_TYPE_RST, instance.flags & 0x7F));
+    fields.add(at, instance, instance.root_priority, whose + "root priority", number(root & 0xF000));
+    fields.add(at, instance, instance.root_address, whose + "root address", address_text(instance.root_address));
+    fields.add(at, instance, instance.internal_cost, whose + "internal cost",
+               number(bpdu_get32(instance.internal_cost)));
+    fields.add(at, instance, instance.bridge_priority, whose + "bridge prio.", number(instance.bridge_priority << 8));
+    fields.add(at, instance, instance.port_priority, whose + "port priority", number(instance.port_priority));
+    fields.add(at, instance, instance.remaining_hops, whose + "hops left", number(instance.remaining_hops));
+}
+
+/// Returns where it ends.
+size_t add_mst(fields_t &fields, size_t at)
+{
+    const auto mst = fields.record<mst_t>(at);
+    const size_t length = bpdu_get16(mst.length);
+    fields.add(at, mst, mst.length, "version 3 length", number(length));
+    fields.add(at, mst, mst.format, "configuration format", number(mst.format));
+    fields.add(at, mst, mst.name, "configuration name", name_words(mst.name));
+    fields.add(at, mst, mst.revision, "configuration revision", number(bpdu_get16(mst.revision)));
+    fields.add(at, mst, mst.digest, "configuration digest", hex(mst.digest, ""));
+    fields.add(at, mst, mst.internal_cost, "CIST internal cost", number(bpdu_get32(mst.internal_cost)));
+    fields.add(at, mst, mst.bridge_priority, "CIST bridge priority", number(bpdu_get16(mst.bridge_priority)));
+    fields.add(at, mst, mst.bridge_address, "CIST bridge address", address_text(mst.bridge_address));
+    fields.add(at, mst, mst.remaining_hops, "CIST hops left", number(mst.remaining_hops));
+    const size_t end = at + std::max(sizeof mst, sizeof mst.length + length);
+    for (at += sizeof mst; at + sizeof(mst_instance_t) <= end && !fields.truncated; at += sizeof(mst_instance_t))
+        add_mst_instance(fields, at);
+    return at;
+}
+
 /// A frame from `offset` to the end.
 void add_frame(fields_t &fields, size_t offset)
 {
     const octets_t frame = fields.from(offset);
-    const bool tagged = is_tagged(frame);
-    const size_t at = offset + (tagged ? RSTP_CPU_TAG_OCTETS : 0); // of all that comes behind the addresses
+    const envelope_t envelope = open_envelope(frame);
+    const bool tagged = envelope.tag;
+    size_t at = offset + envelope.tags(); // of all that comes behind the addresses
 
-    const auto plain = without_switch_tag(frame);
+    const std::vector<uint8_t> &plain = envelope.plain;
     const bpdu_t bpdu = read_bpdu(plain);
     fields.add(offset, bpdu, bpdu.destination, "destination", address_text(bpdu.destination));
     fields.add(offset, bpdu, bpdu.source, "source", address_text(bpdu.source));
     if (tagged)
         fields.add(offset + RSTP_CPU_TAG_OFFSET, RSTP_CPU_TAG_OCTETS, "switch tag", tag_words(frame));
+    for (const size_t vlan : envelope.vlans)
+        fields.add(offset + vlan, envelope_t::VLAN_TAG_OCTETS, "VLAN tag",
+                   fmt::format("VLAN {}, priority {}", vlan_of(frame, vlan), get16(frame, vlan + 2) >> 13 & 7));
     fields.add(at, bpdu, bpdu.length, "length", number(bpdu_get16(bpdu.length)));
     if (!is_bpdu(plain)) {
         fields.add(at + BPDU_ETHERNET_OCTETS, fields.from(at + BPDU_ETHERNET_OCTETS).size(), "payload", "no BPDU");
         return;
     }
 
-    fields.add(at + offsetof(bpdu_t, dsap), BPDU_LLC_OCTETS, "LLC", "spanning tree");
+    fields.add(at + offsetof(bpdu_t, dsap), BPDU_LLC_OCTETS + envelope.snap, envelope.snap ? "LLC and SNAP" : "LLC",
+               envelope.snap ? "per-VLAN spanning tree" : "spanning tree");
+    at += envelope.snap;
     fields.add(at, bpdu, bpdu.protocol, "protocol", number(bpdu_get16(bpdu.protocol)));
     fields.add(at, bpdu, bpdu.version, "version", version_words(bpdu.version));
     fields.add(at, bpdu, bpdu.type, "type", bpdu_name(bpdu.type));
     if (bpdu.type != BPDU_TYPE_TCN)
         add_bpdu_body(fields, at, bpdu);
-    const size_t end = at + BPDU_HEADER_OCTETS + bpdu_octets(bpdu.type);
+    size_t end = at + BPDU_HEADER_OCTETS + bpdu_octets(bpdu.type);
+    if (is_mst(plain))
+        end = add_mst(fields, end);
     if (const size_t rest = fields.from(end).size())
         fields.add(end, rest, "rest", "padding or later additions");
+}
+
+/// What the fields of a whole BPDU say that they should not, in a few words; empty when nothing is wrong.
+std::string bpdu_fault(const bpdu_t &bpdu)
+{
+    if (const unsigned protocol = bpdu_get16(bpdu.protocol))
+        return fmt::format("protocol identifier {}, which is not 0", protocol);
+    if (bpdu.type == BPDU_TYPE_RST && bpdu.version < 2)
+        return fmt::format("version {}, which has no RST BPDUs", bpdu.version);
+    const bool has_times = bpdu.type == BPDU_TYPE_CONFIG || bpdu.type == BPDU_TYPE_RST;
+    if (has_times && bpdu_get16(bpdu.message_age) >= bpdu_get16(bpdu.max_age))
+        return fmt::format("message age {}, not below max age {}", time_words(bpdu.message_age),
+                           time_words(bpdu.max_age));
+    return "";
 }
 
 std::string frame_fault(octets_t frame, bool truncated)
 {
     if (truncated)
         return "the frame is cut off";
-    const auto plain = without_switch_tag(frame);
+    const auto plain = open_envelope(frame).plain;
+    if (!is_bpdu(plain))
+        return "";
     const bpdu_t bpdu = read_bpdu(plain);
     const size_t stated = BPDU_ETHERNET_OCTETS + bpdu_get16(bpdu.length);
-    if (is_bpdu(plain) && stated > plain.size())
-        return fmt::format("its length field speaks of {} octets, but there are {}", stated, plain.size());
-    return "";
+    const size_t there = plain.size() + open_envelope(frame).snap;
+    if (stated > there)
+        return fmt::format("its length field speaks of {} octets, but there are {}", stated, there);
+    return bpdu_fault(bpdu);
 }
 
 decoded_t decode_frame(octets_t octets)
@@ -361,6 +500,35 @@ kind_t kind_by_magic(octets_t octets)
     return kind_t::any;
 }
 
+/// Of neighbours that are no bridges of the tree, or of their links.
+const char *other_protocol(octets_t plain)
+{
+    const int ether_type = get16(plain, offsetof(bpdu_t, length));
+    const int subtype = plain.size() > BPDU_ETHERNET_OCTETS ? plain[BPDU_ETHERNET_OCTETS] : 0;
+    if (ether_type == 0x8809)
+        return subtype == 1 ? "LACP frame" : subtype == 2 ? "marker frame" : "frame of a slow protocol";
+    return ether_type == 0x88CC ? "LLDP frame" : "frame";
+}
+
+/// Of a frame without tags, which has `size` octets with them.
+std::string plain_summary(octets_t plain, size_t size)
+{
+    const bpdu_t bpdu = read_bpdu(plain);
+    if (!is_bpdu(plain))
+        return fmt::format("{} of {} octets, no BPDU", other_protocol(plain), size);
+    if (plain.size() < BPDU_HEADER_OCTETS + bpdu_octets(bpdu.type))
+        return fmt::format("{}, cut off", plain.size() > offsetof(bpdu_t, type) ? bpdu_name(bpdu.type) : "BPDU");
+    std::string fault = bpdu_fault(bpdu);
+    if (!fault.empty())
+        fault = ", " + fault;
+    if (bpdu.type != BPDU_TYPE_CONFIG && bpdu.type != BPDU_TYPE_RST)
+        return fmt::format("{} from {}{}", bpdu_name(bpdu.type), address_text(bpdu.source), fault);
+    return fmt::format("{} of {}, root {}, cost {}, {} ({}){}", is_mst(plain) ? "MST BPDU" : bpdu_name(bpdu.type),
+                       bpdu_bridge_text(bpdu.bridge_priority, bpdu.bridge_address),
+                       bpdu_bridge_text(bpdu.root_priority, bpdu.root_address), bpdu_get32(bpdu.root_path_cost),
+                       port_id_words(bpdu.port_id), bpdu_flags_words(bpdu.type, bpdu.flags), fault);
+}
+
 std::string field_octets_text(const std::vector<uint8_t> &octets)
 {
     constexpr size_t shown_max = 8;
@@ -389,20 +557,16 @@ std::vector<uint8_t> without_switch_tag(octets_t frame)
     return plain;
 }
 
+bool is_any_bpdu(octets_t frame) { return is_bpdu(open_envelope(frame).plain); }
+
 std::string frame_summary(octets_t frame)
 {
-    const auto plain = without_switch_tag(frame);
-    const bpdu_t bpdu = read_bpdu(plain);
-    if (!is_bpdu(plain))
-        return fmt::format("frame of {} octets, no BPDU", frame.size());
-    if (plain.size() < BPDU_HEADER_OCTETS + bpdu_octets(bpdu.type))
-        return fmt::format("{}, cut off", plain.size() > offsetof(bpdu_t, type) ? bpdu_name(bpdu.type) : "BPDU");
-    if (bpdu.type != BPDU_TYPE_CONFIG && bpdu.type != BPDU_TYPE_RST)
-        return fmt::format("{} from {}", bpdu_name(bpdu.type), address_text(bpdu.source));
-    return fmt::format("{} of {}, root {}, cost {}, {} ({})", bpdu_name(bpdu.type),
-                       bpdu_bridge_text(bpdu.bridge_priority, bpdu.bridge_address),
-                       bpdu_bridge_text(bpdu.root_priority, bpdu.root_address), bpdu_get32(bpdu.root_path_cost),
-                       port_id_words(bpdu.port_id), bpdu_flags_words(bpdu.type, bpdu.flags));
+    const envelope_t envelope = open_envelope(frame);
+    std::string vlans;
+    for (const size_t vlan : envelope.vlans)
+        vlans += fmt::format("{}{}", vlans.empty() ? ", in VLAN " : " in VLAN ", vlan_of(frame, vlan));
+    const std::string summary = plain_summary(envelope.plain, frame.size());
+    return fmt::format("{}{}{}", envelope.snap ? "per-VLAN " : "", summary, vlans);
 }
 
 decoded_t decode(octets_t octets, kind_t kind)
@@ -421,7 +585,7 @@ decoded_t decode(octets_t octets, kind_t kind)
     }
 
     decoded_t frame = decode_frame(octets);
-    if (!is_bpdu(without_switch_tag(octets)))
+    if (!is_any_bpdu(octets))
         frame.fault = "this begins as none of the daemon's messages, and as a frame it carries no BPDU";
     return frame;
 }

@@ -25,8 +25,8 @@ struct decoded_t {
 enum class kind_t { any, control, lacp, mux, frame };
 
 /// Explains the message or frame that the octets begin with: a control message, a message to the
-/// link-aggregation daemon or to the port multiplexer, or a frame with a BPDU, with or without the
-/// switch tag. `kind_t::any` tells them apart by how they begin.
+/// link-aggregation daemon or to the port multiplexer, or a frame with a BPDU, with or without
+/// switch tag and VLAN tags. `kind_t::any` tells them apart by how they begin.
 decoded_t decode(std::span<const uint8_t> octets, kind_t kind = kind_t::any);
 
 /// All messages of a stream, one behind the other; a frame takes all that is left.
@@ -34,6 +34,9 @@ std::vector<decoded_t> decode_all(std::span<const uint8_t> octets, kind_t kind =
 
 /// What a frame is and says in a line, "RST BPDU of 32768/02:00:00:00:00:01, designated ...".
 std::string frame_summary(std::span<const uint8_t> frame);
+
+/// Whether a frame carries a BPDU, be it with a switch tag, VLAN tags, or of a single VLAN's tree.
+bool is_any_bpdu(std::span<const uint8_t> frame);
 
 /// For people: the title, then a line for each field unless it is to be brief, then the fault.
 std::string decoded_text(const decoded_t &decoded, bool brief = false);

@@ -1,5 +1,6 @@
 /// lvt_rstpctl inject and decode: messages and BPDUs made up and explained.
 #include <cstring>
+#include <sstream>
 
 #include <fmt/format.h>
 
@@ -86,6 +87,7 @@ TEST_F(inject, a_bpdu_of_hex)
     expect_sends(fmt::format("inject bpdu 6 --hex '{}'", hex(tagged(rst_frame()))), bpdu_message(6, rst_frame()));
     expect_sends("inject bpdu 6 --hex 01-80:C2", bpdu_message(6, octets_t{0x01, 0x80, 0xC2}));
     expect_usage("inject bpdu 6 --hex 01g0", "\"g\" is no digit of octets in hex");
+    expect_usage("inject bpdu 6 --hex 1", "1 digit in hex is no whole octet");
     expect_usage("inject bpdu 6 --hex 018", "3 digits in hex are no whole octets");
     expect_usage("inject bpdu 6 --hex 01 --cost 3", "fields do not go with --hex or --capture");
     expect_refused("inject bpdu 6 --hex " + std::string(2050, '0'), "a frame has 1 to 1024 octets, this one has 1025");
@@ -257,6 +259,92 @@ TEST_F(decode_command, what_the_daemon_would_not_take_is_told)
 
     const run_t result = run_on_board("decode " + hex(bpdu_message(1, rst_frame())));
     EXPECT_NE(result.output.find("1, which is no front port"), std::string::npos) << result.output;
+}
+
+TEST_F(decode_command, bpdus_in_vlans)
+{
+    octets_t frame = rst_frame();
+    frame.insert(frame.begin() + 12, {0x81, 0x00, 0xE0, 0x05});
+    EXPECT_EQ(decode(frame).fault, "");
+    EXPECT_EQ(decode(frame).title, decode(rst_frame()).title + ", in VLAN 5");
+    frame.insert(frame.begin() + 12, {0x88, 0xA8, 0x00, 0x64});
+    const std::string text = decoded_text(decode(tagged(frame)));
+    EXPECT_TRUE(text.starts_with(decode(rst_frame()).title + ", in VLAN 100 in VLAN 5\n")) << text;
+    EXPECT_NE(text.find("   12  88 99 84 82               switch tag              out of front port 1\n"
+                        "   16  88 a8 00 64               VLAN tag                VLAN 100, priority 0\n"
+                        "   20  81 00 e0 05               VLAN tag                VLAN 5, priority 7\n"
+                        "   24  00 27                     length                  39\n"),
+              std::string::npos)
+        << text;
+}
+
+TEST_F(decode_command, a_bpdu_of_one_vlans_tree)
+{
+    octets_t frame = rst_frame();
+    const octets_t header = {0xAA, 0xAA, 0x03, 0x00, 0x00, 0x0C, 0x01, 0x0B};
+    frame.erase(frame.begin() + 14, frame.begin() + 17);
+    frame.insert(frame.begin() + 14, header.begin(), header.end());
+    const decoded_t decoded = decode(frame);
+    EXPECT_EQ(decoded.fault, "");
+    EXPECT_EQ(decoded.title, "per-VLAN " + decode(rst_frame()).title);
+    EXPECT_NE(decoded_text(decoded).find("   27  10 00                     root priority "), std::string::npos)
+        << decoded_text(decoded); // behind five octets more
+}
+
+TEST_F(decode_command, an_mst_bpdu)
+{
+    octets_t frame = rst_frame();
+    frame[offsetof(bpdu_t, version)] = 3;
+    frame[offsetof(bpdu_t, length) + 1] = 39 + 2 + 80;
+    octets_t mst = {0, 80, 0, 'l', 'a', 'b'};
+    mst.resize(2 + 1 + 32);
+    mst.insert(mst.end(), {0, 7});
+    mst.resize(mst.size() + 16, 0xDD);
+    mst.insert(mst.end(), {0, 0, 0, 9, 0x80, 0, 2, 0, 0, 0, 0x77, 0, 19});
+    mst.insert(mst.end(), {0x7C, 0x70, 0x02, 2, 0, 0, 0, 0x77, 1, 0, 0, 1, 0, 0x80, 0x80, 18});
+    frame.insert(frame.end(), mst.begin(), mst.end());
+    const decoded_t decoded = decode(frame);
+    EXPECT_EQ(decoded.fault, "");
+    EXPECT_TRUE(decoded.title.starts_with("MST BPDU of 4096/02:00:00:00:99:00, root ")) << decoded.title;
+    const std::string text = decoded_text(decoded);
+    for (const char *words :
+         {"configuration name      \"lab\"", "configuration revision  7", "CIST internal cost      9",
+          "CIST bridge priority    32768", "CIST hops left          19",
+          "MSTI 2 flags            designated, learning, forwarding, agreement", "MSTI 2 root priority    28672",
+          "MSTI 2 internal cost    256", "MSTI 2 hops left        18"})
+        EXPECT_NE(text.find(words), std::string::npos) << words << "\n" << text;
+    for (size_t size = frame.size() - 1; size > frame.size() - mst.size() + 1; size--) {
+        frame.resize(size);
+        EXPECT_NE(decode(frame).fault, "") << size;
+    }
+}
+
+TEST_F(decode_command, other_protocols_by_name)
+{
+    octets_t frame = other_frame();
+    const auto title = [&](uint8_t high, uint8_t low, uint8_t subtype) {
+        frame[12] = high;
+        frame[13] = low;
+        frame[14] = subtype;
+        return decode(frame, kind_t::frame).title;
+    };
+    EXPECT_EQ(title(0x88, 0x09, 1), "LACP frame of 60 octets, no BPDU");
+    EXPECT_EQ(title(0x88, 0x09, 2), "marker frame of 60 octets, no BPDU");
+    EXPECT_EQ(title(0x88, 0xCC, 0), "LLDP frame of 60 octets, no BPDU");
+    EXPECT_EQ(title(0x08, 0x00, 0), "frame of 60 octets, no BPDU");
+}
+
+TEST_F(decode_command, what_a_bpdu_should_not_say_is_in_its_headline)
+{
+    const auto expect_fault = [](size_t offset, uint8_t octet, const std::string &fault) {
+        octets_t frame = rst_frame();
+        frame[offset] = octet;
+        EXPECT_EQ(decode(frame).fault, fault);
+        EXPECT_EQ(decode(frame).title, decode(rst_frame()).title + ", " + fault);
+    };
+    expect_fault(offsetof(bpdu_t, protocol), 1, "protocol identifier 256, which is not 0");
+    expect_fault(offsetof(bpdu_t, version), 0, "version 0, which has no RST BPDUs");
+    expect_fault(offsetof(bpdu_t, message_age), 20, "message age 20 s, not below max age 20 s");
 }
 
 TEST_F(decode_command, any_octets_at_all)
