@@ -14,9 +14,11 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "board/lab/mounts.h"
 #include "board/lab/privileges.h"
 
 namespace lab {
@@ -26,7 +28,12 @@ namespace {
 constexpr char CONTAINER_CURE[] =
     "in a container: start it with --cap-add SYS_ADMIN --cap-add NET_ADMIN\n"
     "    --security-opt seccomp=unconfined --security-opt apparmor=unconfined, or with --privileged;\n"
-    "    anywhere else: run it as root";
+    "    in a chroot, where only root may have it, and anywhere else: run it as root";
+
+constexpr char CHROOT_CURE[] =
+    "this is a chroot, where the kernel lets only root with all capabilities have namespaces: run it as root";
+
+constexpr char PROC_CURE[] = "mkdir -p /proc && mount -t proc proc /proc";
 
 long setting(const char *name)
 {
@@ -36,8 +43,18 @@ long setting(const char *name)
     return value;
 }
 
-std::string cure_for_user_namespace(int)
+/// Where it is none, this is a chroot; where it is one, it may be one.
+bool root_is_mount_point()
 {
+    struct statx root = {};
+    statx(AT_FDCWD, "/", 0, 0, &root);
+    return (root.stx_attributes_mask & ~root.stx_attributes & STATX_ATTR_MOUNT_ROOT) == 0;
+}
+
+std::string cure_for_user_namespace(int error)
+{
+    if (error == ENOENT)
+        return PROC_CURE;
     if (setting("kernel/unprivileged_userns_clone") == 0)
         return "sudo sysctl -w kernel.unprivileged_userns_clone=1, or run it as root";
     if (setting("user/max_user_namespaces") == 0)
@@ -52,7 +69,7 @@ std::string cure_for_namespace(int error, const char *limit)
     if (error == ENOSPC)
         return fmt::format("sudo sysctl -w user.{}=15000", limit);
     if (error == EINVAL)
-        return "a kernel with namespaces (CONFIG_NAMESPACES); every Debian kernel has them";
+        return "a kernel with namespaces (CONFIG_NAMESPACES), for a chroot Linux 5.8; every Debian kernel has them";
     return cure_for_user_namespace(error);
 }
 
@@ -77,21 +94,28 @@ struct trial_t {
 /// In the order of their need; each builds on those before it. A process namespace comes last:
 /// it ends with the first process in it.
 const trial_t trials[] = {
+    {"the device /dev/null",
+     [](const user_t &) { const fd_t null(checked(open("/dev/null", O_RDWR | O_CLOEXEC), "open")); },
+     [](int) { return std::string("as root: rm -f /dev/null && mknod -m 666 /dev/null c 1 3"); }},
     {"a user namespace, to be root in",
      [](const user_t &user) {
          if (user.flags != 0)
              checked(unshare(user.flags), "unshare");
          take_root(user);
      },
-     cure_for_user_namespace},
+     [](int error) { return root_is_mount_point() ? cure_for_user_namespace(error) : CHROOT_CURE; }},
     {"a mount namespace",
      [](const user_t &) {
          checked(unshare(CLONE_NEWNS), "unshare");
-         checked(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount");
+         make_mounts_private();
      },
      [](int error) { return cure_for_namespace(error, "max_mnt_namespaces"); }},
+    {"/proc", [](const user_t &) { ensure_proc(); }, [](int) { return std::string(PROC_CURE); }},
+    {"the folder of this program, for the root of a user namespace",
+     [](const user_t &) { checked(access(own_program().c_str(), X_OK), "access"); },
+     [](int) { return std::string("run it as the user who owns that folder"); }},
     {"a /tmp of its own (tmpfs)", [](const user_t &) { checked(mount("tmpfs", "/tmp", "tmpfs", 0, nullptr), "mount"); },
-     [](int) { return std::string(CONTAINER_CURE); }},
+     [](int error) { return error == ENOENT ? "mkdir -m 1777 /tmp" : CONTAINER_CURE; }},
     {"a network namespace", [](const user_t &) { checked(unshare(CLONE_NEWNET), "unshare"); },
      [](int error) { return cure_for_namespace(error, "max_net_namespaces"); }},
     {"packet sockets",

@@ -48,7 +48,9 @@ volatile std::sig_atomic_t interrupted;
 void introduce(const switch_t &device, const world_t &world, const surroundings_t &surroundings)
 {
     const std::string pid = std::to_string(world.outside_pid);
-    const std::string programs = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    std::string tool = own_program().replace_filename("lvt_rstpctl");
+    if (tool.find(' ') != std::string::npos)
+        tool = fmt::format("\"{}\"", tool);
     const char *const user = world.unprivileged ? " --user --preserve-credentials" : "";
 
     fmt::print("The switch {} is up. Ctrl-C ends it and leaves nothing behind.\n", device.node().mac());
@@ -56,11 +58,11 @@ void introduce(const switch_t &device, const world_t &world, const surroundings_
         fmt::print("  {}\n", line);
     fmt::print(
         "From another terminal{}:\n"
-        "  {}/lvt_rstpctl --root /proc/{}/root ports --enable 1,2,3\n"
+        "  {} --root /proc/{}/root ports --enable 1,2,3\n"
         "  cat /proc/{}/root{}\n"
-        "  nsenter -t {}{} --net --mount bash     a shell in the switch;\n"
-        "                                         with a neighbour's --net= one there\n\n",
-        world.unprivileged ? "" : ", as root", programs, pid, pid, STATUS_FILE, pid, user);
+        "  nsenter -t {}{} --net --mount --root --wd bash   a shell in the switch;\n"
+        "                                                     with a neighbour's --net= one there\n\n",
+        world.unprivileged ? "" : ", as root", tool, pid, pid, STATUS_FILE, pid, user);
     std::fflush(stdout);
 }
 
@@ -93,7 +95,7 @@ int stay(switch_t &device, bool trace)
 
 int run_command(const std::string &command, const surroundings_t &surroundings)
 {
-    const std::string programs = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::string programs = own_program().parent_path();
     std::vector<std::string> environment = surroundings.variables(std::to_string(getpid()));
     environment.push_back(fmt::format("PATH={}:{}", programs, getenv("PATH")));
     return start({.argv = {"sh", "-c", command},

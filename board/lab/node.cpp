@@ -1,7 +1,6 @@
 #include "board/lab/node.h"
 
 #include <exception>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -16,8 +15,9 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
+
+#include "board/lab/mounts.h"
 
 namespace lab {
 
@@ -41,52 +41,6 @@ void in_thread(const std::function<void()> &action)
 
 void write_if_allowed(const char *path, const char *text) { std::ofstream(path) << text; }
 
-/// The folder that holds bin/ and lib/ with the running program and its companions.
-std::filesystem::path programs_folder()
-{
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
-}
-
-void make_tmpfs() { checked(mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777"), "tmpfs on /tmp"); }
-
-/// Gives the thread's mount namespace an /etc of its own, which starts as the machine's. Where no
-/// overlay is allowed, as in some containers, nothing can be stored there: the machine's own is for
-/// the machine.
-void make_etc()
-{
-    make_tmpfs(); // for what is written; it stays with the overlay
-    std::filesystem::create_directory("/tmp/upper");
-    std::filesystem::create_directory("/tmp/work");
-    const char folders[] = "lowerdir=/etc,upperdir=/tmp/upper,workdir=/tmp/work";
-    const bool done = mount("overlay", "/etc", "overlay", 0, folders) == 0;
-    checked(umount("/tmp"), "/tmp");
-    if (done)
-        return;
-    checked(mount("/etc", "/etc", nullptr, MS_BIND | MS_REC, nullptr), "/etc on itself");
-    struct statvfs etc = {};
-    checked(statvfs("/etc", &etc), "/etc");
-    const unsigned long kept = etc.f_flag & (ST_NOSUID | ST_NODEV | ST_NOEXEC); // those may be locked
-    checked(mount(nullptr, "/etc", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY | kept, nullptr), "/etc read-only");
-}
-
-/// Gives the thread's mount namespace a /tmp of its own. Programs that were built below /tmp stay
-/// where they are.
-void make_tmp()
-{
-    const std::filesystem::path programs = programs_folder();
-    const bool hidden = programs.native().starts_with("/tmp/");
-    fd_t folder;
-    if (hidden)
-        folder = fd_t(checked(open(programs.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), programs));
-
-    make_tmpfs();
-    if (hidden) {
-        std::filesystem::create_directories(programs);
-        const std::string source = fmt::format("/proc/thread-self/fd/{}", folder.number());
-        checked(mount(source.c_str(), programs.c_str(), nullptr, MS_BIND | MS_REC, nullptr), programs);
-    }
-}
-
 /// Only the frames that somebody means to send: no IPv6 and its own announcements.
 void make_quiet()
 {
@@ -96,13 +50,13 @@ void make_quiet()
 
 } // namespace
 
-node_t::node_t(std::string name, int number) : name_(std::move(name)), number_(number)
+node_t::node_t(std::string name, int number, const std::vector<std::filesystem::path> &programs)
+    : name_(std::move(name)), number_(number)
 {
-    in_thread([this] {
-        checked(unshare(CLONE_NEWNET | CLONE_NEWNS), "namespaces of " + name_);
-        checked(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
+    in_thread([&] {
+        checked(unshare(CLONE_NEWNET | CLONE_NEWNS), "namespaces of " + name_); // with the world's mounts, as private
         make_etc();
-        make_tmp();
+        make_tmp(programs);
         make_quiet();
         // For tools that look there; not every container allows it.
         mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RDONLY, nullptr);
@@ -176,12 +130,12 @@ fd_t node_t::packet_socket(const std::string &interface) const
 
 void node_t::enter() const
 {
-    const std::filesystem::path folder = std::filesystem::current_path();
-    checked(unshare(CLONE_FS), "own root folder");
-    checked(setns(mount_.number(), CLONE_NEWNS), "mount namespace of " + name_);
+    std::error_code gone;
+    const std::filesystem::path folder = std::filesystem::current_path(gone);
+    if (!enter_mounts(mount_.number(), root_.number()))
+        checked(-1, "mount namespace of " + name_);
     checked(setns(net_.number(), CLONE_NEWNET), "network namespace of " + name_);
-    if (chdir(folder.c_str()) != 0)
-        checked(chdir("/"), "/");
+    std::filesystem::current_path(folder, gone); // else it is the node's root folder
 }
 
 } // namespace lab

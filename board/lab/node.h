@@ -1,11 +1,14 @@
-/// A machine of the lab: a network namespace, a /tmp and an /etc of its own. It lives as long as its
-/// object and the processes started in it; nothing of it is visible in the file system outside.
+/// A machine of the lab: a network namespace, a /tmp and an /etc of its own; its other files are this
+/// machine's. It lives as long as its object and the processes started in it; nothing of it is visible
+/// in the file system outside.
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "board/lab/process.h"
 #include "rstp/records.h"
@@ -14,10 +17,11 @@ namespace lab {
 
 class node_t {
 public:
-    /// name    for people and error messages.
-    /// number  1 to 65535, different for every node of a lab; its MAC addresses are made from it.
+    /// name      for people and error messages.
+    /// number    1 to 65535, different for every node of a lab; its MAC addresses are made from it.
+    /// programs  what is to be started in it and may lie below /tmp, as make_tmp takes it.
     /// Throws std::system_error.
-    node_t(std::string name, int number);
+    node_t(std::string name, int number, const std::vector<std::filesystem::path> &programs = {});
 
     const std::string &name() const { return name_; }
 
@@ -49,7 +53,7 @@ public:
     /// Moves the calling thread, and what it starts from then on, into the node.
     void enter() const;
 
-    place_t place() const { return {net_.number(), mount_.number()}; }
+    place_t place() const { return {net_.number(), mount_.number(), root_.number()}; }
 
 private:
     std::string name_;

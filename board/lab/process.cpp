@@ -10,11 +10,13 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "board/lab/mounts.h"
 #include "board/lab/within.h"
 
 namespace lab {
@@ -87,8 +89,7 @@ bool put(int fd, int place)
         setsid();
     if (command.place.net >= 0 && setns(command.place.net, CLONE_NEWNET) != 0)
         give_up(launch);
-    // A sanitizer's own thread shares the root folder; the kernel wants it unshared for this.
-    if (command.place.mount >= 0 && (unshare(CLONE_FS) != 0 || setns(command.place.mount, CLONE_NEWNS) != 0))
+    if (command.place.mount >= 0 && !enter_mounts(command.place.mount, command.place.root))
         give_up(launch);
 
     // Copies above the standard three first, so that none of them is overwritten before its turn.
@@ -122,6 +123,7 @@ std::string find_program(const std::string &name)
 {
     if (name.find('/') != std::string::npos)
         return access(name.c_str(), X_OK) == 0 ? name : "";
+    errno = ENOENT;
     const char *path = getenv("PATH");
     std::istringstream folders(path != nullptr ? path : "/usr/sbin:/usr/bin:/sbin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
@@ -132,11 +134,18 @@ std::string find_program(const std::string &name)
     return "";
 }
 
+std::filesystem::path own_program()
+{
+    // Not what /proc/self/exe says: in a chroot, that is a path outside as soon as this process has left the
+    // mount namespace that it was started in.
+    return std::filesystem::canonical(reinterpret_cast<const char *>(getauxval(AT_EXECFN)));
+}
+
 process_t start(const command_t &command)
 {
     const std::string program = find_program(command.argv.at(0));
     if (program.empty())
-        throw std::system_error(ENOENT, std::generic_category(), command.argv.at(0));
+        throw std::system_error(errno, std::generic_category(), command.argv.at(0));
 
     std::vector<std::string> argv = command.argv;
     std::vector<std::string> environment = environment_with(command.environment);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@ int checked(int result, const std::string &what);
 struct place_t {
     int net = -1;
     int mount = -1;
+    int root = -1; ///< goes with `mount`: the folder there that is the root and the working folder
 };
 
 /// What to start, and how.
@@ -75,8 +77,12 @@ struct outcome_t {
 /// Throws std::system_error when it cannot be started.
 outcome_t run(command_t command, const std::string &input = {});
 
-/// Looks a program up in PATH; empty when there is none.
+/// Looks a program up in PATH; empty, with errno, when there is none.
 std::string find_program(const std::string &name);
+
+/// Where the running program lies, without symbolic links. Before the program enters a world of its own it must
+/// not have changed its working folder. Throws std::filesystem::filesystem_error, a std::system_error.
+std::filesystem::path own_program();
 
 /// A fork without the C library's handlers, so that the child has one thread and nothing else.
 /// It is for children that soon run another program, or end by _exit.

@@ -39,24 +39,34 @@ bool is_ready(const switch_t &board)
     }
 }
 
+/// A program by the name that it has in a node, where the working folder and /tmp are others.
+std::string where(const std::string &program) { return std::filesystem::weakly_canonical(program); }
+
+switch_settings_t completed(switch_settings_t settings)
+{
+    if (settings.board.empty())
+        settings.board = program("LVT_BOARD", "lvt_board");
+    if (settings.daemon.empty())
+        settings.daemon = program("LVT_RSTPD", settings.trace ? "lvt_rstpd_traced" : "lvt_rstpd");
+    settings.board = where(settings.board);
+    settings.daemon = where(settings.daemon);
+    return settings;
+}
+
 } // namespace
 
 std::string program(const char *variable, const char *name)
 {
     if (const char *path = getenv(variable); path != nullptr && *path != '\0')
         return path;
-    return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
+    return own_program().replace_filename(name);
 }
 
-switch_t::switch_t(switch_settings_t settings) : settings_(std::move(settings)), node_(settings_.name, settings_.number)
+switch_t::switch_t(switch_settings_t settings)
+    : settings_(completed(std::move(settings))),
+      node_(settings_.name, settings_.number,
+            {settings_.board, settings_.daemon, where(program("LVT_RSTPCTL", "lvt_rstpctl"))})
 {
-    if (settings_.board.empty())
-        settings_.board = program("LVT_BOARD", "lvt_board");
-    if (settings_.daemon.empty())
-        settings_.daemon = program("LVT_RSTPD", settings_.trace ? "lvt_rstpd_traced" : "lvt_rstpd");
-    settings_.board = std::filesystem::absolute(settings_.board); // a node's programs start elsewhere
-    settings_.daemon = std::filesystem::absolute(settings_.daemon);
-
     node_.ip(
         fmt::format("link add name eth0 address {} type veth peer name cpu0 address {}\n"
                     "link set eth0 addrgenmode none\n"

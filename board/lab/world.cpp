@@ -1,7 +1,6 @@
 #include "board/lab/world.h"
 
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "board/lab/mounts.h"
 #include "board/lab/privileges.h"
 
 namespace lab {
@@ -61,13 +61,6 @@ signals_t block_signals()
     return signals;
 }
 
-std::string own_program()
-{
-    char path[PATH_MAX] = {};
-    checked(static_cast<int>(readlink("/proc/self/exe", path, sizeof path - 1)), "/proc/self/exe");
-    return path;
-}
-
 [[noreturn]] void fail(const char *what)
 {
     std::fprintf(stderr, "%s: %s\n", what, std::strerror(errno));
@@ -102,11 +95,11 @@ std::string own_program()
 
     try {
         take_root(user);
-    } catch (const std::system_error &) {
-        fail("user namespace");
+        make_mounts_private();
+    } catch (const std::system_error &error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        _exit(EXIT_CANNOT_RUN);
     }
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        fail("mount namespace");
 
     const pid_t child = bare_fork();
     if (child < 0)
@@ -159,6 +152,7 @@ world_t enter_world(char **argv)
     if (std::vector<lack_t> lacks = find_lacks(); !lacks.empty())
         throw cannot_run_t(std::move(lacks));
 
+    ensure_proc();
     const std::string program = own_program();
     const fd_t caller_net(checked(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC), "/proc/self/ns/net"));
     int ends[2];

@@ -83,6 +83,7 @@ INSTANTIATE_TEST_SUITE_P(by, lab_end, testing::Values(SIGINT, SIGTERM, SIGHUP, S
 TEST(lab_help, man_page_has_every_option)
 {
     std::ifstream file(LVT_DOCS "/man/lvt_switch.8.scd");
+    ASSERT_TRUE(file) << LVT_DOCS "/man/lvt_switch.8.scd";
     const std::string page(std::istreambuf_iterator<char>(file), {});
     std::istringstream help(lab::run({.argv = {SWITCH, "--help"}}).output);
     size_t options = 0;
