@@ -31,6 +31,7 @@ constexpr char FAST_LEAF[] =
 
 /// The tool of this build, or that of the build under test.
 const std::string TOOL = lab::program("LVT_RSTPCTL", "lvt_rstpctl");
+const std::string TOOL_WORD = fmt::format("\"{}\"", TOOL); ///< for a shell: there may be blanks in it
 
 class ctl : public switches_test_t {
 protected:
@@ -50,7 +51,7 @@ protected:
     /// Runs the tool in the switch, its arguments parted by blanks.
     static lab::outcome_t run(const lab::switch_t &device, const std::string &arguments)
     {
-        return device.node().run({.argv = {"sh", "-c", fmt::format("{} {}", TOOL, arguments)}});
+        return device.node().run({.argv = {"sh", "-c", fmt::format("{} {}", TOOL_WORD, arguments)}});
     }
 
     /// Runs the tool, which must succeed, and waits until what it sent is in force. Returns what it says.
@@ -148,7 +149,7 @@ TEST_F(ctl, a_tree_of_two_switches_is_shown_as_it_is)
 
     // The monitor sees the second way taken.
     lab::process_t watcher =
-        leaf.node().start({.argv = {"sh", "-c", fmt::format("exec {} monitor > /tmp/changes", TOOL)}});
+        leaf.node().start({.argv = {"sh", "-c", fmt::format("exec {} monitor > /tmp/changes", TOOL_WORD)}});
     ASSERT_TRUE(eventually(
         SOON, [&] { return leaf.node().read("/proc/" + std::to_string(watcher.pid()) + "/comm"); }, "lvt_rstpctl\n"));
     ASSERT_TRUE(ticks(leaf, 2));
@@ -415,7 +416,7 @@ TEST_F(ctl, what_watches_goes_on_until_it_is_interrupted)
     done(device, "ports --enable 5");
     ASSERT_TRUE(is_so(device, "port 5 is disabled"));
     const auto start_tool = [&](const std::string &arguments) {
-        return device.node().start({.argv = {"sh", "-c", fmt::format("exec {} {}", TOOL, arguments)}});
+        return device.node().start({.argv = {"sh", "-c", fmt::format("exec {} {}", TOOL_WORD, arguments)}});
     };
     const auto interrupted = [](lab::process_t &process) {
         process.signal(SIGINT);
@@ -446,11 +447,11 @@ TEST_F(ctl, output_that_is_lost_ends_it)
         return device.node().run({.argv = {"sh", "-c", fmt::format("exec 3>&1; {}", line)}}).output;
     };
     for (const char *arguments : {"show", "show --watch", "show -j --watch"})
-        EXPECT_EQ(told(fmt::format("timeout 20 {} {} >/dev/full 2>&3", TOOL, arguments)),
+        EXPECT_EQ(told(fmt::format("timeout 20 {} {} >/dev/full 2>&3", TOOL_WORD, arguments)),
                   "lvt_rstpctl: cannot write to standard output: No space left on device\n")
             << arguments;
     for (const char *command : {"monitor", "monitor -j"})
-        EXPECT_EQ(told(fmt::format("trap '' PIPE; timeout 20 {} {} 2>&3 | true", TOOL, command)),
+        EXPECT_EQ(told(fmt::format("trap '' PIPE; timeout 20 {} {} 2>&3 | true", TOOL_WORD, command)),
                   "lvt_rstpctl: nobody reads the output any more\n")
             << command;
 }

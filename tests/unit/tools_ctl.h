@@ -28,7 +28,7 @@ struct run_t {
 /// Runs the tool with a command line in shell syntax.
 inline run_t run(const std::string &arguments)
 {
-    FILE *stream = popen((std::string(LVT_RSTPCTL) + " " + arguments + " 2>&1").c_str(), "r");
+    FILE *stream = popen(("\"" LVT_RSTPCTL "\" " + arguments + " 2>&1").c_str(), "r");
     if (!stream)
         abort();
     run_t result{};

@@ -100,9 +100,10 @@ std::vector<std::string> names_in_help(const std::string &command)
 /// What bash offers for the last word of a command line.
 std::string completions(const std::string &line)
 {
-    const std::string script = ". " LVT_COMPLETION "; COMP_WORDS=(" LVT_RSTPCTL " " + line +
+    const std::string script = ". \"" LVT_COMPLETION "\"; COMP_WORDS=(\"" LVT_RSTPCTL "\" " + line +
                                "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _lvt_rstpctl; echo \"${COMPREPLY[*]}\"";
-    FILE *stream = popen(("bash -c '" + script + "'").c_str(), "r");
+    setenv("SCRIPT", script.c_str(), 1);
+    FILE *stream = popen("bash -c \"$SCRIPT\"", "r");
     char words[1024] = "";
     if (!stream || !fgets(words, sizeof words, stream))
         ADD_FAILURE() << script;
@@ -195,7 +196,7 @@ TEST(docs, completion_knows_commands_and_options)
     EXPECT_EQ(completions("inject bpdu --message"), "--message-age");
     EXPECT_EQ(completions("monitor --dry"), "--dry-run");
     EXPECT_EQ(completions("--color n"), "never");
-    EXPECT_EQ(completions("apply " LVT_DOCS "/messages"), LVT_DOCS "/messages.md");
+    EXPECT_EQ(completions("apply \"" LVT_DOCS "/messages\""), LVT_DOCS "/messages.md");
 }
 
 TEST(docs, completion_knows_values)
