@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "board/lab/cable.h"
-#include "daemon/messages.h"
+#include "platform/messages.h"
 #include "daemon_actions.h"
 #include "fixture.h"
 
