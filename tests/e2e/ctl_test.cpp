@@ -481,7 +481,7 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
 {
     lab::switch_t &device = start_switch();
     ASSERT_TRUE(is_so(device, "root is this bridge"));
-    const auto told = [&](const std::string &arguments, const std::string &words,
+    const auto ends = [&](int status, const std::string &arguments, const std::string &words,
                           std::chrono::milliseconds patience = 0ms) {
         return eventually(
             patience,
@@ -489,13 +489,15 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
                 const lab::outcome_t outcome = run(device, arguments);
                 return std::tuple(outcome.exit_code, outcome.output);
             },
-            testing::FieldsAre(1, HasSubstr(words)));
+            testing::FieldsAre(status, HasSubstr(words)));
     };
+    const auto told = [&](const std::string &arguments, const std::string &words,
+                          std::chrono::milliseconds patience = 0ms) { return ends(1, arguments, words, patience); };
 
     device.daemon().signal(SIGSTOP);
-    EXPECT_TRUE(told("show", "so it has ended or hangs", SOON));
-    EXPECT_TRUE(told("monitor", "so it has ended or hangs"));
-    EXPECT_TRUE(told("expect root is this bridge", "so it has ended or hangs"));
+    EXPECT_TRUE(ends(3, "show", "so it has ended or hangs", SOON));
+    EXPECT_TRUE(ends(3, "monitor", "so it has ended or hangs"));
+    EXPECT_TRUE(ends(3, "expect root is this bridge", "so it has ended or hangs"));
     write_config(device, "");
     for (const char *command : {"apply /tmp/switch.toml", "set bridge --priority 0 --force --file /tmp/switch.toml",
                                 "debug show bridge_status", "bridge", "inject bpdu 1"})

@@ -8,7 +8,9 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "board/lab/cable.h"
 #include "bpdus.h"
@@ -446,14 +448,25 @@ TEST_F(daemon_hard_days, a_status_file_without_room)
 {
     device.start_daemon();
     ASSERT_TRUE(ticks(device, 1));
-    const std::string before = device.node().read(lab::STATUS_FILE);
 
-    // The file is made beside its place, where a full disk stands for once.
-    const std::string beside = device.node().path(std::string(lab::STATUS_FILE) + ".tmp");
-    std::filesystem::create_symlink("/dev/full", beside);
-    ASSERT_TRUE(lab::within(
-        SOON, [&] { return !std::filesystem::is_symlink(beside); }, 1ms));
+    // A disk that is full: the file is made beside its place, and taken away again.
+    const fd_t deletions(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    ASSERT_GE(inotify_add_watch(deletions.number(), device.node().path("/tmp").c_str(), IN_DELETE), 0);
+    const lab::outcome_t full = device.node().run(
+        {.argv = {"sh", "-c",
+                  "mount -o remount,size=16m /tmp && ! dd if=/dev/zero of=/tmp/filling bs=1k 2>/dev/null"}});
+    ASSERT_EQ(full.exit_code, 0) << full.output;
+    const std::string before = device.node().read(lab::STATUS_FILE);
+    for (int tries = 0; tries < 2; tries++) // one of them began when the disk was full
+        ASSERT_TRUE(lab::within(
+            SOON,
+            [&] {
+                char events[4096];
+                return read(deletions.number(), events, sizeof events) > 0;
+            },
+            1ms));
     EXPECT_EQ(device.node().read(lab::STATUS_FILE), before) << "the last whole one stays";
+    std::filesystem::remove(device.node().path("/tmp/filling"));
 
     EXPECT_TRUE(ticks(device, 2));
     EXPECT_TRUE(device.status().has_value());
