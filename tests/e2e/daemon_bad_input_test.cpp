@@ -10,6 +10,7 @@
 #include "daemon_actions.h"
 #include "daemon_support.h"
 #include "fixture.h"
+#include "tests/seed.h"
 #include "tools/messages.h"
 #include "tools/pipe.h"
 
@@ -247,7 +248,8 @@ TEST_F(daemon_bad_input, long_bpdus_keep_their_first_octets)
 
 TEST_F(daemon_bad_input, debug_texts_of_all_kinds)
 {
-    std::mt19937 random(20041);
+    const test_seed_t seed(20041);
+    std::mt19937 random(seed.value);
     const std::string console = device.node().read(lab::CONSOLE_FILE);
     for (const std::string &text : {std::string("bug show system_config"), std::string("Debug show system_config"),
                                     std::string(" debug"), std::string(100, '\0'), std::string("\n")})
@@ -301,7 +303,8 @@ TEST_F(daemon_bad_input, a_command_and_a_message_that_come_together)
 
 TEST_F(daemon_bad_input, rubbish_in_the_control_pipe)
 {
-    std::mt19937 random(20040);
+    const test_seed_t seed(20040);
+    std::mt19937 random(seed.value);
     for (int round = 0; round < 20; round++) {
         for (int i = 0; i < 20; i++)
             serve(device, rubbish(random, 1 + random() % 1500));
@@ -341,7 +344,8 @@ octets_t drawn_message(std::mt19937 &random)
 
 TEST_F(daemon_bad_input, drawn_messages_of_all_types)
 {
-    std::mt19937 random(20042);
+    const test_seed_t seed(20042);
+    std::mt19937 random(seed.value);
     for (int round = 0; round < 15; round++) {
         for (int i = 0; i < 40; i++)
             serve(device, drawn_message(random));

@@ -10,6 +10,7 @@
 #include "diag/reports.h"
 #include "l2_proto_utility/os_api.h"
 #include "tests/report_texts.h"
+#include "tests/seed.h"
 
 namespace {
 
@@ -218,7 +219,8 @@ TEST_F(debug_cmd, reports_do_not_step_the_engine)
 
 TEST_F(debug_cmd, rubbish_through_the_pipe)
 {
-    std::mt19937 random(4711);
+    const test_seed_t seed(4711);
+    std::mt19937 random(seed.value);
     for (int round = 0; round < 2000; round++) {
         std::string text = round % 3 ? "debug " : "";
         if (round % 5 == 0)

@@ -9,6 +9,7 @@
 #include "daemon_fixture.h"
 #include "daemon_invariants.h"
 #include "daemon/diag_out.h"
+#include "tests/seed.h"
 
 namespace {
 
@@ -80,7 +81,8 @@ struct groups_model_t {
 
 class random_life : public daemon_test, public testing::WithParamInterface<unsigned> {
 protected:
-    std::mt19937 random{GetParam()};
+    const test_seed_t seed{GetParam()};
+    std::mt19937 random{seed.value};
     groups_model_t model;
     uint32_t frames_given = 0;
 
@@ -338,7 +340,7 @@ TEST_P(random_life, holds_together_and_heals)
 {
     boot({1, 2});
     for (int i = 0; i < STEPS && !HasFailure(); i++) {
-        SCOPED_TRACE("seed " + std::to_string(GetParam()) + ", step " + std::to_string(i));
+        SCOPED_TRACE("step " + std::to_string(i));
         step();
         EXPECT_EQ(daemon_faults(), "");
         check_model();
@@ -348,7 +350,7 @@ TEST_P(random_life, holds_together_and_heals)
     check_counters();
 
     // Alone, all links taken out and put in again, the same settings as ever.
-    SCOPED_TRACE("seed " + std::to_string(GetParam()) + ", healing");
+    SCOPED_TRACE("healing");
     send_groups({0, 7, 8, 9, 7, 8, 9}); // each group is queued, so that none keeps a port
     send_groups(AGGR_STATUS_ALONE);
     send_system(LVT_RSTP_SYSTEM_DEFAULTS);
