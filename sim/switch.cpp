@@ -245,6 +245,7 @@ int mdio_intf_access_multi(mdio_multi_t *request)
     if (device.calls->chip_refuses(device.calls->context, device))
         return -1;
     const int result = chip_execute(device.chip, *request, sim::now_told);
+    device.calls->chip_written(device.calls->context, device, *request);
     device.calls->chip_changed(device.calls->context, device);
     return result;
 }

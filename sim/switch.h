@@ -22,8 +22,10 @@ struct world_calls_t {
     void *context;
     /// A frame leaves by front port 1 to 6, without tag, from its destination address on.
     void (*sends)(void *context, switch_t &from, unsigned port, std::span<const uint8_t> frame);
-    /// The chip has executed a batch of register writes.
+    /// The chip has executed a batch of register writes, or has another link or power.
     void (*chip_changed)(void *context, switch_t &from);
+    /// The batch, before that.
+    void (*chip_written)(void *context, switch_t &from, const mdio_multi_t &batch);
     /// Whether the chip refuses the next batch.
     bool (*chip_refuses)(void *context, switch_t &from);
 };

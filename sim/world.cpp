@@ -16,7 +16,10 @@ chip_time_t chip_time(moment_t moment) { return chip_time_t(moment); }
 
 } // namespace
 
-world_t::world_t(uint64_t seed) : random_{seed}, calls_{this, call_sends, call_chip_changed, call_chip_refuses} {}
+world_t::world_t(uint64_t seed)
+    : random_{seed}, calls_{this, call_sends, call_chip_changed, call_chip_written, call_chip_refuses}
+{
+}
 
 world_t::~world_t()
 {
@@ -377,6 +380,13 @@ void world_t::call_chip_changed(void *context, switch_t &from)
     auto &world = *static_cast<world_t *>(context);
     if (world.watcher_)
         world.watcher_->chip_changed(world.node_of_switch_[from.number - 1]);
+}
+
+void world_t::call_chip_written(void *context, switch_t &from, const mdio_multi_t &batch)
+{
+    auto &world = *static_cast<world_t *>(context);
+    if (world.watcher_)
+        world.watcher_->chip_written(world.node_of_switch_[from.number - 1], batch);
 }
 
 bool world_t::call_chip_refuses(void *context, switch_t &from)

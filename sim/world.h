@@ -75,6 +75,8 @@ struct watcher_t {
     virtual void arrived(cable_id_t /*cable*/, unsigned /*to*/, const frame_t &) {}
     /// A switch's chip was written, or has another link or power.
     virtual void chip_changed(node_id_t) {}
+    /// Before that, what was written; a batch that the chip refused is none.
+    virtual void chip_written(node_id_t, const mdio_multi_t &) {}
     virtual void cable_changed(cable_id_t) {}
     /// A switch has dealt with an event.
     virtual void event_done(node_id_t) {}
@@ -175,6 +177,7 @@ private:
 
     static void call_sends(void *context, switch_t &from, unsigned port, std::span<const uint8_t> frame);
     static void call_chip_changed(void *context, switch_t &from);
+    static void call_chip_written(void *context, switch_t &from, const mdio_multi_t &batch);
     static bool call_chip_refuses(void *context, switch_t &from);
 
     random_t random_;

@@ -8,9 +8,9 @@
 #include <sys/socket.h>
 
 #include "board/lab/cable.h"
-#include "bpdus.h"
 #include "daemon_support.h"
 #include "fixture.h"
+#include "tests/bpdus.h"
 #include "tools/messages.h"
 
 namespace {
@@ -50,8 +50,8 @@ octets_t with(bpdu_t bpdu, size_t offset, uint8_t value)
 octets_t cut(const bpdu_t &bpdu, size_t octets) { return octets_of(bpdu, octets); }
 
 const bpdu_t RST = superior_bpdu();
-const bpdu_t CONFIG = lab::config_bpdu(lab::root_bridge(4096, 0x99));
-const bpdu_t TCN = lab::tcn_bpdu();
+const bpdu_t CONFIG = config_bpdu(root_bridge(4096, 0x99));
+const bpdu_t TCN = tcn_bpdu();
 
 const malformed_t MALFORMED[] = {
     {"nothing at all", [] { return octets_t(); }},
@@ -144,123 +144,6 @@ TEST_F(daemon_bpdus, any_version_is_accepted)
         EXPECT_EQ(counts(device, 6).stp_received, heard) << int{version};
     }
     EXPECT_TRUE(is_sound(device));
-}
-
-/// What a BPDU may say although it is well formed.
-struct odd_t {
-    const char *what;
-    std::function<void(bpdu_t &)> say;
-};
-
-void say_times(bpdu_t &bpdu, uint8_t message_age, uint8_t max_age, uint8_t hello_time, uint8_t forward_delay)
-{
-    bpdu.message_age[0] = message_age;
-    bpdu.max_age[0] = max_age;
-    bpdu.hello_time[0] = hello_time;
-    bpdu.forward_delay[0] = forward_delay;
-}
-
-void say_bridge(uint8_t (&priority)[2], uint8_t (&address)[6], const bridge_id_t &id)
-{
-    bpdu_put16(priority, id.prio);
-    std::copy(std::begin(id.addr), std::end(id.addr), address);
-}
-
-/// That of the first switch of a test.
-const bridge_id_t OUR_OWN = {32768, {0x02, 0, 0, 0, 1, 0}};
-
-const odd_t ODD[] = {
-    {"hello time 0", [](bpdu_t &b) { say_times(b, 0, 20, 0, 15); }},
-    {"all times 0", [](bpdu_t &b) { say_times(b, 0, 0, 0, 0); }},
-    {"all times 255", [](bpdu_t &b) { say_times(b, 255, 255, 255, 255); }},
-    {"message age equals max age", [](bpdu_t &b) { say_times(b, 20, 20, 2, 15); }},
-    {"message age beyond max age", [](bpdu_t &b) { say_times(b, 40, 20, 2, 15); }},
-    {"max age 0, age 255", [](bpdu_t &b) { say_times(b, 255, 0, 1, 1); }},
-    {"fractions of seconds",
-     [](bpdu_t &b) { b.message_age[1] = b.max_age[1] = b.hello_time[1] = b.forward_delay[1] = 255; }},
-    {"our own bridge as sender", [](bpdu_t &b) { say_bridge(b.bridge_priority, b.bridge_address, OUR_OWN); }},
-    {"our own bridge as root", [](bpdu_t &b) { say_bridge(b.root_priority, b.root_address, OUR_OWN); }},
-    {"our own bridge as both",
-     [](bpdu_t &b) {
-         say_bridge(b.root_priority, b.root_address, OUR_OWN);
-         say_bridge(b.bridge_priority, b.bridge_address, OUR_OWN);
-     }},
-    {"our own port",
-     [](bpdu_t &b) {
-         say_bridge(b.root_priority, b.root_address, OUR_OWN);
-         say_bridge(b.bridge_priority, b.bridge_address, OUR_OWN);
-         bpdu_put16(b.port_id, 0x8003);
-     }},
-    {"the highest cost", [](bpdu_t &b) { bpdu_put32(b.root_path_cost, 0xFFFFFFFF); }},
-    {"port identifier 0", [](bpdu_t &b) { bpdu_put16(b.port_id, 0); }},
-    {"all flags", [](bpdu_t &b) { b.flags = 0xFF; }},
-    {"no flags", [](bpdu_t &b) { b.flags = 0; }},
-    {"a version 1 length", [](bpdu_t &b) { b.version_1_length = 255; }},
-    {"everything 0", [](bpdu_t &b) { std::fill(&b.flags, reinterpret_cast<uint8_t *>(&b) + sizeof b, uint8_t{0}); }},
-    {"everything 255",
-     [](bpdu_t &b) { std::fill(&b.flags, reinterpret_cast<uint8_t *>(&b) + sizeof b, uint8_t{255}); }},
-};
-
-TEST_F(daemon_bpdus, whatever_a_well_formed_one_says_the_daemon_goes_on)
-{
-    take_part();
-    int said = 0;
-    for (const odd_t &odd : ODD) {
-        SCOPED_TRACE(odd.what);
-        for (const bpdu_t &usual : {RST, CONFIG}) {
-            bpdu_t bpdu = usual;
-            odd.say(bpdu);
-            for (const unsigned port : {3, 1, 6, 5})
-                hear(device, port, bpdu);
-        }
-        ASSERT_TRUE(device.daemon().running());
-        if (++said % 3 == 0) { // over a tick, where timers end
-            ASSERT_TRUE(is_sound(device));
-        }
-    }
-    EXPECT_TRUE(ticks(device, 2));
-    EXPECT_EQ(counts(device, 3).illegal, 0);
-}
-
-TEST_F(daemon_bpdus, a_hello_time_of_0_does_not_stop_the_hellos)
-{
-    serve(device, port_status_message(linked({1, 3})));
-    serve(device, port_config_message(enabled({1, 3})));
-    lvt_rstp_system_config_t config = LVT_RSTP_SYSTEM_DEFAULTS;
-    config.hello_time = 256; // kept to eight bits
-    serve(device, system_config_message(config));
-    ASSERT_TRUE(status_within(device, SOON, [](const lab::bridge_status_t &status) { return status.hello_time == 0; }));
-    const long before = counts(device, 1).rstp_sent;
-    EXPECT_TRUE(eventually(
-        SOON, [&] { return counts(device, 1).rstp_sent; }, Ge(before + 3)));
-    EXPECT_TRUE(is_sound(device));
-}
-
-TEST_F(daemon_bpdus, expired_information_is_not_believed)
-{
-    take_part();
-    bpdu_t bpdu = lab::rst_bpdu(lab::root_bridge(0, 0x01));
-    say_times(bpdu, 6, 6, 1, 4);
-    hear(device, 1, bpdu);
-    bpdu_t believed = superior_bpdu();
-    say_times(believed, 0, 20, 2, 15); // for six seconds
-    hear(device, 3, believed);
-    EXPECT_TRUE(ticks(device, 2));
-    EXPECT_EQ(lab::bridge_id_text(device.status()->root), "4096/02:00:00:00:99:00");
-    EXPECT_EQ(counts(device, 1).rstp_received, 1);
-}
-
-TEST_F(daemon_bpdus, our_own_bpdu_comes_back)
-{
-    // A loop behind port 6: the better of the two ends stays designated, the other one backs it up.
-    serve(device, port_status_message(linked({1, 6})));
-    serve(device, port_config_message(enabled({1, 6})));
-    ASSERT_TRUE(ticks(device, 3));
-    hear(device, 6, lab::rst_bpdu({.root = OUR_OWN, .cost = 0, .bridge = OUR_OWN}));
-    ASSERT_TRUE(status_within(device, SOON,
-                              [](const lab::bridge_status_t &status) { return status.port(6).role == ROLE_BACKUP; }));
-    EXPECT_EQ(device.status()->port(1).role, ROLE_DESIGNATED);
-    EXPECT_TRUE(device.status()->is_root());
 }
 
 // ---- over a cable -----------------------------------------------------------------------------

@@ -14,9 +14,9 @@
 #include <tins/tins.h>
 
 #include "board/lab/cable.h"
-#include "bpdus.h"
 #include "daemon_support.h"
 #include "fixture.h"
+#include "tests/bpdus.h"
 #include "tools/decode.h"
 #include "tools/messages.h"
 
@@ -232,11 +232,11 @@ TEST_F(daemon_frames, rst_bpdus_of_a_root_port)
 {
     take_part(2);
     ASSERT_TRUE(ticks(device, 2));
-    told_t told = lab::root_bridge(4096, 0x99);
+    told_t told = root_bridge(4096, 0x99);
     told.cost = 70000;
     told.times = {.MessageAge = 3, .MaxAge = 20, .ForwardDelay = 15, .HelloTime = 2};
-    hear(device, 4, lab::rst_bpdu(told, BPDU_FLAG_PROPOSAL));
-    hear(device, 4, lab::rst_bpdu(told, BPDU_FLAG_PROPOSAL));
+    hear(device, 4, rst_bpdu(told, BPDU_FLAG_PROPOSAL));
+    hear(device, 4, rst_bpdu(told, BPDU_FLAG_PROPOSAL));
     const auto last_role = [&] {
         const auto frames = at(4).bpdus(BPDU_TYPE_RST);
         return frames.empty() ? -1 : bpdu_role(read_bpdu(frames.back()).flags);
@@ -289,8 +289,8 @@ TEST_F(daemon_frames, a_configuration_bpdu_acknowledges_a_topology_change)
 {
     take_part(0);
     ASSERT_TRUE(ticks(device, 3));
-    hear(device, 6, lab::tcn_bpdu());
-    const auto acknowledges = [](const octets_t &frame) { return lab::is_ack(read_bpdu(frame)); };
+    hear(device, 6, tcn_bpdu());
+    const auto acknowledges = [](const octets_t &frame) { return is_ack(read_bpdu(frame)); };
     ASSERT_TRUE(eventually(
         SOON, [&] { return std::ranges::count_if(at(6).bpdus(BPDU_TYPE_CONFIG), acknowledges); }, Gt(0)));
     const auto frames = at(6).bpdus(BPDU_TYPE_CONFIG);
@@ -304,11 +304,11 @@ TEST_F(daemon_frames, tcn_bpdus)
 {
     take_part(0);
     ASSERT_TRUE(ticks(device, 2));
-    told_t told = lab::root_bridge(4096, 0x99);
+    told_t told = root_bridge(4096, 0x99);
     told.times = {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 1, .HelloTime = 2};
     // The root port tells of itself when it forwards.
     const auto notifications = [&] {
-        hear(device, 5, lab::config_bpdu(told));
+        hear(device, 5, config_bpdu(told));
         return at(5).bpdus(BPDU_TYPE_TCN).size();
     };
     ASSERT_TRUE(eventually(20s, notifications, Gt(0u), 200ms));

@@ -13,10 +13,10 @@
 #include <unistd.h>
 
 #include "board/lab/cable.h"
-#include "bpdus.h"
 #include "daemon_actions.h"
 #include "daemon_support.h"
 #include "fixture.h"
+#include "tests/bpdus.h"
 #include "tools/messages.h"
 
 namespace {

@@ -4,10 +4,10 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "bpdus.h"
 #include "daemon_actions.h"
 #include "daemon_support.h"
 #include "fixture.h"
+#include "tests/bpdus.h"
 #include "tools/messages.h"
 
 namespace {
@@ -124,31 +124,6 @@ TEST_F(daemon_messages, port_status_sets_path_costs_and_point_to_point)
         EXPECT_EQ(status.port(port).path_cost, costs[port - 1]) << port;
         EXPECT_EQ(status.port(port).point_to_point, point_to_point[port - 1]) << port;
     }
-}
-
-TEST_F(daemon_messages, link_flushes_at_once_and_moves_the_port_with_the_next_tick)
-{
-    serve(device, port_config_message(enabled({3})));
-    ASSERT_TRUE(ticks(device, 3));
-    watch.news();
-
-    serve(device, port_status_message(linked({3, 4})));
-    const actions_t expected = {flushes(), // spanning tree is on at port 3 only
-                                           // A host is expected there: learning and forwarding at once.
-                                writes_state(3, 3), tells_mux(3, false), writes_state(3, 4), tells_mux(3, true)};
-    EXPECT_EQ(watch.news_like(expected), expected);
-    ASSERT_TRUE(status_within(
-        device, SOON, [](const lab::bridge_status_t &status) { return status.port(3).state == HW_FORWARDING; }));
-
-    serve(device, port_status_message(linked({3, 4})));
-    EXPECT_TRUE(ticks(device, 1));
-    EXPECT_THAT(watch.news(), IsEmpty()) << "nothing has changed";
-
-    serve(device, port_status_message(linked({4})));
-    EXPECT_TRUE(status_within(device, SOON,
-                              [](const lab::bridge_status_t &status) { return status.port(3).state == HW_DISABLED; }));
-    EXPECT_THAT(watch.news(), Contains(writes_state(3, 1)));
-    EXPECT_EQ(device.client().port(3).state, HW_DISCARDING);
 }
 
 // ---- type 2 -----------------------------------------------------------------------------------

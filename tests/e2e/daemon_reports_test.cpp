@@ -7,10 +7,10 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include "bpdus.h"
 #include "daemon_actions.h"
 #include "daemon_support.h"
 #include "fixture.h"
+#include "tests/bpdus.h"
 #include "tests/report_texts.h"
 #include "tools/messages.h"
 
@@ -197,9 +197,9 @@ TEST_F(daemon_reports, the_status_file_counts_in_its_own_order)
     serve(device, port_status_message(linked({6})));
     serve(device, port_config_message(enabled({6})));
     for (int i = 0; i < 5; i++)
-        hear(device, 2, lab::tcn_bpdu());
+        hear(device, 2, tcn_bpdu());
     for (int i = 0; i < 4; i++)
-        hear(device, 2, lab::config_bpdu(lab::root_bridge(4096, 0x99)));
+        hear(device, 2, config_bpdu(root_bridge(4096, 0x99)));
     for (int i = 0; i < 3; i++)
         hear(device, 2, superior_bpdu());
     bpdu_t odd = superior_bpdu();

@@ -1,4 +1,5 @@
 #include "daemon_support.h"
+#include "tests/bpdus.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -7,8 +8,6 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-
-#include "bpdus.h"
 
 namespace e2e {
 
@@ -70,7 +69,7 @@ std::vector<uint8_t> octets_of(const bpdu_t &bpdu, size_t count)
     return frame;
 }
 
-bpdu_t superior_bpdu() { return lab::rst_bpdu(lab::root_bridge(4096, 0x99)); }
+bpdu_t superior_bpdu() { return rst_bpdu(root_bridge(4096, 0x99)); }
 
 void hear(const lab::switch_t &device, unsigned port, const bpdu_t &bpdu)
 {

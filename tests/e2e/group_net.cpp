@@ -1,14 +1,13 @@
 #include "group_net.h"
 
-#include <algorithm>
 #include <sstream>
 
 namespace lab {
 
 namespace {
 
-/// The numbers in column `column` of a report's lines for ports 1 to 6.
-std::vector<int> column_of(const std::string &report, size_t column)
+/// The numbers beside those of ports 1 to 6 in a report.
+std::vector<int> column_of(const std::string &report)
 {
     std::vector<int> numbers;
     std::istringstream lines(report);
@@ -17,44 +16,24 @@ std::vector<int> column_of(const std::string &report, size_t column)
         std::vector<int> row;
         for (int number; words >> number;)
             row.push_back(number);
-        if (row.size() > column && row[0] == static_cast<int>(numbers.size()) + 1)
-            numbers.push_back(row[column]);
+        if (row.size() > 1 && row[0] == static_cast<int>(numbers.size()) + 1)
+            numbers.push_back(row[1]);
     }
     EXPECT_EQ(numbers.size(), RSTP_PHYSICAL_PORTS) << report;
     return numbers;
 }
 
+/// The state that the daemon last wrote for each port.
+std::vector<int> written_states(const switch_t &device)
+{
+    return column_of(e2e::ask(device, "debug show rstp_stp_state"));
+}
+
 } // namespace
-
-aggr_status_t groups(std::initializer_list<uint8_t> of_ports)
-{
-    aggr_status_t status = AGGR_STATUS_ALONE;
-    size_t port = 1;
-    for (const uint8_t group : of_ports) {
-        if (group != 0)
-            status.at(port) = group;
-        port++;
-    }
-    return status;
-}
-
-std::vector<int> told_groups(const switch_t &device)
-{
-    std::vector<int> numbers = column_of(e2e::ask(device, "debug show aggr_status"), 1);
-    for (size_t i = 0; i < numbers.size(); i++)
-        if (numbers[i] == static_cast<int>(i) + 1)
-            numbers[i] = 0;
-    return numbers;
-}
 
 std::vector<int> engine_groups(const switch_t &device)
 {
-    return column_of(e2e::ask(device, "debug show rstp_aggr_status"), 1);
-}
-
-std::vector<int> written_states(const switch_t &device)
-{
-    return column_of(e2e::ask(device, "debug show rstp_stp_state"), 1);
+    return column_of(e2e::ask(device, "debug show rstp_aggr_status"));
 }
 
 std::vector<double> times_of_state(const switch_t &device, int port, int state, double since)
@@ -106,18 +85,6 @@ void group_test_t::expect_tables_agree(const switch_t &device)
     EXPECT_TRUE(agree) << testing::PrintToString(written) << " were written, the chip has "
                        << testing::PrintToString(chip) << "; the engine has groups " << testing::PrintToString(engine)
                        << ", the status file " << testing::PrintToString(shown);
-}
-
-void group_test_t::expect_states_together(const switch_t &device, double since)
-{
-    for (const int state : {HW_DISCARDING, HW_LEARNING, HW_FORWARDING}) {
-        const auto firsts = times_of_state(device, 1, state, since);
-        const auto seconds = times_of_state(device, 2, state, since);
-        ASSERT_FALSE(firsts.empty()) << "state " << state;
-        ASSERT_EQ(firsts.size(), seconds.size()) << "state " << state;
-        for (size_t i = 0; i < firsts.size(); i++)
-            EXPECT_NEAR(firsts[i], seconds[i], 0.3) << "state " << state;
-    }
 }
 
 } // namespace lab

@@ -5,16 +5,8 @@
 
 namespace lab {
 
-/// Everybody's group in one line: the groups of ports 1 to 6, 0 for a port that stands alone.
-aggr_status_t groups(std::initializer_list<uint8_t> of_ports);
-
-/// What the daemon was told last ("debug show aggr_status"), and what its engine goes by ("debug
-/// show rstp_aggr_status"): entry p - 1 belongs to port p, 0 when it stands alone.
-std::vector<int> told_groups(const switch_t &device);
+/// What the engine goes by ("debug show rstp_aggr_status"): entry p - 1 belongs to port p, 0 when it stands alone.
 std::vector<int> engine_groups(const switch_t &device);
-
-/// The state that the daemon last wrote for each port ("debug show rstp_stp_state").
-std::vector<int> written_states(const switch_t &device);
 
 /// The times at which the daemon put a port into a state, from `since` on.
 std::vector<double> times_of_state(const switch_t &device, int port, int state, double since);
@@ -33,9 +25,6 @@ protected:
     /// What holds after every message: the status file, the engine's table and the chip tell the
     /// same, and all members of a group are in the same state.
     static void expect_tables_agree(const switch_t &device);
-
-    /// Ports 1 and 2, members of one group, have come to each state at the same time.
-    static void expect_states_together(const switch_t &device, double since);
 };
 
 } // namespace lab

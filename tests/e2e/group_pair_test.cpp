@@ -145,29 +145,4 @@ TEST_F(group_pair, carries_every_flow_once_and_in_order)
     EXPECT_EQ(left->received().size(), 1u);
 }
 
-TEST_F(group_pair, both_cables_gone_and_back)
-{
-    const double mark_a = now_of(*a), mark_b = now_of(*b);
-    first->pull();
-    second->pull();
-    EXPECT_TRUE(becomes(*b, "6 designated forwards", AT_ONCE));
-    EXPECT_TRUE(is_root(*b));
-    EXPECT_EQ(role_of(*b, 7), ROLE_DISABLED);
-    expect_tables_agree(*b);
-    for (const int port : {1, 2})
-        EXPECT_EQ(chip_state(*b, port), HW_DISCARDING);
-
-    // One cable is enough.
-    first->plug();
-    EXPECT_TRUE(becomes(*b, "6 designated forwards, 7 root forwards", AT_ONCE + 2s));
-    EXPECT_TRUE(becomes(*a, "6 designated forwards, 7 designated forwards", BY_TIMERS));
-    for (const switch_t *device : {a, b}) {
-        expect_tables_agree(*device);
-        for (const int port : {1, 2})
-            EXPECT_EQ(chip_state(*device, port), HW_FORWARDING);
-    }
-    expect_states_together(*a, mark_a);
-    expect_states_together(*b, mark_b);
-}
-
 } // namespace

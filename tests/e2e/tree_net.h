@@ -1,7 +1,6 @@
 /// The networks of the tree and group tests: machines, cables, and what one asks them.
 #pragma once
 
-#include <initializer_list>
 #include <list>
 #include <string>
 #include <vector>
@@ -11,8 +10,9 @@
 #include "board/lab/neighbours.h"
 #include "board/lab/switch_node.h"
 #include "board/lab/within.h"
-#include "bpdus.h"
 #include "fixture.h"
+#include "tests/bpdus.h"
+#include "tests/settings.h"
 #include "tools/messages.h"
 
 namespace lab {
@@ -22,25 +22,11 @@ using testing::AllOf;
 using testing::Ge;
 using testing::Gt;
 
-// The shortest times that the standard allows.
-constexpr int HELLO_TIME = 1;
-constexpr int MAX_AGE = 6;
-constexpr int FORWARD_DELAY = 4;
-
 /// A port that has to go through both of its delays, and a few ticks of the daemons.
 constexpr auto BY_TIMERS = std::chrono::seconds(2 * FORWARD_DELAY + 5);
 
 /// A few ticks: what needs no timer.
 constexpr auto AT_ONCE = std::chrono::seconds(4);
-
-/// Worse than any switch of ours: its designated information is never taken.
-inline const told_t INFERIOR = root_bridge(61440, 200);
-
-lvt_rstp_system_config_t bridge_config(uint16_t priority);
-
-/// Spanning tree on for the ports named, off for the others. Those that lead to bridges are no
-/// edge ports, so that their first seconds do not hang on whose clock ticks first.
-port_configs_t port_configs(std::initializer_list<int> to_bridges, std::initializer_list<int> to_hosts = {});
 
 /// A test with a network of switches, kernel bridges, hosts and cables. Switches are configured
 /// before they get their cables.
@@ -62,9 +48,6 @@ protected:
 
     /// The kernel bridge's end is its interface port1, port2 ..., as the number given.
     const cable_t &connect(const switch_t &near, int near_port, const kernel_bridge_t &far, int far_port);
-
-    /// The cable that was made last, say that of a host.
-    const cable_t &last_cable() const { return cables_.back(); }
 
     void TearDown() override;
 

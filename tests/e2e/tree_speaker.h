@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "board/lab/node.h"
-#include "bpdus.h"
+#include "tests/bpdus.h"
 
 namespace lab {
 

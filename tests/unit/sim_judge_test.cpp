@@ -89,14 +89,14 @@ TEST_P(random_network, is_a_tree_after_boot_cut_and_mend)
     EXPECT_EQ(to_themselves ? "" : loops.ring(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(seeds, random_network, testing::Range<uint64_t>(1, 201));
+INSTANTIATE_TEST_SUITE_P(seeds, random_network, testing::Range<uint64_t>(1, 101));
 
 // A port that hears its own bridge takes the flags of that BPDU for an agreement with itself: two ports of one
 // switch may both forward, until one of them has taken its role as a backup.
 TEST(sim_judge, a_cable_of_a_switch_to_itself_may_be_a_ring_for_a_moment)
 {
     moment_t longest = 0;
-    for (uint64_t seed = 1; seed <= 100; seed++) {
+    for (uint64_t seed = 1; seed <= 40; seed++) {
         world_t world(seed);
         loop_watcher_t loops(world);
         world.watch(&loops);

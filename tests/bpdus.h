@@ -5,8 +5,6 @@
 
 #include "tools/bpdu_frame.h"
 
-namespace lab {
-
 /// The shortest that the standard allows.
 constexpr timevalues_t SHORT_TIMES = {.MessageAge = 0, .MaxAge = 6, .ForwardDelay = 4, .HelloTime = 1};
 
@@ -15,6 +13,8 @@ bridge_id_t made_up_bridge(uint16_t priority, uint8_t last);
 
 /// A bridge that calls itself the root, with the shortest times.
 told_t root_bridge(uint16_t priority, uint8_t last);
+
+told_t with_times(told_t told, timevalues_t times);
 
 bpdu_t config_bpdu(const told_t &told, uint8_t flags = 0);
 
@@ -30,5 +30,4 @@ bool is_config(const bpdu_t &bpdu);
 bool is_tcn(const bpdu_t &bpdu);
 bool is_ack(const bpdu_t &bpdu); ///< a configuration BPDU that acknowledges a notification
 bool has_flag(const bpdu_t &bpdu, uint8_t flag);
-
-} // namespace lab
+bool tells_change(const bpdu_t &bpdu);

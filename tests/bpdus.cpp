@@ -1,6 +1,4 @@
-#include "bpdus.h"
-
-namespace lab {
+#include "tests/bpdus.h"
 
 bridge_id_t made_up_bridge(uint16_t priority, uint8_t last) { return {priority, {0x02, 0, 0, 0, last, 0}}; }
 
@@ -8,6 +6,12 @@ told_t root_bridge(uint16_t priority, uint8_t last)
 {
     const bridge_id_t id = made_up_bridge(priority, last);
     return {.root = id, .cost = 0, .bridge = id, .times = SHORT_TIMES};
+}
+
+told_t with_times(told_t told, timevalues_t times)
+{
+    told.times = times;
+    return told;
 }
 
 bpdu_t config_bpdu(const told_t &told, uint8_t flags) { return bpdu_of(BPDU_TYPE_CONFIG, told, flags); }
@@ -29,4 +33,4 @@ bool is_ack(const bpdu_t &bpdu) { return is_config(bpdu) && has_flag(bpdu, BPDU_
 
 bool has_flag(const bpdu_t &bpdu, uint8_t flag) { return (bpdu.flags & flag) != 0; }
 
-} // namespace lab
+bool tells_change(const bpdu_t &bpdu) { return has_flag(bpdu, BPDU_FLAG_TC); }
