@@ -1,14 +1,19 @@
 // A board on which something is missing, broken or full: what the daemon says, and that it goes on.
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <set>
+#include <sstream>
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
-#include <sys/inotify.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -108,6 +113,40 @@ TEST_F(daemon_hard_days, without_the_multiplexer_pipe_it_works)
         EXPECT_THAT(action, testing::Not(StartsWith("mux")));
     EXPECT_FALSE(std::filesystem::exists(device.node().path(PORT_MUX_IF_PIPE)));
     EXPECT_EQ(output() + errors(), "");
+}
+
+/// Puts a file of `text` in the place of whatever has the name.
+void put_file(const lab::switch_t &device, const char *path, const std::string &text)
+{
+    std::filesystem::remove(device.node().path(path));
+    std::ofstream(device.node().path(path)) << text;
+}
+
+TEST_F(daemon_hard_days, with_a_file_for_its_control_pipe_it_ends)
+{
+    put_file(device, RSTP_IF_PIPE, "kept");
+    expect_refusal("RSTP pipe initial fail");
+    EXPECT_EQ(device.node().read(RSTP_IF_PIPE), "kept");
+}
+
+TEST_F(daemon_hard_days, with_a_file_for_its_debug_pipe_it_ends)
+{
+    put_file(device, RSTP_DBG_IF_PIPE, "kept");
+    expect_refusal("RSTP DEBUG pipe initial fail");
+    EXPECT_EQ(device.node().read(RSTP_DBG_IF_PIPE), "kept");
+}
+
+TEST_F(daemon_hard_days, files_for_the_other_pipes_are_not_written)
+{
+    put_file(device, LACP_IF_PIPE, "kept");
+    put_file(device, PORT_MUX_IF_PIPE, "kept");
+    device.start_daemon();
+    serve(device, port_config_message(enabled({1})));
+    EXPECT_EQ(output(), "Setting lacp_rstp_status is fail");
+    EXPECT_TRUE(is_sound(device));
+    EXPECT_EQ(device.node().read(LACP_IF_PIPE), "kept");
+    EXPECT_EQ(device.node().read(PORT_MUX_IF_PIPE), "kept");
+    EXPECT_EQ(errors(), "");
 }
 
 /// Fills a pipe up. The descriptor keeps what is in there.
@@ -388,6 +427,47 @@ TEST_F(daemon_hard_days, a_failed_send_is_counted_and_not_repeated)
     EXPECT_TRUE(is_sound(device));
 }
 
+/// What the kernel keeps for the daemon's packet socket, as its table of them says: "Rmem".
+std::string kept_for_reading(lab::switch_t &device)
+{
+    std::set<std::string> inodes;
+    for (const auto &entry : std::filesystem::directory_iterator(fmt::format("/proc/{}/fd", device.daemon().pid())))
+        if (const std::string target = std::filesystem::read_symlink(entry); target.starts_with("socket:["))
+            inodes.insert(target.substr(8, target.size() - 9));
+    std::istringstream table(device.node().run({.argv = {"cat", "/proc/net/packet"}}).output);
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream words(line);
+        const std::vector<std::string> fields{std::istream_iterator<std::string>(words), {}};
+        if (fields.size() == 9 && inodes.contains(fields.back()))
+            return fields.at(6);
+    }
+    return "no packet socket";
+}
+
+TEST_F(daemon_hard_days, frames_that_reach_the_cpu_are_not_kept)
+{
+    device.start_daemon();
+    const auto received = [&] {
+        const std::string table = device.node().run({.argv = {"cat", "/proc/net/dev"}}).output;
+        long octets = 0, frames = 0;
+        std::sscanf(&table[table.find("eth0:")], "eth0: %ld %ld", &octets, &frames);
+        return frames;
+    };
+    const long before = received();
+    const fd_t chip = device.node().packet_socket("cpu0");
+    std::array<uint8_t, 1500> frame = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x02, 0, 0, 0, 0x77, 0x77, 0x08, 0x06};
+    EXPECT_TRUE(lab::within(
+        SOON,
+        [&] {
+            for (int i = 0; i < 100; i++)
+                lab::checked(static_cast<int>(send(chip.number(), frame.data(), frame.size(), 0)), "cpu0");
+            return received() - before >= 1000;
+        },
+        1ms));
+    EXPECT_EQ(kept_for_reading(device), "0");
+    EXPECT_TRUE(is_sound(device));
+}
+
 // ---- console and status file ------------------------------------------------------------------
 
 /// A daemon whose console is elsewhere, so that the lab cannot wait for its banner.
@@ -446,31 +526,76 @@ TEST_F(daemon_hard_days, a_status_file_whose_name_is_taken)
 
 TEST_F(daemon_hard_days, a_status_file_without_room)
 {
+    lab::switch_t &other = add_switch({.daemon_wrapper = {"sh", "-c", "trap '' XFSZ; exec \"$0\""}});
+    other.start();
+    serve(other, port_status_message(linked({1})));
+    serve(other, port_config_message(enabled({1})));
+    ASSERT_TRUE(ticks(other, 1));
+
+    // Room for words on the console, not for a status file. Ticks go on: the port of a host gets to forward.
+    const auto limit_files = [&](rlim_t octets) {
+        rlimit limit = {};
+        lab::checked(prlimit(other.daemon().pid(), RLIMIT_FSIZE, nullptr, &limit), "prlimit");
+        limit.rlim_cur = std::min(octets, limit.rlim_max);
+        lab::checked(prlimit(other.daemon().pid(), RLIMIT_FSIZE, &limit, nullptr), "prlimit");
+    };
+    limit_files(500);
+    EXPECT_TRUE(lab::within(SOON, [&] { return other.client().port(1).state == 4; }));
+    const auto last = lab::parse_status(other.node().read(lab::STATUS_FILE));
+    ASSERT_TRUE(last.has_value()) << "the last whole one stays";
+    EXPECT_NE(last->port(1).state, STATE_FORWARDING);
+
+    limit_files(RLIM_INFINITY);
+    EXPECT_TRUE(status_within(
+        other, SOON, [](const lab::bridge_status_t &status) { return status.port(1).state == STATE_FORWARDING; }));
+    EXPECT_EQ(count_of(other.node().read(lab::CONSOLE_FILE), "rstp_monitor open failure"), 0u);
+}
+
+TEST_F(daemon_hard_days, a_status_file_that_is_mounted_is_written_in_place)
+{
+    put_file(device, lab::STATUS_FILE, "");
+    put_file(device, "/tmp/elsewhere", std::string(10000, 'x'));
+    const lab::outcome_t mounted = device.node().run({.argv = {"mount", "--bind", "/tmp/elsewhere", lab::STATUS_FILE}});
+    ASSERT_EQ(mounted.exit_code, 0) << mounted.output;
     device.start_daemon();
-    ASSERT_TRUE(ticks(device, 1));
-
-    // A disk that is full: the file is made beside its place, and taken away again.
-    const fd_t deletions(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    ASSERT_GE(inotify_add_watch(deletions.number(), device.node().path("/tmp").c_str(), IN_DELETE), 0);
-    const lab::outcome_t full = device.node().run(
-        {.argv = {"sh", "-c",
-                  "mount -o remount,size=16m /tmp && ! dd if=/dev/zero of=/tmp/filling bs=1k 2>/dev/null"}});
-    ASSERT_EQ(full.exit_code, 0) << full.output;
-    const std::string before = device.node().read(lab::STATUS_FILE);
-    for (int tries = 0; tries < 2; tries++) // one of them began when the disk was full
-        ASSERT_TRUE(lab::within(
-            SOON,
-            [&] {
-                char events[4096];
-                return read(deletions.number(), events, sizeof events) > 0;
-            },
-            1ms));
-    EXPECT_EQ(device.node().read(lab::STATUS_FILE), before) << "the last whole one stays";
-    std::filesystem::remove(device.node().path("/tmp/filling"));
-
+    EXPECT_TRUE(lab::within(SOON, [&] { return device.status().has_value(); }));
     EXPECT_TRUE(ticks(device, 2));
+    const std::string text = device.node().read("/tmp/elsewhere");
+    EXPECT_TRUE(lab::parse_status(text)) << text;
+    EXPECT_EQ(text.find('x'), std::string::npos);
+    EXPECT_EQ(count_of(console(), "rstp_monitor open failure"), 0u);
+    EXPECT_EQ(device.node().run({.argv = {"umount", lab::STATUS_FILE}}).exit_code, 0);
+    EXPECT_TRUE(is_sound(device));
+}
+
+TEST_F(daemon_hard_days, a_pipe_beside_the_status_file_holds_nobody_up)
+{
+    device.start_daemon();
+    const std::string beside = device.node().path(std::string(lab::STATUS_FILE) + ".tmp");
+    for (int round = 0; round < 3; round++) {
+        ASSERT_TRUE(lab::within(
+            SOON, [&] { return mkfifo(beside.c_str(), 0666) == 0; }, 1ms));
+        EXPECT_TRUE(ticks(device, 1));
+        EXPECT_FALSE(std::filesystem::exists(beside));
+    }
     EXPECT_TRUE(device.status().has_value());
     EXPECT_EQ(count_of(console(), "rstp_monitor open failure"), 0u);
+}
+
+TEST_F(daemon_hard_days, a_link_beside_the_status_file_is_not_followed)
+{
+    device.start_daemon();
+    put_file(device, "/tmp/precious", "precious");
+    const std::string beside = device.node().path(std::string(lab::STATUS_FILE) + ".tmp");
+    for (const char *target : {"/tmp/precious", "/tmp/nowhere", "/dev/full"}) {
+        std::filesystem::create_symlink(target, beside);
+        EXPECT_TRUE(ticks(device, 1));
+        EXPECT_FALSE(std::filesystem::is_symlink(beside));
+    }
+    EXPECT_EQ(device.node().read("/tmp/precious"), "precious");
+    EXPECT_FALSE(std::filesystem::exists(device.node().path("/tmp/nowhere")));
+    EXPECT_FALSE(std::filesystem::is_symlink(device.node().path(lab::STATUS_FILE)));
+    EXPECT_TRUE(device.status().has_value());
 }
 
 // ---- signals ----------------------------------------------------------------------------------

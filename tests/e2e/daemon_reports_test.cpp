@@ -1,5 +1,6 @@
 // Debug commands from pipe to console, and the status file as its readers see it.
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -216,6 +217,50 @@ TEST_F(daemon_reports, the_status_file_counts_in_its_own_order)
               (counts_t{.stp_received = 4, .rstp_received = 3, .tcn_received = 5, .unknown = 2, .illegal = 1}));
     ASSERT_TRUE(
         status_within(device, SOON, [](const lab::bridge_status_t &status) { return status.port(6).sent.rstp >= 2; }));
+}
+
+/// Gives a switch a zone, as a file of its /etc: hours east of Greenwich, all year. False where a switch
+/// can write no /etc of its own.
+bool set_zone(const lab::switch_t &device, int hours)
+{
+    const std::string path = device.node().path("/etc/localtime");
+    const int offset = hours * 3600;
+    std::string file("TZif", 4);
+    file.append(32 + 3, '\0');                   // version 1; no leap seconds, no transitions
+    file += '\1';                                // one kind of time
+    file += std::string("\0\0\0\4", 4);          // its name has four octets
+    for (int shift = 24; shift >= 0; shift -= 8) // and its offset
+        file += static_cast<char>(offset >> shift);
+    file += std::string("\0\0XST\0", 6);
+    std::error_code error;
+    std::filesystem::remove(path, error);
+    std::ofstream stream(path);
+    stream << file << std::flush;
+    return stream.good();
+}
+
+/// When the status file says that the topology changed last, in seconds of its own zone.
+time_t time_of_change(const lab::switch_t &device)
+{
+    const auto status = device.status();
+    tm parts = {};
+    return status && strptime(status->changed_at.c_str(), "%Y/%m/%d %H:%M:%S", &parts) ? timegm(&parts) : 0;
+}
+
+TEST_F(daemon_reports, a_new_time_zone_is_taken_at_once)
+{
+    lab::switch_t &other = add_switch({.daemon_wrapper = {"env", "-u", "TZ"}});
+    if (!set_zone(other, 0))
+        GTEST_SKIP() << "cannot run here: a simulated switch has no /etc of its own";
+    other.start();
+    ASSERT_TRUE(lab::within(SOON, [&] { return time_of_change(other) != 0; }));
+    const time_t start = time(nullptr);
+    EXPECT_NEAR(static_cast<double>(time_of_change(other)), static_cast<double>(start), 20);
+    for (const int hours : {5, -7}) {
+        ASSERT_TRUE(set_zone(other, hours));
+        ASSERT_TRUE(ticks(other, 2));
+        EXPECT_NEAR(static_cast<double>(time_of_change(other)), static_cast<double>(start + hours * 3600), 20);
+    }
 }
 
 TEST_F(daemon_reports, a_tick_is_a_second)
