@@ -34,7 +34,7 @@ TEST_F(tree_neighbour, information_ages_out_after_three_hellos)
     const auto heard = bpdu_events(ours, "rx", 1, "rstp");
     const auto told = told_since();
     ASSERT_FALSE(heard.empty());
-    EXPECT_GT(told.front().seconds - heard.back().seconds, 2);
+    EXPECT_GT(told.front().seconds - heard.back().seconds, 1.5); // by the clock; to the tick elsewhere
     EXPECT_LT(told.front().seconds - heard.back().seconds, 7);
     EXPECT_TRUE(eventually(
         AT_ONCE, [&] { return bpdu_get16(neighbour.heard().back().bpdu.root_priority); }, 4096));
