@@ -543,11 +543,11 @@ TEST_F(daemon_hard_days, a_status_file_without_room)
     EXPECT_TRUE(lab::within(SOON, [&] { return other.client().port(1).state == 4; }));
     const auto last = lab::parse_status(other.node().read(lab::STATUS_FILE));
     ASSERT_TRUE(last.has_value()) << "the last whole one stays";
-    EXPECT_NE(last->port(1).state, STATE_FORWARDING);
+    EXPECT_NE(last->port(1).state, HW_FORWARDING);
 
     limit_files(RLIM_INFINITY);
     EXPECT_TRUE(status_within(
-        other, SOON, [](const lab::bridge_status_t &status) { return status.port(1).state == STATE_FORWARDING; }));
+        other, SOON, [](const lab::bridge_status_t &status) { return status.port(1).state == HW_FORWARDING; }));
     EXPECT_EQ(count_of(other.node().read(lab::CONSOLE_FILE), "rstp_monitor open failure"), 0u);
 }
 
