@@ -1,5 +1,7 @@
 #include "daemon_image.h"
 
+#include <cstddef>
+
 #include "state.h"
 
 namespace {

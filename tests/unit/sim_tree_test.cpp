@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "sim_net.h"
+#include "tools/status_file.h"
 
 namespace {
 
