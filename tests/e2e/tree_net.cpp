@@ -89,8 +89,6 @@ int role_of(const switch_t &device, int port) { return status_of(device).port(po
 
 int state_of(const switch_t &device, int port) { return status_of(device).port(port).state; }
 
-bool forwards(const switch_t &device, int port) { return state_of(device, port) == HW_FORWARDING; }
-
 std::string ports_text(const switch_t &device)
 {
     const bridge_status_t status = status_of(device);

@@ -67,7 +67,6 @@ bridge_status_t status_of(const switch_t &device);
 
 int role_of(const switch_t &device, int port);
 int state_of(const switch_t &device, int port);
-bool forwards(const switch_t &device, int port);
 
 /// "1 root forwards, 2 alternate discards": the ports that take part, for people and for comparing.
 std::string ports_text(const switch_t &device);
