@@ -13,6 +13,17 @@
 
 #include <gtest/gtest.h>
 
+/// How many seeds a random test takes: of `count` one in four where programs are slow, under an emulator or
+/// with a sanitizer.
+constexpr uint32_t seeds_here(uint32_t count)
+{
+#ifdef LVT_SLOW_PROGRAMS
+    return (count + 3) / 4;
+#else
+    return count;
+#endif
+}
+
 /// LVT_SEED, 0 when it is not set. The program ends when it is no number of 32 bits.
 inline uint32_t seed_from_outside()
 {
