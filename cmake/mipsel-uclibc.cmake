@@ -17,11 +17,11 @@ execute_process(COMMAND ${CMAKE_CXX_COMPILER} -dumpversion
     OUTPUT_VARIABLE gcc_version OUTPUT_STRIP_TRAILING_WHITESPACE)
 set(cxx_headers /usr/mipsel-linux-gnu/include/c++/${gcc_version})
 
-set(c_flags "-muclibc -nostdinc -isystem ${gcc_headers} -isystem ${LVT_UCLIBC}/usr/include")
+set(c_flags "-muclibc -nostdinc -isystem ${gcc_headers} -isystem \"${LVT_UCLIBC}/usr/include\"")
 set(CMAKE_C_FLAGS_INIT "${c_flags}")
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${cxx_headers} -isystem ${cxx_headers}/mipsel-linux-gnu ${c_flags} \
--include ${CMAKE_CURRENT_LIST_DIR}/../packaging/uclibc/cxx_headers.h")
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-muclibc --sysroot=${LVT_UCLIBC} -B${LVT_UCLIBC}/usr/lib")
+-include \"${CMAKE_CURRENT_LIST_DIR}/../packaging/uclibc/cxx_headers.h\"")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-muclibc --sysroot=\"${LVT_UCLIBC}\" -B\"${LVT_UCLIBC}/usr/lib\"")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")
 
 # There are programs in C++ for this machine only as far as they need no C++ library.
