@@ -21,7 +21,9 @@ set(c_flags "-muclibc -nostdinc -isystem ${gcc_headers} -isystem \"${LVT_UCLIBC}
 set(CMAKE_C_FLAGS_INIT "${c_flags}")
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${cxx_headers} -isystem ${cxx_headers}/mipsel-linux-gnu ${c_flags} \
 -include \"${CMAKE_CURRENT_LIST_DIR}/../packaging/uclibc/cxx_headers.h\"")
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-muclibc --sysroot=\"${LVT_UCLIBC}\" -B\"${LVT_UCLIBC}/usr/lib\"")
+# Its dynamic linker knows only the older kind of symbol table, which Debian 13 does not make unasked.
+set(CMAKE_EXE_LINKER_FLAGS_INIT
+    "-muclibc --sysroot=\"${LVT_UCLIBC}\" -B\"${LVT_UCLIBC}/usr/lib\" -Wl,--hash-style=sysv")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")
 
 # There are programs in C++ for this machine only as far as they need no C++ library.
