@@ -24,6 +24,7 @@ set(CMAKE_CXX_FLAGS_INIT "-isystem ${cxx_headers} -isystem ${cxx_headers}/mipsel
 # Its dynamic linker knows only the older kind of symbol table, which Debian 13 does not make unasked.
 set(CMAKE_EXE_LINKER_FLAGS_INIT
     "-muclibc --sysroot=\"${LVT_UCLIBC}\" -B\"${LVT_UCLIBC}/usr/lib\" -Wl,--hash-style=sysv")
+set(CMAKE_BUILD_RPATH_USE_ORIGIN OFF) # nor does it know $ORIGIN
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")
 
 # There are programs in C++ for this machine only as far as they need no C++ library.
