@@ -211,6 +211,11 @@ std::optional<bridge_status_t> parse_status(const std::string &text, std::string
 
 std::string bridge_id_text(const bridge_id_t &id) { return fmt::format("{}/{}", id.prio, address_text(id.addr)); }
 
+bool bridge_status_t::is_former_self_root() const
+{
+    return !is_root() && root.prio != bridge.prio && std::ranges::equal(root.addr, bridge.addr);
+}
+
 bool same_bridge(const bridge_id_t &a, const bridge_id_t &b)
 {
     return a.prio == b.prio && std::equal(a.addr, a.addr + RSTP_MAC_OCTETS, b.addr);

@@ -46,6 +46,9 @@ struct bridge_status_t {
 
     const port_status_t &port(int number) const { return ports.at(static_cast<size_t>(number) - 1); }
     bool is_root() const { return root_port == 0; }
+    /// The root is this bridge as it called itself before its priority changed, which still goes round among
+    /// its neighbours until it ages out.
+    bool is_former_self_root() const;
     /// There was a topology change, and none runs. Without one `changed_at` tells only of the start.
     bool has_changed() const { return changed_by != 0 && !changed_at.empty(); }
 };

@@ -46,6 +46,10 @@ protected:
     {
         cables_.emplace_back(near.port(port), far.port(port));
     }
+    void connect_to_itself(const lab::switch_t &device, int port, int other)
+    {
+        cables_.emplace_back(device.port(port), device.port(other));
+    }
     lab::cable_t &cable(size_t index) { return *std::next(cables_.begin(), static_cast<long>(index)); }
 
     /// Runs the tool in the switch, its arguments parted by blanks.
@@ -160,6 +164,27 @@ TEST_F(ctl, a_tree_of_two_switches_is_shown_as_it_is)
         AllOf(HasSubstr(" root port 1 -> 2\n"), HasSubstr(" port 1 role root -> disabled\n"),
               HasSubstr(" port 2 role alternate -> root\n"))));
     watcher.stop();
+}
+
+TEST_F(ctl, a_looped_cable_is_told_with_its_other_end)
+{
+    lab::switch_t &device = start_switch();
+    apply(device, FAST_ROOT);
+    connect_to_itself(device, 1, 2);
+    ASSERT_TRUE(is_so(device, "port 2 is backup"));
+    EXPECT_THAT(done(device, "show ports"),
+                testing::ContainsRegex("\n2 +backup +discarding +[0-9]+ +no +yes +own port 1 "));
+    EXPECT_EQ(run(device, "expect 'port 1 is designated' 'port 2 blocks' 'port 1,2 is up'").exit_code, 0);
+}
+
+TEST_F(ctl, debug_shows_what_comes_on_a_simulated_console)
+{
+    lab::switch_t &device = start_switch();
+    EXPECT_THAT(done(device, "debug show system_config"),
+                testing::AllOf(testing::StartsWith("====="), testing::HasSubstr("RSTP SYSTEM CONFIG:\n"),
+                               testing::EndsWith("=====\n")));
+    EXPECT_THAT(done(device, "debug"), testing::HasSubstr("bpdu_filter"));
+    EXPECT_EQ(done(device, "debug bpdu_filter enable").find("RSTP SYSTEM CONFIG"), std::string::npos);
 }
 
 TEST_F(ctl, set_keeps_the_rest_and_the_trap)
@@ -436,7 +461,7 @@ TEST_F(ctl, what_watches_goes_on_until_it_is_interrupted)
     EXPECT_TRUE(interrupted(monitor));
     std::istringstream changes(device.node().read("/tmp/changes"));
     for (std::string line; std::getline(changes, line);)
-        EXPECT_EQ(json_t::parse(line)["version"], 1) << line;
+        EXPECT_EQ(json_t::parse(line)["version"], 2) << line;
 }
 
 TEST_F(ctl, output_that_is_lost_ends_it)

@@ -21,7 +21,7 @@ std::string capture_of(const std::vector<octets_t> &frames, uint32_t link_type =
     put({0xA1B2C3D4, 4u << 16 | 2, 0, 0, 65535, link_type});
     for (const octets_t &frame : frames) {
         const auto size = static_cast<uint32_t>(frame.size());
-        put({1795183695, 0, size, size});
+        put({1795183695, 250, size, size});
         file.append(frame.begin(), frame.end());
     }
     return file;
@@ -143,7 +143,8 @@ TEST_F(capture_file, is_explained)
     std::istringstream lines(result.output);
     std::string line;
     std::getline(lines, line);
-    EXPECT_TRUE(line.starts_with("frame 1, 2026-11-") && line.ends_with(": frame of 60 octets, no BPDU")) << line;
+    EXPECT_TRUE(line.starts_with("frame 1, 2026-11-") && line.ends_with(".000250: frame of 60 octets, no BPDU"))
+        << line;
     std::getline(lines, line);
     EXPECT_NE(line.find(": RST BPDU of 4096/02:00:00:00:99:00, root "), std::string::npos) << line;
 }
@@ -163,6 +164,40 @@ TEST_F(capture_file, may_have_times_that_are_none)
     write_file(capture, newer_capture_of({rst_frame()}, 1795183695));
     const run_t result = run_on_board("decode --brief --capture " + capture);
     EXPECT_TRUE(result.output.starts_with("frame 1, 2026-11-")) << result.output;
+}
+
+TEST_F(capture_file, only_its_bpdus_are_explained)
+{
+    octets_t in_vlan = rst_frame();
+    in_vlan.insert(in_vlan.begin() + 12, {0x81, 0x00, 0x00, 0x05});
+    write_file(capture, capture_of({other_frame(), rst_frame(), in_vlan}));
+    const run_t result = run_on_board("decode --brief --bpdu --capture " + capture);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(result.output.starts_with("frame 2, ")) << result.output;
+    EXPECT_NE(result.output.find("\nframe 3, "), std::string::npos) << result.output;
+    write_file(capture, capture_of({other_frame()}));
+    expect_refused("decode --bpdu --capture " + capture, capture + " holds no BPDUs");
+    expect_usage("decode --bpdu 00", "--bpdu goes with --capture");
+}
+
+TEST_F(capture_file, is_explained_as_it_comes)
+{
+    const std::string two = capture_of({rst_frame(), other_frame()});
+    const std::string one = capture_of({rst_frame()});
+    pipe_reader_t told(path("told"));
+    ASSERT_EQ(mkfifo(path("captured").c_str(), 0600), 0);
+    const int writer = open(path("captured").c_str(), O_RDWR | O_CLOEXEC);
+    std::thread command([&] { run("decode -j --capture - <" + path("captured") + " >" + told.path + " #"); });
+    ASSERT_EQ(write(writer, one.data(), one.size()), static_cast<ssize_t>(one.size()));
+    const octets_t line = told.read_next(); // while the command waits for the next frame
+    EXPECT_NE(std::string(line.begin(), line.end()).find("\"time\":\"2026-11-2"), std::string::npos);
+    EXPECT_NE(std::string(line.begin(), line.end()).find(".000250Z\""), std::string::npos);
+    const std::string rest = two.substr(one.size());
+    EXPECT_EQ(write(writer, rest.data(), rest.size()), static_cast<ssize_t>(rest.size()));
+    const octets_t next = told.read_next();
+    EXPECT_NE(std::string(next.begin(), next.end()).find("no BPDU"), std::string::npos);
+    close(writer);
+    command.join();
 }
 
 TEST_F(capture_file, is_explained_until_it_is_damaged)

@@ -1,9 +1,12 @@
 /// lvt_rstpctl expect: statements that are so, that are not, and that become so.
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "tools_ctl.h"
 
 namespace {
+
+using json_t = nlohmann::json;
 
 class expect : public ctl {
 protected:
@@ -21,6 +24,76 @@ protected:
 };
 
 } // namespace
+
+TEST_F(expect, several_statements_at_once)
+{
+    report(STATUS);
+    is_so("'root port is 1' 'port 1 forwards' 'port 2 blocks'");
+    expect_refused("expect 'root port is 2' 'port 1 forwards' 'port 2 is root'",
+                   "not so: root port is 2: the root port is 1\n"
+                   "lvt_rstpctl: not so: port 2 is root: port 2 is alternate, discarding, not edge, point-to-point");
+    is_so("'port 1 forwards' 'topology changes below 1' --within 0.1");
+    expect_refused("expect 'port 1 discards' 'topology changes below 1' --within 0.1",
+                   "not so: port 1 discards: port 1 is root, forwarding, not edge, point-to-point");
+}
+
+TEST_F(expect, a_file_of_statements)
+{
+    report(STATUS);
+    write_file(path("baseline"), "# the uplink\n\n  root port is 1  # over the first\nport 2 is blocking\n");
+    is_so("--all " + path("baseline"));
+    is_so("--all - <" + path("baseline"));
+    expect_refused("expect 'port 1 is edge' --all " + path("baseline"),
+                   "not so: port 1 is edge: port 1 is root, forwarding, not edge, point-to-point");
+    write_file(path("baseline"), "root port is 1\nport 10 forwards\n");
+    expect_refused("expect --all " + path("baseline"), path("baseline") + ":2: logical port 10: allowed is 1 to 9");
+    write_file(path("baseline"), "root port is big\n");
+    expect_usage("expect --all " + path("baseline"), path("baseline") + ":1: root port: \"big\" is not a number");
+    write_file(path("baseline"), "# nothing\n");
+    expect_refused("expect --all " + path("baseline"), path("baseline") + " holds no statements");
+    expect_refused("expect --all " + path("none"), "cannot read " + path("none") + ": No such file or directory");
+    expect_usage("expect", "expect: give a STATEMENT, or --all FILE");
+}
+
+TEST_F(expect, links)
+{
+    report(replaced(STATUS, "port05=0,1,1,0,5,5,0", "port05=0,1,1,0,0,0,0"));
+    is_so("port 1-3 is up");
+    is_so("port 5 is down");
+    is_so("port 5 is not up");
+    is_not_so("port 5 is up", "port 5 is disabled, down, edge, point-to-point");
+    is_not_so("port 1 is down", "port 1 is root, forwarding, not edge, point-to-point");
+    for (const char *statement : {"port 4 is up", "port 4 is down", "port 4 is not up"})
+        expect_untold(
+            fmt::format("expect \"{}\"", statement),
+            fmt::format("nobody can tell: {}: port 4 is off: the daemon does not report its link", statement));
+}
+
+TEST_F(expect, a_port_that_hears)
+{
+    report(STATUS);
+    is_not_so("port 1 hears", "port 1 has received no BPDU since this command began");
+    const run_t result = run_through({STATUS, STATUS, replaced(STATUS, "port01=4,5,6,7,20,", "port01=4,5,6,7,21,")},
+                                     "expect port 1 hears --within 10");
+    EXPECT_EQ(result.status, 0) << result.output;
+}
+
+TEST_F(expect, as_json)
+{
+    report(STATUS);
+    run_t result = run_on_board("expect -j 'port 1 forwards' 'port 2 forwards' 'port 4 is up' 2>/dev/null #");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(json_t::parse(result.output), json_t::parse(R"({"version": 2, "so": false, "statements": [
+        {"statement": "port 1 forwards", "so": true, "fact": null},
+        {"statement": "port 2 forwards", "so": false,
+         "fact": "port 2 is alternate, discarding, not edge, point-to-point"},
+        {"statement": "port 4 is up", "so": null,
+         "fact": "port 4 is off: the daemon does not report its link"}]})"));
+    age = std::chrono::hours(1);
+    result = run_on_board("expect -j port 1 forwards 2>/dev/null #");
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(json_t::parse(result.output)["so"], nullptr);
+}
 
 TEST_F(expect, root)
 {
@@ -50,6 +123,10 @@ TEST_F(expect, ports)
     report(STATUS);
     is_so("port 1 forwards");
     is_so("port 2 discards");
+    is_so("port 2 blocks");
+    is_so("ports 2 block");
+    is_so("port 2 is blocking");
+    is_so("port 1 is not blocking");
     is_so("port 2 is alternate");
     is_so("port 3 is edge");
     is_so("port 1 is not edge");

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "rstp/bpdu.h"
 #include "tests/seed.h"
@@ -346,6 +347,27 @@ TEST_F(decode_command, what_a_bpdu_should_not_say_is_in_its_headline)
     expect_fault(offsetof(bpdu_t, protocol), 1, "protocol identifier 256, which is not 0");
     expect_fault(offsetof(bpdu_t, version), 0, "version 0, which has no RST BPDUs");
     expect_fault(offsetof(bpdu_t, message_age), 20, "message age 20 s, not below max age 20 s");
+}
+
+TEST_F(decode_command, as_json)
+{
+    const run_t result = run_on_board("decode -j " + hex(work_flush_message()) + hex(tagged(rst_frame())));
+    EXPECT_EQ(result.status, 0);
+    std::istringstream lines(result.output);
+    std::string line;
+    std::getline(lines, line);
+    nlohmann::json document = nlohmann::json::parse(line);
+    EXPECT_EQ(document["version"], 2);
+    EXPECT_EQ(document["title"], "control message, empty the work table");
+    EXPECT_EQ(document["frame"], nullptr);
+    EXPECT_EQ(document["time"], nullptr);
+    EXPECT_EQ(document["fault"], nullptr);
+    EXPECT_EQ(document["octets"], 16);
+    EXPECT_EQ(
+        document["fields"][0],
+        nlohmann::json::parse(R"({"offset": 0, "octets": "bc301182", "name": "magic", "value": "control message"})"));
+    std::getline(lines, line);
+    EXPECT_EQ(nlohmann::json::parse(line)["fields"][2]["value"], "out of front port 1");
 }
 
 TEST_F(decode_command, any_octets_at_all)

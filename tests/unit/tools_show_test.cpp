@@ -21,16 +21,18 @@ using namespace std::chrono_literals;
 constexpr char BRIDGE_TABLE[] =
     "bridge           61440/02:00:00:00:01:00\n"
     "root             32768/02:00:00:01:11:00 through port 1\n"
+    "root path cost   8000\n"
     "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
-    "topology change  none, the last about 2026/11/20 14:08:15, told by port 3\n";
+    "topology change  none\n"
+    "last change      by port 3, 72 passes ago, at 2026/11/20 14:08:15 or later\n";
 
 constexpr char NOT_REGULAR[] = ": not a regular file. Put one in its place, or name another.";
 
 constexpr char PORTS_TABLE[] =
-    "port  role        state       cost  edge  point-to-point  neighbour  designated bridge        its port\n"
-    "1     root        forwarding  8000  no    yes             STP        32768/02:00:00:01:11:00         1\n"
-    "2     alternate   discarding  8000  no    yes             STP        32768/02:00:00:01:11:00         2\n"
-    "3     designated  forwarding  8000  yes   yes             none       61440/02:00:00:00:01:00         3\n"
+    "port  role        state       cost  edge  p2p  neighbour  designated bridge        its port\n"
+    "1     root        forwarding  8000  no    yes  STP        32768/02:00:00:01:11:00         1\n"
+    "2     alternate   discarding  8000  no    yes  STP        32768/02:00:00:01:11:00         2\n"
+    "3     designated  forwarding  8000  yes   yes  none       61440/02:00:00:00:01:00         3\n"
     "4     off         off\n"
     "5     off         off\n"
     "6     off         off\n";
@@ -53,6 +55,14 @@ std::string grouped()
     return replaced(text, "port07=0,1,1,0,5,5,0,0:00-00-00-00-00-00/0",
                     "port07=4000,0,1,0,3,4,0,32768:02-00-00-01-11-00/1");
 }
+
+/// The machine's clock in a zone, for as long as this lives.
+struct zone_t {
+    explicit zone_t(const char *name) { setenv("TZ", name, 1); }
+    ~zone_t() { unsetenv("TZ"); }
+    zone_t(const zone_t &) = delete;
+    zone_t &operator=(const zone_t &) = delete;
+};
 
 class show : public ctl {
 protected:
@@ -138,6 +148,7 @@ TEST_F(show, one_subject)
                 "edge            no\n"
                 "point-to-point  yes\n"
                 "cost            8000\n"
+                "priority        not told\n"
                 "neighbour       STP\n"
                 "designated      32768/02:00:00:01:11:00 port 2\n"
                 "sent            3 RST, 0 configuration, 0 TCN\n"
@@ -151,6 +162,7 @@ TEST_F(show, the_root_itself_during_a_topology_change)
     expect_says("show bridge",
                 "bridge           61440/02:00:00:00:01:00\n"
                 "root             this bridge\n"
+                "root path cost   0\n"
                 "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
                 "topology change  running\n");
 }
@@ -158,21 +170,73 @@ TEST_F(show, the_root_itself_during_a_topology_change)
 TEST_F(show, groups_and_their_members)
 {
     report(grouped());
-    expect_says("show ports",
-                "port      role        state       cost        edge  point-to-point  neighbour  designated bridge      "
-                "  its port\n"
-                "1         member      forwarding  of group 7\n"
-                "2         member      forwarding  of group 7\n"
-                "3         designated  forwarding        8000  yes   yes             none       "
-                "61440/02:00:00:00:01:00         3\n"
-                "4         off         off\n"
-                "5         off         off\n"
-                "6         off         off\n"
-                "7 (1, 2)  root        forwarding        4000  no    yes             RSTP       "
-                "32768/02:00:00:01:11:00         1\n");
+    expect_says(
+        "show ports",
+        "port      role        state       cost        edge  p2p  neighbour  designated bridge        its port\n"
+        "1         member      forwarding  of group 7\n"
+        "2         member      forwarding  of group 7\n"
+        "3         designated  forwarding        8000  yes   yes  none       61440/02:00:00:00:01:00         3\n"
+        "4         off         off\n"
+        "5         off         off\n"
+        "6         off         off\n"
+        "7 (1, 2)  root        forwarding        4000  no    yes  RSTP       32768/02:00:00:01:11:00         1\n");
     EXPECT_NE(run_on_board("show port 7").output.find("members         1, 2\n"), std::string::npos);
     EXPECT_NE(run_on_board("show port 8").output.find("members         none\n"), std::string::npos);
     EXPECT_NE(run_on_board("show port 1").output.find("group           7\n"), std::string::npos);
+}
+
+TEST_F(show, several_ports_one_by_one)
+{
+    report(STATUS);
+    const std::string first = run_on_board("show port 1").output, second = run_on_board("show port 2").output;
+    expect_says("show port 1-2", first + "\n" + second);
+    EXPECT_EQ(json_of("show port 2,4 -j")["ports"].size(), 2u);
+    EXPECT_EQ(json_of("show port all -j")["ports"].size(), 9u);
+}
+
+TEST_F(show, the_cost_of_the_way_to_the_root_as_far_as_it_is_told)
+{
+    report(replaced(STATUS, "0,1,1,3,4,0,32768:02-00-00-01-11-00/1", "0,1,1,3,4,0,40960:02-00-00-01-12-00/1"));
+    EXPECT_NE(run_on_board("show bridge").output.find("root path cost   not told, more than the 8000 of port 1\n"),
+              std::string::npos);
+    EXPECT_EQ(json_of("show -j")["bridge"]["root_path_cost"], nullptr);
+}
+
+TEST_F(show, its_own_former_identifier_as_root)
+{
+    report(replaced(STATUS, "0,32768:02-00-00-01-11-00,1\n", "0,4096:02-00-00-00-01-00,1\n"));
+    EXPECT_NE(run_on_board("show").output.find("root             4096/02:00:00:00:01:00 through port 1\n"
+                                               "                 (this bridge's own former identifier, ages out)\n"),
+              std::string::npos);
+    EXPECT_EQ(json_of("show -j")["bridge"]["root_is_former_self"], true);
+}
+
+TEST_F(show, to_which_port_a_backup_is_looped)
+{
+    report(replaced(STATUS, "0,1,1,1,1,0,32768:02-00-00-01-11-00/2", "0,1,0,2,1,0,61440:02-00-00-00-01-00/3"));
+    EXPECT_NE(run_on_board("show ports").output.find("backup      discarding  8000  no    yes  own port 3 "),
+              std::string::npos);
+    EXPECT_NE(run_on_board("show port 2").output.find("neighbour       own port 3\n"), std::string::npos);
+    EXPECT_EQ(json_of("show port 2 -j")["ports"][0]["looped_to"], 3);
+}
+
+TEST_F(show, letters_that_people_know_before_and_behind_the_command)
+{
+    report(STATUS);
+    const std::string table = run_on_board("show ports").output;
+    EXPECT_EQ(run_on_board("-o show ports").output, run_on_board("show ports -o").output);
+    EXPECT_EQ(json_of("-j -p show ports"), json_of("show -pj ports"));
+    EXPECT_EQ(json_of("-json show port 1"), json_of("-jp show port 1"));
+    expect_says("-s show ports", table + "\n" + STATISTICS_TABLE);
+    expect_says("show ports -c=never", table);
+    EXPECT_NE(run_on_board("-c show ports").output.find("\033[32mforwarding"), std::string::npos);
+    EXPECT_EQ(run_through({STATUS}, "-ts monitor").status, 3); // as without
+    report(STATUS);
+    expect_usage("-d show ports", "-d: show port LIST has all that is known of a port");
+    expect_usage("-br show", "-br: show ports has one line for each port");
+    expect_usage("-ts show", "-ts: only monitor tells times, and always does");
+    expect_usage("-n blue show", "-n: a board is named by its folder, --root /proc/PID/root");
+    expect_says("-br decode bc301182 00000000 0600000000000000", "control message, empty the work table\n");
 }
 
 TEST_F(show, states_have_colours_when_wanted)
@@ -181,23 +245,27 @@ TEST_F(show, states_have_colours_when_wanted)
     EXPECT_EQ(run_on_board("show").output.find('\033'), std::string::npos);
     const std::string text = run_on_board("show --color always").output;
     EXPECT_NE(text.find("\033[32mforwarding\033[0m"), std::string::npos) << text;
-    EXPECT_NE(text.find("\033[31mdiscarding\033[0m"), std::string::npos) << text;
+    EXPECT_EQ(text.find("\033[31m"), std::string::npos) << text; // a healthy alternate is no trouble
+    report(replaced(STATUS, "0,1,1,1,1,0", "0,1,1,4,1,0"));
+    EXPECT_NE(run_on_board("show --color always").output.find("\033[33mdiscarding\033[0m"), std::string::npos);
     EXPECT_EQ(run_on_board("show --color perhaps").status, 2);
 }
 
 TEST_F(show, json_has_a_version_and_every_value)
 {
     report(STATUS);
+    const zone_t zone("CET-1CEST");
     const json_t document = json_of("show -j");
-    EXPECT_EQ(document["version"], 1);
+    EXPECT_EQ(document["version"], 2);
     EXPECT_EQ(document["bridge"], json_t::parse(R"({
-        "id": "61440/02:00:00:00:01:00", "root": "32768/02:00:00:01:11:00", "is_root": false, "root_port": 1,
+        "id": "61440/02:00:00:00:01:00", "root": "32768/02:00:00:01:11:00", "is_root": false, "root_is_former_self": false,
+        "root_port": 1, "root_path_cost": 8000,
         "max_age": 20, "hello_time": 2, "forward_delay": 15,
-        "topology_change": {"running": false, "last": "2026-11-20T14:08:15", "port": 3, "passes_since": 72}})"));
+        "topology_change": {"running": false, "last_not_before": "2026-11-20T13:08:15Z", "port": 3, "passes_since": 72}})"));
     ASSERT_EQ(document["ports"].size(), 9u);
     EXPECT_EQ(document["ports"][0], json_t::parse(R"({
         "port": 1, "role": "root", "state": "forwarding", "path_cost": 8000, "edge": false,
-        "point_to_point": true, "neighbour": "stp", "group": null, "members": [],
+        "point_to_point": true, "neighbour": "stp", "looped_to": null, "group": null, "members": [],
         "designated_bridge": "32768/02:00:00:01:11:00", "designated_port": 1,
         "sent": {"rst": 4, "configuration": 5, "tcn": 6},
         "received": {"rst": 7, "configuration": 20, "tcn": 8, "illegal": 9, "unknown": 10}})"));
@@ -234,12 +302,12 @@ TEST_F(show, pretty_is_the_same_document_over_lines)
 TEST_F(show, one_line_each)
 {
     report(STATUS);
-    EXPECT_EQ(
-        run_on_board("show port 1 -o").output,
-        "port 1 role=root state=forwarding path_cost=8000 edge=false point_to_point=true neighbour=stp group=null "
-        "members=[] designated_bridge=32768/02:00:00:01:11:00 designated_port=1 sent.rst=4 "
-        "sent.configuration=5 sent.tcn=6 received.rst=7 received.configuration=20 received.tcn=8 "
-        "received.illegal=9 received.unknown=10\n");
+    EXPECT_EQ(run_on_board("show port 1 -o").output,
+              "port 1 role=root state=forwarding path_cost=8000 edge=false point_to_point=true neighbour=stp "
+              "looped_to=null group=null "
+              "members=[] designated_bridge=32768/02:00:00:01:11:00 designated_port=1 sent.rst=4 "
+              "sent.configuration=5 sent.tcn=6 received.rst=7 received.configuration=20 received.tcn=8 "
+              "received.illegal=9 received.unknown=10\n");
     const std::string all = run_on_board("show -o").output;
     EXPECT_EQ(std::ranges::count(all, '\n'), 10);
     EXPECT_TRUE(all.starts_with("bridge id=61440/02:00:00:00:01:00 root=32768/02:00:00:01:11:00 is_root=false "));
@@ -310,14 +378,14 @@ TEST_F(show, no_neighbour_where_none_was_heard)
     report(replaced(STATUS, "port03=8000,1,1,0", "port03=8000,0,1,0"));
     EXPECT_EQ(json_of("show port 3 -j")["ports"][0]["neighbour"], "none");
     const std::string table = run_on_board("show ports").output;
-    EXPECT_NE(table.find("no    yes             none       61440/"), std::string::npos) << table;
+    EXPECT_NE(table.find("no    yes  none       61440/"), std::string::npos) << table;
 }
 
 TEST_F(show, no_topology_change_until_a_port_told_of_one)
 {
     report(replaced(STATUS, ",3,72", ",0,72"));
     EXPECT_NE(run_on_board("show bridge").output.find("topology change  none\n"), std::string::npos);
-    EXPECT_EQ(json_of("show -j")["bridge"]["topology_change"]["last"], nullptr);
+    EXPECT_EQ(json_of("show -j")["bridge"]["topology_change"]["last_not_before"], nullptr);
 }
 
 // ---- the output -------------------------------------------------------------------------
@@ -374,16 +442,16 @@ TEST_F(show, foreign_text_does_not_reach_the_terminal_as_it_is)
 TEST_F(show_on_terminal, fits_the_terminal)
 {
     report(STATUS);
-    EXPECT_EQ(run_on_terminal("show ports --color never", {24, 102, 0, 0}), PORTS_TABLE);
+    EXPECT_EQ(run_on_terminal("show ports --color never", {24, 91, 0, 0}), PORTS_TABLE);
     EXPECT_EQ(run_on_terminal("show ports --color never", {24, 80, 0, 0}),
-              "port  role        state       cost  edge  neighbour  designated bridge\n"
-              "1     root        forwarding  8000  no    STP        32768/02:00:00:01:11:00\n"
-              "2     alternate   discarding  8000  no    STP        32768/02:00:00:01:11:00\n"
-              "3     designated  forwarding  8000  yes   none       61440/02:00:00:00:01:00\n"
+              "port  role        state       cost  edge  p2p  designated bridge\n"
+              "1     root        forwarding  8000  no    yes  32768/02:00:00:01:11:00\n"
+              "2     alternate   discarding  8000  no    yes  32768/02:00:00:01:11:00\n"
+              "3     designated  forwarding  8000  yes   yes  61440/02:00:00:00:01:00\n"
               "4     off         off\n"
               "5     off         off\n"
               "6     off         off\n"
-              "no room for: its port, point-to-point\n");
+              "no room for: its port, neighbour\n");
     report(grouped());
     std::istringstream all(run_on_terminal("show --color never", {24, 80, 0, 0}));
     for (std::string line; std::getline(all, line);)
@@ -398,13 +466,13 @@ TEST_F(show_on_terminal, watching_redraws_a_screen_in_place)
     EXPECT_TRUE(text.starts_with("\033[?7l\033[H20")) << text;
     EXPECT_TRUE(text.ends_with("\033[J\033[?7h")) << text;
     EXPECT_EQ(std::ranges::count(text, '\n'), 9) << text;
-    // In all: the time, four lines of the bridge, and two tables, each after a blank line, of seven
+    // In all: the time, six lines of the bridge, and two tables, each after a blank line, of seven
     // lines and one about columns.
-    EXPECT_NE(text.find("... and 15 lines for which there is no room\033[K\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("... and 17 lines for which there is no room\033[K\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("\033[2J"), std::string::npos) << text;
 
-    const std::string whole = run_on_terminal("show bridge --color never --watch --for 0.1", {6, 80, 0, 0});
-    EXPECT_EQ(std::ranges::count(whole, '\n'), 5) << whole;
+    const std::string whole = run_on_terminal("show bridge --color never --watch --for 0.1", {8, 80, 0, 0});
+    EXPECT_EQ(std::ranges::count(whole, '\n'), 7) << whole;
     EXPECT_EQ(whole.find("no room"), std::string::npos) << whole;
 }
 
@@ -429,8 +497,8 @@ TEST_F(show_on_terminal, colours_only_where_they_are_wanted)
 TEST_F(show, subjects_that_are_none)
 {
     report(STATUS);
-    expect_usage("show weather", "SUBJECT: \"weather\" is none of bridge, ports, statistics, port");
-    expect_usage("show port", "SUBJECT: port should read port N");
+    expect_usage("show weather", "SUBJECT: \"weather\" is none of bridge, ports, statistics, port, config");
+    expect_usage("show port", "SUBJECT: port should read port LIST");
     expect_usage("show ports 3", "SUBJECT: one is enough");
     expect_usage("show port x", "port: \"x\" is not a number");
     expect_refused("show port 10", "logical port 10: allowed is 1 to 9");
@@ -447,13 +515,44 @@ TEST_F(show, watch_marks_what_changed)
     EXPECT_EQ(std::ranges::count(result.output, '*'), 1) << result.output;
 }
 
+TEST_F(show, watch_holds_the_time_of_a_topology_change)
+{
+    const std::string later = replaced(STATUS, "14:08:15,3,72", "14:08:09,3,79");
+    const std::string anew = replaced(STATUS, "14:08:15,3,72", "14:09:00,3,4");
+    const std::string text = run_through({STATUS, later, anew}, "show bridge --watch").output;
+    EXPECT_NE(text.find("by port 3, 72 passes ago, at 2026/11/20 14:08:15 or later\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("by port 3, 79 passes ago, at 2026/11/20 14:08:15 or later\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("by port 3, 4 passes ago, at 2026/11/20 14:09:00 or later*\n"), std::string::npos) << text;
+    EXPECT_EQ(std::ranges::count(text, '*'), 1) << text;
+}
+
+TEST_F(show, watch_tells_of_ports_that_hear_nothing)
+{
+    const std::string quick = replaced(STATUS, ",20,2,15,", ",20,1,15,");
+    report(quick);
+    std::string text = run_on_board("show ports --watch --for 3.5").output;
+    EXPECT_NE(text.find("\nport 1, 2 is deaf, no BPDU for 3 s: port 4, 5, 6 is off, which may have taken back the "
+                        "trap of BPDUs:\n  lvt_rstpctl apply arms it.\n"),
+              std::string::npos)
+        << text;
+
+    // All stand where neighbours that follow are silent: this alone is no fault.
+    report(replaced(replaced(quick, "0,1,1,3,4,0", "0,1,1,4,4,0"), "0,1,1,1,1,0", "0,1,1,4,4,0"));
+    text = run_on_board("show ports --watch --for 3.5").output;
+    EXPECT_EQ(text.find("is deaf, no"), std::string::npos) << text;
+    EXPECT_NE(text.find("\nnobody is heard, no BPDU for 3 s on port 1, 2: as it should be if the other\n"
+                        "  ends are root ports or alternates. Else this bridge is deaf:\n"),
+              std::string::npos)
+        << text;
+}
+
 TEST_F(show, watch_as_json_is_a_document_a_line)
 {
     std::istringstream lines(run_through({STATUS, STATUS, STATUS}, "show -j --watch").output);
     std::string line;
     for (int i = 0; i < 3; i++) {
         std::getline(lines, line);
-        EXPECT_EQ(json_t::parse(line)["version"], 1);
+        EXPECT_EQ(json_t::parse(line)["version"], 2);
     }
 }
 
@@ -527,12 +626,25 @@ TEST_F(monitor, as_json_lines)
     const std::string output =
         run_through({STATUS, replaced(STATUS, "0,1,1,1,1,0", "0,1,1,1,4,0")}, "monitor -j").output;
     const json_t change = json_t::parse(output.substr(0, output.find('\n')));
-    EXPECT_EQ(change["version"], 1);
+    EXPECT_EQ(change["version"], 2);
     EXPECT_EQ(change["what"], "state");
     EXPECT_EQ(change["port"], 2);
     EXPECT_EQ(change["from"], "discarding");
     EXPECT_EQ(change["to"], "forwarding");
     EXPECT_EQ(change["time"].get<std::string>().size(), std::string("2026-11-20T14:08:15Z").size());
+}
+
+TEST_F(monitor, numbers_are_numbers_in_json)
+{
+    const std::string self = replaced(STATUS, "32768:02-00-00-01-11-00,1\n", "61440:02-00-00-00-01-00,0\n");
+    std::istringstream lines(run_through({STATUS, self}, "monitor -j").output);
+    std::string line;
+    std::getline(lines, line);
+    std::getline(lines, line);
+    const json_t change = json_t::parse(line);
+    EXPECT_EQ(change["what"], "root port");
+    EXPECT_EQ(change["from"], 1);
+    EXPECT_EQ(change["to"], nullptr);
 }
 
 TEST_F(monitor, ends_when_the_daemon_does)

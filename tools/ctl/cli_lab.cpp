@@ -3,6 +3,7 @@
 
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"
+#include "tools/ctl/debug.h"
 #include "tools/ctl/explain_octets.h"
 #include "tools/ctl/hex.h"
 #include "tools/ctl/inject.h"
@@ -101,20 +102,23 @@ void add_decode_command(CLI::App &app, const ctl_t &)
     command->footer(
         "HEX is octets in hex, with or without blanks, colons and line ends; \"-\" reads them from\n"
         "standard input. Control messages, messages to the LACP daemon and the port multiplexer, and\n"
-        "frames with BPDUs, with or without switch tag, are told apart by how they begin.\n"
+        "frames with BPDUs, with or without switch tag and VLAN tags, are told apart by how they begin.\n"
         "Exit status 1: something is cut off or not known.\n"
         "Examples:\n"
         "  lvt_rstpctl decode bc 30 11 82 06 00 00 00 0a 00 06 00 00 00 00 00 01 01 00 00 00 00\n"
         "  xxd -p message | lvt_rstpctl decode -\n"
-        "  lvt_rstpctl decode --capture trace.pcap --brief");
+        "  lvt_rstpctl decode --capture trace.pcap --brief\n"
+        "  tcpdump -i sw1p1 -U -w - | lvt_rstpctl decode --capture - --bpdu --brief");
 
     auto args = std::make_shared<decode_args_t>();
     auto *hex = command->add_option("HEX", args->hex, "Octets in hex, or \"-\"")->type_name("");
-    command->add_option("--capture", args->capture, "All frames of a pcap file instead")
+    command->add_option("--capture", args->capture, "All frames of a pcap file instead, \"-\": as they come")
         ->type_name("FILE")
         ->excludes(hex);
     command->add_option("--as", args->kind, "Take them for control, lacp, mux or frame")->type_name("KIND");
     command->add_flag("--brief", args->brief, "One line for each, without its fields");
+    command->add_flag("--bpdu", args->only_bpdus, "Only BPDUs of the capture, no other frames");
+    command->add_flag("-j,--json", args->json, "JSON, one document to a line")->excludes("--brief");
     command->callback([args] { decode_octets(*args); });
 }
 
@@ -124,13 +128,14 @@ void add_debug_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("debug", "Hands a debug command to the daemon")->group(HEADING_TEST);
     command->footer(
-        "The daemon answers on the board's console; without WORDS it lists its commands there.\n"
+        "The daemon answers on the board's console; without WORDS it lists its commands there. What\n"
+        "comes on a simulated board's console, which is a file, is shown.\n"
         "Example:\n"
         "  lvt_rstpctl debug show rstp_port_status 3");
 
     auto words = std::make_shared<std::vector<std::string>>();
     command->add_option("WORDS", *words, "The command without its first word, \"debug\"")->type_name("");
-    command->callback([words, &ctl] { send_debug_words(ctl, *words); });
+    command->callback([words, &ctl] { debug(ctl, *words); });
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 /// The commands that look: show, monitor, expect.
+#include <algorithm>
 #include <memory>
 
 #include <fmt/format.h>
@@ -13,7 +14,7 @@ namespace {
 
 struct show_words_t {
     std::vector<std::string> subject;
-    bool json = false, pretty = false, lines = false, watch = false;
+    bool json = false, pretty = false, lines = false, statistics = false, watch = false;
     std::string seconds;
 };
 
@@ -32,14 +33,12 @@ subject_t subject_of(const std::vector<std::string> &words)
     const size_t word = parse_word("SUBJECT", words[0], {"bridge", "ports", "statistics", "port"});
     const bool one_port = word == 3;
     if (words.size() != (one_port ? 2 : 1))
-        throw usage_t(one_port ? "SUBJECT: port should read port N" : "SUBJECT: one is enough");
+        throw usage_t(one_port ? "SUBJECT: port should read port LIST" : "SUBJECT: one is enough");
 
     subject_t subject = {.bridge = word == 0, .ports = word == 1, .statistics = word == 2};
-    if (one_port) {
-        const int64_t port = parse_number("port", words[1]);
-        demand(LOGICAL_PORT, port);
-        subject.port = static_cast<int>(port);
-    }
+    if (one_port)
+        for (const unsigned port : parse_ports("port", words[1], LOGICAL_PORT))
+            subject.one_by_one.push_back(static_cast<int>(port));
     return subject;
 }
 
@@ -54,7 +53,8 @@ void add_show_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("show", "Shows what the daemon reports")->group(HEADING_LOOK);
     command->footer(
-        "SUBJECT is bridge, ports, statistics, or port N with N from 1 to 9; without one all is shown.\n"
+        "SUBJECT is bridge, ports, statistics, or port LIST with ports from 1 to 9, as in 1-3 or all;\n"
+        "without one all but the latter is shown.\n"
         "The JSON has one shape whatever is shown: the subject says whose entries are in \"ports\".\n"
         "Examples:\n"
         "  lvt_rstpctl show\n"
@@ -69,11 +69,14 @@ void add_show_command(CLI::App &app, const ctl_t &ctl)
     command->add_flag("-o,--oneline", words->lines, "Text for scripts, one line for the bridge and each port")
         ->excludes(json)
         ->excludes(pretty);
+    command->add_flag("-s,--statistics", words->statistics, "The counters, too, if the subject has none");
     auto *watch = command->add_flag("--watch", words->watch, "Show it anew each second, with a * on what changed");
     auto *end = command->add_option("--for", words->seconds, "Stop watching after so long");
     end->type_name("SECONDS")->needs(watch);
     command->callback([words, end, &ctl] {
-        show(ctl, {subject_of(words->subject), format_of(*words), words->watch, seconds_of(end, words->seconds)});
+        subject_t subject = subject_of(words->subject);
+        subject.statistics = subject.statistics || words->statistics;
+        show(ctl, {subject, format_of(*words), words->watch, seconds_of(end, words->seconds)});
     });
 }
 
@@ -93,29 +96,47 @@ void add_monitor_command(CLI::App &app, const ctl_t &ctl)
 }
 
 struct expect_words_t {
-    std::vector<std::string> statement;
-    std::string seconds;
+    std::vector<std::string> words;
+    std::string file, seconds;
+    bool json = false;
 };
+
+/// Arguments of which each has a blank are statements; else they are the words of one.
+std::vector<std::string> statements_of(const std::vector<std::string> &words)
+{
+    const auto is_whole = [](const std::string &word) { return word.find(' ') != std::string::npos; };
+    if (words.empty() || std::ranges::all_of(words, is_whole))
+        return words;
+    return {fmt::format("{}", fmt::join(words, " "))};
+}
 
 void add_expect_command(CLI::App &app, const ctl_t &ctl)
 {
-    auto *command = app.add_subcommand("expect", "Checks a statement: status 0 if it is so, 1 if not");
+    auto *command = app.add_subcommand("expect", "Checks statements: status 0 if all is so, 1 if not");
     command->group(HEADING_LOOK);
     command->footer(std::string("Statements:\n") + STATEMENTS +
                     "\n"
+                    "Several have to be so at the same time. Exit status 3: the daemon does not tell.\n"
                     "Examples:\n"
                     "  lvt_rstpctl expect \"root is this bridge\"\n"
-                    "  lvt_rstpctl expect \"port 1-3 forwards\" --within 30\n"
-                    "  lvt_rstpctl expect \"topology changes below 2\" --within 60");
+                    "  lvt_rstpctl expect \"port 1-3 forwards\" \"port 4 is down\" --within 30\n"
+                    "  lvt_rstpctl expect \"topology changes below 2\" --within 60\n"
+                    "  lvt_rstpctl expect --all /etc/baseline");
 
     auto words = std::make_shared<expect_words_t>();
-    command->add_option("STATEMENT", words->statement, "One statement, in quotes or not")->type_name("")->required();
+    command->add_option("STATEMENT", words->words, "One statement, in quotes or not, or several in quotes")
+        ->type_name("");
+    command->add_option("--all", words->file, "All statements of a file, one a line, behind # what you like")
+        ->type_name("FILE");
     auto *within = command->add_option("--within", words->seconds);
     within->description("Wait so long for it to become true; count topology changes for so long");
     within->type_name("SECONDS");
+    command->add_flag("-j,--json", words->json, "JSON, one document, also of what is so");
     command->callback([words, within, &ctl] {
-        expect(ctl, fmt::format("{}", fmt::join(words->statement, " ")),
-               seconds_of(within, words->seconds).value_or(std::chrono::nanoseconds(0)));
+        expect(ctl, {.statements = statements_of(words->words),
+                     .file = words->file,
+                     .within = seconds_of(within, words->seconds).value_or(std::chrono::nanoseconds(0)),
+                     .json = words->json});
     });
 }
 

@@ -9,7 +9,9 @@
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/capture.h"
 #include "tools/ctl/hex.h"
+#include "tools/ctl/output.h"
 #include "tools/ctl/status.h"
+#include "tools/ctl/status_json.h"
 #include "tools/decode.h"
 
 namespace {
@@ -19,6 +21,19 @@ std::string text_of(const std::vector<std::string> &words)
     if (words == std::vector<std::string>{"-"})
         return {std::istreambuf_iterator<char>(std::cin), {}};
     return fmt::format("{}", fmt::join(words, " "));
+}
+
+/// `frame` is null for what was not captured.
+void print(const decoded_t &decoded, const captured_t *frame, const decode_args_t &args)
+{
+    if (args.json)
+        fmt::print("{}\n", decoded_json(decoded, frame));
+    else if (frame)
+        fmt::print("frame {}, {}: {}", frame->number,
+                   frame->time ? time_text_of_micros(*frame->time) : "at no time that can be told",
+                   decoded_text(decoded, args.brief));
+    else
+        fmt::print("{}", decoded_text(decoded, args.brief));
 }
 
 /// Returns whether all is well.
@@ -31,7 +46,7 @@ bool decode_hex(const decode_args_t &args, kind_t kind)
 
     bool good = true;
     for (const decoded_t &decoded : decode_all(octets, kind)) {
-        fmt::print("{}", decoded_text(decoded, args.brief));
+        print(decoded, nullptr, args);
         good = good && decoded.fault.empty();
     }
     return good;
@@ -40,15 +55,18 @@ bool decode_hex(const decode_args_t &args, kind_t kind)
 bool decode_capture(const decode_args_t &args)
 {
     bool good = true;
-    const size_t count = for_each_captured(args.capture, [&](const captured_t &frame) {
+    size_t explained = 0;
+    for_each_captured(args.capture, [&](const captured_t &frame) {
+        if (args.only_bpdus && !is_any_bpdu(frame.octets))
+            return;
         const decoded_t decoded = decode(frame.octets, kind_t::frame);
-        fmt::print("frame {}, {}: {}", frame.number,
-                   frame.time ? time_text(*frame.time) : "at no time that can be told",
-                   decoded_text(decoded, args.brief));
+        print(decoded, &frame, args);
+        flush_for_reader(); // the next may not come for long
         good = good && decoded.fault.empty();
+        explained++;
     });
-    if (!count)
-        throw refused_t(fmt::format("{} holds no frames", args.capture));
+    if (!explained)
+        throw refused_t(fmt::format("{} holds no {}", args.capture, args.only_bpdus ? "BPDUs" : "frames"));
     return good;
 }
 
@@ -59,6 +77,8 @@ void decode_octets(const decode_args_t &args)
     const auto kind = static_cast<kind_t>(parse_word("--as", args.kind, {"any", "control", "lacp", "mux", "frame"}));
     if (!args.capture.empty() && kind != kind_t::any && kind != kind_t::frame)
         throw usage_t("--as: a capture holds frames");
+    if (args.only_bpdus && args.capture.empty())
+        throw usage_t("--bpdu goes with --capture");
     if (!(args.capture.empty() ? decode_hex(args, kind) : decode_capture(args)))
         throw refused_t("not all of it is sound: see the faults above");
 }

@@ -9,6 +9,8 @@ struct decode_args_t {
     std::string capture;          ///< a file instead
     std::string kind = "any";
     bool brief = false;
+    bool json = false;
+    bool only_bpdus = false; ///< of a capture
 };
 
 /// Prints what the octets mean. Throws usage_t when they are none, refused_t when something is wrong

@@ -11,6 +11,7 @@
 
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"
+#include "tools/ctl/letters.h"
 #include "tools/ctl/output.h"
 #include "tools/printable.h"
 
@@ -101,7 +102,9 @@ exit_code_t run(int argc, char **argv)
     exit_code_t code = EXIT_DONE;
     try {
         refuse_empty_arguments(argc, argv);
-        app.parse(argc, argv);
+        std::vector<std::string> words = with_known_letters({argv + 1, argv + argc});
+        std::ranges::reverse(words); // as the parser takes them
+        app.parse(words);
     } catch (const CLI::ParseError &error) {
         code = tell(app, error);
     }

@@ -32,10 +32,13 @@ cell_t role_cell(const port_status_t &port) { return faint_if(!takes_part(port),
 cell_t state_cell(const bridge_status_t &status, int port)
 {
     const int state = state_of(status, port);
+    const int role = status.port(port).role;
+    const bool stays = role == ROLE_ALTERNATE || role == ROLE_BACKUP; // discards, and is as it should be
     const tone_t tone = state == HW_FORWARDING   ? tone_t::good
                         : state == HW_LEARNING   ? tone_t::passing
-                        : state == HW_DISCARDING ? tone_t::bad
-                                                 : tone_t::faint;
+                        : state != HW_DISCARDING ? tone_t::faint
+                        : stays                  ? tone_t::plain
+                                                 : tone_t::passing;
     return {.text = state_name(status, port), .tone = tone};
 }
 
@@ -43,28 +46,44 @@ cell_t state_cell(const bridge_status_t &status, int port)
 
 std::string root_words(const bridge_status_t &status)
 {
-    return status.is_root() ? "this bridge"
-                            : fmt::format("{} through port {}", bridge_id_text(status.root), status.root_port);
+    if (status.is_root())
+        return "this bridge";
+    return fmt::format("{} through port {}", bridge_id_text(status.root), status.root_port);
 }
 
-cell_t topology_change_cell(const bridge_status_t &status)
+std::string root_path_cost_words(const bridge_status_t &status)
 {
-    if (status.topology_change)
-        return {.text = "running", .tone = tone_t::passing};
-    if (!status.has_changed())
-        return {.text = "none"};
-    return {.text = fmt::format("none, the last about {}, told by port {}", status.changed_at, status.changed_by)};
+    const auto cost = root_path_cost(status);
+    return cost ? fmt::to_string(*cost)
+                : fmt::format("not told, more than the {} of port {}", status.port(status.root_port).path_cost,
+                              status.root_port);
+}
+
+/// The daemon counts passes since the change and takes them for seconds. As there is one at least in each
+/// second, the change was not before that.
+cell_t last_change_cell(const bridge_status_t &status)
+{
+    return {.text = fmt::format("by port {}, {} passes ago, at {} or later", status.changed_by, status.since_change,
+                                status.changed_at),
+            .identity = fmt::format("{} {}", status.changed_by, status.changed_at)};
 }
 
 table_t bridge_table(const bridge_status_t &status)
 {
-    return {
+    table_t table = {
         named("bridge", {.text = bridge_id_text(status.bridge)}),
         named("root", {.text = root_words(status)}),
-        named("times", {.text = fmt::format("max age {} s, hello time {} s, forward delay {} s", status.max_age,
-                                            status.hello_time, status.forward_delay)}),
-        named("topology change", topology_change_cell(status)),
     };
+    if (status.is_former_self_root())
+        table.push_back(named("", {.text = "(this bridge's own former identifier, ages out)"}));
+    table.push_back(named("root path cost", {.text = root_path_cost_words(status)}));
+    table.push_back(named("times", {.text = fmt::format("max age {} s, hello time {} s, forward delay {} s",
+                                                        status.max_age, status.hello_time, status.forward_delay)}));
+    table.push_back(named("topology change", {.text = status.topology_change ? "running" : "none",
+                                              .tone = status.topology_change ? tone_t::passing : tone_t::plain}));
+    if (status.has_changed())
+        table.push_back(named("last change", last_change_cell(status)));
+    return table;
 }
 
 // ---- ports -----------------------------------------------------------------------------
@@ -73,6 +92,14 @@ std::string port_name(const bridge_status_t &status, int port)
 {
     const std::string members = members_text(status, port);
     return members.empty() ? fmt::to_string(port) : fmt::format("{} ({})", port, members);
+}
+
+cell_t neighbour_cell(const port_status_t &port)
+{
+    if (const auto other = looped_to(port))
+        return {.text = fmt::format("own port {}", *other), .tone = tone_t::passing};
+    const std::string name = neighbour_name(port);
+    return faint_if(name == "none", name);
 }
 
 row_t port_row(const bridge_status_t &status, int number_of_port)
@@ -86,7 +113,7 @@ row_t port_row(const bridge_status_t &status, int number_of_port)
     row.push_back(number(port.path_cost));
     row.push_back({.text = yes_no(port.edge)});
     row.push_back({.text = yes_no(port.point_to_point)});
-    row.push_back(faint_if(neighbour_name(port) == "none", neighbour_name(port)));
+    row.push_back(neighbour_cell(port));
     row.push_back({.text = bridge_id_text(port.designated_bridge)});
     row.push_back(number(static_cast<uint32_t>(port.designated_port)));
     return row;
@@ -105,9 +132,8 @@ table_t shown_ports(const bridge_status_t &status, row_t heading, make_row_t mak
 table_t ports_table(const bridge_status_t &status)
 {
     return shown_ports(status,
-                       {title("port"), title("role"), title("state"), title("cost"), title("edge", 3),
-                        title("point-to-point", 4), title("neighbour", 2), title("designated bridge", 1),
-                        title("its port", 5)},
+                       {title("port"), title("role"), title("state"), title("cost"), title("edge", 3), title("p2p"),
+                        title("neighbour", 4), title("designated bridge", 1), title("its port", 5)},
                        port_row);
 }
 
@@ -157,7 +183,8 @@ table_t port_table(const bridge_status_t &status, int number_of_port)
     table.push_back(named("point-to-point", {.text = yes_no(port.point_to_point)}));
     if (takes_part(port)) {
         table.push_back(named("cost", {.text = fmt::to_string(port.path_cost)}));
-        table.push_back(named("neighbour", {.text = neighbour_name(port)}));
+        table.push_back(named("priority", {.text = "not told"}));
+        table.push_back(named("neighbour", neighbour_cell(port)));
         table.push_back(named("designated", {.text = fmt::format("{} port {}", bridge_id_text(port.designated_bridge),
                                                                  port.designated_port)}));
     }
@@ -172,8 +199,10 @@ table_t port_table(const bridge_status_t &status, int number_of_port)
 std::vector<table_t> report_of(const bridge_status_t &status, const subject_t &subject)
 {
     std::vector<table_t> tables;
-    if (subject.port)
-        return {port_table(status, subject.port)};
+    for (const int port : subject.one_by_one)
+        tables.push_back(port_table(status, port));
+    if (!tables.empty())
+        return tables;
     if (subject.bridge)
         tables.push_back(bridge_table(status));
     if (subject.ports)

@@ -11,7 +11,7 @@ struct subject_t {
     bool bridge = true;
     bool ports = true;
     bool statistics = true;
-    int port = 0; ///< one port alone, 1 to 9, with all that is known of it; 0: the above
+    std::vector<int> one_by_one = {}; ///< these ports alone, with all that is known of each; none: the above
 };
 
 /// The tables of a report, in order.

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <sstream>
 
+#include <fmt/color.h>
 #include <fmt/format.h>
 
 #include "tools/ctl/changes.h"
+#include "tools/ctl/history.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/status.h"
 #include "tools/ctl/status_json.h"
@@ -23,23 +25,38 @@ steady_t::time_point deadline_after(const std::optional<std::chrono::nanoseconds
     return length ? steady_t::now() + *length : steady_t::time_point::max();
 }
 
-/// Those that a document or a list of lines tells of: all, or the one that was asked for.
+/// Those that a document or a list of lines tells of: all, or those that were asked for.
 std::vector<int> ports_of(const subject_t &subject)
 {
     std::vector<int> ports;
-    if (subject.port)
-        return {subject.port};
+    if (!subject.one_by_one.empty())
+        return subject.one_by_one;
     if (subject.ports || subject.statistics)
         for (int port = 1; port <= static_cast<int>(RSTP_PORTS); port++)
             ports.push_back(port);
     return ports;
 }
 
-std::string tables_text(const ctl_t &ctl, const show_args_t &args, const reading_t &reading, const reading_t *before)
+/// What the reports so far, of which `before` is the one before the last, tell beyond the last of them.
+struct watched_t {
+    const reading_t &before;
+    const history_t &history;
+};
+
+std::string notes_text(const ctl_t &ctl, const show_args_t &args, const reading_t &reading, const watched_t &watched)
+{
+    std::string text;
+    if (args.subject.ports || !args.subject.one_by_one.empty())
+        for (const std::string &note : silence_notes(reading, watched.history))
+            text += "\n" + (ctl.colour ? fmt::format(fg(fmt::terminal_color::red), "{}", note) : note) + "\n";
+    return text;
+}
+
+std::string tables_text(const ctl_t &ctl, const show_args_t &args, const reading_t &reading, const watched_t *watched)
 {
     std::vector<table_t> tables = report_of(reading.status, args.subject);
-    if (before) {
-        const std::vector<table_t> old = report_of(before->status, args.subject);
+    if (watched) {
+        const std::vector<table_t> old = report_of(watched->before.status, args.subject);
         for (size_t i = 0; i < tables.size(); i++)
             mark_changes(tables[i], old[i]);
     }
@@ -49,10 +66,10 @@ std::string tables_text(const ctl_t &ctl, const show_args_t &args, const reading
     for (table_t &table : tables)
         text += fmt::format("{}{}", text.empty() ? "" : "\n",
                             table_text(std::move(table), ctl.colour, args.watch, width_max));
-    return text;
+    return watched ? text + notes_text(ctl, args, reading, *watched) : text;
 }
 
-std::string report_text(const ctl_t &ctl, const show_args_t &args, const reading_t &reading, const reading_t *before)
+std::string report_text(const ctl_t &ctl, const show_args_t &args, const reading_t &reading, const watched_t *watched)
 {
     const std::vector<int> ports = ports_of(args.subject);
     switch (args.format) {
@@ -61,11 +78,11 @@ std::string report_text(const ctl_t &ctl, const show_args_t &args, const reading
     case format_t::pretty_json:
         return status_json(reading, ports, json_layout_t::indented) + "\n";
     case format_t::lines:
-        return status_lines(reading, args.subject.bridge && !args.subject.port, ports);
+        return status_lines(reading, args.subject.bridge && args.subject.one_by_one.empty(), ports);
     case format_t::table:
         break;
     }
-    return tables_text(ctl, args, reading, before);
+    return tables_text(ctl, args, reading, watched);
 }
 
 /// The text over what the screen shows, line by line, so that it does not flicker. The last row stays
@@ -107,9 +124,13 @@ void show(const ctl_t &ctl, const show_args_t &args)
     }
 
     const auto deadline = deadline_after(args.length);
-    print_redraw(args, reading, report_text(ctl, args, reading, &reading));
-    while (const auto next = next_status(ctl, reading, deadline)) {
-        print_redraw(args, *next, report_text(ctl, args, *next, &reading));
+    history_t history(reading);
+    const watched_t unchanged = {reading, history};
+    print_redraw(args, reading, report_text(ctl, args, reading, &unchanged));
+    while (auto next = next_status(ctl, reading, deadline)) {
+        history.take(*next);
+        const watched_t watched = {reading, history};
+        print_redraw(args, *next, report_text(ctl, args, *next, &watched));
         reading = *next;
     }
 }

@@ -154,10 +154,29 @@ std::string neighbour_name(const port_status_t &port)
     return port.stp_neighbour ? "STP" : "RSTP";
 }
 
+std::optional<int> looped_to(const port_status_t &port)
+{
+    return !port.group && port.role == ROLE_BACKUP ? std::optional(port.designated_port) : std::nullopt;
+}
+
+std::optional<uint32_t> root_path_cost(const bridge_status_t &status)
+{
+    if (status.is_root())
+        return 0;
+    const port_status_t &port = status.port(status.root_port);
+    return same_bridge(port.designated_bridge, status.root) ? std::optional(port.path_cost) : std::nullopt;
+}
+
 std::string time_text(system_clock::time_point time)
 {
     const time_t seconds = system_clock::to_time_t(time);
     tm local = {};
     localtime_r(&seconds, &local); // of every time that the clock can tell
     return fmt::format("{:%Y-%m-%d %H:%M:%S}", local);
+}
+
+std::string time_text_of_micros(system_clock::time_point time)
+{
+    const auto micros = std::chrono::floor<std::chrono::microseconds>(time.time_since_epoch()).count() % 1'000'000;
+    return fmt::format("{}.{:06}", time_text(time), micros);
 }

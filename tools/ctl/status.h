@@ -54,5 +54,15 @@ std::string state_name(const bridge_status_t &status, int port);
 /// expected or none was heard.
 std::string neighbour_name(const port_status_t &port);
 
+/// The port of this bridge that a backup port is looped to; nothing of another port.
+std::optional<int> looped_to(const port_status_t &port);
+
+/// The cost of the way to the root, as far as it can be told: the daemon reports only the costs of its
+/// own ports, so it is known where the way has no more than one of them.
+std::optional<uint32_t> root_path_cost(const bridge_status_t &status);
+
 /// "2026-11-20 14:08:15" of a time, on this machine's clock.
 std::string time_text(std::chrono::system_clock::time_point time);
+
+/// "2026-11-20 14:08:15.000250"
+std::string time_text_of_micros(std::chrono::system_clock::time_point time);

@@ -1,11 +1,14 @@
 #include "tools/ctl/status_json.h"
 
 #include <algorithm>
+#include <ctime>
+#include <optional>
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "tools/hex.h"
 #include "tools/messages.h"
 
 namespace {
@@ -18,15 +21,30 @@ std::string utc_text(std::chrono::system_clock::time_point time)
     return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::chrono::system_clock::to_time_t(time)));
 }
 
-/// As the daemon writes it, "2026/11/20 14:08:15", in the form that programs expect.
-std::string iso_text(std::string text)
+/// "2026-11-20T13:08:15.000250Z"
+std::string utc_text_of_micros(std::chrono::system_clock::time_point time)
 {
-    std::ranges::replace(text, '/', '-');
-    std::ranges::replace(text, ' ', 'T');
-    return text;
+    const auto micros = std::chrono::floor<std::chrono::microseconds>(time.time_since_epoch()).count() % 1'000'000;
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(std::chrono::system_clock::to_time_t(time)), micros);
+}
+
+/// Of a time as the daemon writes it, "2026/11/20 14:08:15" on this machine's clock.
+std::string utc_text(const std::string &local_text)
+{
+    tm local = {};
+    if (!strptime(local_text.c_str(), "%Y/%m/%d %H:%M:%S", &local))
+        return local_text;
+    local.tm_isdst = -1;
+    return utc_text(std::chrono::system_clock::from_time_t(mktime(&local)));
 }
 
 json_t or_null(bool there, const json_t &value) { return there ? value : json_t(nullptr); }
+
+template <typename value_t>
+json_t or_null(const std::optional<value_t> &value)
+{
+    return value ? json_t(*value) : json_t(nullptr);
+}
 
 json_t counts_of(const frame_counts_t &counts)
 {
@@ -39,13 +57,15 @@ json_t bridge_of(const bridge_status_t &status)
         {"id", bridge_id_text(status.bridge)},
         {"root", bridge_id_text(status.root)},
         {"is_root", status.is_root()},
+        {"root_is_former_self", status.is_former_self_root()},
         {"root_port", or_null(!status.is_root(), status.root_port)},
+        {"root_path_cost", or_null(root_path_cost(status))},
         {"max_age", status.max_age},
         {"hello_time", status.hello_time},
         {"forward_delay", status.forward_delay},
         {"topology_change",
          {{"running", status.topology_change},
-          {"last", or_null(status.has_changed(), iso_text(status.changed_at))},
+          {"last_not_before", status.has_changed() ? json_t(utc_text(status.changed_at)) : json_t(nullptr)},
           {"port", or_null(status.changed_by != 0, status.changed_by)},
           {"passes_since", status.since_change}}},
     };
@@ -77,6 +97,7 @@ json_t port_of(const bridge_status_t &status, int number)
         {"edge", port.edge},
         {"point_to_point", port.point_to_point},
         {"neighbour", neighbour},
+        {"looped_to", or_null(looped_to(port))},
         {"group", or_null(port.group != 0, port.group)},
         {"members", members_of(status, number)},
         {"designated_bridge", or_null(designated, bridge_id_text(port.designated_bridge))},
@@ -126,13 +147,49 @@ std::string status_lines(const reading_t &reading, bool bridge, const std::vecto
     return text;
 }
 
+std::string verdicts_json(const std::vector<verdict_t> &verdicts)
+{
+    json_t list = json_t::array();
+    for (const verdict_t &verdict : verdicts)
+        list.push_back({{"statement", verdict.statement},
+                        {"so", or_null(verdict.so)},
+                        {"fact", or_null(!verdict.fact.empty(), verdict.fact)}});
+    return json_t({{"version", JSON_VERSION}, {"so", or_null(all_so(verdicts))}, {"statements", list}}).dump();
+}
+
+std::string decoded_json(const decoded_t &decoded, const captured_t *frame)
+{
+    json_t fields = json_t::array();
+    for (const decoded_field_t &field : decoded.fields)
+        fields.push_back({{"offset", field.offset},
+                          {"octets", hex(field.octets, "")},
+                          {"name", field.name},
+                          {"value", or_null(!field.value.empty(), field.value)}});
+    json_t document = {{"version", JSON_VERSION}};
+    document["frame"] = frame ? json_t(frame->number) : json_t(nullptr);
+    document["time"] = frame && frame->time ? json_t(utc_text_of_micros(*frame->time)) : json_t(nullptr);
+    document["title"] = decoded.title;
+    document["octets"] = decoded.octets;
+    document["fields"] = fields;
+    document["fault"] = or_null(!decoded.fault.empty(), decoded.fault);
+    return document.dump(-1, ' ', false, json_t::error_handler_t::replace);
+}
+
+/// Of a change's words: what is a number elsewhere is one here, too.
+static json_t value_in(const change_t &change, const std::string &words)
+{
+    if (change.what != "root port")
+        return words;
+    return words == "none" ? json_t(nullptr) : json_t(std::stoi(words));
+}
+
 std::string change_json(const change_t &change, std::chrono::system_clock::time_point when)
 {
     return json_t({{"version", JSON_VERSION},
                    {"time", utc_text(when)},
                    {"what", change.what},
                    {"port", or_null(change.port != 0, change.port)},
-                   {"from", change.from},
-                   {"to", change.to}})
+                   {"from", value_in(change, change.from)},
+                   {"to", value_in(change, change.to)}})
         .dump();
 }

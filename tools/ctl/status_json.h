@@ -4,11 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "tools/ctl/capture.h"
 #include "tools/ctl/changes.h"
+#include "tools/ctl/expect.h"
 #include "tools/ctl/status.h"
+#include "tools/decode.h"
 
 /// Rises when something in the JSON goes or changes its meaning. What is added leaves it as it is.
-constexpr int JSON_VERSION = 1;
+constexpr int JSON_VERSION = 2;
 
 enum class json_layout_t { compact, indented };
 
@@ -18,6 +21,13 @@ std::string status_json(const reading_t &reading, const std::vector<int> &ports,
 
 /// The same values as text, one line for the bridge (unless it is not wanted) and one for each port.
 std::string status_lines(const reading_t &reading, bool bridge, const std::vector<int> &ports);
+
+/// Statements and how they were judged, as one JSON document in one line, without line end.
+std::string verdicts_json(const std::vector<verdict_t> &verdicts);
+
+/// A message or frame, explained, as one JSON document in one line, without line end. `frame` is what it was
+/// captured as; null: it was not.
+std::string decoded_json(const decoded_t &decoded, const captured_t *frame);
 
 /// One change as a JSON document in one line, without line end.
 std::string change_json(const change_t &change, std::chrono::system_clock::time_point when);

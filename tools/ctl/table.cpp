@@ -79,6 +79,8 @@ std::string cell_text(const cell_t &cell, size_t width, bool colour, bool marks)
 
 } // namespace
 
+static const std::string &identity_of(const cell_t &cell) { return cell.identity.empty() ? cell.text : cell.identity; }
+
 void mark_changes(table_t &now, const table_t &before)
 {
     for (row_t &row : now) {
@@ -89,7 +91,7 @@ void mark_changes(table_t &now, const table_t &before)
             continue;
         }
         for (size_t i = 0; i < row.size(); i++)
-            row[i].changed = i >= old->size() || (*old)[i].text != row[i].text;
+            row[i].changed = i >= old->size() || identity_of((*old)[i]) != identity_of(row[i]);
     }
 }
 

@@ -10,9 +10,10 @@ enum class tone_t { plain, title, good, passing, bad, faint };
 struct cell_t {
     std::string text;
     tone_t tone = tone_t::plain;
-    bool right = false;   ///< flush right, for numbers
-    bool changed = false; ///< marked with a star
-    int spare = 0;        ///< of a heading: the higher, the sooner its column gives way; 0: never
+    bool right = false;        ///< flush right, for numbers
+    bool changed = false;      ///< marked with a star
+    std::string identity = {}; ///< a change is one of this; empty: one of the text
+    int spare = 0;             ///< of a heading: the higher, the sooner its column gives way; 0: never
 };
 
 using row_t = std::vector<cell_t>;
