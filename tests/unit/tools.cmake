@@ -4,8 +4,9 @@ find_package(fmt REQUIRED)
 add_executable(unit_tools
     $<IF:$<BOOL:${LVT_CAPTURES}>,tools_capture_test.cpp,tools_capture_missing_test.cpp>
     tools_config_test.cpp tools_ctl_test.cpp tools_docs_test.cpp tools_expect_test.cpp tools_hex_test.cpp
-    tools_lab_test.cpp tools_messages_test.cpp tools_number_test.cpp tools_pipe_test.cpp tools_rooms_test.cpp tools_rules_test.cpp
-    tools_show_test.cpp tools_status_test.cpp ${PROJECT_SOURCE_DIR}/tools/ctl/hex.cpp)
+    tools_lab_test.cpp tools_messages_test.cpp tools_number_test.cpp tools_pipe_test.cpp tools_rooms_test.cpp
+    tools_rules_test.cpp tools_schema_test.cpp tools_show_test.cpp tools_status_test.cpp
+    ${PROJECT_SOURCE_DIR}/tools/ctl/hex.cpp)
 lvt_starter(lvt_rstpctl starter)
 target_compile_definitions(unit_tools PRIVATE
     LVT_RSTPCTL="${starter}" LVT_COMPLETION="${PROJECT_SOURCE_DIR}/tools/completion/lvt_rstpctl"
