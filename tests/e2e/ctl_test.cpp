@@ -177,6 +177,23 @@ TEST_F(ctl, a_looped_cable_is_told_with_its_other_end)
     EXPECT_EQ(run(device, "expect 'port 1 is designated' 'port 2 blocks' 'port 1,2 is up'").exit_code, 0);
 }
 
+TEST_F(ctl, who_hears_and_who_does_not)
+{
+    lab::switch_t &root = start_switch(), &leaf = start_switch();
+    apply(root, FAST_ROOT);
+    apply(leaf, FAST_LEAF);
+    connect(root, leaf, 1);
+    ASSERT_TRUE(is_so(leaf, "port 1 is root"));
+    EXPECT_TRUE(is_so(leaf, "port 1 hears"));
+    EXPECT_THAT(done(leaf, "show ports --watch --for 4"), testing::Not(testing::HasSubstr("deaf")));
+
+    // Port 2 goes off by a single message, and the trap with it.
+    done(leaf, "ports --enable 1 --edge 1=off");
+    ASSERT_TRUE(is_so(leaf, "root is this bridge"));
+    EXPECT_EQ(run(leaf, "expect port 1 hears --within 3").exit_code, 1);
+    EXPECT_THAT(done(leaf, "show ports --watch --for 4"), testing::HasSubstr("nobody is heard, no BPDU for "));
+}
+
 TEST_F(ctl, debug_shows_what_comes_on_a_simulated_console)
 {
     lab::switch_t &device = start_switch();

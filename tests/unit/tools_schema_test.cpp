@@ -71,6 +71,24 @@ TEST_F(schema, verdicts)
     EXPECT_EQ(judged("verdicts", output), "1 valid\n") << output;
 }
 
+TEST_F(schema, settings)
+{
+    report(STATUS);
+    write_file(path("switch.toml"), "[groups]\n7 = [4, 5]\n");
+    const std::string output = run_on_board("show config -j --file " + path("switch.toml")).output;
+    EXPECT_EQ(judged("compared", output), "1 valid\n") << output;
+}
+
+TEST_F(schema, faults)
+{
+    write_file(path("switch.toml"), "[bridge]\npriority = 1\nmax_age = high\n");
+    std::string output = run("check -j " + path("switch.toml") + " 2>/dev/null #").output;
+    EXPECT_NE(output.find(R"("sound":false,"faults":[{"line":2,"column":12,)"), std::string::npos) << output;
+    write_file(path("switch.toml"), "");
+    output += run("check -j " + path("switch.toml")).output;
+    EXPECT_EQ(judged("faults", output), "2 valid\n") << output;
+}
+
 TEST_F(schema, explained_octets)
 {
     const std::string output =

@@ -202,6 +202,43 @@ TEST_F(show, the_cost_of_the_way_to_the_root_as_far_as_it_is_told)
     EXPECT_EQ(json_of("show -j")["bridge"]["root_path_cost"], nullptr);
 }
 
+TEST_F(show, what_is_set_beside_what_runs)
+{
+    const std::string file = path("switch.toml");
+    write_file(file,
+               "[bridge]\npriority = 4096\n[port.1]\nspanning_tree = true\nedge = false\n[port.2]\n"
+               "spanning_tree = true\npath_cost = 8000\npoint_to_point = false\n[port.4]\nspanning_tree = true\n");
+    report(STATUS);
+    expect_says("show config --file " + file,
+                "priority       4096 / 61440 !\n"
+                "max_age        20 / -\n"
+                "hello_time     2 / -\n"
+                "forward_delay  15 / -\n"
+                "force_version  2 / -\n"
+                "\n"
+                "port  tree        cost         edge       p2p         priority  LACP     group\n"
+                "1     on / on     auto / 8000  off / off  auto / on   128 / -   off / -  - / 0\n"
+                "2     on / on     8000 / 8000  on / off   off / on !  128 / -   off / -  - / 0\n"
+                "3     off / on !  auto / 8000  on / on    auto / on   128 / -   off / -  - / 0\n"
+                "4     on / off !  auto / -     on / -     auto / -    128 / -   off / -  - / 0\n"
+                "5     off / off   auto / -     on / -     auto / -    128 / -   off / -  - / 0\n"
+                "6     off / off   auto / -     on / -     auto / -    128 / -   off / -  - / 0\n"
+                "\n"
+                "SET / RUNS: as set in " +
+                    file + ", and as it runs; - is not told. The root's times rule.\n");
+    const json_t document = json_of("show config -j --file " + file);
+    EXPECT_EQ(document["bridge"]["priority"], json_t::parse(R"({"set": 4096, "runs": 61440, "differs": true})"));
+    EXPECT_EQ(document["bridge"]["max_age"]["runs"], nullptr); // another bridge is the root
+    EXPECT_EQ(document["ports"][0]["path_cost"], json_t::parse(R"({"set": null, "runs": 8000, "differs": false})"));
+    EXPECT_EQ(document["ports"][1]["point_to_point"]["differs"], true);
+    EXPECT_EQ(document["ports"][3]["spanning_tree"], json_t::parse(R"({"set": true, "runs": false, "differs": true})"));
+    expect_refused("show config", "cannot read " + board.path +
+                                      "/etc/lvt_rstp.toml: No such file or directory. Write it, see man lvt_rstp.toml; "
+                                      "set makes one, too.");
+    expect_usage("show ports --file " + file, "--file goes with show config");
+    expect_usage("show config --watch", "show config knows --json and --file only");
+}
+
 TEST_F(show, its_own_former_identifier_as_root)
 {
     report(replaced(STATUS, "0,32768:02-00-00-01-11-00,1\n", "0,4096:02-00-00-00-01-00,1\n"));
@@ -434,7 +471,8 @@ TEST_F(show, reports_that_nobody_reads)
 TEST_F(show, foreign_text_does_not_reach_the_terminal_as_it_is)
 {
     report(STATUS);
-    expect_usage("show \"$(printf '\\033[2J')\"", "SUBJECT: \"\\x1b[2J\" is none of bridge, ports, statistics, port");
+    expect_usage("show \"$(printf '\\033[2J')\"",
+                 "SUBJECT: \"\\x1b[2J\" is none of bridge, ports, statistics, port, config");
     expect_usage("\"$(printf -- '--a\\033[2J')\"", "The following argument was not expected: --a\\x1b[2J");
     EXPECT_EQ(printable("a\x1b[2J\x9b\x7f\r\xc3\xbc\n~"), "a\\x1b[2J\\x9b\\x7f\\x0d\\xc3\\xbc\n~");
 }

@@ -9,6 +9,7 @@
 #include "tools/ctl/plan.h"
 #include "tools/ctl/send.h"
 #include "tools/ctl/status.h"
+#include "tools/ctl/status_json.h"
 #include "tools/printable.h"
 
 namespace {
@@ -101,9 +102,18 @@ void refuse_losses(const bridge_status_t &now, const std::string &path, bool exi
 
 } // namespace
 
-place_t stored_config(const ctl_t &ctl) { return {ctl.root, CONFIG_FILE}; }
+place_t place_of(const ctl_t &ctl, const std::string &file)
+{
+    return file.empty() ? place_t{ctl.root, CONFIG_FILE} : place_t{"", file};
+}
 
-void check_config(const place_t &place) { load_config(place); }
+void check_config(const place_t &place, bool json)
+{
+    const std::string text = read_config_text(place);
+    if (json)
+        fmt::print("{}\n", faults_json(place.text(), parse_config(text).faults));
+    settings_in(text, place.text());
+}
 
 void apply_config(const ctl_t &ctl, const place_t &place)
 {

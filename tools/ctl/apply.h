@@ -8,7 +8,7 @@
 #include "tools/ctl/ctl.h"
 
 /// Throws refused_t with all that is wrong in the file.
-void check_config(const place_t &place);
+void check_config(const place_t &place, bool json = false);
 
 /// Checks the file and sends all that it sets, or shows it on a dry run. Throws refused_t.
 void apply_config(const ctl_t &ctl, const place_t &place);
@@ -19,5 +19,6 @@ void apply_config(const ctl_t &ctl, const place_t &place);
 /// Throws refused_t.
 void set_in_config(const ctl_t &ctl, const place_t &place, const std::vector<edit_t> &edits, bool force);
 
-/// Where the configuration is kept on the board that `ctl` speaks to.
-place_t stored_config(const ctl_t &ctl);
+/// The file that is named, on this machine; without a name, where the configuration is kept on the board that `ctl`
+/// speaks to.
+place_t place_of(const ctl_t &ctl, const std::string &file);

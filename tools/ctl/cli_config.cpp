@@ -10,21 +10,39 @@
 
 namespace {
 
-/// The file that is named, on this machine, or the board's stored one.
-place_t place_of(const ctl_t &ctl, const std::string &file)
-{
-    return file.empty() ? stored_config(ctl) : place_t{"", file};
-}
-
-void add_file_command(CLI::App &app, const ctl_t &ctl, const char *name, const char *text, const char *footer,
-                      void (*run)(const ctl_t &ctl, const place_t &place))
+/// Returns the command, and where it has its file.
+std::pair<CLI::App *, std::shared_ptr<std::string>> add_file_command(CLI::App &app, const char *name, const char *text,
+                                                                     const char *footer)
 {
     auto *command = app.add_subcommand(name, text)->group(HEADING_CONFIGURE);
     command->footer(footer);
     auto path = std::make_shared<std::string>();
     command->add_option("FILE", *path, fmt::format("The configuration file, by default {}", CONFIG_FILE))
         ->type_name("");
-    command->callback([path, run, &ctl] { run(ctl, place_of(ctl, *path)); });
+    return {command, path};
+}
+
+void add_check_command(CLI::App &app, const ctl_t &ctl)
+{
+    const auto [command, path] = add_file_command(app, "check", "Checks a configuration file",
+                                                  "Every fault is told with its line and column. Nothing is sent.\n"
+                                                  "Example:\n"
+                                                  "  lvt_rstpctl check switch.toml");
+    auto json = std::make_shared<bool>();
+    command->add_flag("-j,--json", *json, "JSON, one document, also of a sound file");
+    command->callback([path = path, json, &ctl] { check_config(place_of(ctl, *path), *json); });
+}
+
+void add_apply_command(CLI::App &app, const ctl_t &ctl)
+{
+    const auto [command, path] = add_file_command(
+        app, "apply", "Puts a configuration file in force",
+        "The file is checked as a whole, then sent. What it does not set goes back to its default; the\n"
+        "members of groups stay as they are unless it names some. See lvt_rstp.toml(5).\n"
+        "Examples:\n"
+        "  lvt_rstpctl apply switch.toml\n"
+        "  lvt_rstpctl apply switch.toml --dry-run");
+    command->callback([path = path, &ctl] { apply_config(ctl, place_of(ctl, *path)); });
 }
 
 // ---- set -------------------------------------------------------------------------------
@@ -150,18 +168,8 @@ void add_set_port_command(CLI::App &set, const ctl_t &ctl)
 
 void add_config_commands(CLI::App &app, const ctl_t &ctl)
 {
-    add_file_command(app, ctl, "check", "Checks a configuration file",
-                     "Every fault is told with its line and column. Nothing is sent.\n"
-                     "Example:\n"
-                     "  lvt_rstpctl check switch.toml",
-                     [](const ctl_t &, const place_t &place) { check_config(place); });
-    add_file_command(app, ctl, "apply", "Puts a configuration file in force",
-                     "The file is checked as a whole, then sent. What it does not set goes back to its default; the\n"
-                     "members of groups stay as they are unless it names some. See lvt_rstp.toml(5).\n"
-                     "Examples:\n"
-                     "  lvt_rstpctl apply switch.toml\n"
-                     "  lvt_rstpctl apply switch.toml --dry-run",
-                     apply_config);
+    add_check_command(app, ctl);
+    add_apply_command(app, ctl);
 
     auto *set = app.add_subcommand("set", "Changes settings of the configuration file and applies it");
     set->group(HEADING_CONFIGURE);

@@ -5,17 +5,19 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "tools/ctl/apply.h"
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"
 #include "tools/ctl/expect.h"
 #include "tools/ctl/show.h"
+#include "tools/ctl/show_config.h"
 
 namespace {
 
 struct show_words_t {
     std::vector<std::string> subject;
     bool json = false, pretty = false, lines = false, statistics = false, watch = false;
-    std::string seconds;
+    std::string file, seconds;
 };
 
 /// Of an option that may be absent.
@@ -30,7 +32,7 @@ subject_t subject_of(const std::vector<std::string> &words)
 {
     if (words.empty())
         return {};
-    const size_t word = parse_word("SUBJECT", words[0], {"bridge", "ports", "statistics", "port"});
+    const size_t word = parse_word("SUBJECT", words[0], {"bridge", "ports", "statistics", "port", "config"});
     const bool one_port = word == 3;
     if (words.size() != (one_port ? 2 : 1))
         throw usage_t(one_port ? "SUBJECT: port should read port LIST" : "SUBJECT: one is enough");
@@ -53,8 +55,8 @@ void add_show_command(CLI::App &app, const ctl_t &ctl)
 {
     auto *command = app.add_subcommand("show", "Shows what the daemon reports")->group(HEADING_LOOK);
     command->footer(
-        "SUBJECT is bridge, ports, statistics, or port LIST with ports from 1 to 9, as in 1-3 or all;\n"
-        "without one all but the latter is shown.\n"
+        "SUBJECT is bridge, ports, statistics, port LIST with ports from 1 to 9, as in 1-3 or all, or\n"
+        "config, what the configuration file sets beside what runs. Without one the first three are shown.\n"
         "The JSON has one shape whatever is shown: the subject says whose entries are in \"ports\".\n"
         "Examples:\n"
         "  lvt_rstpctl show\n"
@@ -70,10 +72,18 @@ void add_show_command(CLI::App &app, const ctl_t &ctl)
         ->excludes(json)
         ->excludes(pretty);
     command->add_flag("-s,--statistics", words->statistics, "The counters, too, if the subject has none");
+    command->add_option("--file", words->file, "Of show config: another file than the stored one")->type_name("FILE");
     auto *watch = command->add_flag("--watch", words->watch, "Show it anew each second, with a * on what changed");
     auto *end = command->add_option("--for", words->seconds, "Stop watching after so long");
     end->type_name("SECONDS")->needs(watch);
     command->callback([words, end, &ctl] {
+        const bool config = words->subject == std::vector<std::string>{"config"};
+        if (!config && !words->file.empty())
+            throw usage_t("--file goes with show config");
+        if (config && (words->watch || words->lines || words->pretty || words->statistics))
+            throw usage_t("show config knows --json and --file only");
+        if (config)
+            return show_config(ctl, place_of(ctl, words->file), words->json);
         subject_t subject = subject_of(words->subject);
         subject.statistics = subject.statistics || words->statistics;
         show(ctl, {subject, format_of(*words), words->watch, seconds_of(end, words->seconds)});

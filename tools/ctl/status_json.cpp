@@ -157,6 +157,48 @@ std::string verdicts_json(const std::vector<verdict_t> &verdicts)
     return json_t({{"version", JSON_VERSION}, {"so", or_null(all_so(verdicts))}, {"statements", list}}).dump();
 }
 
+static json_t value_of(const setting_value_t &value)
+{
+    return std::visit(
+        [](const auto &there) -> json_t {
+            if constexpr (std::is_same_v<decltype(there), const std::monostate &>)
+                return nullptr;
+            else
+                return there;
+        },
+        value);
+}
+
+std::string compared_json(const std::vector<compared_section_t> &sections, const std::string &path,
+                          const reading_t &reading)
+{
+    json_t document = {{"version", JSON_VERSION},
+                       {"written", utc_text(reading.written)},
+                       {"file", path},
+                       {"bridge", json_t::object()},
+                       {"ports", json_t::array()}};
+    for (const compared_section_t &section : sections) {
+        json_t object = section.port ? json_t({{"port", section.port}}) : json_t::object();
+        for (const compared_t &setting : section.settings)
+            object[setting.key] = {
+                {"set", value_of(setting.set)}, {"runs", value_of(setting.runs)}, {"differs", setting.differs}};
+        if (section.port)
+            document["ports"].push_back(object);
+        else
+            document["bridge"] = object;
+    }
+    return document.dump(-1, ' ', false, json_t::error_handler_t::replace);
+}
+
+std::string faults_json(const std::string &path, const std::vector<config_fault_t> &faults)
+{
+    json_t list = json_t::array();
+    for (const config_fault_t &fault : faults)
+        list.push_back({{"line", fault.line}, {"column", fault.column}, {"text", fault.text}});
+    return json_t({{"version", JSON_VERSION}, {"file", path}, {"sound", faults.empty()}, {"faults", list}})
+        .dump(-1, ' ', false, json_t::error_handler_t::replace);
+}
+
 std::string decoded_json(const decoded_t &decoded, const captured_t *frame)
 {
     json_t fields = json_t::array();

@@ -7,6 +7,7 @@
 #include "tools/ctl/capture.h"
 #include "tools/ctl/changes.h"
 #include "tools/ctl/expect.h"
+#include "tools/ctl/show_config.h"
 #include "tools/ctl/status.h"
 #include "tools/decode.h"
 
@@ -24,6 +25,13 @@ std::string status_lines(const reading_t &reading, bool bridge, const std::vecto
 
 /// Statements and how they were judged, as one JSON document in one line, without line end.
 std::string verdicts_json(const std::vector<verdict_t> &verdicts);
+
+/// Settings of the file at `path` beside what runs, as one JSON document in one line, without line end.
+std::string compared_json(const std::vector<compared_section_t> &sections, const std::string &path,
+                          const reading_t &reading);
+
+/// The faults of the file at `path`, as one JSON document in one line, without line end.
+std::string faults_json(const std::string &path, const std::vector<config_fault_t> &faults);
 
 /// A message or frame, explained, as one JSON document in one line, without line end. `frame` is what it was
 /// captured as; null: it was not.
