@@ -25,6 +25,7 @@
 #include "board/lab/world.h"
 #include "feed.h"
 #include "heap_count.h"
+#include "tools/about.h"
 #include "tools/messages.h"
 
 using namespace std::chrono_literals;
@@ -265,10 +266,13 @@ void measure_heap(const std::string &daemon, const std::string &counter)
 
 int main(int argc, char **argv)
 try {
+    constexpr char USAGE[] = "usage: bench_footprint memory|heap DAEMON";
+    if (told_about(argc, argv, USAGE))
+        return EXIT_SUCCESS;
     const std::string what = argc == 3 ? argv[1] : "";
     if (what != "memory" && what != "heap") {
-        fmt::print(stderr, "usage: bench_footprint memory|heap DAEMON\n");
-        return lab::EXIT_CANNOT_RUN;
+        fmt::print(stderr, "{}\n", USAGE);
+        return EXIT_NOT_UNDERSTOOD;
     }
     lab::enter_world(argv);
     personality(ADDR_NO_RANDOMIZE); // where it is allowed, the figures are the same in every run
@@ -280,7 +284,7 @@ try {
     return 0;
 } catch (const lab::cannot_run_t &lacking) {
     fmt::print(stderr, "{}\n", lacking.what());
-    return lab::EXIT_CANNOT_RUN;
+    return EXIT_UNTOLD;
 } catch (const std::exception &error) {
     fmt::print(stderr, "bench_footprint: {}\n", error.what());
     return 1;

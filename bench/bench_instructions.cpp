@@ -8,14 +8,21 @@
 #include <cstring>
 
 #include "cases.h"
+#include "tools/about.h"
 
 extern "C" void measured(const bench_case_t *c) { c->call(); }
 
 int main(int argc, char **argv)
 {
+    if (told_about(argc, argv, "usage: bench_instructions [CASE ROUNDS]; without them it lists the cases"))
+        return EXIT_SUCCESS;
+    if (argc != 1 && argc != 3) {
+        fputs("usage: bench_instructions [CASE ROUNDS]\n", stderr);
+        return EXIT_NOT_UNDERSTOOD;
+    }
     void (*volatile call)(const bench_case_t *) = measured; // so that it stays a function of that name
     for (const bench_case_t &c : bench_cases()) {
-        if (argc < 3) {
+        if (argc == 1) {
             printf("%s\t%s\n", c.name, c.what);
             continue;
         }
@@ -28,5 +35,5 @@ int main(int argc, char **argv)
         }
         return 0;
     }
-    return argc < 3 ? 0 : 2;
+    return argc == 1 ? EXIT_SUCCESS : EXIT_NOT_UNDERSTOOD;
 }

@@ -13,6 +13,7 @@
 #include "board/lab/world.h"
 #include "platform/messages.h"
 #include "feed.h"
+#include "tools/about.h"
 
 namespace {
 
@@ -64,8 +65,15 @@ double median(std::vector<double> values)
 
 } // namespace
 
-int main(int, char **argv)
+int main(int argc, char **argv)
 try {
+    if (told_about(argc, argv,
+                   "bench_pipe: CPU time of the daemon beside that of a bare program with its system calls"))
+        return EXIT_SUCCESS;
+    if (argc > 1) {
+        fmt::print(stderr, "bench_pipe takes no words but --help and --version\n");
+        return EXIT_NOT_UNDERSTOOD;
+    }
     lab::enter_world(argv);
     const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
 
@@ -81,7 +89,7 @@ try {
     return 0;
 } catch (const lab::cannot_run_t &lacking) {
     fmt::print(stderr, "{}\n", lacking.what());
-    return lab::EXIT_CANNOT_RUN;
+    return EXIT_UNTOLD;
 } catch (const std::exception &error) {
     fmt::print(stderr, "bench_pipe: {}\n", error.what());
     return 1;

@@ -82,7 +82,7 @@ nlohmann::json board_client_t::ask(const nlohmann::json &request)
     if (head.magic != BOARD_MAGIC || head.kind != BOARD_TEXT || answer.is_discarded())
         throw board_error_t("the board gives an answer that is none");
     if (head.result != 0)
-        throw board_error_t(answer.is_string() ? answer.get<std::string>() : answer.dump());
+        throw board_refusal_t(answer.is_string() ? answer.get<std::string>() : answer.dump());
     return answer;
 }
 

@@ -14,6 +14,11 @@ struct board_error_t : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// It refuses.
+struct board_refusal_t : board_error_t {
+    using board_error_t::board_error_t;
+};
+
 struct board_port_t {
     unsigned port; ///< front port, 1 to 6
     unsigned chip; ///< the chip's number for it

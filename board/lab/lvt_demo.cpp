@@ -10,6 +10,7 @@
 #include "board/lab/demo_view.h"
 #include "board/lab/within.h"
 #include "board/lab/world.h"
+#include "tools/about.h"
 #include "tools/messages.h"
 
 namespace {
@@ -230,7 +231,7 @@ int main(int, char **argv)
         return demo_t().play() ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const cannot_run_t &reason) {
         fmt::print(stderr, "{}", reason.what());
-        return EXIT_CANNOT_RUN;
+        return EXIT_UNTOLD;
     } catch (const std::exception &reason) {
         fmt::print(stderr, "lvt_demo: {}\n", reason.what());
         return EXIT_FAILURE;

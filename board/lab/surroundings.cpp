@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <net/if.h>
 
 #include "tools/number.h"
@@ -19,7 +20,7 @@ int port_number(const std::string &text)
 {
     int port = 0;
     if (read_number(text, port) != std::errc() || port < 1 || port > 6)
-        throw std::runtime_error(fmt::format("there is no port '{}', only 1 to 6", text));
+        throw std::invalid_argument(fmt::format("there is no port '{}', only 1 to 6", text));
     return port;
 }
 
@@ -47,18 +48,18 @@ surroundings_t::surroundings_t(const switch_t &device, const world_t &world, int
 void surroundings_t::claim(int port, const neighbour_t &neighbour)
 {
     if (!neighbours_.emplace(port, neighbour).second)
-        throw std::runtime_error(fmt::format("port {} has a cable already", port));
+        throw std::invalid_argument(fmt::format("port {} has a cable already", port));
 }
 
 void surroundings_t::add_outside(const std::string &text)
 {
     const size_t colon = text.find(':');
     if (colon == std::string::npos || colon + 1 == text.size())
-        throw std::runtime_error(printable(fmt::format("'{}' is not N:IFNAME, as in 1:sw1p1", text)));
+        throw std::invalid_argument(printable(fmt::format("'{}' is not N:IFNAME, as in 1:sw1p1", text)));
     const int port = port_number(text.substr(0, colon));
     const std::string interface = text.substr(colon + 1);
     if (!is_interface_name(interface))
-        throw std::runtime_error(
+        throw std::invalid_argument(
             printable(fmt::format("'{}' is no name for an interface: it has 1 to {} letters, digits or signs, "
                                   "not / : % # \" ' or \\, and is not . or ..",
                                   interface, IFNAMSIZ - 1)));
@@ -103,6 +104,14 @@ void surroundings_t::add_bridge(const std::string &ports)
 void surroundings_t::cable(int port, const node_t &node, const std::string &interface, int mac)
 {
     cables_.emplace_back(device_.port(port), cable_end_t{&node, interface, node.mac(mac)});
+}
+
+std::string surroundings_t::ports() const
+{
+    std::vector<int> ports;
+    for (const auto &[port, neighbour] : neighbours_)
+        ports.push_back(port);
+    return ports.empty() ? "1-6" : fmt::format("{}", fmt::join(ports, ","));
 }
 
 std::vector<std::string> surroundings_t::lines(const std::string &pid) const

@@ -19,10 +19,10 @@ public:
     /// All objects must outlive this one.
     surroundings_t(const switch_t &device, const world_t &world, int number);
 
-    // These throw std::runtime_error when a port does not exist or has a cable already.
+    // These throw std::invalid_argument when a port does not exist or has a cable already.
 
     /// text  "N:IFNAME": port N is cabled to a new interface of the machine. Also throws for what is no
-    ///       name for one.
+    ///       name for one, and std::runtime_error for an ordinary user, who may not.
     void add_outside(const std::string &text);
 
     /// Port `port` is cabled to a host with address 10.0.0.PORT.
@@ -30,6 +30,9 @@ public:
 
     /// ports  "N,M,...": they are cabled to one kernel bridge with spanning tree.
     void add_bridge(const std::string &ports);
+
+    /// The ports with cables as the tools take them, "1,2,3"; all while none has one.
+    std::string ports() const;
 
     /// One line per neighbour, for people; `pid` is this process as they see it.
     std::vector<std::string> lines(const std::string &pid) const;

@@ -7,9 +7,11 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "board/board_socket.h"
 #include "board/lab/within.h"
+#include "board/lab/world.h"
 #include "platform/messages.h"
 #include "tools/pipe.h"
 
@@ -50,6 +52,8 @@ switch_settings_t completed(switch_settings_t settings)
         settings.daemon = program("LVT_RSTPD", settings.trace ? "lvt_rstpd_traced" : "lvt_rstpd");
     settings.board = where(settings.board);
     settings.daemon = where(settings.daemon);
+    require_program(settings.board);
+    require_program(settings.daemon);
     return settings;
 }
 
@@ -60,6 +64,17 @@ std::string program(const char *variable, const char *name)
     if (const char *path = getenv(variable); path != nullptr && *path != '\0')
         return path;
     return own_program().replace_filename(name);
+}
+
+void require_program(const std::filesystem::path &path)
+{
+    if (access(path.c_str(), X_OK) == 0)
+        return;
+    const std::filesystem::path build = path.parent_path().parent_path();
+    throw cannot_run_t({{fmt::format("the program {}", path.string()),
+                         std::filesystem::exists(build / "CMakeCache.txt")
+                             ? fmt::format("cmake --build \"{}\" --target {}", build.string(), path.filename().string())
+                             : "it belongs beside the other programs of the same version"}});
 }
 
 switch_t::switch_t(switch_settings_t settings)

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
@@ -44,8 +45,12 @@ struct switch_settings_t {
 /// build's can be tried, or else the one called `name` beside the running program.
 std::string program(const char *variable, const char *name);
 
+/// Throws cannot_run_t, which tells how it is built, when there is no such program.
+void require_program(const std::filesystem::path &path);
+
 class switch_t {
 public:
+    /// Throws cannot_run_t when a program is missing.
     explicit switch_t(switch_settings_t settings);
 
     const node_t &node() const { return node_; }

@@ -18,6 +18,7 @@
 
 #include "board/lab/mounts.h"
 #include "board/lab/privileges.h"
+#include "tools/about.h"
 
 namespace lab {
 
@@ -64,7 +65,7 @@ signals_t block_signals()
 [[noreturn]] void fail(const char *what)
 {
     std::fprintf(stderr, "%s: %s\n", what, std::strerror(errno));
-    _exit(EXIT_CANNOT_RUN);
+    _exit(EXIT_UNTOLD);
 }
 
 /// The program's own process: it sees the world's processes only, and runs `program` anew.
@@ -98,7 +99,7 @@ signals_t block_signals()
         make_mounts_private();
     } catch (const std::system_error &error) {
         std::fprintf(stderr, "%s\n", error.what());
-        _exit(EXIT_CANNOT_RUN);
+        _exit(EXIT_UNTOLD);
     }
 
     const pid_t child = bare_fork();
@@ -143,7 +144,7 @@ world_t look_around(const std::string &inside)
 
 } // namespace
 
-world_t enter_world(char **argv)
+world_t enter_world(char **argv, const char *farewell)
 {
     complete_path();
     if (const char *inside = getenv(INSIDE))
@@ -168,7 +169,10 @@ world_t enter_world(char **argv)
         close(alive_end.number());
         be_first(program, argv, caller_net.number(), caller_alive.number(), user, signals);
     }
-    end_alike(shepherd(child, signals.awaited));
+    const int exit_code = shepherd(child, signals.awaited);
+    if (farewell != nullptr && exit_code > 128)
+        std::fprintf(stderr, "%s\n", farewell);
+    end_alike(exit_code);
 }
 
 } // namespace lab

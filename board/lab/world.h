@@ -23,10 +23,8 @@ struct lack_t {
     std::string cure;
 };
 
-/// The programs' exit status for "this machine cannot run it", after saying why.
-constexpr int EXIT_CANNOT_RUN = 2;
-
-/// The world cannot be made. `what()` is the whole list, ready to be shown.
+/// The world cannot be made, or what should run there was not built. `what()` is the whole list, ready to be shown;
+/// a program that shows it ends with EXIT_UNTOLD.
 class cannot_run_t : public std::runtime_error {
 public:
     explicit cannot_run_t(std::vector<lack_t> lacks);
@@ -50,9 +48,10 @@ struct world_t {
 /// To be called first in main: starts the program anew inside a world of its own. Returns there;
 /// outside it waits for the program's end and then ends the same way.
 ///
-/// argv  that of main.
+/// argv      that of main.
+/// farewell  printed when the program was ended by a signal and nothing of the world is left; nullptr: nothing is.
 ///
 /// Throws cannot_run_t when the machine lacks something.
-world_t enter_world(char **argv);
+world_t enter_world(char **argv, const char *farewell = nullptr);
 
 } // namespace lab

@@ -10,6 +10,7 @@
 #include "lvt_board/reports.h"
 #include "lvt_board/run.h"
 #include "lvt_board/show.h"
+#include "tools/about.h"
 #include "tools/number.h"
 
 namespace {
@@ -42,7 +43,7 @@ void add_speed(speeds_t &speeds, const std::string &text)
 }
 
 // "1,2=7", or "none=7" for a trunk without members
-void set_trunk(board_client_t &board, const std::string &text)
+void set_trunk(const std::string &socket, const std::string &text)
 {
     const auto equals = text.find('=');
     if (equals == std::string::npos)
@@ -52,7 +53,8 @@ void set_trunk(board_client_t &board, const std::string &text)
     if (ports != "none")
         for (const std::string &port : CLI::detail::split(ports, ','))
             fronts.push_back(number_of(port));
-    board.set_trunk(number_of(text.substr(equals + 1)), fronts);
+    const unsigned group = number_of(text.substr(equals + 1));
+    board_client_t(socket).set_trunk(group, fronts);
 }
 
 void add_run(CLI::App &app, run_options_t &options)
@@ -99,28 +101,28 @@ void add_set(CLI::App &app, const std::string &socket)
         ->required();
     speed->add_option("duplex", third, "full or half")->check(CLI::IsMember({"full", "half"}));
     speed->callback([&socket] {
+        const unsigned port = number_of(first), mbit = second == "auto" ? 0 : number_of(second);
         board_client_t board(socket);
         if (second == "auto")
-            board.clear_speed(number_of(first));
+            board.clear_speed(port);
         else
-            board.set_speed(number_of(first), number_of(second), third == "full");
+            board.set_speed(port, mbit, third == "full");
     });
 
     CLI::App *trunk = set->add_subcommand("trunk", "The members of a trunk");
     trunk->add_option("members", first, "PORTS=GROUP: 1,2=7 joins ports 1 and 2, none=7 dissolves")->required();
-    trunk->callback([&socket] {
-        board_client_t board(socket);
-        set_trunk(board, first);
-    });
+    trunk->callback([&socket] { set_trunk(socket, first); });
 
     CLI::App *mdio = set->add_subcommand("mdio-fail", "Refuse register batches");
     mdio->add_option("batches", first, "How many from now on; on: all, off: none")->required();
     mdio->callback([&socket] {
+        const bool all = first == "on" || first == "off";
+        const unsigned batches = all ? 0 : number_of(first);
         board_client_t board(socket);
-        if (first == "on" || first == "off")
+        if (all)
             board.set_mdio_fail(is_on(first));
         else
-            board.set_mdio_failures(number_of(first));
+            board.set_mdio_failures(batches);
     });
 
     CLI::App *link = set->add_subcommand("link-fail", "Leave the link monitor without an answer");
@@ -133,6 +135,12 @@ void add_set(CLI::App &app, const std::string &socket)
     unread->callback([&socket] { board_client_t(socket).set_pipes_unread(is_on(first)); });
 }
 
+int complain(const std::exception &problem, int exit_status)
+{
+    fmt::print(stderr, "lvt_board: {}\n", problem.what());
+    return exit_status;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -142,6 +150,8 @@ int main(int argc, char **argv)
 
     CLI::App app("A simulated six-port switch board", "lvt_board");
     app.require_subcommand(1);
+    app.set_version_flag("--version", PROGRAM_VERSION, "Print the version and exit");
+    app.footer("Exit status: 0 done; 1 refused; 2 the command line was not understood; 3 no board answers.");
     app.add_option("--socket", options.socket, "The board's socket")->capture_default_str();
     add_run(app, options);
     add_show(app, options.socket);
@@ -150,10 +160,15 @@ int main(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &problem) {
-        return app.exit(problem);
+        return app.exit(problem) == 0 ? EXIT_SUCCESS : EXIT_NOT_UNDERSTOOD;
+    } catch (const std::invalid_argument &problem) {
+        return complain(problem, EXIT_NOT_UNDERSTOOD);
+    } catch (const board_refusal_t &refusal) {
+        return complain(refusal, EXIT_FAILURE);
+    } catch (const board_error_t &problem) {
+        return complain(problem, EXIT_UNTOLD);
     } catch (const std::exception &problem) {
-        fmt::print(stderr, "lvt_board: {}\n", problem.what());
-        return 1;
+        return complain(problem, EXIT_FAILURE);
     }
-    return 0;
+    return EXIT_SUCCESS;
 }

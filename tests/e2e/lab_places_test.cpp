@@ -27,7 +27,7 @@ constexpr uid_t SOMEBODY = 1000;
 
 /// What is tried in each place: a port in a shell of the switch, and what the shell sees.
 constexpr char CASE[] =
-    "pwd && cat README.md && lvt_rstpctl ports --enable 3 && "
+    "pwd && cat README.md && lvt_rstpctl set port 3 --spanning-tree on >/dev/null && "
     "lvt_rstpctl expect 'port 3 is designated' --within 10 && [ ! -e /tmp/of_the_machine ]";
 
 void bind(const fs::path &folder, const fs::path &place)
@@ -149,8 +149,27 @@ TEST_F(lab_places, home_of_somebody_else)
         run("/home/somebody/clone", "true", {"setpriv", "--bounding-set=-sys_admin", "--inh-caps=-all"});
     if (outcome.output.find("- a user namespace") != std::string::npos)
         GTEST_SKIP() << "cannot run here: ordinary users have no user namespaces";
-    EXPECT_EQ(outcome.exit_code, 2);
+    EXPECT_EQ(outcome.exit_code, 3);
     EXPECT_THAT(outcome.output, HasSubstr("Permission denied\n    run it as the user who owns that folder"));
+}
+
+TEST_F(lab_places, program_that_was_not_built)
+{
+    cover("/tmp");
+    make_clone("/tmp/a clone");
+    std::ofstream("/tmp/a clone/build/release/CMakeCache.txt");
+    for (const char *name : {"lvt_board", "lvt_rstpd"}) {
+        fs::remove(fs::path("/tmp/a clone/build/release/bin") / name);
+        const lab::outcome_t outcome = run("/tmp/a clone", "true");
+        EXPECT_EQ(outcome.exit_code, 3);
+        EXPECT_THAT(outcome.output,
+                    HasSubstr(fmt::format("  - the program /tmp/a clone/build/release/bin/{0}\n"
+                                          "    cmake --build \"/tmp/a clone/build/release\" --target {0}\n",
+                                          name)));
+        copy_build("/tmp/other");
+        fs::copy(fs::path("/tmp/other/bin") / name, fs::path("/tmp/a clone/build/release/bin") / name);
+        fs::remove_all("/tmp/other");
+    }
 }
 
 TEST_F(lab_places, programs_of_several_builds)
@@ -208,7 +227,7 @@ protected:
 
     static void expect_lack(const lab::outcome_t &outcome, const std::string &words)
     {
-        EXPECT_EQ(outcome.exit_code, 2);
+        EXPECT_EQ(outcome.exit_code, 3);
         EXPECT_THAT(outcome.output, testing::EndsWith(words));
     }
 

@@ -1,4 +1,4 @@
-// The starter of a single switch: however it ends, nothing of it is left behind.
+// The starter of a single switch: what it prints can be typed, and however it ends, nothing of it is left behind.
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -7,6 +7,7 @@
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include "board/lab/privileges.h"
 #include "fixture.h"
@@ -17,6 +18,7 @@ namespace {
 using namespace e2e;
 
 const std::string SWITCH = lab::program("LVT_SWITCH", "lvt_switch");
+const std::string BOARD = lab::program("LVT_BOARD", "lvt_board");
 
 /// All processes by number, with their names, in this world of the test's own.
 std::map<std::string, std::string> processes()
@@ -47,6 +49,12 @@ std::string traces()
     return interfaces.output + std::string(std::istreambuf_iterator<char>(mounts), {});
 }
 
+std::string text_of(const fd_t &file)
+{
+    std::ifstream text(fmt::format("/proc/self/fd/{}", file.number()));
+    return {std::istreambuf_iterator<char>(text), {}};
+}
+
 class lab_end : public testing::TestWithParam<int> {};
 
 TEST_P(lab_end, leaves_nothing)
@@ -57,10 +65,7 @@ TEST_P(lab_end, leaves_nothing)
         const fd_t output(lab::checked(memfd_create("output", MFD_CLOEXEC), "memory for the output"));
         lab::process_t starter = lab::start(
             {.argv = {SWITCH, "--bridge", "1,2", "--host", "3"}, .out = output.number(), .err = output.number()});
-        const auto said = [&] {
-            std::ifstream text(fmt::format("/proc/self/fd/{}", output.number()));
-            return std::string(std::istreambuf_iterator<char>(text), {});
-        };
+        const auto said = [&] { return text_of(output); };
         ASSERT_TRUE(eventually(
             SOON, [&] { return said(); }, HasSubstr("nsenter")));
         EXPECT_EQ(count_named("lvt_rstpd"), 1u);
@@ -117,7 +122,7 @@ TEST(lab_port, takes_no_name_that_no_interface_can_have)
                            "\xc3\xa4"};
     for (const std::string name : names) {
         const lab::outcome_t outcome = lab::run({.argv = {SWITCH, "--port", "1:" + name, "--run", "true"}});
-        EXPECT_EQ(outcome.exit_code, 1) << name;
+        EXPECT_EQ(outcome.exit_code, 2) << name;
         EXPECT_EQ(outcome.output,
                   fmt::format("lvt_switch: '{}' is no name for an interface: it has 1 to 15 letters, digits or signs, "
                               "not / : % # \" ' or \\, and is not . or ..\n",
@@ -127,6 +132,94 @@ TEST(lab_port, takes_no_name_that_no_interface_can_have)
               "lvt_switch: '1:' is not N:IFNAME, as in 1:sw1p1\n");
     EXPECT_EQ(lab::run({.argv = {SWITCH, "--port", "1:fifteen-letters", "--run", "true"}}).exit_code,
               lab::in_own_user_namespace() ? 1 : 0);
+}
+
+TEST(lab_status, is_the_same_in_all_programs)
+{
+    const struct {
+        std::vector<std::string> argv;
+        int status;
+        const char *said;
+    } rows[] = {
+        {{SWITCH, "--version"}, 0, LVT_VERSION "\n"},
+        {{SWITCH, "--help"}, 0, "Exit status: 0 "},
+        {{SWITCH, "--bogus"}, 2, "not expected: --bogus"},
+        {{SWITCH, "--host", "7"}, 2, "7 not in range 1 to 6"},
+        {{SWITCH, "--bridge", "1,7", "--run", "true"}, 2, "lvt_switch: there is no port '7', only 1 to 6\n"},
+        {{SWITCH, "--host", "1", "--bridge", "1", "--run", "true"}, 2, "lvt_switch: port 1 has a cable already\n"},
+        {{SWITCH, "--run", "true", "--shell"}, 2, "--run excludes --shell"},
+        {{SWITCH, "--daemon", "/bin/false"}, 1, "the daemon ended with status 1 instead of getting ready"},
+        {{SWITCH, "--daemon", "/no/daemon"}, 3, "the program /no/daemon\n"},
+        {{"env", "PATH=/nowhere", SWITCH}, 3, "the program ping\n"},
+        {{BOARD, "--version"}, 0, LVT_VERSION "\n"},
+        {{BOARD, "--help"}, 0, "Exit status: 0 "},
+        {{BOARD}, 2, "A subcommand is required"},
+        {{BOARD, "show", "nothing"}, 2, "nothing"},
+        {{BOARD, "set", "trunk", "x=7"}, 2, ""},
+        {{BOARD, "--socket", "/no/board", "show", "ports"}, 3, "lvt_board: no board at /no/board: "},
+        {{SWITCH, "--run", BOARD + " set trunk 1=5"}, 1, "lvt_board: there is no group 5; groups are 7 to 9\n"},
+    };
+    for (const auto &row : rows) {
+        const lab::outcome_t outcome = lab::run({.argv = row.argv});
+        EXPECT_EQ(outcome.exit_code, row.status) << fmt::format("{}", fmt::join(row.argv, " "));
+        EXPECT_THAT(outcome.output, HasSubstr(row.said)) << fmt::format("{}", fmt::join(row.argv, " "));
+    }
+}
+
+/// The switch's shell, in which `script` is typed.
+lab::outcome_t in_shell(const std::string &script)
+{
+    return lab::run({.argv = {SWITCH, "--host", "3", "--number", "5", "--shell"}}, script);
+}
+
+TEST(lab_shell, has_its_prompt_the_tools_and_one_line_of_hints)
+{
+    const lab::outcome_t outcome = in_shell(
+        "command -v lvt_rstpctl lvt_board\n"
+        "complete -p lvt_rstpctl\n"
+        "pages=${MANPATH%%:*}; echo $pages; [ ! -d $pages ] || [ -s $pages/man1/lvt_rstpctl.1 -a -s "
+        "$pages/man8/lvt_switch.8 ] || exit\n"
+        "test -e $LVT_HOST_3 && echo host\n"
+        "lvt_rstpctl set port 3 --spanning-tree on && lvt_rstpctl expect port 3 is not off --within 10\n"
+        "exit 9\n");
+    EXPECT_EQ(outcome.exit_code, 9) << outcome.output;
+    for (const char *part :
+         {"\nswitch 5:", "/lvt_rstpctl\n", "/lvt_board\n", " _lvt_rstpctl lvt_rstpctl\n", "/share/man\n", "\nhost\n"})
+        EXPECT_THAT(outcome.output, HasSubstr(part));
+    EXPECT_THAT(outcome.output, HasSubstr("lvt_rstpctl rules this switch"));
+}
+
+TEST(lab_banner, can_be_typed_as_it_is_printed)
+{
+    const fd_t output(lab::checked(memfd_create("output", MFD_CLOEXEC), "memory for the output"));
+    lab::process_t starter = lab::start(
+        {.argv = {SWITCH, "--bridge", "1,2", "--host", "3"}, .out = output.number(), .err = output.number()});
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return text_of(output); }, HasSubstr("daemon.err\n\n")));
+
+    std::string enter, others;
+    std::istringstream banner(text_of(output));
+    for (std::string line; std::getline(banner, line);) {
+        if (line.starts_with("  nsenter "))
+            enter = line;
+        else if (line.starts_with("  tail -f "))
+            others += "timeout 1 " + line + " || [ $? -eq 124 ]\n";
+        else if (line.starts_with("  ") && !line.starts_with("   ") && !line.starts_with("  port "))
+            others += line + " || exit\n";
+    }
+    const std::filesystem::path machines_settings = "/etc/lvt_rstp.toml";
+    const bool has_settings = std::filesystem::exists(machines_settings);
+    const lab::outcome_t typed = lab::run({.argv = {"sh", "-ec", others + "echo typed"}});
+    EXPECT_EQ(typed.exit_code, 0) << others << typed.output;
+    for (const char *part : {"\n@rstp_port_status\n", "RSTP Initial Complete", "\ntyped\n", "\n3 "})
+        EXPECT_THAT(typed.output, HasSubstr(part)) << others;
+    EXPECT_EQ(std::filesystem::exists(machines_settings), has_settings);
+
+    const lab::outcome_t shell = lab::run({.argv = {"sh", "-c", enter + " -i"}},
+                                          "lvt_rstpctl expect port 1,2,3 is not off --within 10 && exit 6\n");
+    EXPECT_EQ(shell.exit_code, 6) << enter << shell.output;
+    EXPECT_THAT(shell.output, HasSubstr("\nswitch 1:")) << enter;
+    EXPECT_EQ(starter.stop(SOON), 0);
 }
 
 TEST(lab_run, ends_as_its_command_does)
