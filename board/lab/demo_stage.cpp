@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -67,6 +68,7 @@ stage_t::stage_t()
       cable_a_(ours_.port(3), {&a_.node(), "eth0", a_.node().mac()}),
       cable_b_(kernel_port(3), {&b_.node(), "eth0", b_.node().mac()})
 {
+    require_program(program("LVT_RSTPCTL", "lvt_rstpctl"));
     cable1_.pull();
     cable2_.pull();
     for (const char *port : {"port1", "port2", "port3"})
@@ -88,6 +90,19 @@ int stage_t::seconds() const
 {
     const auto passed = std::chrono::steady_clock::now() - began_;
     return static_cast<int>(std::chrono::round<std::chrono::seconds>(passed).count());
+}
+
+void stage_t::operate(const std::string &command)
+{
+    std::vector<std::string> argv;
+    std::istringstream words(command);
+    for (std::string word; words >> word;)
+        argv.push_back(word);
+    argv.front() = program("LVT_RSTPCTL", argv.front().c_str());
+    const outcome_t outcome = ours_.node().run({.argv = argv});
+    if (outcome.exit_code != 0)
+        throw std::runtime_error(
+            fmt::format("{} ended with {} and said:\n{}", command, outcome.exit_code, outcome.output));
 }
 
 frame_t stage_t::next_frame()

@@ -60,6 +60,10 @@ public:
     const cable_t &cable(int number) const { return number == 1 ? cable1_ : cable2_; }
     const pings_t &pings() const { return pings_; }
 
+    /// Does what an operator types at our switch: a program of ours, and words without blanks.
+    /// Throws std::runtime_error, with what it said, when it does not succeed.
+    void operate(const std::string &command);
+
     /// Waits for the daemon's next status file, one a second, and looks at everything.
     /// Throws std::runtime_error when it does not come.
     frame_t next_frame();

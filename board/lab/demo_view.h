@@ -1,4 +1,5 @@
-/// What the demo puts on the screen: acts, one row a second, checks and the summary.
+/// What the demo puts on the screen: acts, one row a second, checks and the summary. All of it fits the
+/// terminal, from 60 columns on; the rows tell less where there is less room.
 #pragma once
 
 #include <map>
@@ -9,9 +10,12 @@
 
 namespace lab {
 
+struct layout_t;
+
 class demo_view_t {
 public:
-    explicit demo_view_t(const std::string &introduction);
+    /// Says what is to be seen.
+    demo_view_t(const std::string &title, const std::string &drawing, const std::string &legend);
 
     /// Begins an act: its name, and what will happen and why.
     void act(const std::string &name, const std::string &story);
@@ -19,8 +23,8 @@ public:
     /// One table row, after a line about what changed on the kernel bridge's side.
     void row(const frame_t &frame);
 
-    /// Something that the demo does.
-    void event(const std::string &text) const;
+    /// Something that happens, or that the demo does, and where.
+    void event(int second, const std::string &place, const std::string &text) const;
 
     /// Notes a result for the summary and shows it.
     void check(bool good, const std::string &statement);
@@ -35,6 +39,7 @@ private:
     std::string paint(const char *colour, const std::string &text) const;
     std::string port_cell(const port_status_t &port) const;
     std::string state_cell(int state) const;
+    void show_header();
     void show_result(bool good, const std::string &statement) const;
 
     struct result_t {
@@ -44,6 +49,7 @@ private:
 
     bool colourful_;
     int act_ = 0;
+    const layout_t *layout_ = nullptr;                 ///< of the table's last header
     std::map<std::string, std::string> kernel_states_; ///< as last shown, by interface
     std::string kernel_root_;                          ///< as last shown
     std::vector<result_t> results_;

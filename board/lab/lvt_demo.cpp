@@ -11,31 +11,46 @@
 #include "board/lab/within.h"
 #include "board/lab/world.h"
 #include "tools/about.h"
-#include "tools/messages.h"
+#include "tools/printable.h"
 
 namespace {
 
 using namespace lab;
 using std::chrono::steady_clock;
 
-constexpr char INTRODUCTION[] =
-    R"(A switch with a rapid spanning tree daemon (RSTP) meets a Linux kernel bridge (STP).
+constexpr char HELP[] =
+    R"(lvt_demo: a simulated switch with the spanning tree daemon cuts a loop with a Linux kernel bridge,
+survives pulled cables and becomes the root. It takes about a minute, asks nothing, and fits the
+terminal, from 60 columns on. Ctrl-C ends it; whatever way it ends, nothing is left behind.
 
-     host A                                                      host B
-       |                                                           |
-    port 3                                                       port3
-  +------------+                                            +--------------+
-  |            | port 1  ========== cable 1 ==========  port1 |              |
-  | our switch |                                            | Linux kernel |
-  |   (RSTP)   |                                            | bridge (STP) |
-  |            | port 2  ========== cable 2 ==========  port2 |              |
-  +------------+                                            +--------------+
+Options:
+  -h,--help    Print this and exit
+  --version    Print the version and exit
 
-In the tables out/in counts the BPDUs that a port has sent and received, and the last column tells
-whether host B has answered host A's pings in that second. A line with an asterisk tells what is
-done, or what the kernel bridge says of itself.)";
+Exit status: 0 all that was seen was right; 1 something was not; 2 the command line was not
+understood; 3 this machine cannot run it, and why.)";
 
-constexpr int ORDINARY_PRIORITY = 32768;
+constexpr char FAREWELL[] = "\nEnded early. Nothing of the demo is left behind.";
+
+constexpr char TITLE[] = "A switch with a rapid spanning tree daemon (RSTP) meets a Linux kernel bridge (STP).";
+
+constexpr char DRAWING[] = R"(
+  host A                                      host B
+    |                                           |
+  port 3                                      port3
+ +--------+                               +--------------+
+ | our    | port 1 === cable 1 === port1  | Linux kernel |
+ | switch |                               | bridge       |
+ | (RSTP) | port 2 === cable 2 === port2  | (STP)        |
+ +--------+                               +--------------+
+)";
+
+constexpr char LEGEND[] =
+    "A line a second tells what our switch reports; out/in, where there is room for it, counts the BPDUs that a port "
+    "has sent and received. The last column tells whether host B has answered host A's pings in that second. A line "
+    "with an asterisk tells what is done and where, or what the kernel bridge says of itself. All this happens while "
+    "you look on: the seconds vary from run to run and from machine to machine.";
+
 constexpr int BEST_PRIORITY = 4096;
 
 constexpr int FRAMES_TO_HOLD = 3; // a state counts when it lasts
@@ -82,15 +97,13 @@ private:
     void cut_the_loop()
     {
         view_.act("The loop is cut",
-                  "Two cables between two bridges are a loop, in which a broadcast would circle for ever. "
-                  "Spanning\n"
-                  "tree is enabled on our ports 1 to 3, and both cables are plugged in. The kernel bridge has the\n"
-                  "better priority, so it becomes the root, and our switch blocks its end of the second cable. "
-                  "The\n"
-                  "kernel bridge speaks only the older STP: our ports fall back to that after 3 seconds, and the\n"
+                  "Two cables between two bridges are a loop, in which a broadcast would circle for ever. Spanning "
+                  "tree is enabled on our ports 1 to 3, and both cables are plugged in. The kernel bridge has the "
+                  "better priority, so it becomes the root, and our switch blocks its end of the second cable. The "
+                  "kernel bridge speaks only the older STP: our ports fall back to that after 3 seconds, and the "
                   "kernel's own ports wait for two forward delays of 4 seconds before they forward.");
-        enable_ports();
-        set_bridge(ORDINARY_PRIORITY);
+        set("port 1-3 --spanning-tree on");
+        set(fmt::format("bridge --max-age {} --hello {} --forward-delay {}", MAX_AGE, HELLO_TIME, FORWARD_DELAY));
         plug(1);
         plug(2);
         const bool cut = watch([](const frame_t &f) { return loop_is_cut_here(f) && f.replies > 0; });
@@ -108,10 +121,8 @@ private:
     void lose_the_root_port()
     {
         view_.act("The way to the root breaks",
-                  "Cable 1 is pulled. Our switch knows another way to the root already, so its alternate "
-                  "port takes\n"
-                  "over at once, without a forward delay, although the neighbour speaks STP. Then cable 1 "
-                  "comes back\n"
+                  "Cable 1 is pulled. Our switch knows another way to the root already, so its alternate port takes "
+                  "over at once, without a forward delay, although the neighbour speaks STP. Then cable 1 comes back "
                   "and is used again, but the kernel's end of it takes its two forward delays.");
         const size_t answers = stage_.pings().answered();
         pull(1);
@@ -132,11 +143,10 @@ private:
     void become_the_root()
     {
         view_.act("Our bridge becomes the root",
-                  "Our switch gets the better priority. New settings make its ports try RSTP again, which the "
-                  "kernel\n"
-                  "bridge ignores; after 3 seconds they speak STP, and it learns who is the root. As the root our\n"
+                  "Our switch gets the better priority. New settings make its ports try RSTP again, which the kernel "
+                  "bridge ignores; after 3 seconds they speak STP, and it learns who is the root. As the root our "
                   "switch opens both its ports, and it is up to the kernel bridge to block its end of one cable.");
-        set_bridge(BEST_PRIORITY);
+        set(fmt::format("bridge --priority {}", BEST_PRIORITY));
         const bool cut =
             watch([](const frame_t &f) { return f.ours.is_root() && loop_is_cut_there(f) && f.replies > 0; });
 
@@ -151,7 +161,7 @@ private:
         const int lost = last_.kernel_forwards(1) ? 1 : 2;
         const int other = 3 - lost;
         view_.act("The open cable breaks",
-                  fmt::format("Cable {} is pulled, the one that carries the traffic. Now the kernel bridge has\n"
+                  fmt::format("Cable {} is pulled, the one that carries the traffic. Now the kernel bridge has "
                               "to open its end of cable {}. With STP that takes two forward delays.",
                               lost, other));
         const size_t answers = stage_.pings().answered();
@@ -168,37 +178,24 @@ private:
                                 silence, ALLOWED));
     }
 
-    void enable_ports()
+    /// Stores settings and puts them in force, as an operator of our switch does.
+    void set(const std::string &words)
     {
-        port_configs_t ports = default_port_configs();
-        for (const size_t port : {1, 2, 3})
-            ports[port].adminEnable = 1;
-        stage_.ours().send(port_config_message(ports));
-        view_.event("lvt_rstpctl ports --enable 1,2,3");
-    }
-
-    void set_bridge(int priority)
-    {
-        stage_.ours().send(system_config_message({.bridge_priority = static_cast<uint16_t>(priority),
-                                                  .max_age = MAX_AGE,
-                                                  .hello_time = HELLO_TIME,
-                                                  .forward_delay = FORWARD_DELAY,
-                                                  .force_version = 2,
-                                                  .reserved = 0}));
-        view_.event(fmt::format("lvt_rstpctl bridge --priority {} --max-age {} --hello {} --forward-delay {}", priority,
-                                MAX_AGE, HELLO_TIME, FORWARD_DELAY));
+        const std::string command = "lvt_rstpctl set " + words;
+        view_.event(stage_.seconds(), "our switch", command);
+        stage_.operate(command);
     }
 
     void pull(int cable)
     {
         stage_.cable(cable).pull();
-        view_.event(fmt::format("cable {} is pulled", cable));
+        view_.event(stage_.seconds(), fmt::format("cable {}", cable), "pulled");
     }
 
     void plug(int cable)
     {
         stage_.cable(cable).plug();
-        view_.event(fmt::format("cable {} is plugged in", cable));
+        view_.event(stage_.seconds(), fmt::format("cable {}", cable), "plugged in");
     }
 
     unsigned chip_state(unsigned port) { return stage_.ours().client().port(port).state; }
@@ -217,17 +214,23 @@ private:
         return held == FRAMES_TO_HOLD;
     }
 
-    demo_view_t view_{INTRODUCTION};
+    demo_view_t view_{TITLE, DRAWING, LEGEND}; // before the stage is set, which takes a moment
     stage_t stage_;
     frame_t last_ = {};
 };
 
 } // namespace
 
-int main(int, char **argv)
+int main(int argc, char **argv)
 {
+    if (told_about(argc, argv, HELP))
+        return EXIT_SUCCESS;
+    if (argc > 1) {
+        fmt::print(stderr, "lvt_demo does not know '{}'; --help tells what it knows\n", printable(argv[1]));
+        return EXIT_NOT_UNDERSTOOD;
+    }
     try {
-        enter_world(argv);
+        enter_world(argv, FAREWELL);
         return demo_t().play() ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const cannot_run_t &reason) {
         fmt::print(stderr, "{}", reason.what());

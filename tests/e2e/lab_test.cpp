@@ -1,4 +1,5 @@
-// The starter of a single switch: what it prints can be typed, and however it ends, nothing of it is left behind.
+// The starter of a single switch and the demo: what they print fits and can be typed, and however they end,
+// nothing of them is left behind.
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -6,6 +7,9 @@
 
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -19,6 +23,7 @@ using namespace e2e;
 
 const std::string SWITCH = lab::program("LVT_SWITCH", "lvt_switch");
 const std::string BOARD = lab::program("LVT_BOARD", "lvt_board");
+const std::string DEMO = lab::program("LVT_DEMO", "lvt_demo");
 
 /// All processes by number, with their names, in this world of the test's own.
 std::map<std::string, std::string> processes()
@@ -158,6 +163,10 @@ TEST(lab_status, is_the_same_in_all_programs)
         {{BOARD, "set", "trunk", "x=7"}, 2, ""},
         {{BOARD, "--socket", "/no/board", "show", "ports"}, 3, "lvt_board: no board at /no/board: "},
         {{SWITCH, "--run", BOARD + " set trunk 1=5"}, 1, "lvt_board: there is no group 5; groups are 7 to 9\n"},
+        {{DEMO, "--version"}, 0, LVT_VERSION "\n"},
+        {{DEMO, "--help"}, 0, "Exit status: 0 "},
+        {{DEMO, "--bogus"}, 2, "lvt_demo does not know '--bogus'"},
+        {{"env", "PATH=/nowhere", DEMO}, 3, "the program ping\n"},
     };
     for (const auto &row : rows) {
         const lab::outcome_t outcome = lab::run({.argv = row.argv});
@@ -221,6 +230,52 @@ TEST(lab_banner, can_be_typed_as_it_is_printed)
     EXPECT_THAT(shell.output, HasSubstr("\nswitch 1:")) << enter;
     EXPECT_EQ(starter.stop(SOON), 0);
 }
+
+class lab_demo : public testing::TestWithParam<int> {};
+
+TEST_P(lab_demo, fits_its_terminal_and_leaves_nothing_when_it_is_ended_early)
+{
+    const auto processes_before = processes();
+    const std::string traces_before = traces();
+    const unsigned short width = static_cast<unsigned short>(GetParam());
+    const winsize size = {100, width, 0, 0};
+    int ends[2];
+    lab::checked(openpty(&ends[0], &ends[1], nullptr, nullptr, &size), "a terminal");
+    const fd_t terminal(ends[0]), slave(ends[1]);
+    fcntl(terminal.number(), F_SETFL, O_NONBLOCK);
+    std::string said;
+    const auto listen = [&] {
+        char octets[4096];
+        for (ssize_t got; (got = read(terminal.number(), octets, sizeof octets)) > 0;)
+            said.append(octets, static_cast<size_t>(got));
+        return said;
+    };
+    lab::process_t demo =
+        lab::start({.argv = {DEMO}, .environment = {"NO_COLOR=1"}, .out = slave.number(), .err = slave.number()});
+    ASSERT_TRUE(eventually(30s, listen, testing::ContainsRegex("\n +3s (ours|kernel) "))) << said;
+    demo.signal(SIGINT);
+    ASSERT_TRUE(eventually(
+        SOON, [&] { return demo.exit_code(); }, 128 + SIGINT));
+    EXPECT_TRUE(eventually(SOON, listen, testing::EndsWith("\nEnded early. Nothing of the demo is left behind.\r\n")));
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return processes(); }, processes_before));
+    EXPECT_EQ(traces(), traces_before);
+
+    EXPECT_THAT(said, HasSubstr(" vary from run to run "));
+    EXPECT_THAT(said, HasSubstr("s * our switch: lvt_rstpctl set port 1-3 "));
+    EXPECT_THAT(said, HasSubstr("s * cable 1: plugged in\r\n"));
+    int second = 0;
+    std::istringstream lines(said);
+    for (std::string line; std::getline(lines, line);) {
+        line.erase(line.find_last_not_of('\r') + 1);
+        EXPECT_LE(line.size(), width) << line;
+        if (line.find("s ours ") == 3 || line.find("s kernel ") == 3) {
+            EXPECT_EQ(std::stoi(line), ++second) << line;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(at, lab_demo, testing::Values(60, 80, 120, 200), testing::PrintToStringParamName());
 
 TEST(lab_run, ends_as_its_command_does)
 {
