@@ -63,7 +63,9 @@ std::string program(const char *variable, const char *name)
 {
     if (const char *path = getenv(variable); path != nullptr && *path != '\0')
         return path;
-    return own_program().replace_filename(name);
+    const std::filesystem::path beside = own_program().replace_filename(name);
+    const std::filesystem::path installed = beside.parent_path().parent_path() / "sbin" / name;
+    return std::filesystem::exists(beside) || !std::filesystem::exists(installed) ? beside : installed;
 }
 
 void require_program(const std::filesystem::path &path)
