@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -39,6 +38,23 @@ std::map<fs::path, fd_t> entries(const fs::path &tmp, const std::vector<fs::path
             found.emplace(entry, std::move(fd));
     }
     return found;
+}
+
+/// Copies what may be read of a folder.
+void copy_readable(const fs::path &from, const fs::path &to)
+{
+    std::error_code refused;
+    for (const auto &entry : fs::directory_iterator(from, fs::directory_options::skip_permission_denied, refused)) {
+        const fs::path copy = to / entry.path().filename();
+        if (entry.is_symlink(refused)) {
+            fs::copy_symlink(entry.path(), copy, refused);
+        } else if (entry.is_directory(refused)) {
+            fs::create_directory(copy, refused);
+            copy_readable(entry.path(), copy);
+        } else if (entry.is_regular_file(refused)) {
+            fs::copy_file(entry.path(), copy, refused);
+        }
+    }
 }
 
 } // namespace
@@ -80,12 +96,9 @@ void make_etc()
     checked(umount("/tmp"), "/tmp");
     if (done)
         return;
-    // The machine's own is for the machine.
-    checked(mount("/etc", "/etc", nullptr, MS_BIND | MS_REC, nullptr), "/etc on itself");
-    struct statvfs etc = {};
-    checked(statvfs("/etc", &etc), "/etc");
-    const unsigned long kept = etc.f_flag & (ST_NOSUID | ST_NODEV | ST_NOEXEC); // those may be locked
-    checked(mount(nullptr, "/etc", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY | kept, nullptr), "/etc read-only");
+    const fd_t machines = folder("/etc");
+    checked(mount("tmpfs", "/etc", "tmpfs", MS_NOSUID | MS_NODEV, "mode=755"), "tmpfs on /etc");
+    copy_readable(fmt::format("/proc/thread-self/fd/{}", machines.number()), "/etc");
 }
 
 void make_tmp(const std::vector<fs::path> &programs)

@@ -16,7 +16,7 @@ void make_mounts_private();
 void ensure_proc();
 
 /// Gives the thread's mount namespace an /etc of its own, which starts as the machine's. Where no
-/// overlay is allowed, as in some containers, nothing can be stored there. Throws std::system_error.
+/// overlay is allowed, as in some containers, it is a copy of what may be read. Throws std::system_error.
 void make_etc();
 
 /// Gives the thread's mount namespace a /tmp of its own. What is needed of the machine's stays where it

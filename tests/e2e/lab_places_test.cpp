@@ -153,6 +153,27 @@ TEST_F(lab_places, home_of_somebody_else)
     EXPECT_THAT(outcome.output, HasSubstr("Permission denied\n    run it as the user who owns that folder"));
 }
 
+TEST_F(lab_places, etc_where_no_overlay_is_allowed)
+{
+    cover("/home");
+    make_clone("/home/clone");
+    for (const char *folder : {"/home/upper", "/home/work", "/home/upper2", "/home/work2"})
+        fs::create_directory(folder);
+    // The kernel allows two, one on the other.
+    int overlays = 0;
+    for (const char *folders : {"lowerdir=/etc,upperdir=/home/upper,workdir=/home/work",
+                                "lowerdir=/etc,upperdir=/home/upper2,workdir=/home/work2"})
+        overlays += mount("overlay", "/etc", "overlay", 0, folders) == 0;
+    const lab::outcome_t outcome =
+        run("/home/clone",
+            "cmp /etc/passwd /proc/1/root/etc/passwd && lvt_rstpctl set port 3 --edge off >/dev/null && "
+            "grep edge /etc/lvt_rstp.toml && grep ' /etc ' /proc/mounts | tail -n 1");
+    for (; overlays > 0; overlays--)
+        umount2("/etc", MNT_DETACH);
+    EXPECT_THAT(outcome.output, testing::ContainsRegex("^edge = false\ntmpfs /etc tmpfs "));
+    EXPECT_FALSE(fs::exists("/etc/lvt_rstp.toml"));
+}
+
 TEST_F(lab_places, program_that_was_not_built)
 {
     cover("/tmp");
