@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "platform/messages.h"
+#include "tools/messages.h"
 #include "fixture.h"
 
 namespace {
@@ -103,7 +104,7 @@ TEST_F(ctl, apply_puts_the_file_in_force)
                  "[port.2]\nspanning_tree = true\npath_cost = 77\npriority = 16\nedge = false\n"
                  "point_to_point = false\nlacp = true\n"
                  "[groups]\nspanning_tree = true\npath_cost = 99\n7 = [5, 6]\n");
-    EXPECT_EQ(done(device, "apply /tmp/switch.toml"), "");
+    EXPECT_THAT(done(device, "apply /tmp/switch.toml"), testing::StartsWith("applied /tmp/switch.toml: "));
     EXPECT_THAT(ask(device, "debug show system_config"), testing::HasSubstr("       8192        20            1"));
     const std::string ports = ask(device, "debug show port_config");
     EXPECT_THAT(ports, testing::HasSubstr("Aggr          99         128        1      1     2\n"));
@@ -187,11 +188,20 @@ TEST_F(ctl, who_hears_and_who_does_not)
     EXPECT_TRUE(is_so(leaf, "port 1 hears"));
     EXPECT_THAT(done(leaf, "show ports --watch --for 4"), testing::Not(testing::HasSubstr("deaf")));
 
-    // Port 2 goes off by a single message, and the trap with it.
-    done(leaf, "ports --enable 1 --edge 1=off");
+    // A single message turns port 2 off, the last one that changes, and the trap with it.
+    port_configs_t ports = default_port_configs();
+    ports[1].adminEnable = 1;
+    ports[1].adminEdge = 0;
+    const std::vector<uint8_t> message = port_config_message(ports);
+    const fd_t pipe(open(leaf.node().path(RSTP_IF_PIPE).c_str(), O_WRONLY | O_CLOEXEC));
+    ASSERT_EQ(write(pipe.number(), message.data(), message.size()), static_cast<ssize_t>(message.size()));
     ASSERT_TRUE(is_so(leaf, "root is this bridge"));
     EXPECT_EQ(run(leaf, "expect port 1 hears --within 3").exit_code, 1);
     EXPECT_THAT(done(leaf, "show ports --watch --for 4"), testing::HasSubstr("nobody is heard, no BPDU for "));
+
+    // The tool itself would not have done it.
+    done(leaf, "send ports --enable 1 --edge 1=off");
+    EXPECT_TRUE(is_so(leaf, "port 1 hears"));
 }
 
 TEST_F(ctl, debug_shows_what_comes_on_a_simulated_console)
@@ -236,7 +246,7 @@ TEST_F(ctl, the_stored_file_is_the_switchs_own)
     done(device, "set bridge --priority 4096 --force");
     done(device, "check");
     ask(device, "debug show system_config");
-    done(device, "bridge --priority 8192");
+    done(device, "send bridge --priority 8192");
     EXPECT_TRUE(status_within(device, SOON, [](const auto &status) { return status.bridge.prio == 8192; }));
     done(device, "apply");
     EXPECT_TRUE(status_within(device, SOON, [](const auto &status) { return status.bridge.prio == 4096; }));
@@ -286,9 +296,9 @@ TEST_F(ctl, set_from_outside_stores_in_the_switch)
 TEST_F(ctl, set_opens_no_loop_that_single_messages_have_cut)
 {
     lab::switch_t &root = start_switch(), &leaf = start_switch();
-    done(root, "bridge --priority 4096");
-    done(root, "ports --enable 1,2 --edge 1=off --edge 2=off");
-    done(leaf, "ports --enable 1,2 --edge 1=off --edge 2=off");
+    done(root, "send bridge --priority 4096");
+    done(root, "send ports --enable 1,2 --edge 1=off --edge 2=off");
+    done(leaf, "send ports --enable 1,2 --edge 1=off --edge 2=off");
     connect(root, leaf, 1);
     connect(root, leaf, 2);
     ASSERT_TRUE(is_so(leaf, "port 2 is alternate"));
@@ -355,16 +365,16 @@ TEST_F(ctl, injected_messages_are_heard)
 
     done(device, "inject groups 9=5,6");
     EXPECT_TRUE(is_so(device, "port 5-6 is member"));
-    done(device, "inject link");
+    done(device, "inject link all=down");
     EXPECT_THAT(ask(device, "debug show port_status"), testing::HasSubstr("   5      0       0     0\n"));
 }
 
 TEST_F(ctl, a_message_of_each_kind_is_obeyed)
 {
     lab::switch_t &device = start_switch();
-    done(device, "bridge --priority 4096 --max-age 6 --hello 1 --forward-delay 4");
-    done(device, "ports --enable 5,6 --cost 6=2000000");
-    done(device, "aggr-config --enable --cost 10000");
+    done(device, "send bridge --priority 4096 --max-age 6 --hello 1 --forward-delay 4");
+    done(device, "send ports --enable 5,6 --cost 6=2000000");
+    done(device, "send aggr-config --enable --cost 10000");
     EXPECT_THAT(ask(device, "debug show system_config"),
                 testing::HasSubstr("       4096         6            1           4           2\n"));
     EXPECT_THAT(ask(device, "debug show port_config"),
@@ -373,8 +383,8 @@ TEST_F(ctl, a_message_of_each_kind_is_obeyed)
                                                   "   5           0         128        1      1     2\n"
                                                   "   6     2000000         128        1      1     2\n")));
 
-    done(device, "groups 7=5,6");
-    done(device, "lacp --enable 1,2");
+    done(device, "send groups 7=5,6");
+    done(device, "send lacp --enable 1,2");
     EXPECT_THAT(ask(device, "debug show rstp_aggr_status"), testing::HasSubstr("   5         7\n   6         7\n"));
     EXPECT_THAT(ask(device, "debug show lacp_port_config"),
                 testing::HasSubstr("   0           1\n   1           1\n   2           0\n"));
@@ -400,14 +410,38 @@ TEST_F(ctl, apply_leaves_the_trap_armed)
     EXPECT_FALSE(is_trapped());
 }
 
+TEST_F(ctl, send_leaves_the_trap_armed)
+{
+    lab::switch_t &root = start_switch(), &leaf = start_switch();
+    apply(root, FAST_ROOT);
+    connect(root, leaf, 1);
+    connect(root, leaf, 2);
+    done(leaf, "send bridge --max-age 6 --hello 1 --forward-delay 4");
+    done(leaf, "send ports --enable 1-3 --edge 1-2=off");
+    ASSERT_TRUE(is_so(leaf, "port 2 is alternate"));
+    // Port 3 was the last that changed; now it goes off.
+    done(leaf, "send ports --enable 1,2 --edge 1-2=off");
+    EXPECT_TRUE(leaf.client().is_trapped("01:80:c2:00:00:00"));
+    const uint32_t heard = leaf.status()->port(1).received.rstp;
+    EXPECT_TRUE(
+        status_within(leaf, SOON, [&](const auto &status) { return status.port(1).received.rstp > heard + 2; }));
+    EXPECT_TRUE(is_so(leaf, "port 2 is alternate"));
+
+    // Nouns look.
+    done(leaf, "ports");
+    done(leaf, "bridge");
+    ASSERT_TRUE(ticks(leaf, 2));
+    EXPECT_TRUE(is_so(leaf, "port 1,2 is not off"));
+}
+
 TEST_F(ctl, what_the_daemon_says_is_explained_and_heard_elsewhere)
 {
     if (lab::find_program("tshark").empty())
         GTEST_SKIP() << "cannot run here: there is no tshark";
     lab::switch_t &speaker = start_switch(), &listener = start_switch();
-    done(speaker, "bridge --priority 4096");
-    done(speaker, "ports --enable 5");
-    done(speaker, "lacp --enable 5");
+    done(speaker, "send bridge --priority 4096");
+    done(speaker, "send ports --enable 5");
+    done(speaker, "send lacp --enable 5");
     done(speaker, "inject link 5=up");
     const lab::outcome_t captured = speaker.node().run(
         {.argv = {"timeout", "20", "tshark", "-q", "-i", "cpu0", "-c", "2", "-F", "pcap", "-w", "/tmp/bpdus.pcap"}});
@@ -425,7 +459,7 @@ TEST_F(ctl, what_the_daemon_says_is_explained_and_heard_elsewhere)
     EXPECT_THAT(kinds, testing::HasSubstr(", forwarding"));
 
     std::filesystem::copy_file(speaker.node().path("/tmp/bpdus.pcap"), listener.node().path("/tmp/bpdus.pcap"));
-    done(listener, "ports --enable 3");
+    done(listener, "send ports --enable 3");
     done(listener, "inject link 3=up");
     done(listener, "inject bpdu 3 --capture /tmp/bpdus.pcap");
     EXPECT_TRUE(is_so(listener, "root is " + root));
@@ -435,7 +469,7 @@ TEST_F(ctl, what_the_daemon_says_is_explained_and_heard_elsewhere)
 TEST_F(ctl, parts_of_a_report)
 {
     lab::switch_t &device = start_switch();
-    done(device, "ports --enable 5");
+    done(device, "send ports --enable 5");
     done(device, "inject link 5=up");
     ASSERT_TRUE(is_so(device, "port 5 is designated"));
     done(device, "inject bpdu 5 --root-id 4096/02:00:00:00:99:00");
@@ -455,7 +489,7 @@ TEST_F(ctl, parts_of_a_report)
 TEST_F(ctl, what_watches_goes_on_until_it_is_interrupted)
 {
     lab::switch_t &device = start_switch();
-    done(device, "ports --enable 5");
+    done(device, "send ports --enable 5");
     ASSERT_TRUE(is_so(device, "port 5 is disabled"));
     const auto start_tool = [&](const std::string &arguments) {
         return device.node().start({.argv = {"sh", "-c", fmt::format("exec {} {}", TOOL_WORD, arguments)}});
@@ -534,7 +568,7 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
             testing::FieldsAre(status, HasSubstr(words)));
     };
     const auto told = [&](const std::string &arguments, const std::string &words,
-                          std::chrono::milliseconds patience = 0ms) { return ends(1, arguments, words, patience); };
+                          std::chrono::milliseconds patience = 0ms) { return ends(3, arguments, words, patience); };
 
     device.daemon().signal(SIGSTOP);
     EXPECT_TRUE(ends(3, "show", "so it has ended or hangs", SOON));
@@ -542,7 +576,7 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
     EXPECT_TRUE(ends(3, "expect root is this bridge", "so it has ended or hangs"));
     write_config(device, "");
     for (const char *command : {"apply /tmp/switch.toml", "set bridge --priority 0 --force --file /tmp/switch.toml",
-                                "debug show bridge_status", "bridge", "inject bpdu 1"})
+                                "debug show bridge_status", "send bridge --priority 0", "inject bpdu 1"})
         EXPECT_TRUE(told(command, "sent, but /tmp/rstp_monitor is ")) << command;
     EXPECT_TRUE(told("set bridge --priority 4096 --file /tmp/switch.toml", "it cannot be told what is on now: "));
 
@@ -551,16 +585,17 @@ TEST_F(ctl, a_daemon_that_hangs_or_is_no_more)
     const std::vector<uint8_t> filling(4096);
     while (write(pipe.number(), filling.data(), filling.size()) > 0) {
     }
-    EXPECT_TRUE(told("lacp",
+    EXPECT_TRUE(told("send lacp --enable none",
                      "/tmp/rstp_if_pipe is full: the daemon hangs or is stopped. Look at what it printed last, and "
                      "start it again."));
 
     device.daemon().signal(SIGKILL);
     EXPECT_EQ(device.daemon().wait(), 128 + SIGKILL);
-    EXPECT_TRUE(told("lacp", "no reader on /tmp/rstp_if_pipe: is the daemon running? Start it.", SOON));
-    device.board().stop();
     EXPECT_TRUE(
-        told("lacp", "no pipe at /tmp/rstp_if_pipe: is the daemon's board running? Start it, and then the daemon."));
+        told("send lacp --enable none", "no reader on /tmp/rstp_if_pipe: is the daemon running? Start it.", SOON));
+    device.board().stop();
+    EXPECT_TRUE(told("send lacp --enable none",
+                     "no pipe at /tmp/rstp_if_pipe: is the daemon's board running? Start it, and then the daemon."));
 }
 
 } // namespace

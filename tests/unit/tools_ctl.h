@@ -1,6 +1,7 @@
 /// Running lvt_rstpctl, as a program, on a board's file system that a test prepares.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
@@ -193,13 +194,27 @@ struct ctl : testing::Test {
         return result;
     }
 
-    /// Runs a command that must be silent and send exactly `frame`.
+    /// Runs a command that must send exactly `frame` and say so in one line.
     void expect_sends(const std::string &arguments, const std::vector<uint8_t> &frame)
     {
         const run_t result = run_on_board(arguments);
         EXPECT_EQ(result.status, 0) << arguments;
-        EXPECT_EQ(result.output, "") << arguments;
+        EXPECT_TRUE(is_one_line(result.output, {"sent: ", "applied ", "set in "})) << arguments << "\n"
+                                                                                   << result.output;
         EXPECT_EQ(control.read_all(), frame) << arguments;
+    }
+    /// The same, and the line is "sent: `words`".
+    void expect_sends(const std::string &arguments, const std::vector<uint8_t> &frame, const std::string &words)
+    {
+        expect_says(arguments, "sent: " + words + "\n");
+        EXPECT_EQ(control.read_all(), frame) << arguments;
+    }
+
+    static bool is_one_line(const std::string &text, const std::vector<std::string> &beginnings)
+    {
+        return text.find('\n') == text.size() - 1 && std::ranges::any_of(beginnings, [&](const std::string &beginning) {
+                   return text.starts_with(beginning);
+               });
     }
 
     /// Runs a command that must send nothing and say `text`.

@@ -181,7 +181,8 @@ TEST(docs, the_man_page_has_every_command)
     const std::string page = text_of(LVT_DOCS "/man/lvt_rstpctl.1.scd");
     for (const std::string &command : names_in_help(""))
         EXPECT_NE(page.find("*" + command), std::string::npos) << command;
-    for (const char *command : {"show", "monitor", "expect", "set bridge", "set port", "decode"})
+    for (const char *command : {"show", "monitor", "expect", "apply", "set bridge", "set port", "send bridge",
+                                "send ports", "send aggr-config", "send lacp", "decode"})
         for (const std::string &option : names_in_help(command))
             EXPECT_NE(page.find("*" + option + "*"), std::string::npos) << command << " " << option;
 }
@@ -190,6 +191,7 @@ TEST(docs, completion_knows_commands_and_options)
 {
     EXPECT_EQ(completions("mo"), "monitor");
     EXPECT_EQ(completions("set p"), "port");
+    EXPECT_EQ(completions("send l"), "lacp");
     EXPECT_EQ(completions("show st"), "statistics");
     EXPECT_EQ(completions("set port --spanning"), "--spanning-tree");
     EXPECT_EQ(completions("--root /tmp show --wa"), "--watch");
@@ -205,13 +207,13 @@ TEST(docs, completion_knows_values)
     EXPECT_EQ(completions("set port 1 --p2p a"), "auto");
     EXPECT_EQ(completions("inject bpdu 1 --type r"), "rst");
     EXPECT_EQ(completions("decode --as f"), "frame");
-    EXPECT_EQ(completions("ports --enable 1,2"), "1,2");
+    EXPECT_EQ(completions("send ports --enable 1,2"), "1,2");
     // bash takes "=" for a word of its own.
-    EXPECT_EQ(completions("ports --edge 3"), "3=");
-    EXPECT_EQ(completions("ports --edge 3 = of"), "off");
-    EXPECT_EQ(completions("ports --edge 3 = off --p2p 4 ="), "on off auto");
-    EXPECT_EQ(completions("ports --edge 3 = off --cos"), "--cost");
-    EXPECT_EQ(completions("ports --priority 6 = 1"), "");
+    EXPECT_EQ(completions("send ports --edge 3"), "3=");
+    EXPECT_EQ(completions("send ports --edge 3 = of"), "off");
+    EXPECT_EQ(completions("send ports --edge 3 = off --p2p 4 ="), "on off auto");
+    EXPECT_EQ(completions("send ports --edge 3 = off --cos"), "--cost");
+    EXPECT_EQ(completions("send ports --priority 6 = 1"), "");
     EXPECT_EQ(completions("set port 1 --edge = of"), "off");
     EXPECT_EQ(completions("set port 1 --edge = off --p2p a"), "auto");
     EXPECT_EQ(completions("set --file = x.toml po"), "port");
@@ -222,7 +224,7 @@ TEST(docs, completion_knows_values)
     EXPECT_EQ(completions("expect port 1-3 f"), "forwards");
     EXPECT_EQ(completions("expect --within 30 port 1 is not d"), "designated disabled discarding down");
     EXPECT_EQ(completions("debug show rstp_s"), "rstp_statistics rstp_stp_state");
-    EXPECT_EQ(completions("aggr-config --enable --cos"), "--cost");
+    EXPECT_EQ(completions("send aggr-config --enable --cos"), "--cost");
 }
 
 TEST(docs, examples_of_messages_are_right)

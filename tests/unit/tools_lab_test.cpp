@@ -23,7 +23,7 @@ class decode_command : public ctl {};
 TEST_F(inject, links_of_all_ports)
 {
     port_statuses_t ports{};
-    expect_sends("inject link", port_status_message(ports));
+    expect_sends("inject link all=down", port_status_message(ports), "link down at all ports");
     for (const size_t i : {0, 1, 2})
         ports[i] = {.ignored = 0, .link = 1, .speed = 2, .duplex = 1};
     ports[3] = {.ignored = 0, .link = 1, .speed = 1, .duplex = 0};
@@ -45,6 +45,11 @@ TEST_F(inject, a_bpdu_of_fields)
     const std::string fields = "--source 02:00:00:00:99:00 --root-id 4096/02:00:00:00:99:00 --flags proposal";
     expect_sends("inject bpdu 2 " + fields, bpdu_message(3, rst_frame()));
     expect_sends("inject bpdu 5 " + fields, bpdu_message(7, rst_frame()));
+    std::vector<uint8_t> both = bpdu_message(3, rst_frame());
+    const std::vector<uint8_t> second = bpdu_message(7, rst_frame());
+    both.insert(both.end(), second.begin(), second.end());
+    expect_sends("inject bpdu 2,5 " + fields, both,
+                 fmt::format("a frame of {} octets, as received on port 2,5", rst_frame().size()));
 
     octets_t frame = rst_frame();
     const size_t flags = offsetof(bpdu_t, flags);
@@ -97,9 +102,9 @@ TEST_F(inject, a_bpdu_of_hex)
 
 TEST_F(inject, fields_that_are_none)
 {
-    expect_usage("inject bpdu", "PORT is required");
+    expect_usage("inject bpdu", "LIST is required");
     expect_refused("inject bpdu 7", "port 7: allowed is 1 to 6");
-    expect_usage("inject bpdu x", "PORT: \"x\" is not a number");
+    expect_usage("inject bpdu x", "LIST: \"x\" is not a number");
     expect_usage("inject bpdu 1 --type mst", "--type: \"mst\" is none of rst, config, tcn");
     expect_usage("inject bpdu 1 --role king", "--role: \"king\" is none of unknown, alternate, root, designated");
     expect_usage("inject bpdu 1 --flags tc,up",

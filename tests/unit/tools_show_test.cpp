@@ -432,15 +432,15 @@ TEST_F(show, output_that_does_not_arrive)
     report(STATUS);
     const std::string full = " 3>&1 >/dev/full 2>&3 #";
     const std::string reason = "lvt_rstpctl: cannot write to standard output: No space left on device\n";
-    for (const char *arguments :
-         {"show", "show bridge --watch", "show -j --watch", "bridge --dry-run", "--help", "show --help", "--version"}) {
+    for (const char *arguments : {"show", "show bridge --watch", "show -j --watch",
+                                  "send bridge --priority 0 --dry-run", "--help", "show --help", "--version"}) {
         const run_t result = run_on_board(arguments + full);
         EXPECT_EQ(result.status, 1) << arguments;
         EXPECT_EQ(result.output, reason) << arguments;
     }
     EXPECT_EQ(run_on_board("show 3>&1 >&- 2>&3 #").output,
               "lvt_rstpctl: cannot write to standard output: Bad file descriptor\n");
-    EXPECT_EQ(run_on_board("lacp >/dev/full").status, 0); // which says nothing
+    EXPECT_EQ(run_on_board("debug >/dev/full").status, 0); // which says nothing
     const std::string changed = replaced(STATUS, "0,1,1,1,1,0", "0,1,1,1,4,0");
     EXPECT_EQ(run_through({STATUS, changed}, "monitor -j" + full).output, reason);
 }

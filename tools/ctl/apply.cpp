@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "tools/ctl/arguments.h"
 #include "tools/ctl/config_file.h"
 #include "tools/ctl/plan.h"
 #include "tools/ctl/send.h"
@@ -27,18 +28,23 @@ settings_t settings_after(const std::string &text, const std::string &path)
 void send_plan(const ctl_t &ctl, const std::vector<plan_step_t> &plan)
 {
     for (size_t i = 0; i < plan.size(); i++) {
-        if (ctl.dry_run)
+        if (ctl.dry_run && plan.size() > 1)
             fmt::print("{}{}. {}\n", i ? "\n" : "", i + 1, plan[i].reason);
         try {
             send_one_of_several(ctl, plan[i].frame);
         } catch (const refused_t &refusal) {
             if (i == 0)
                 throw;
-            throw refused_t(fmt::format("{}\nOnly {} of {} messages were sent: apply the file again.", refusal.what(),
-                                        i, plan.size()));
+            refuse_as(refusal, fmt::format("{}\nOnly {} of {} messages were sent: send them again.", refusal.what(), i,
+                                           plan.size()));
         }
     }
     demand_heard(ctl);
+}
+
+std::string spanning_tree_text(const port_configs_t &ports)
+{
+    return on_at_text("spanning tree", [&](unsigned port) { return ports[port].adminEnable != 0; });
 }
 
 std::optional<bridge_status_t> reported(const ctl_t &ctl)
@@ -47,13 +53,13 @@ std::optional<bridge_status_t> reported(const ctl_t &ctl)
     return reading ? std::optional(reading->status) : std::nullopt;
 }
 
-/// What the daemon reports; throws refused_t when that cannot be known.
+/// What the daemon reports; throws untold_t when that cannot be known.
 bridge_status_t demand_report(const ctl_t &ctl)
 {
     try {
         return read_status(ctl).status;
     } catch (const refused_t &refusal) {
-        throw refused_t(
+        throw untold_t(
             fmt::format("it cannot be told what is on now: {}\nNothing was changed or sent; --force does it "
                         "all the same.",
                         refusal.what()));
@@ -112,13 +118,19 @@ void check_config(const place_t &place, bool json)
     const std::string text = read_config_text(place);
     if (json)
         fmt::print("{}\n", faults_json(place.text(), parse_config(text).faults));
-    settings_in(text, place.text());
+    const settings_t settings = settings_in(text, place.text());
+    if (!json)
+        fmt::print("{} is in order: {}\n", printable(place.text()), spanning_tree_text(settings.ports));
 }
 
 void apply_config(const ctl_t &ctl, const place_t &place)
 {
     const settings_t settings = load_config(place);
-    send_plan(ctl, plan_of(settings, {}, reported(ctl)));
+    const std::vector<plan_step_t> plan = plan_of(settings, {}, reported(ctl));
+    send_plan(ctl, plan);
+    if (!ctl.dry_run)
+        fmt::print("applied {}: {} messages sent, {}\n", printable(place.text()), plan.size(),
+                   spanning_tree_text(settings.ports));
 }
 
 void set_in_config(const ctl_t &ctl, const place_t &place, const std::vector<edit_t> &edits, bool force)
@@ -145,10 +157,22 @@ void set_in_config(const ctl_t &ctl, const place_t &place, const std::vector<edi
             fmt::print("in {}: [{}] {} = {}\n", printable(path), edit.section, edit.key, edit.value);
     else
         save_config(place, text);
+    const std::vector<plan_step_t> plan = plan_of(settings, before, now);
     try {
-        send_plan(ctl, plan_of(settings, before, now));
+        send_plan(ctl, plan);
     } catch (const refused_t &refusal) {
-        throw refused_t(fmt::format("{}\n{} is changed all the same: apply it when the daemon takes messages.",
-                                    refusal.what(), path));
+        refuse_as(refusal, fmt::format("{}\n{} is changed all the same: apply it when the daemon takes messages.",
+                                       refusal.what(), path));
     }
+    if (!ctl.dry_run)
+        fmt::print("set in {}, and applied: {} messages sent, {}\n", printable(path), plan.size(),
+                   spanning_tree_text(settings.ports));
+}
+
+void send_ports(const ctl_t &ctl, const port_configs_t &ports, bool groups_wait)
+{
+    const std::vector<plan_step_t> plan = plan_of_ports(ports, reported(ctl), groups_wait);
+    send_plan(ctl, plan);
+    tell_sent(ctl, fmt::format("{}{}", spanning_tree_text(ports),
+                               plan.size() > 1 ? "; in two messages, so that BPDUs stay trapped" : ""));
 }

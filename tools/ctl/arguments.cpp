@@ -36,6 +36,35 @@ std::vector<unsigned> parse_ports(const std::string &option, const std::string &
     return ports;
 }
 
+std::vector<unsigned> parse_ports_or_none(const std::string &option, const std::string &text)
+{
+    return text == "none" ? std::vector<unsigned>() : parse_ports(option, text);
+}
+
+std::string ports_text(const std::vector<unsigned> &ports)
+{
+    std::string text;
+    for (size_t first = 0, last = 0; first < ports.size(); first = last + 1) {
+        for (last = first; last + 1 < ports.size() && ports[last + 1] == ports[last] + 1;)
+            last++;
+        text += fmt::format("{}{}", text.empty() ? "" : ",", ports[first]);
+        if (last > first)
+            text += fmt::format("{}{}", last == first + 1 ? "," : "-", ports[last]);
+    }
+    return text;
+}
+
+std::string on_at_text(const std::string &what, const std::function<bool(unsigned port)> &is_on, const char *yes,
+                       const char *no)
+{
+    std::vector<unsigned> on, off;
+    for (auto port = static_cast<unsigned>(FRONT_PORT.min); port <= FRONT_PORT.max; port++)
+        (is_on(port) ? on : off).push_back(port);
+    if (on.empty() || off.empty())
+        return fmt::format("{} {} at all ports", what, on.empty() ? no : yes);
+    return fmt::format("{} {} at port {}, {} at {}", what, yes, ports_text(on), no, ports_text(off));
+}
+
 assignment_t parse_assignment(const std::string &option, const std::string &text, const std::string &form)
 {
     const size_t sign = text.find('=');

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,16 @@ void demand(const setting_rule_t &rule, int64_t value);
 /// usage_t for what is no list of numbers, refused_t for a number that the rule does not allow.
 std::vector<unsigned> parse_ports(const std::string &option, const std::string &text,
                                   const setting_rule_t &rule = FRONT_PORT);
+
+/// The same, or "none".
+std::vector<unsigned> parse_ports_or_none(const std::string &option, const std::string &text);
+
+/// Ports in ascending order as such a list, "1-3,5"; empty for none.
+std::string ports_text(const std::vector<unsigned> &ports);
+
+/// "spanning tree on at port 1-3, off at 4-6", of whether it is on at front ports 1 to 6.
+std::string on_at_text(const std::string &what, const std::function<bool(unsigned port)> &is_on, const char *yes = "on",
+                       const char *no = "off");
 
 /// The two sides of "3=200".
 struct assignment_t {

@@ -9,7 +9,6 @@
 /// What the help says over each group of commands.
 constexpr char HEADING_LOOK[] = "Look";
 constexpr char HEADING_CONFIGURE[] = "Configure";
-constexpr char HEADING_MESSAGES[] = "Send one message, without the file";
 constexpr char HEADING_TEST[] = "Test";
 
 /// show, monitor, expect
@@ -18,7 +17,7 @@ void add_status_commands(CLI::App &app, const ctl_t &ctl);
 /// check, apply, set
 void add_config_commands(CLI::App &app, const ctl_t &ctl);
 
-/// bridge, ports, aggr-config, groups, lacp: one message each
+/// send: bridge, ports, aggr-config, groups, lacp, without the file
 void add_message_commands(CLI::App &app, const ctl_t &ctl);
 
 /// inject, decode, debug

@@ -23,11 +23,18 @@ void add_inject_link_command(CLI::App &inject, const ctl_t &ctl)
         "  lvt_rstpctl inject link 1-3=up 4=100/half");
     auto links = std::make_shared<std::vector<std::string>>();
     command->add_option("LINK", *links, "Ports and their link")->type_name("");
-    command->callback([links, &ctl] { send_message(ctl, port_status_message(parse_links(*links))); });
+    command->callback([links, &ctl] {
+        if (links->empty())
+            throw usage_t("inject link: name at least one link, as in all=down");
+        const port_statuses_t ports = parse_links(*links);
+        send_message(ctl, port_status_message(ports),
+                     on_at_text(
+                         "link", [&](unsigned port) { return ports[port - 1].link != 0; }, "up", "down"));
+    });
 }
 
 struct bpdu_args_t {
-    std::string port;
+    std::string ports;
     bpdu_words_t words;
     std::string hex;
     std::string capture;
@@ -36,19 +43,19 @@ struct bpdu_args_t {
 
 void inject_bpdu(const ctl_t &ctl, const bpdu_args_t &args)
 {
-    const auto port = static_cast<unsigned>(parse_setting("PORT", args.port, FRONT_PORT));
+    const std::vector<unsigned> ports = parse_ports("LIST", args.ports);
     if (!(args.hex.empty() && args.capture.empty()) && args.words != bpdu_words_t())
         throw usage_t("fields do not go with --hex or --capture");
     if (!args.capture.empty())
-        inject_capture(ctl, port, args.capture,
+        inject_capture(ctl, ports, args.capture,
                        args.number.empty() ? std::nullopt : std::optional(parse_number("--frame", args.number)));
     else
-        inject_frame(ctl, port, args.hex.empty() ? make_bpdu(args.words) : parse_hex(args.hex));
+        inject_frame(ctl, ports, args.hex.empty() ? make_bpdu(args.words) : parse_hex(args.hex));
 }
 
 void add_inject_bpdu_command(CLI::App &inject, const ctl_t &ctl)
 {
-    auto *command = inject.add_subcommand("bpdu", "Hands BPDUs to the daemon as received on a port");
+    auto *command = inject.add_subcommand("bpdu", "Hands BPDUs to the daemon as received on ports");
     command->footer(
         "The frame is made of fields, of hex, or taken from a capture file.\n"
         "Examples:\n"
@@ -57,7 +64,7 @@ void add_inject_bpdu_command(CLI::App &inject, const ctl_t &ctl)
         "  lvt_rstpctl inject bpdu 2 --capture trace.pcap --frame 7");
 
     auto args = std::make_shared<bpdu_args_t>();
-    command->add_option("PORT", args->port, "Front port, 1 to 6")->type_name("")->required();
+    command->add_option("LIST", args->ports, "Front ports, as 2 or 1,3-5 or all")->type_name("")->required();
     auto *hex = command->add_option("--hex", args->hex, "The frame, from its destination address on");
     auto *capture = command->add_option("--capture", args->capture, "All BPDUs of a pcap file")->type_name("FILE");
     hex->type_name("OCTETS")->excludes(capture);

@@ -32,5 +32,8 @@ struct usage_t : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// Refuses in other words, with the same status. Of `refusal` only the kind counts.
+[[noreturn]] void refuse_as(const refused_t &refusal, const std::string &text);
+
 /// A hint for messages about what was not found in this machine's own /tmp.
 std::string root_hint(const ctl_t &ctl);

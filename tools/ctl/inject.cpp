@@ -139,17 +139,22 @@ std::vector<uint8_t> make_bpdu(const bpdu_words_t &words)
     return frame_of(bpdu);
 }
 
-void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &frame)
+void inject_frame(const ctl_t &ctl, const std::vector<unsigned> &ports, const std::vector<uint8_t> &frame)
 {
-    send_message(ctl, received(port, frame));
+    for (const unsigned port : ports)
+        send_one_of_several(ctl, received(port, frame), ROOM_PATIENCE);
+    demand_heard(ctl);
+    tell_sent(ctl, fmt::format("a frame of {} octets, as received on port {}", frame.size(), ports_text(ports)));
 }
 
-void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<int64_t> number)
+void inject_capture(const ctl_t &ctl, const std::vector<unsigned> &ports, const std::string &path,
+                    std::optional<int64_t> number)
 {
     std::vector<std::vector<uint8_t>> wanted;
     const size_t count = for_each_captured(path, [&](const captured_t &frame) {
         if (number ? std::cmp_equal(frame.number, *number) : is_bpdu(without_switch_tag(frame.octets)))
-            wanted.push_back(received(port, frame.octets));
+            for (const unsigned port : ports)
+                wanted.push_back(received(port, frame.octets));
     });
     if (wanted.empty() && number)
         throw refused_t(fmt::format("{} has no frame {}: it has {}", path, *number, count));
@@ -161,8 +166,8 @@ void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, st
         for (; sent < wanted.size(); sent++)
             send_one_of_several(ctl, wanted[sent], ROOM_PATIENCE);
     } catch (const refused_t &refusal) {
-        throw refused_t(fmt::format("{}\nOnly {} of {} BPDUs were sent.", refusal.what(), sent, wanted.size()));
+        refuse_as(refusal, fmt::format("{}\nOnly {} of {} BPDUs were sent.", refusal.what(), sent, wanted.size()));
     }
-    fmt::print("{} of {} frames {}\n", sent, count, ctl.dry_run ? "would be sent" : "sent");
+    fmt::print("{} of {} frames {}\n", sent / ports.size(), count, ctl.dry_run ? "would be sent" : "sent");
     demand_heard(ctl);
 }

@@ -30,10 +30,11 @@ struct bpdu_words_t {
 /// A frame from its destination address on. Throws usage_t or refused_t.
 std::vector<uint8_t> make_bpdu(const bpdu_words_t &words);
 
-/// Hands frames to the daemon as received on front port `port`, 1 to 6; a switch tag is taken out.
+/// Hands a frame to the daemon as received on each of the front ports; a switch tag is taken out.
 /// Throws refused_t.
-void inject_frame(const ctl_t &ctl, unsigned port, const std::vector<uint8_t> &frame);
+void inject_frame(const ctl_t &ctl, const std::vector<unsigned> &ports, const std::vector<uint8_t> &frame);
 
 /// The BPDUs of a capture file, or only the frame of that number, in their order and as fast as the
 /// daemon takes them. Says how many there were. Throws refused_t, also when there is none.
-void inject_capture(const ctl_t &ctl, unsigned port, const std::string &path, std::optional<int64_t> number);
+void inject_capture(const ctl_t &ctl, const std::vector<unsigned> &ports, const std::string &path,
+                    std::optional<int64_t> number);

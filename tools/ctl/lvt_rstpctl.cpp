@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"
@@ -76,6 +77,89 @@ void understand_help(int argc, char **argv)
     argv[argc - 1] = option;
 }
 
+// ---- words that are shortened, or left out -----------------------------------------------
+
+using words_t = std::vector<std::string>;
+
+/// What show shows; alone, each of them is a command.
+const words_t SUBJECTS = {"bridge", "port", "ports", "statistics", "config"};
+
+/// The one of `known` that `word` is, or begins; else the word itself. Throws usage_t when there are several.
+///
+/// more  the word behind it is one, too, as in "port 1"
+std::string whole_word(const std::string &word, const words_t &known, bool more)
+{
+    words_t found;
+    for (const std::string &candidate : known) {
+        if (candidate == word)
+            return word;
+        if (candidate.starts_with(word))
+            found.push_back(candidate);
+    }
+    if (found == words_t{"port", "ports"})
+        return found[more ? 0 : 1];
+    if (found.size() > 1)
+        throw usage_t(fmt::format("\"{}\" may be {}", word, fmt::join(found, ", ")));
+    return found.empty() ? word : found.front();
+}
+
+words_t commands_of(const CLI::App &app)
+{
+    words_t names;
+    for (const CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; }))
+        names.push_back(command->get_name());
+    return names;
+}
+
+const CLI::App *find_command(const CLI::App &app, const std::string &name)
+{
+    const auto found = app.get_subcommands([&](const CLI::App *command) { return command->get_name() == name; });
+    return found.empty() ? nullptr : found.front();
+}
+
+/// An option whose value is the next word.
+bool takes_next(const CLI::App &app, const CLI::App &command, const std::string &word)
+{
+    const CLI::Option *option = command.get_option_no_throw(word);
+    if (!option)
+        option = app.get_option_no_throw(word);
+    return option && option->get_items_expected_max() > 0;
+}
+
+/// The command line with whole words, and "show" before what alone is shown. Throws usage_t.
+words_t whole_words(const CLI::App &app, words_t words)
+{
+    const CLI::App *command = &app;
+    for (size_t at = 0; at < words.size(); at++) {
+        std::string &word = words[at];
+        if (word.starts_with('-')) {
+            at += takes_next(app, *command, word);
+            continue;
+        }
+        const bool more = at + 1 < words.size() && !words[at + 1].starts_with('-');
+        const bool shows = command->get_name() == "show";
+        words_t known = shows ? SUBJECTS : commands_of(*command);
+        if (command == &app)
+            known.insert(known.end(), SUBJECTS.begin(), SUBJECTS.end());
+        if (known.empty())
+            break;
+        word = whole_word(word, known, more);
+        if (shows)
+            break;
+        if (command == &app && std::ranges::count(SUBJECTS, word)) {
+            words.insert(words.begin() + static_cast<std::ptrdiff_t>(at), "show");
+            break;
+        }
+        const CLI::App *next = find_command(*command, word);
+        if (!next && command == &app && find_command(*find_command(app, "send"), word))
+            throw usage_t(fmt::format("\"{0}\" is no command: send {0} sends a message of it", word));
+        if (!next)
+            break;
+        command = next;
+    }
+    return words;
+}
+
 exit_code_t run(int argc, char **argv)
 {
     ctl_t ctl;
@@ -86,8 +170,10 @@ exit_code_t run(int argc, char **argv)
     add_global_options(app, ctl, colour);
     app.footer(
         "Each command has a --help of its own, with examples.\n"
-        "Exit status: 0 done; 1 refused (a value that is not allowed, no daemon that takes it) or not so;\n"
-        "2 the command line was not understood; 3 the daemon does not report, so that nobody can tell.\n"
+        "Commands may be shortened as long as one alone begins so, and bridge, ports, port, statistics and config\n"
+        "alone show these.\n"
+        "Exit status: 0 done, or so; 1 refused, or not so; 2 the command line was not understood; 3 it cannot be\n"
+        "told, for no daemon reports or takes anything.\n"
         "Example, to speak to a board that runs in a namespace of its own:\n"
         "  lvt_rstpctl --root /proc/PID/root show");
     app.final_callback([&app] {
@@ -102,7 +188,7 @@ exit_code_t run(int argc, char **argv)
     exit_code_t code = EXIT_DONE;
     try {
         refuse_empty_arguments(argc, argv);
-        std::vector<std::string> words = with_known_letters({argv + 1, argv + argc});
+        words_t words = with_known_letters(whole_words(app, words_t(argv + std::min(argc, 1), argv + argc)));
         std::ranges::reverse(words); // as the parser takes them
         app.parse(words);
     } catch (const CLI::ParseError &error) {

@@ -91,7 +91,33 @@ size_t port_to_arm(const settings_t &settings, const before_t &before, const now
     return endangered ? chosen : 0;
 }
 
+void add_ports(std::vector<plan_step_t> &plan, const settings_t &settings, const before_t &before, const now_t &now,
+               bool groups_wait)
+{
+    if (const size_t port = port_to_arm(settings, before, now)) {
+        port_configs_t marked = settings.ports;
+        marked[port].reserved[0] = 1;
+        plan.push_back({port_config_only_message(marked),
+                        fmt::format("the ports, with a mark on port {}, which is taken back next: the last port that "
+                                    "changes is then one that is on, and BPDUs stay trapped",
+                                    port)});
+    }
+    if (groups_wait)
+        plan.push_back({port_config_only_message(settings.ports), "the ports; groups wait for what follows"});
+    else
+        plan.push_back({port_config_message(settings.ports), "the ports"});
+}
+
 } // namespace
+
+std::vector<plan_step_t> plan_of_ports(const port_configs_t &ports, const now_t &now, bool groups_wait)
+{
+    settings_t settings;
+    settings.ports = ports;
+    std::vector<plan_step_t> plan;
+    add_ports(plan, settings, {}, now, groups_wait);
+    return plan;
+}
 
 std::vector<plan_step_t> plan_of(const settings_t &settings, const before_t &before, const now_t &now)
 {
@@ -105,19 +131,8 @@ std::vector<plan_step_t> plan_of(const settings_t &settings, const before_t &bef
     if (form && (!now || between != groups_of(*now)))
         plan.push_back({aggr_status_message(between), "ports that leave their group stand alone first"});
 
-    if (const size_t port = port_to_arm(settings, before, now)) {
-        port_configs_t marked = settings.ports;
-        marked[port].reserved[0] = 1;
-        plan.push_back({port_config_only_message(marked),
-                        fmt::format("the ports, with a mark on port {}, which is taken back next: the last port that "
-                                    "changes is then one that is on, and BPDUs stay trapped",
-                                    port)});
-    }
     const bool configure = groups_need_settings(settings, before, now);
-    if (configure || form)
-        plan.push_back({port_config_only_message(settings.ports), "the ports; groups wait for what follows"});
-    else
-        plan.push_back({port_config_message(settings.ports), "the ports"});
+    add_ports(plan, settings, before, now, configure || form);
     if (configure)
         plan.push_back({aggr_config_message(settings.ports[0]), "what all groups have in common"});
     if (form)

@@ -37,3 +37,7 @@ struct plan_step_t {
 /// What is not known is taken for changed.
 std::vector<plan_step_t> plan_of(const settings_t &settings, const std::optional<settings_t> &before,
                                  const std::optional<bridge_status_t> &now);
+
+/// The same for the ports alone, of type 9 when queued group work is to wait.
+std::vector<plan_step_t> plan_of_ports(const port_configs_t &ports, const std::optional<bridge_status_t> &now,
+                                       bool groups_wait);

@@ -39,8 +39,9 @@ void send(const ctl_t &ctl, const char *pipe, std::span<const uint8_t> octets, c
     }
 
     const pipe_result_t result = write(path);
-    if (result.error == ENOENT)
-        throw refused_t(result.message + root_hint(ctl));
+    constexpr int nobody[] = {ENOENT, ENOTDIR, ENXIO, EPIPE, EAGAIN, EBUSY}; // there, or obeys
+    if (std::ranges::find(nobody, result.error) != std::end(nobody))
+        throw untold_t(result.message + (result.error == ENOENT ? root_hint(ctl) : ""));
     if (!result.ok())
         throw refused_t(result.message);
 }
@@ -63,6 +64,13 @@ void refuse_fatal_report(const std::string &text)
 }
 
 } // namespace
+
+void refuse_as(const refused_t &refusal, const std::string &text)
+{
+    if (dynamic_cast<const untold_t *>(&refusal))
+        throw untold_t(text);
+    throw refused_t(text);
+}
 
 std::string root_hint(const ctl_t &ctl)
 {
@@ -96,14 +104,21 @@ void demand_heard(const ctl_t &ctl)
     try {
         within_a_report([&ctl] { read_status(ctl); });
     } catch (const refused_t &refusal) {
-        throw refused_t(fmt::format("sent, but {}", refusal.what()));
+        throw untold_t(fmt::format("sent, but {}", refusal.what()));
     }
 }
 
-void send_message(const ctl_t &ctl, const std::vector<uint8_t> &frame)
+void send_message(const ctl_t &ctl, const std::vector<uint8_t> &frame, const std::string &words)
 {
     send_one_of_several(ctl, frame);
     demand_heard(ctl);
+    tell_sent(ctl, words);
+}
+
+void tell_sent(const ctl_t &ctl, const std::string &words)
+{
+    if (!ctl.dry_run)
+        fmt::print("sent: {}\n", printable(words));
 }
 
 void send_debug_words(const ctl_t &ctl, const std::vector<std::string> &words)

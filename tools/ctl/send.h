@@ -9,16 +9,19 @@
 
 #include "tools/ctl/ctl.h"
 
-/// Sends a control message as the whole of a command, or shows it in words and hex on a dry run.
-/// Throws refused_t, as demand_heard does, too.
-void send_message(const ctl_t &ctl, const std::vector<uint8_t> &frame);
+/// Sends a control message as the whole of a command and says so in `words`, or shows it in words and hex on
+/// a dry run. Throws refused_t, as demand_heard does, too.
+void send_message(const ctl_t &ctl, const std::vector<uint8_t> &frame, const std::string &words);
+
+/// Says in one line what was sent; nothing on a dry run.
+void tell_sent(const ctl_t &ctl, const std::string &words);
 
 /// The same for one message of several; demand_heard comes after the last.
 ///
 /// patience  how long a full pipe is waited for.
 void send_one_of_several(const ctl_t &ctl, const std::vector<uint8_t> &frame, std::chrono::milliseconds patience = {});
 
-/// What the pipe took is not obeyed by a daemon that hangs: throws refused_t when there is a status
+/// What the pipe took is not obeyed by a daemon that hangs: throws untold_t when there is a status
 /// file that tells of one, and does not become a sound one soon. Without such a file nothing is known,
 /// as of a daemon that has only just started.
 void demand_heard(const ctl_t &ctl);
