@@ -427,11 +427,45 @@ TEST_F(ctl, send_leaves_the_trap_armed)
         status_within(leaf, SOON, [&](const auto &status) { return status.port(1).received.rstp > heard + 2; }));
     EXPECT_TRUE(is_so(leaf, "port 2 is alternate"));
 
+    // What runs may be kept, and then be changed in part; but not by opening the loop unasked.
+    done(leaf, "save /tmp/switch.toml");
+    done(leaf, "check /tmp/switch.toml");
+    EXPECT_THAT(leaf.node().read("/tmp/switch.toml"),
+                testing::HasSubstr("[port.2]\nspanning_tree = true\nedge = false\n"));
+    const lab::outcome_t refused = run(leaf, "set port 2 --spanning-tree off --file /tmp/switch.toml");
+    EXPECT_EQ(refused.exit_code, 1);
+    EXPECT_THAT(refused.output, testing::HasSubstr("port 2 is alternate and cuts a loop"));
+    done(leaf, "set port 3 --cost 7 --file /tmp/switch.toml");
+    ASSERT_TRUE(ticks(leaf, 2));
+    EXPECT_TRUE(is_so(leaf, "port 2 is alternate"));
+
     // Nouns look.
     done(leaf, "ports");
     done(leaf, "bridge");
     ASSERT_TRUE(ticks(leaf, 2));
     EXPECT_TRUE(is_so(leaf, "port 1,2 is not off"));
+}
+
+TEST_F(ctl, an_unconfirmed_change_goes_back)
+{
+    lab::switch_t &device = start_switch();
+    done(device, "send bridge --priority 8192");
+    apply(device, "[bridge]\npriority = 8192\n[port.1]\nspanning_tree = true\nedge = false\n");
+    ASSERT_TRUE(is_so(device, "port 1 is not off"));
+    done(device, "set bridge --priority 4096 --confirm 2 --file /tmp/switch.toml");
+    EXPECT_TRUE(status_within(device, SOON, [](const auto &status) { return status.bridge.prio == 4096; }));
+    EXPECT_TRUE(status_within(device, SOON, [](const auto &status) { return status.bridge.prio == 8192; }));
+    EXPECT_TRUE(
+        lab::within(SOON, [&] { return run(device, "confirm").output.find(" went back at ") != std::string::npos; }));
+    EXPECT_EQ(run(device, "confirm").exit_code, 1);
+    EXPECT_THAT(device.node().read("/tmp/switch.toml"), testing::HasSubstr("priority = 8192\n"));
+    EXPECT_THAT(ask(device, "debug show port_config"),
+                testing::HasSubstr("   1           0         128        1      0     2\n"));
+
+    done(device, "set bridge --priority 4096 --confirm 30 --file /tmp/switch.toml");
+    done(device, "confirm");
+    EXPECT_TRUE(status_within(device, SOON, [](const auto &status) { return status.bridge.prio == 4096; }));
+    done(device, "set port 1 --edge on --file /tmp/switch.toml");
 }
 
 TEST_F(ctl, what_the_daemon_says_is_explained_and_heard_elsewhere)

@@ -396,12 +396,17 @@ TEST_F(config, dry_run_tells_the_messages_and_why)
                "[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n[port.3]\nspanning_tree = true\n");
     const run_t result = run_on_board("apply --dry-run " + file);
     EXPECT_EQ(result.status, 0);
-    EXPECT_TRUE(
-        result.output.starts_with("1. where LACP runs, before a port's state changes\n"
-                                  "to " +
-                                  control.path +
-                                  ", 22 octets:\n"
-                                  "LACP on ports (type 10)\n"))
+    EXPECT_TRUE(result.output.starts_with(
+        "what would change:\n"
+        "  bridge priority 61440 -> 32768: this bridge may become the root, and all roles may "
+        "change\n"
+        "  while roles change, a port toward another bridge may be dark for 30 s\n"
+        "\n"
+        "1. where LACP runs, before a port's state changes\n"
+        "to " +
+        control.path +
+        ", 22 octets:\n"
+        "LACP on ports (type 10)\n"))
         << result.output;
     EXPECT_NE(result.output.find("\n\n5. what all groups have in common\n"), std::string::npos) << result.output;
     EXPECT_EQ(control.read_all().size(), 0u);
@@ -582,10 +587,10 @@ TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
     EXPECT_EQ(read_file(file), "[port.1]\nspanning_tree = true\n");
 
     // Asked for, in the file before, or forced.
-    EXPECT_EQ(run_on_board("set port 2-3 --spanning-tree off" + at).status, 0);
+    EXPECT_EQ(run_on_board("set port 2-3 --spanning-tree off --force" + at).status, 0);
     write_file(file, "[port.1]\nspanning_tree = true\n");
     EXPECT_EQ(run_on_board("set port 2-3 --spanning-tree on" + at).status, 0);
-    EXPECT_EQ(run_on_board("set port 2-3 --spanning-tree off" + at).status, 0);
+    EXPECT_EQ(run_on_board("set port 3 --spanning-tree off" + at).status, 0);
     write_file(file, "");
     EXPECT_EQ(run_on_board("set bridge --max-age 10 --force" + at).status, 0);
     EXPECT_EQ(read_file(file), "[bridge]\nmax_age = 10\n");
@@ -767,6 +772,61 @@ TEST_F(set, keeps_links_and_permissions)
     EXPECT_EQ(std::filesystem::status(path("real.toml")).permissions(), std::filesystem::perms(0640));
 }
 
+TEST_F(set, does_not_open_a_loop_unasked)
+{
+    // Port 1 leads to the root, port 2 cuts the loop.
+    const std::string on =
+        "[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n"
+        "[port.3]\nspanning_tree = true\n";
+    const std::string end =
+        ", and frames would run in the loop. Nothing was changed or sent. Pull a cable first, or say "
+        "--force.";
+    report(STATUS);
+    write_file(file, on);
+    expect_refused("set port 2 --spanning-tree off --file " + file,
+                   "port 2 is alternate and cuts a loop: with spanning tree off there it forwards" + end);
+    expect_refused(
+        "set port 1 --spanning-tree off --file " + file,
+        "port 1 leads to another bridge, and port 2 cuts a loop: with spanning tree off at port 1, port 2 may "
+        "forward" +
+            end);
+    EXPECT_EQ(read_file(file), on);
+    EXPECT_EQ(run_on_board("set port 3 --spanning-tree off --file " + file).status, 0) << "a host's";
+    EXPECT_EQ(run_on_board("set port 2 --spanning-tree off --force --file " + file).status, 0);
+    const std::string dry = run_on_board("set port 2 --spanning-tree off --force --dry-run --file " + file).output;
+    EXPECT_NE(dry.find("  port 2 leaves the tree: alternate -> off; it will forward, which it does not do now\n"
+                       "  port 2 cuts a loop now, in which frames would run\n"),
+              std::string::npos)
+        << dry;
+}
+
+TEST_F(set, dry_run_tells_what_would_change)
+{
+    const auto told = [this](const std::string &arguments) {
+        const std::string text = run_on_board("--dry-run set " + arguments + " --file " + file).output;
+        return text.substr(0, text.find("\n\n"));
+    };
+    const std::string head = "what would change:\n  ";
+    write_file(file,
+               "[bridge]\npriority = 61440\n[port.1]\nspanning_tree = true\n[port.2]\nspanning_tree = true\n"
+               "[port.3]\nspanning_tree = true\n");
+    report(STATUS);
+    EXPECT_EQ(told("bridge --priority 61440"), head + "nothing changes that is known");
+    EXPECT_EQ(told("port 4 --spanning-tree on"),
+              head +
+                  "port 4 joins the tree: it forwards now, and is dark for 30 s toward another bridge, 3 s toward a "
+                  "host");
+    EXPECT_EQ(told("port 2 --cost 5"), head +
+                                           "port 2 gets other settings: roles may change, of this port (alternate) and "
+                                           "others; one that changes may be dark for 30 s");
+    EXPECT_EQ(told("bridge --max-age 18"), head +
+                                               "times of the bridge: max age 18 s, hello time 2 s, forward delay 15 s; "
+                                               "they count once this bridge is the root");
+    std::filesystem::remove(board.path + RSTP_MONITOR_FILE);
+    EXPECT_TRUE(
+        told("port 4 --spanning-tree on").starts_with("it cannot be told what would change: no status file at "));
+}
+
 TEST_F(set, a_link_of_the_board_leads_to_what_is_below_its_root)
 {
     // As an image has it that is to run elsewhere: / is the board's own.
@@ -835,12 +895,19 @@ TEST_F(set, dry_run_writes_nothing)
     write_file(file, "");
     const run_t result = run_on_board("--dry-run set port 1-2 --edge off --file " + file);
     EXPECT_EQ(result.status, 0);
-    EXPECT_TRUE(result.output.starts_with("in " + file +
-                                          ": [port.1] edge = false\n"
-                                          "in " +
-                                          file +
-                                          ": [port.2] edge = false\n"
-                                          "1. where LACP runs"))
+    EXPECT_TRUE(
+        result.output.starts_with("what would change:\n"
+                                  "  bridge priority 61440 -> 32768: this bridge may become the root, and all "
+                                  "roles may change\n"
+                                  "  while roles change, a port toward another bridge may be dark for 30 s\n"
+                                  "\n"
+                                  "in " +
+                                  file +
+                                  ": [port.1] edge = false\n"
+                                  "in " +
+                                  file +
+                                  ": [port.2] edge = false\n"
+                                  "1. where LACP runs"))
         << result.output;
     EXPECT_EQ(read_file(file), "");
     EXPECT_EQ(control.read_all().size(), 0u);
@@ -856,4 +923,176 @@ TEST_F(set, no_daemon)
     EXPECT_EQ(result.output, "lvt_rstpctl: no reader on " + control.path + ": is the daemon running? Start it.\n" +
                                  file + " is changed all the same: apply it when the daemon takes messages.\n");
     EXPECT_EQ(read_file(file), "[bridge]\npriority = 0\n");
+}
+
+// ---- save ------------------------------------------------------------------------------
+
+TEST_F(config, save_writes_what_is_in_force)
+{
+    std::filesystem::create_directory(path("etc"));
+    const std::string stored = path("etc/lvt_rstp.toml");
+    report(STATUS);
+    EXPECT_EQ(run_on_board("send ports --enable 1-3 --cost 2=77 --edge 1-2=off").status, 0);
+    EXPECT_EQ(run_on_board("send lacp --enable 6").status, 0);
+    expect_says("save", stored + " says what is in force: 8 settings were different\n");
+    EXPECT_EQ(read_file(stored),
+              "[bridge]\npriority = 61440\n\n"
+              "[port.1]\nspanning_tree = true\nedge = false\n\n"
+              "[port.2]\nspanning_tree = true\npath_cost = 77\nedge = false\n\n"
+              "[port.3]\nspanning_tree = true\n\n"
+              "[port.6]\nlacp = true\n");
+    expect_says("save", stored + " says what is in force: 0 settings were different\n");
+
+    // The rest of a file stays, and what is sent to one port by set is not taken for lost.
+    write_file(stored, "# mine\n[port.4]\nspanning_tree = true # no\n");
+    EXPECT_EQ(run_on_board("save --dry-run").status, 0);
+    EXPECT_EQ(read_file(stored), "# mine\n[port.4]\nspanning_tree = true # no\n");
+    EXPECT_EQ(run_on_board("save").status, 0);
+    EXPECT_TRUE(read_file(stored).starts_with("# mine\n[port.4]\nspanning_tree = false # no\n"));
+    EXPECT_EQ(run_on_board("set bridge --max-age 18").status, 0);
+    control.read_all();
+
+    std::filesystem::remove(board.path + RSTP_MONITOR_FILE);
+    EXPECT_EQ(run_on_board("save").status, 3);
+}
+
+TEST_F(config, save_keeps_groups_that_were_sent)
+{
+    report(replaced(replaced(STATUS, "0,1,1,3,4,0", "0,1,1,5,5,7"), "0,1,1,1,1,0", "0,1,1,5,5,7"));
+    EXPECT_EQ(run_on_board("save " + file).status, 0);
+    EXPECT_EQ(read_file(file).find("[groups]"), std::string::npos)
+        << "the link-aggregation daemon's: " << read_file(file);
+    EXPECT_EQ(run_on_board("send groups 7=1,2").status, 0);
+    EXPECT_EQ(run_on_board("save " + file).status, 0);
+    EXPECT_NE(read_file(file).find("[groups]\n7 = [1, 2]\n"), std::string::npos) << read_file(file);
+}
+
+// ---- confirm ---------------------------------------------------------------------------
+
+namespace {
+
+class confirm : public config {
+protected:
+    /// Waits until the last change has ended, and tells how.
+    std::string end_of_wait()
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        std::string text = "waiting";
+        while (text.starts_with("waiting") && std::chrono::steady_clock::now() < deadline) {
+            date_report(std::chrono::milliseconds(0));
+            text = read_file(path("tmp/lvt_rstpctl/confirm"));
+        }
+        return text;
+    }
+
+    const std::string NOTHING = "nothing waits to be confirmed";
+};
+
+} // namespace
+
+TEST_F(confirm, keeps_a_change_that_is_confirmed)
+{
+    report(STATUS);
+    write_file(file, "[port.1]\nspanning_tree = true\n");
+    expect_refused("confirm", NOTHING);
+    const run_t applied = run_on_board("apply --confirm 30 " + file);
+    EXPECT_EQ(applied.status, 0);
+    EXPECT_NE(
+        applied.output.find("\nit goes back in 30 s unless you say: lvt_rstpctl --root " + board.path + " confirm\n"),
+        std::string::npos)
+        << applied.output;
+    control.read_all();
+    const std::string refusal =
+        "a change waits to be confirmed, and going back would undo this one as well. Say "
+        "lvt_rstpctl confirm, or wait. Nothing was changed or sent.";
+    expect_refused("apply " + file, refusal);
+    expect_refused("apply --confirm 5 " + file, refusal);
+    expect_refused("set bridge --priority 0 --force --file " + file, refusal);
+    EXPECT_EQ(run_on_board("--dry-run confirm").status, 0);
+    expect_says("confirm", "confirmed: the change stays\n");
+    const run_t again = run_on_board("confirm");
+    EXPECT_EQ(again.status, 1);
+    EXPECT_TRUE(again.output.starts_with("lvt_rstpctl: " + NOTHING + ": the last change was confirmed at "))
+        << again.output;
+    EXPECT_EQ(run_on_board("apply --confirm 30 " + file).status, 0) << "the next may start at once";
+    EXPECT_EQ(run_on_board("confirm").status, 0);
+    EXPECT_EQ(control.read_all().empty(), false);
+}
+
+TEST_F(confirm, goes_back_to_what_was_in_force)
+{
+    // What the daemon does not report, the edge setting, was sent before.
+    report(STATUS);
+    EXPECT_EQ(run_on_board("send ports --enable 1-3 --edge 2=off --cost 2=77").status, 0);
+    control.read_all();
+    write_file(file, "[bridge]\npriority = 0\n");
+    EXPECT_EQ(run_on_board("apply --confirm 0.5 " + file).status, 0);
+    control.read_all();
+    EXPECT_TRUE(end_of_wait().starts_with("the last change went back at ")) << end_of_wait();
+
+    lvt_rstp_system_config_t bridge = LVT_RSTP_SYSTEM_DEFAULTS;
+    bridge.bridge_priority = 61440;
+    port_configs_t ports = default_port_configs();
+    for (const size_t port : {1, 2, 3})
+        ports[port].adminEnable = 1;
+    ports[2].adminEdge = 0;
+    ports[2].adminPathCost = 77;
+    EXPECT_EQ(control.read_all(),
+              joined({lacp_enable_message({}), system_config_message(bridge), port_config_only_message(ports),
+                      aggr_config_message(LVT_RSTP_PORT_DEFAULTS)}));
+
+    const run_t late = run_on_board("confirm");
+    EXPECT_EQ(late.status, 1);
+    EXPECT_TRUE(late.output.starts_with("lvt_rstpctl: " + NOTHING + ": the last change went back at ")) << late.output;
+    EXPECT_NE(late.output.find(": nobody had confirmed it\n"), std::string::npos);
+}
+
+TEST_F(confirm, set_takes_its_file_back_as_well)
+{
+    report(all_off());
+    for (const std::string before : {"# mine\n", ""}) {
+        std::filesystem::remove(file);
+        if (!before.empty())
+            write_file(file, before);
+        EXPECT_EQ(run_on_board("set port 4 --spanning-tree on --confirm 0.5 --force --file " + file).status, 0);
+        EXPECT_NE(read_file(file).find("[port.4]\nspanning_tree = true\n"), std::string::npos);
+        EXPECT_TRUE(end_of_wait().starts_with("the last change went back at ")) << end_of_wait();
+        EXPECT_EQ(read_file(file), before);
+        EXPECT_EQ(std::filesystem::exists(file), !before.empty());
+    }
+}
+
+TEST_F(confirm, tells_what_kept_it_from_going_back)
+{
+    report(STATUS);
+    write_file(file, "");
+    EXPECT_EQ(run_on_board("apply --confirm 0.5 " + file).status, 0);
+    close(control.fd);
+    control.fd = -1;
+    const std::string end = end_of_wait();
+    EXPECT_TRUE(end.starts_with("the last change should have gone back at ")) << end;
+    EXPECT_NE(end.find(", but: no reader on "), std::string::npos) << end;
+}
+
+TEST_F(confirm, survives_its_terminal)
+{
+    report(STATUS);
+    write_file(file, "");
+    // A terminal of its own, which ends with the command.
+    const run_t result = run_on_board("--help >/dev/null; setsid -w script -qec '" LVT_RSTPCTL " --root " + board.path +
+                                      " apply --confirm 1 " + file + "' /dev/null");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_TRUE(end_of_wait().starts_with("the last change went back at ")) << end_of_wait();
+}
+
+TEST_F(confirm, needs_to_know_what_is_in_force)
+{
+    write_file(file, "");
+    expect_untold("apply --confirm 5 " + file,
+                  "it cannot be told what is on now: no status file at " + board.path + RSTP_MONITOR_FILE +
+                      ": is the daemon running? It writes the file every second.\nNothing was changed or sent.");
+    std::filesystem::create_symlink("/etc", path("tmp/lvt_rstpctl"));
+    report(STATUS);
+    expect_refused("apply --confirm 5 " + file,
+                   path("tmp/lvt_rstpctl") + " is no folder that only this user may write: remove it");
 }

@@ -102,7 +102,7 @@ TEST_F(ctl, words_may_be_shortened)
     expect_says("po 2 -j", run_on_board("show port 2 -j").output);
     EXPECT_EQ(run("help sen br").output, run("send bridge --help").output);
     expect_sends("sen la --enable 1", lacp_enable_message({1, 0, 0, 0, 0, 0}), "LACP on at port 1, off at 2-6");
-    expect_usage("s", "\"s\" may be " + std::string("show, set, send, statistics"));
+    expect_usage("s", "\"s\" may be " + std::string("show, set, save, send, statistics"));
     expect_usage("send b --dance", "The following argument was not expected: --dance");
     expect_usage("inject l", "inject link: name at least one link, as in all=down");
 }
@@ -354,6 +354,8 @@ TEST_F(ctl, help_has_an_example_for_every_command)
                                 "expect",
                                 "check",
                                 "apply",
+                                "confirm",
+                                "save",
                                 "set",
                                 "set bridge",
                                 "set port",

@@ -192,6 +192,7 @@ TEST(docs, completion_knows_commands_and_options)
     EXPECT_EQ(completions("mo"), "monitor");
     EXPECT_EQ(completions("set p"), "port");
     EXPECT_EQ(completions("send l"), "lacp");
+    EXPECT_EQ(completions("con"), "confirm");
     EXPECT_EQ(completions("show st"), "statistics");
     EXPECT_EQ(completions("set port --spanning"), "--spanning-tree");
     EXPECT_EQ(completions("--root /tmp show --wa"), "--watch");

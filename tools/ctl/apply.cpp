@@ -7,6 +7,9 @@
 
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/config_file.h"
+#include "tools/ctl/confirm.h"
+#include "tools/ctl/memory.h"
+#include "tools/ctl/outlook.h"
 #include "tools/ctl/plan.h"
 #include "tools/ctl/send.h"
 #include "tools/ctl/status.h"
@@ -42,9 +45,70 @@ void send_plan(const ctl_t &ctl, const std::vector<plan_step_t> &plan)
     demand_heard(ctl);
 }
 
+std::optional<bridge_status_t> reported(const ctl_t &ctl);
+bridge_status_t demand_report(const ctl_t &ctl, const char *end = ".");
+
 std::string spanning_tree_text(const port_configs_t &ports)
 {
     return on_at_text("spanning tree", [&](unsigned port) { return ports[port].adminEnable != 0; });
+}
+
+/// Sends a plan for all settings, and remembers them.
+void send_settings(const ctl_t &ctl, const std::vector<plan_step_t> &plan, const settings_t &settings)
+{
+    send_plan(ctl, plan);
+    remember(ctl, [&](settings_t &sent) { sent = settings; });
+}
+
+/// On a dry run, before the messages.
+void tell_outlook(const ctl_t &ctl, const settings_t &settings)
+{
+    try {
+        const bridge_status_t now = read_status(ctl).status;
+        fmt::print("what would change:\n");
+        for (const std::string &line : outlook(settings_in_force(ctl, now), settings, now))
+            fmt::print("  {}\n", printable(line));
+    } catch (const refused_t &refusal) {
+        fmt::print("it cannot be told what would change: {}\n", printable(refusal.what()));
+    }
+    fmt::print("\n");
+}
+
+std::string how_to_confirm(const ctl_t &ctl, std::chrono::nanoseconds patience)
+{
+    return fmt::format("it goes back in {:g} s unless you say: lvt_rstpctl{} confirm",
+                       std::chrono::duration<double>(patience).count(), ctl.root.empty() ? "" : " --root " + ctl.root);
+}
+
+/// Prepares the way back to what is in force now; `restore` puts a file back as well.
+void guard_change(
+    const ctl_t &ctl, const settings_t &settings, std::chrono::nanoseconds patience,
+    const std::function<void()> &restore = [] {})
+{
+    settings_t before = settings_in_force(ctl, demand_report(ctl));
+    if (settings.groups_stated && !before.groups_stated) {
+        const bridge_status_t now = demand_report(ctl);
+        before.groups_stated = true;
+        for (size_t port = 1; port <= FRONT_PORTS; port++)
+            if (const int group = now.port(static_cast<int>(port)).group)
+                before.groups[port] = static_cast<uint8_t>(group);
+    }
+    start_guard(ctl, patience, [=, &ctl] {
+        restore();
+        send_settings(ctl, plan_of(before, settings, reported(ctl)), before);
+    });
+}
+
+/// Puts back what a file said, or takes it away, unless somebody changed it since.
+void restore_config(const place_t &place, const std::optional<std::string> &old, const std::string &changed)
+{
+    const config_lock_t lock(place);
+    if (find_config_text(place) != changed)
+        return;
+    if (old)
+        save_config(place, *old);
+    else
+        remove_config(place);
 }
 
 std::optional<bridge_status_t> reported(const ctl_t &ctl)
@@ -53,16 +117,14 @@ std::optional<bridge_status_t> reported(const ctl_t &ctl)
     return reading ? std::optional(reading->status) : std::nullopt;
 }
 
-/// What the daemon reports; throws untold_t when that cannot be known.
-bridge_status_t demand_report(const ctl_t &ctl)
+/// What the daemon reports; throws refused_t when that cannot be known.
+bridge_status_t demand_report(const ctl_t &ctl, const char *end)
 {
     try {
         return read_status(ctl).status;
     } catch (const refused_t &refusal) {
         throw untold_t(
-            fmt::format("it cannot be told what is on now: {}\nNothing was changed or sent; --force does it "
-                        "all the same.",
-                        refusal.what()));
+            fmt::format("it cannot be told what is on now: {}\nNothing was changed or sent{}", refusal.what(), end));
     }
 }
 
@@ -106,6 +168,14 @@ void refuse_losses(const bridge_status_t &now, const std::string &path, bool exi
                                     told, settings.bridge.bridge_priority, next_step));
 }
 
+/// The loops that ports cut which leave the tree are not opened unasked.
+void refuse_loops(const settings_t &before, const settings_t &settings, const bridge_status_t &now)
+{
+    const std::string fault = loop_opened(before, settings, now);
+    if (!fault.empty())
+        throw refused_t(fmt::format("{}. Nothing was changed or sent. Pull a cable first, or say --force.", fault));
+}
+
 } // namespace
 
 place_t place_of(const ctl_t &ctl, const std::string &file)
@@ -123,43 +193,55 @@ void check_config(const place_t &place, bool json)
         fmt::print("{} is in order: {}\n", printable(place.text()), spanning_tree_text(settings.ports));
 }
 
-void apply_config(const ctl_t &ctl, const place_t &place)
+void apply_config(const ctl_t &ctl, const place_t &place, confirm_within_t confirm)
 {
     const settings_t settings = load_config(place);
+    refuse_while_unconfirmed(ctl);
     const std::vector<plan_step_t> plan = plan_of(settings, {}, reported(ctl));
-    send_plan(ctl, plan);
+    if (ctl.dry_run)
+        tell_outlook(ctl, settings);
+    else if (confirm)
+        guard_change(ctl, settings, *confirm);
+    send_settings(ctl, plan, settings);
     if (!ctl.dry_run)
         fmt::print("applied {}: {} messages sent, {}\n", printable(place.text()), plan.size(),
                    spanning_tree_text(settings.ports));
+    if (confirm && !ctl.dry_run)
+        fmt::print("{}\n", printable(how_to_confirm(ctl, *confirm)));
 }
 
-void set_in_config(const ctl_t &ctl, const place_t &place, const std::vector<edit_t> &edits, bool force)
+void set_in_config(const ctl_t &ctl, const place_t &place, const set_args_t &args)
 {
     std::optional<config_lock_t> lock;
     if (!ctl.dry_run)
         lock.emplace(place);
     const std::string path = place.text();
     const auto stored = find_config_text(place);
-    std::string text = stored.value_or("");
-    const settings_t before = settings_in(text, path);
-    for (const edit_t &edit : edits)
-        text = with_setting(text, edit);
+    const settings_t before = settings_in(stored.value_or(""), path);
+    const std::string text = with_settings(stored.value_or(""), args.edits);
     const settings_t settings = settings_after(text, path);
+    refuse_while_unconfirmed(ctl);
     std::optional<bridge_status_t> now;
     within_a_report([&] { // which may not yet tell of what was sent just before
-        now = force || ctl.dry_run ? reported(ctl) : demand_report(ctl);
-        if (now && !force)
-            refuse_losses(*now, path, stored.has_value(), before, settings, edits);
+        now = args.force || ctl.dry_run ? reported(ctl) : demand_report(ctl, "; --force does it all the same.");
+        if (now && !args.force) {
+            refuse_losses(*now, path, stored.has_value(), before, settings, args.edits);
+            refuse_loops(settings_in_force(ctl, *now), settings, *now);
+        }
     });
 
-    if (ctl.dry_run)
-        for (const edit_t &edit : edits)
+    if (ctl.dry_run) {
+        tell_outlook(ctl, settings);
+        for (const edit_t &edit : args.edits)
             fmt::print("in {}: [{}] {} = {}\n", printable(path), edit.section, edit.key, edit.value);
-    else
+    } else {
+        if (args.confirm)
+            guard_change(ctl, settings, *args.confirm, [=] { restore_config(place, stored, text); });
         save_config(place, text);
+    }
     const std::vector<plan_step_t> plan = plan_of(settings, before, now);
     try {
-        send_plan(ctl, plan);
+        send_settings(ctl, plan, settings);
     } catch (const refused_t &refusal) {
         refuse_as(refusal, fmt::format("{}\n{} is changed all the same: apply it when the daemon takes messages.",
                                        refusal.what(), path));
@@ -167,12 +249,34 @@ void set_in_config(const ctl_t &ctl, const place_t &place, const std::vector<edi
     if (!ctl.dry_run)
         fmt::print("set in {}, and applied: {} messages sent, {}\n", printable(path), plan.size(),
                    spanning_tree_text(settings.ports));
+    if (args.confirm && !ctl.dry_run)
+        fmt::print("{}\n", printable(how_to_confirm(ctl, *args.confirm)));
+}
+
+void save_config_in_force(const ctl_t &ctl, const place_t &place)
+{
+    const config_lock_t lock(place);
+    refuse_while_unconfirmed(ctl);
+    const auto stored = find_config_text(place);
+    const settings_t before = settings_in(stored.value_or(""), place.text());
+    const settings_t settings = settings_in_force(ctl, demand_report(ctl));
+    const std::vector<edit_t> edits = edits_between(before, settings);
+    const std::string text = with_settings(stored.value_or(""), edits);
+    if (ctl.dry_run)
+        for (const edit_t &edit : edits)
+            fmt::print("in {}: [{}] {} = {}\n", printable(place.text()), edit.section, edit.key, edit.value);
+    else if (!edits.empty() || !stored)
+        save_config(place, text);
+    fmt::print("{} {} {}: {} settings were different\n", printable(place.text()), ctl.dry_run ? "would say" : "says",
+               "what is in force", edits.size());
 }
 
 void send_ports(const ctl_t &ctl, const port_configs_t &ports, bool groups_wait)
 {
+    refuse_while_unconfirmed(ctl);
     const std::vector<plan_step_t> plan = plan_of_ports(ports, reported(ctl), groups_wait);
     send_plan(ctl, plan);
+    remember(ctl, [&](settings_t &sent) { std::copy(ports.begin() + 1, ports.end(), sent.ports.begin() + 1); });
     tell_sent(ctl, fmt::format("{}{}", spanning_tree_text(ports),
                                plan.size() > 1 ? "; in two messages, so that BPDUs stay trapped" : ""));
 }

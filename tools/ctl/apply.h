@@ -1,6 +1,8 @@
-/// The commands that put a configuration file in force: check, apply and set.
+/// The commands that put a configuration file in force, and store what is in force: check, apply, set, save.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,18 +10,31 @@
 #include "tools/ctl/ctl.h"
 #include "tools/messages.h"
 
+/// After so long a change goes back unless it is confirmed; nothing: it stays.
+using confirm_within_t = std::optional<std::chrono::nanoseconds>;
+
 /// Says that the file is in order, and what it sets, or tells all of it as JSON. Throws faults_t with all that is
 /// wrong in it.
 void check_config(const place_t &place, bool json = false);
 
-/// Checks the file and sends all that it sets, or shows it on a dry run. Throws refused_t.
-void apply_config(const ctl_t &ctl, const place_t &place);
+/// Checks the file and sends all that it sets; on a dry run tells what would change, and shows the messages.
+/// Throws refused_t.
+void apply_config(const ctl_t &ctl, const place_t &place, confirm_within_t confirm);
+
+struct set_args_t {
+    std::vector<edit_t> edits;
+    bool force = false;
+    confirm_within_t confirm;
+};
 
 /// Changes settings of the file, which is made if it is not there, and sends what it then sets; on
-/// a dry run shows both. Nothing is written or sent unless the whole file is in order and, without
-/// `force`, no port leaves the spanning tree that it did not take part in by the file before.
-/// Throws refused_t.
-void set_in_config(const ctl_t &ctl, const place_t &place, const std::vector<edit_t> &edits, bool force);
+/// a dry run tells and shows both. Nothing is written or sent unless the whole file is in order and, without
+/// `force`, no port leaves the spanning tree that it did not take part in by the file before, and none that
+/// cuts a loop. Throws refused_t.
+void set_in_config(const ctl_t &ctl, const place_t &place, const set_args_t &args);
+
+/// Puts what is in force into the file, its comments and order kept. Throws refused_t.
+void save_config_in_force(const ctl_t &ctl, const place_t &place);
 
 /// Sends settings of the ports, in such a way that spanning tree frames stay trapped while a port is on.
 ///

@@ -14,7 +14,7 @@ constexpr char HEADING_TEST[] = "Test";
 /// show, monitor, expect
 void add_status_commands(CLI::App &app, const ctl_t &ctl);
 
-/// check, apply, set
+/// check, apply, set, confirm, save
 void add_config_commands(CLI::App &app, const ctl_t &ctl);
 
 /// send: bridge, ports, aggr-config, groups, lacp, without the file

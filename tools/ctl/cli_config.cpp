@@ -1,4 +1,5 @@
 /// The commands around the configuration file: check, apply, set.
+#include <functional>
 #include <memory>
 
 #include <fmt/format.h>
@@ -7,6 +8,7 @@
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"
 #include "tools/ctl/config_file.h"
+#include "tools/ctl/confirm.h"
 
 namespace {
 
@@ -33,6 +35,19 @@ void add_check_command(CLI::App &app, const ctl_t &ctl)
     command->callback([path = path, json, &ctl] { check_config(place_of(ctl, *path), *json); });
 }
 
+void add_confirm_option(CLI::App &command, std::string &seconds)
+{
+    command.add_option("--confirm", seconds, "Go back after so long unless lvt_rstpctl confirm comes")
+        ->type_name("SECONDS");
+}
+
+confirm_within_t confirm_within(const std::string &seconds)
+{
+    if (seconds.empty())
+        return {};
+    return parse_seconds("--confirm", seconds);
+}
+
 void add_apply_command(CLI::App &app, const ctl_t &ctl)
 {
     const auto [command, path] = add_file_command(
@@ -41,8 +56,33 @@ void add_apply_command(CLI::App &app, const ctl_t &ctl)
         "members of groups stay as they are unless it names some. See lvt_rstp.toml(5).\n"
         "Examples:\n"
         "  lvt_rstpctl apply switch.toml\n"
-        "  lvt_rstpctl apply switch.toml --dry-run");
-    command->callback([path = path, &ctl] { apply_config(ctl, place_of(ctl, *path)); });
+        "  lvt_rstpctl apply switch.toml --dry-run\n"
+        "  lvt_rstpctl apply switch.toml --confirm 60");
+    auto seconds = std::make_shared<std::string>();
+    add_confirm_option(*command, *seconds);
+    command->callback(
+        [path = path, seconds, &ctl] { apply_config(ctl, place_of(ctl, *path), confirm_within(*seconds)); });
+}
+
+void add_confirm_command(CLI::App &app, const ctl_t &ctl)
+{
+    auto *command = app.add_subcommand("confirm", "Lets a change stay that would go back")->group(HEADING_CONFIGURE);
+    command->footer(
+        "Exit status 1: nothing waits; how the last change ended is told.\n"
+        "Example:\n"
+        "  lvt_rstpctl confirm");
+    command->callback([&ctl] { confirm_change(ctl); });
+}
+
+void add_save_command(CLI::App &app, const ctl_t &ctl)
+{
+    const auto [command, path] =
+        add_file_command(app, "save", "Puts what is in force into the configuration file",
+                         "Comments and order of the file stay. What the daemon does not report is as it was last sent\n"
+                         "by this tool, or as the file has it.\n"
+                         "Example:\n"
+                         "  lvt_rstpctl save");
+    command->callback([path = path, &ctl] { save_config_in_force(ctl, place_of(ctl, *path)); });
 }
 
 // ---- set -------------------------------------------------------------------------------
@@ -102,26 +142,29 @@ constexpr set_option_t PORT_OPTIONS[] = {
     {"--lacp", "lacp", "on|off", "Whether LACP runs on the port", write_flag},
 };
 
-struct set_args_t {
+struct set_words_t {
     std::string file;
+    std::string confirm;
     std::string ports;
     std::vector<std::string> values; ///< in the order of the options; empty: not named
     bool force = false;
 };
 
-std::shared_ptr<set_args_t> add_set_options(CLI::App &command, std::span<const set_option_t> options)
+std::shared_ptr<set_words_t> add_set_options(CLI::App &command, std::span<const set_option_t> options)
 {
-    auto args = std::make_shared<set_args_t>();
+    auto args = std::make_shared<set_words_t>();
     args->values.resize(options.size());
     for (size_t i = 0; i < options.size(); i++)
         command.add_option(options[i].names, args->values[i], options[i].text)->type_name(options[i].value);
     command.add_option("--file", args->file, fmt::format("The file to change, by default {}", CONFIG_FILE))
         ->type_name("FILE");
-    command.add_flag("--force", args->force, "Even if ports leave the spanning tree that are on, but not in the file");
+    command.add_flag("--force", args->force,
+                     "Even if ports leave the spanning tree that are on, but not in the file, or that cut a loop");
+    add_confirm_option(command, args->confirm);
     return args;
 }
 
-void run_set(const ctl_t &ctl, const set_args_t &args, std::span<const set_option_t> options,
+void run_set(const ctl_t &ctl, const set_words_t &args, std::span<const set_option_t> options,
              const std::vector<std::string> &sections)
 {
     std::vector<edit_t> edits;
@@ -133,7 +176,7 @@ void run_set(const ctl_t &ctl, const set_args_t &args, std::span<const set_optio
             }
     if (edits.empty())
         throw usage_t("set: name at least one setting");
-    set_in_config(ctl, place_of(ctl, args.file), edits, args.force);
+    set_in_config(ctl, place_of(ctl, args.file), {edits, args.force, confirm_within(args.confirm)});
 }
 
 void add_set_bridge_command(CLI::App &set, const ctl_t &ctl)
@@ -177,10 +220,13 @@ void add_config_commands(CLI::App &app, const ctl_t &ctl)
     set->footer(
         "Comments and order of the file stay. A file that is not there is made.\n"
         "The daemon then gets the whole file, so nothing is done if ports take part in the spanning\n"
-        "tree now that are not in the file; --force does it all the same.\n"
+        "tree now that are not in the file, or if one is to go off that cuts a loop; --force does it all\n"
+        "the same.\n"
         "Examples:\n"
         "  lvt_rstpctl set bridge --priority 4096\n"
         "  lvt_rstpctl set port 3 --cost 2000000 --edge off");
     add_set_bridge_command(*set, ctl);
     add_set_port_command(*set, ctl);
+    add_confirm_command(app, ctl);
+    add_save_command(app, ctl);
 }

@@ -8,6 +8,7 @@
 #include "tools/ctl/apply.h"
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"
+#include "tools/ctl/memory.h"
 #include "tools/ctl/send.h"
 #include "tools/messages.h"
 #include "tools/words.h"
@@ -74,6 +75,7 @@ void add_bridge_command(CLI::App &app, const ctl_t &ctl)
             fmt::format("bridge priority {}, max age {} s, hello time {} s, forward delay {} s, force version {}",
                         config.bridge_priority, config.max_age, config.hello_time, config.forward_delay,
                         config.force_version));
+        remember(ctl, [&](settings_t &sent) { sent.bridge = config; });
     });
 }
 
@@ -204,6 +206,7 @@ void add_aggr_config_command(CLI::App &app, const ctl_t &ctl)
                      fmt::format("all groups: spanning tree {}, path cost {}, priority {}, point-to-point {}",
                                  on_off(config.adminEnable), path_cost_word(config.adminPathCost),
                                  uint16_t{config.port_priority}, point_to_point_word(config.adminPointToPoint)));
+        remember(ctl, [&](settings_t &sent) { sent.ports[0] = config; });
     });
 }
 
@@ -268,6 +271,10 @@ CLI::App *add_groups_command(CLI::App &app, const ctl_t &ctl)
         const aggr_status_t groups =
             *assignments == std::vector<std::string>{"none"} ? AGGR_STATUS_ALONE : aggr_status_of(*assignments);
         send_message(ctl, aggr_status_message(groups), groups_text(groups));
+        remember(ctl, [&](settings_t &sent) {
+            sent.groups = groups;
+            sent.groups_stated = true;
+        });
     });
     return command;
 }
@@ -295,6 +302,7 @@ void add_lacp_command(CLI::App &app, const ctl_t &ctl)
                 enables[port - 1] = 1;
         send_message(ctl, lacp_enable_message(enables),
                      on_at_text("LACP", [&](unsigned port) { return enables[port - 1] != 0; }));
+        remember(ctl, [&](settings_t &sent) { sent.lacp = enables; });
     });
 }
 

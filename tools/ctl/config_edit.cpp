@@ -171,3 +171,10 @@ void save_config(const place_t &place, const std::string &text)
     errno = error;
     refuse(place.text());
 }
+
+void remove_config(const place_t &place)
+{
+    const folder_t folder(place);
+    if (unlinkat(folder.number(), folder.name().c_str(), 0) != 0)
+        refuse(place.text());
+}

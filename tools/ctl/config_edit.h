@@ -32,3 +32,6 @@ private:
 /// Puts `text` in the file's place, whole or not at all, with the file's owner and permissions.
 /// Throws refused_t.
 void save_config(const place_t &place, const std::string &text);
+
+/// Takes the file away. Throws refused_t.
+void remove_config(const place_t &place);
