@@ -89,6 +89,21 @@ TEST_F(schema, faults)
     EXPECT_EQ(judged("faults", output), "2 valid\n") << output;
 }
 
+TEST_F(schema, a_plan)
+{
+    write_file(path("switch.toml"), "[port.1]\nspanning_tree = true\n");
+    const std::string command = "apply --dry-run -j " + path("switch.toml");
+    std::string output = run_on_board(command).output;
+    EXPECT_NE(output.find(R"("changes":null,"untold":"no status file at )"), std::string::npos) << output;
+    report(STATUS);
+    output += run_on_board(command).output;
+    EXPECT_NE(output.find(R"("changes":["bridge priority 61440 -> 32768: )"), std::string::npos) << output;
+    EXPECT_NE(output.find(R"({"reason":"the ports)"), std::string::npos) << output;
+    EXPECT_EQ(judged("plan", output), "2 valid\n") << output;
+    EXPECT_EQ(control.read_all().size(), 0u);
+    expect_usage("apply -j " + path("switch.toml"), "apply: --json goes with --dry-run");
+}
+
 TEST_F(schema, explained_octets)
 {
     const std::string output =

@@ -60,17 +60,26 @@ void send_settings(const ctl_t &ctl, const std::vector<plan_step_t> &plan, const
     remember(ctl, [&](settings_t &sent) { sent = settings; });
 }
 
-/// On a dry run, before the messages.
-void tell_outlook(const ctl_t &ctl, const settings_t &settings)
+outlook_told_t outlook_now(const ctl_t &ctl, const settings_t &settings)
 {
     try {
         const bridge_status_t now = read_status(ctl).status;
-        fmt::print("what would change:\n");
-        for (const std::string &line : outlook(settings_in_force(ctl, now), settings, now))
-            fmt::print("  {}\n", printable(line));
+        return {outlook(settings_in_force(ctl, now), settings, now), ""};
     } catch (const refused_t &refusal) {
-        fmt::print("it cannot be told what would change: {}\n", printable(refusal.what()));
+        return {{}, refusal.what()};
     }
+}
+
+/// On a dry run, before the messages.
+void tell_outlook(const ctl_t &ctl, const settings_t &settings)
+{
+    const outlook_told_t told = outlook_now(ctl, settings);
+    if (told.untold.empty())
+        fmt::print("what would change:\n");
+    else
+        fmt::print("it cannot be told what would change: {}\n", printable(told.untold));
+    for (const std::string &line : told.lines)
+        fmt::print("  {}\n", printable(line));
     fmt::print("\n");
 }
 
@@ -193,21 +202,25 @@ void check_config(const place_t &place, bool json)
         fmt::print("{} is in order: {}\n", printable(place.text()), spanning_tree_text(settings.ports));
 }
 
-void apply_config(const ctl_t &ctl, const place_t &place, confirm_within_t confirm)
+void apply_config(const ctl_t &ctl, const place_t &place, const apply_args_t &args)
 {
     const settings_t settings = load_config(place);
     refuse_while_unconfirmed(ctl);
     const std::vector<plan_step_t> plan = plan_of(settings, {}, reported(ctl));
+    if (args.json) {
+        fmt::print("{}\n", plan_json(place.text(), outlook_now(ctl, settings), plan));
+        return;
+    }
     if (ctl.dry_run)
         tell_outlook(ctl, settings);
-    else if (confirm)
-        guard_change(ctl, settings, *confirm);
+    else if (args.confirm)
+        guard_change(ctl, settings, *args.confirm);
     send_settings(ctl, plan, settings);
     if (!ctl.dry_run)
         fmt::print("applied {}: {} messages sent, {}\n", printable(place.text()), plan.size(),
                    spanning_tree_text(settings.ports));
-    if (confirm && !ctl.dry_run)
-        fmt::print("{}\n", printable(how_to_confirm(ctl, *confirm)));
+    if (args.confirm && !ctl.dry_run)
+        fmt::print("{}\n", printable(how_to_confirm(ctl, *args.confirm)));
 }
 
 void set_in_config(const ctl_t &ctl, const place_t &place, const set_args_t &args)

@@ -17,9 +17,14 @@ using confirm_within_t = std::optional<std::chrono::nanoseconds>;
 /// wrong in it.
 void check_config(const place_t &place, bool json = false);
 
+struct apply_args_t {
+    confirm_within_t confirm;
+    bool json = false; ///< of a dry run
+};
+
 /// Checks the file and sends all that it sets; on a dry run tells what would change, and shows the messages.
 /// Throws refused_t.
-void apply_config(const ctl_t &ctl, const place_t &place, confirm_within_t confirm);
+void apply_config(const ctl_t &ctl, const place_t &place, const apply_args_t &args);
 
 struct set_args_t {
     std::vector<edit_t> edits;

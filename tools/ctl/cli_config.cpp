@@ -60,8 +60,13 @@ void add_apply_command(CLI::App &app, const ctl_t &ctl)
         "  lvt_rstpctl apply switch.toml --confirm 60");
     auto seconds = std::make_shared<std::string>();
     add_confirm_option(*command, *seconds);
-    command->callback(
-        [path = path, seconds, &ctl] { apply_config(ctl, place_of(ctl, *path), confirm_within(*seconds)); });
+    auto json = std::make_shared<bool>();
+    command->add_flag("-j,--json", *json, "With --dry-run: JSON, one document");
+    command->callback([path = path, seconds, json, &ctl] {
+        if (*json && !ctl.dry_run)
+            throw usage_t("apply: --json goes with --dry-run");
+        apply_config(ctl, place_of(ctl, *path), {.confirm = confirm_within(*seconds), .json = *json});
+    });
 }
 
 void add_confirm_command(CLI::App &app, const ctl_t &ctl)

@@ -7,6 +7,12 @@
 #include "tools/ctl/config_file.h"
 #include "tools/status_file.h"
 
+/// What would change, one line each; or why nobody can tell.
+struct outlook_told_t {
+    std::vector<std::string> lines;
+    std::string untold;
+};
+
 /// One line each for whatever may change. What other bridges do is not known: roles "may" change.
 ///
 /// before  the settings in force

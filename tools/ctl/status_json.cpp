@@ -199,7 +199,8 @@ std::string faults_json(const std::string &path, const std::vector<config_fault_
         .dump(-1, ' ', false, json_t::error_handler_t::replace);
 }
 
-std::string decoded_json(const decoded_t &decoded, const captured_t *frame)
+/// What is known of octets: "title", "octets", "fields" and "fault".
+static json_t explained(const decoded_t &decoded)
 {
     json_t fields = json_t::array();
     for (const decoded_field_t &field : decoded.fields)
@@ -207,14 +208,35 @@ std::string decoded_json(const decoded_t &decoded, const captured_t *frame)
                           {"octets", hex(field.octets, "")},
                           {"name", field.name},
                           {"value", or_null(!field.value.empty(), field.value)}});
+    return {{"title", decoded.title},
+            {"octets", decoded.octets},
+            {"fields", fields},
+            {"fault", or_null(!decoded.fault.empty(), decoded.fault)}};
+}
+
+std::string decoded_json(const decoded_t &decoded, const captured_t *frame)
+{
     json_t document = {{"version", JSON_VERSION}};
     document["frame"] = frame ? json_t(frame->number) : json_t(nullptr);
     document["time"] = frame && frame->time ? json_t(utc_text_of_micros(*frame->time)) : json_t(nullptr);
-    document["title"] = decoded.title;
-    document["octets"] = decoded.octets;
-    document["fields"] = fields;
-    document["fault"] = or_null(!decoded.fault.empty(), decoded.fault);
+    document.update(explained(decoded));
     return document.dump(-1, ' ', false, json_t::error_handler_t::replace);
+}
+
+std::string plan_json(const std::string &path, const outlook_told_t &outlook, const std::vector<plan_step_t> &plan)
+{
+    json_t messages = json_t::array();
+    for (const plan_step_t &step : plan) {
+        json_t message = {{"reason", step.reason}, {"hex", hex(step.frame, "")}};
+        message.update(explained(decode(step.frame, kind_t::control)));
+        messages.push_back(message);
+    }
+    return json_t({{"version", JSON_VERSION},
+                   {"file", path},
+                   {"changes", or_null(outlook.untold.empty(), outlook.lines)},
+                   {"untold", or_null(!outlook.untold.empty(), outlook.untold)},
+                   {"messages", messages}})
+        .dump(-1, ' ', false, json_t::error_handler_t::replace);
 }
 
 /// Of a change's words: what is a number elsewhere is one here, too.

@@ -7,6 +7,8 @@
 #include "tools/ctl/capture.h"
 #include "tools/ctl/changes.h"
 #include "tools/ctl/expect.h"
+#include "tools/ctl/outlook.h"
+#include "tools/ctl/plan.h"
 #include "tools/ctl/show_config.h"
 #include "tools/ctl/status.h"
 #include "tools/decode.h"
@@ -36,6 +38,9 @@ std::string faults_json(const std::string &path, const std::vector<config_fault_
 /// A message or frame, explained, as one JSON document in one line, without line end. `frame` is what it was
 /// captured as; null: it was not.
 std::string decoded_json(const decoded_t &decoded, const captured_t *frame);
+
+/// What the file at `path` would change, and the messages for it, as one JSON document in one line, without line end.
+std::string plan_json(const std::string &path, const outlook_told_t &outlook, const std::vector<plan_step_t> &plan);
 
 /// One change as a JSON document in one line, without line end.
 std::string change_json(const change_t &change, std::chrono::system_clock::time_point when);
