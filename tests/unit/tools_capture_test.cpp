@@ -149,6 +149,56 @@ TEST_F(capture_file, is_explained)
     EXPECT_NE(line.find(": RST BPDU of 4096/02:00:00:00:99:00, root "), std::string::npos) << line;
 }
 
+TEST_F(capture_file, may_name_interfaces)
+{
+    // Two interfaces, the first without a name.
+    std::string file;
+    const auto put = [&file](std::initializer_list<uint32_t> words, bool swapped = false) {
+        for (uint32_t word : words) {
+            word = swapped ? __builtin_bswap32(word) : word;
+            file.append(reinterpret_cast<const char *>(&word), sizeof word);
+        }
+    };
+    const auto put_frame = [&](uint32_t interface, bool swapped = false) {
+        const octets_t frame = rst_frame();
+        const auto size = static_cast<uint32_t>(frame.size());
+        const uint32_t padded = (size + 3) / 4 * 4;
+        put({6, 32 + padded, interface, 0, 0, size, size}, swapped);
+        file.append(frame.begin(), frame.end());
+        file.append(padded - size, '\0');
+        put({32 + padded}, swapped);
+    };
+    put({0x0A0D0D0A, 28, 0x1A2B3C4D, 1, 0xFFFFFFFF, 0xFFFFFFFF, 28});
+    put({1, 20, 1, 65535, 20});
+    put({1, 36, 1, 65535, 6u << 16 | 2});
+    file.append(
+        "sw1p\x1b"
+        "2\0\0",
+        8);
+    put({0, 36});
+    put_frame(1);
+    put_frame(0);
+    write_file(capture, file);
+    const std::string told = run_on_board("decode --brief --capture " + capture).output;
+    EXPECT_NE(told.find(" on sw1p\\x1b2: RST BPDU"), std::string::npos) << told;
+    EXPECT_EQ(told.find(" on ", told.find("frame 2")), std::string::npos) << told;
+    const std::string json = run_on_board("decode -j --capture - <" + capture).output;
+    EXPECT_NE(json.find(R"("interface":"sw1p\u001b2")"), std::string::npos) << json;
+    EXPECT_NE(json.find(R"("interface":null)"), std::string::npos) << json;
+
+    file.clear(); // and in the other order of octets
+    put({0x0A0D0D0A}, false);
+    put({28, 0x1A2B3C4D, 1u << 16, 0xFFFFFFFF, 0xFFFFFFFF, 28}, true);
+    put({1, 32, 1u << 16, 65535}, true);
+    put({2u << 16 | 4}, true);
+    file.append("eth1", 4);
+    put({0, 32}, true);
+    put_frame(0, true);
+    write_file(capture, file);
+    const std::string swapped = run_on_board("decode --brief --capture " + capture).output;
+    EXPECT_NE(swapped.find(" on eth1: RST BPDU"), std::string::npos) << swapped;
+}
+
 TEST_F(capture_file, may_have_times_that_are_none)
 {
     const std::string summary =

@@ -11,6 +11,7 @@
 struct captured_t {
     size_t number;                                             ///< in the file, from 1
     std::optional<std::chrono::system_clock::time_point> time; ///< none where the file has one that is none
+    std::string interface;                                     ///< where it was seen; empty: the file does not tell
     std::vector<uint8_t> octets;                               ///< what was captured of the frame
 };
 

@@ -13,6 +13,7 @@
 #include "tools/ctl/status.h"
 #include "tools/ctl/status_json.h"
 #include "tools/decode.h"
+#include "tools/printable.h"
 
 namespace {
 
@@ -29,8 +30,9 @@ void print(const decoded_t &decoded, const captured_t *frame, const decode_args_
     if (args.json)
         fmt::print("{}\n", decoded_json(decoded, frame));
     else if (frame)
-        fmt::print("frame {}, {}: {}", frame->number,
+        fmt::print("frame {}, {}{}: {}", frame->number,
                    frame->time ? time_text_of_micros(*frame->time) : "at no time that can be told",
+                   frame->interface.empty() ? "" : " on " + printable(frame->interface),
                    decoded_text(decoded, args.brief));
     else
         fmt::print("{}", decoded_text(decoded, args.brief));

@@ -219,6 +219,7 @@ std::string decoded_json(const decoded_t &decoded, const captured_t *frame)
     json_t document = {{"version", JSON_VERSION}};
     document["frame"] = frame ? json_t(frame->number) : json_t(nullptr);
     document["time"] = frame && frame->time ? json_t(utc_text_of_micros(*frame->time)) : json_t(nullptr);
+    document["interface"] = frame && !frame->interface.empty() ? json_t(frame->interface) : json_t(nullptr);
     document.update(explained(decoded));
     return document.dump(-1, ' ', false, json_t::error_handler_t::replace);
 }
