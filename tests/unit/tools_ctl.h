@@ -96,13 +96,22 @@ public:
     reads_t(const reads_t &) = delete;
     reads_t &operator=(const reads_t &) = delete;
 
-    /// Waits for the next time, but no longer than anything should take.
+    /// Waits for the next time, but no longer than anything should take. Folders do not count.
     void wait() const
     {
-        pollfd event = {fd_, POLLIN, 0};
-        char buffer[sizeof(inotify_event) + NAME_MAX + 1];
-        if (poll(&event, 1, 10'000) != 1 || read(fd_, buffer, sizeof buffer) <= 0)
-            ADD_FAILURE() << "nobody read the file";
+        alignas(inotify_event) char buffer[4096];
+        for (pollfd input = {fd_, POLLIN, 0}; poll(&input, 1, 10'000) == 1;) {
+            bool file = false;
+            const ssize_t size = read(fd_, buffer, sizeof buffer);
+            for (ssize_t at = 0; at < size;) {
+                const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
+                file = file || !(event->mask & IN_ISDIR);
+                at += static_cast<ssize_t>(sizeof *event + event->len);
+            }
+            if (file)
+                return;
+        }
+        ADD_FAILURE() << "nobody read the file";
     }
 
 private:

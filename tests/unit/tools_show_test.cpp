@@ -302,7 +302,7 @@ TEST_F(show, json_has_a_version_and_every_value)
     ASSERT_EQ(document["ports"].size(), 9u);
     EXPECT_EQ(document["ports"][0], json_t::parse(R"({
         "port": 1, "role": "root", "state": "forwarding", "path_cost": 8000, "edge": false,
-        "point_to_point": true, "neighbour": "stp", "looped_to": null, "group": null, "members": [],
+        "point_to_point": true, "neighbour": "stp", "deaf": false, "looped_to": null, "group": null, "members": [],
         "designated_bridge": "32768/02:00:00:01:11:00", "designated_port": 1,
         "sent": {"rst": 4, "configuration": 5, "tcn": 6},
         "received": {"rst": 7, "configuration": 20, "tcn": 8, "illegal": 9, "unknown": 10}})"));
@@ -339,12 +339,13 @@ TEST_F(show, pretty_is_the_same_document_over_lines)
 TEST_F(show, one_line_each)
 {
     report(STATUS);
-    EXPECT_EQ(run_on_board("show port 1 -o").output,
-              "port 1 role=root state=forwarding path_cost=8000 edge=false point_to_point=true neighbour=stp "
-              "looped_to=null group=null "
-              "members=[] designated_bridge=32768/02:00:00:01:11:00 designated_port=1 sent.rst=4 "
-              "sent.configuration=5 sent.tcn=6 received.rst=7 received.configuration=20 received.tcn=8 "
-              "received.illegal=9 received.unknown=10\n");
+    EXPECT_EQ(
+        run_on_board("show port 1 -o").output,
+        "port 1 role=root state=forwarding path_cost=8000 edge=false point_to_point=true neighbour=stp deaf=false "
+        "looped_to=null group=null "
+        "members=[] designated_bridge=32768/02:00:00:01:11:00 designated_port=1 sent.rst=4 "
+        "sent.configuration=5 sent.tcn=6 received.rst=7 received.configuration=20 received.tcn=8 "
+        "received.illegal=9 received.unknown=10\n");
     const std::string all = run_on_board("show -o").output;
     EXPECT_EQ(std::ranges::count(all, '\n'), 10);
     EXPECT_TRUE(all.starts_with("bridge id=61440/02:00:00:00:01:00 root=32768/02:00:00:01:11:00 is_root=false "));
@@ -575,6 +576,7 @@ TEST_F(show, watch_tells_of_ports_that_hear_nothing)
         << text;
 
     // All stand where neighbours that follow are silent: this alone is no fault.
+    std::filesystem::remove_all(path("tmp/lvt_rstpctl"));
     report(replaced(replaced(quick, "0,1,1,3,4,0", "0,1,1,4,4,0"), "0,1,1,1,1,0", "0,1,1,4,4,0"));
     text = run_on_board("show ports --watch --for 3.5").output;
     EXPECT_EQ(text.find("is deaf, no"), std::string::npos) << text;
@@ -582,6 +584,71 @@ TEST_F(show, watch_tells_of_ports_that_hear_nothing)
                         "  ends are root ports or alternates. Else this bridge is deaf:\n"),
               std::string::npos)
         << text;
+}
+
+TEST_F(show, one_look_after_the_other_tells_of_ports_that_hear_nothing)
+{
+    const auto shown_later = [this](const std::string &first, const std::string &second, const char *command) {
+        std::filesystem::remove_all(path("tmp/lvt_rstpctl"));
+        report(first);
+        age = 2500ms;
+        const std::string text = run_on_board(command).output;
+        EXPECT_EQ(text.find("BPDU for"), std::string::npos) << text;
+        report(second);
+        age = -2500ms;
+        return run_on_board(command).output;
+    };
+    const std::string quick = replaced(STATUS, ",20,2,15,", ",20,1,15,");
+    const std::string took_over = replaced(replaced(quick, "0,1,1,3,4,0", "0,1,1,4,4,0"), "0,1,1,1,1,0", "0,1,1,4,4,0");
+    std::string text = shown_later(quick, quick, "show ports");
+    EXPECT_NE(text.find("\nport 1, 2 is deaf, no BPDU for 5 s: port 4, 5, 6 is off"), std::string::npos) << text;
+    text = shown_later(quick, quick, "show -j");
+    EXPECT_EQ(json_t::parse(text)["ports"][1]["deaf"], true);
+    EXPECT_EQ(json_t::parse(text)["ports"][2]["deaf"], false); // a host is there
+    text = shown_later(quick, took_over, "show ports");
+    EXPECT_NE(text.find("\nport 1, 2 heard its last BPDU 5 s ago, when it was no designated port. Either"),
+              std::string::npos)
+        << text;
+    EXPECT_EQ(json_t::parse(shown_later(quick, took_over, "show -j"))["ports"][0]["deaf"], false);
+
+    // What is heard in between, a port that was down, and the counters of another daemon.
+    text = shown_later(quick, replaced(replaced(quick, "20,8,9,10", "21,8,9,10"), "=3,0,0,0,20,", "=3,0,0,0,21,"),
+                       "show ports");
+    EXPECT_EQ(text.find("BPDU for"), std::string::npos) << text;
+    text = shown_later(replaced(replaced(quick, "0,1,1,3,4,0", "0,1,1,0,0,0"), "0,1,1,1,1,0", "0,1,1,0,0,0"), took_over,
+                       "show ports");
+    EXPECT_NE(text.find("\nnobody is heard, no BPDU for 5 s on port 1, 2: as it should be"), std::string::npos) << text;
+    text = shown_later(quick, replaced(quick, "port03=23,", "port03=2,"), "show ports");
+    EXPECT_EQ(text.find("BPDU for"), std::string::npos) << text;
+
+    // What others left there is not taken for ours.
+    write_file(path("tmp/lvt_rstpctl/seen.json"), "[]");
+    EXPECT_EQ(run_on_board("show").status, 0);
+}
+
+TEST_F(show, another_users_look_leaves_nothing)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "cannot run here: only root can give a file away";
+    report(STATUS);
+    ASSERT_EQ(chown(path(RSTP_MONITOR_FILE).c_str(), 1, 1), 0);
+    EXPECT_EQ(run_on_board("show").status, 0);
+    EXPECT_FALSE(std::filesystem::exists(path("tmp/lvt_rstpctl")));
+    report(STATUS);
+    EXPECT_EQ(run_on_board("show").status, 0);
+    EXPECT_TRUE(std::filesystem::exists(path("tmp/lvt_rstpctl/seen.json")));
+}
+
+TEST_F(show, one_look_after_the_other_holds_the_time_of_a_topology_change)
+{
+    report(STATUS);
+    EXPECT_EQ(json_of("show -j")["bridge"]["topology_change"]["passes_since"], 72);
+    report(replaced(STATUS, "14:08:15,3,72", "11:38:15,3,9072"));
+    EXPECT_NE(run_on_board("show bridge").output.find("by port 3, 9072 passes ago, at 2026/11/20 14:08:15 or later\n"),
+              std::string::npos);
+    report(replaced(STATUS, "14:08:15,3,72", "14:20:00,3,7"));
+    EXPECT_NE(run_on_board("show bridge").output.find("by port 3, 7 passes ago, at 2026/11/20 14:20:00 or later\n"),
+              std::string::npos);
 }
 
 TEST_F(show, watch_as_json_is_a_document_a_line)

@@ -37,26 +37,29 @@ std::vector<int> ports_of(const subject_t &subject)
     return ports;
 }
 
-/// What the reports so far, of which `before` is the one before the last, tell beyond the last of them.
-struct watched_t {
-    const reading_t &before;
+/// One report, and what those before it tell beyond it.
+struct told_t {
+    const reading_t &reading;
     const history_t &history;
+    const reading_t *before; ///< the report before, of which changes are marked; null: none
 };
 
-std::string notes_text(const ctl_t &ctl, const show_args_t &args, const reading_t &reading, const watched_t &watched)
+std::string notes_text(const ctl_t &ctl, const show_args_t &args, const told_t &told)
 {
     std::string text;
     if (args.subject.ports || !args.subject.one_by_one.empty())
-        for (const std::string &note : silence_notes(reading, watched.history))
-            text += "\n" + (ctl.colour ? fmt::format(fg(fmt::terminal_color::red), "{}", note) : note) + "\n";
+        for (const note_t &note : silence_notes(told.reading, told.history)) {
+            const auto style = fg(note.trouble ? fmt::terminal_color::red : fmt::terminal_color::yellow);
+            text += "\n" + (ctl.colour ? fmt::format(style, "{}", note.text) : note.text) + "\n";
+        }
     return text;
 }
 
-std::string tables_text(const ctl_t &ctl, const show_args_t &args, const reading_t &reading, const watched_t *watched)
+std::string tables_text(const ctl_t &ctl, const show_args_t &args, const told_t &told)
 {
-    std::vector<table_t> tables = report_of(reading.status, args.subject);
-    if (watched) {
-        const std::vector<table_t> old = report_of(watched->before.status, args.subject);
+    std::vector<table_t> tables = report_of(told.reading.status, args.subject);
+    if (told.before) {
+        const std::vector<table_t> old = report_of(told.before->status, args.subject);
         for (size_t i = 0; i < tables.size(); i++)
             mark_changes(tables[i], old[i]);
     }
@@ -66,23 +69,24 @@ std::string tables_text(const ctl_t &ctl, const show_args_t &args, const reading
     for (table_t &table : tables)
         text += fmt::format("{}{}", text.empty() ? "" : "\n",
                             table_text(std::move(table), ctl.colour, args.watch, width_max));
-    return watched ? text + notes_text(ctl, args, reading, *watched) : text;
+    return text + notes_text(ctl, args, told);
 }
 
-std::string report_text(const ctl_t &ctl, const show_args_t &args, const reading_t &reading, const watched_t *watched)
+std::string report_text(const ctl_t &ctl, const show_args_t &args, const told_t &told)
 {
+    const reading_t &reading = told.reading;
     const std::vector<int> ports = ports_of(args.subject);
     switch (args.format) {
     case format_t::json:
-        return status_json(reading, ports, json_layout_t::compact) + "\n";
+        return status_json(reading, told.history, ports, json_layout_t::compact) + "\n";
     case format_t::pretty_json:
-        return status_json(reading, ports, json_layout_t::indented) + "\n";
+        return status_json(reading, told.history, ports, json_layout_t::indented) + "\n";
     case format_t::lines:
-        return status_lines(reading, args.subject.bridge && args.subject.one_by_one.empty(), ports);
+        return status_lines(reading, told.history, args.subject.bridge && args.subject.one_by_one.empty(), ports);
     case format_t::table:
         break;
     }
-    return tables_text(ctl, args, reading, watched);
+    return tables_text(ctl, args, told);
 }
 
 /// The text over what the screen shows, line by line, so that it does not flicker. The last row stays
@@ -118,19 +122,19 @@ void print_redraw(const show_args_t &args, const reading_t &reading, const std::
 void show(const ctl_t &ctl, const show_args_t &args)
 {
     reading_t reading = read_status(ctl);
+    history_t history(ctl, reading);
+    history.keep(ctl);
     if (!args.watch) {
-        fmt::print("{}", report_text(ctl, args, reading, nullptr));
+        fmt::print("{}", report_text(ctl, args, {reading, history, nullptr}));
         return;
     }
 
     const auto deadline = deadline_after(args.length);
-    history_t history(reading);
-    const watched_t unchanged = {reading, history};
-    print_redraw(args, reading, report_text(ctl, args, reading, &unchanged));
+    print_redraw(args, reading, report_text(ctl, args, {reading, history, &reading}));
     while (auto next = next_status(ctl, reading, deadline)) {
         history.take(*next);
-        const watched_t watched = {reading, history};
-        print_redraw(args, *next, report_text(ctl, args, *next, &watched));
+        history.keep(ctl);
+        print_redraw(args, *next, report_text(ctl, args, {*next, history, &reading}));
         reading = *next;
     }
 }

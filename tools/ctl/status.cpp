@@ -167,6 +167,15 @@ std::optional<uint32_t> root_path_cost(const bridge_status_t &status)
     return same_bridge(port.designated_bridge, status.root) ? std::optional(port.path_cost) : std::nullopt;
 }
 
+std::optional<system_clock::time_point> daemon_time(const std::string &text)
+{
+    tm local = {};
+    if (!strptime(text.c_str(), "%Y/%m/%d %H:%M:%S", &local))
+        return {};
+    local.tm_isdst = -1;
+    return system_clock::from_time_t(mktime(&local));
+}
+
 std::string time_text(system_clock::time_point time)
 {
     const time_t seconds = system_clock::to_time_t(time);

@@ -61,6 +61,9 @@ std::optional<int> looped_to(const port_status_t &port);
 /// own ports, so it is known where the way has no more than one of them.
 std::optional<uint32_t> root_path_cost(const bridge_status_t &status);
 
+/// A time as the daemon writes it, "2026/11/20 14:08:15" on this machine's clock; nothing of another text.
+std::optional<std::chrono::system_clock::time_point> daemon_time(const std::string &text);
+
 /// "2026-11-20 14:08:15" of a time, on this machine's clock.
 std::string time_text(std::chrono::system_clock::time_point time);
 

@@ -1,7 +1,6 @@
 #include "tools/ctl/status_json.h"
 
 #include <algorithm>
-#include <ctime>
 #include <optional>
 
 #include <fmt/chrono.h>
@@ -28,14 +27,11 @@ std::string utc_text_of_micros(std::chrono::system_clock::time_point time)
     return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(std::chrono::system_clock::to_time_t(time)), micros);
 }
 
-/// Of a time as the daemon writes it, "2026/11/20 14:08:15" on this machine's clock.
-std::string utc_text(const std::string &local_text)
+/// Of a time as the daemon writes it.
+std::string utc_text(const std::string &daemon_text)
 {
-    tm local = {};
-    if (!strptime(local_text.c_str(), "%Y/%m/%d %H:%M:%S", &local))
-        return local_text;
-    local.tm_isdst = -1;
-    return utc_text(std::chrono::system_clock::from_time_t(mktime(&local)));
+    const auto time = daemon_time(daemon_text);
+    return time ? utc_text(*time) : daemon_text;
 }
 
 json_t or_null(bool there, const json_t &value) { return there ? value : json_t(nullptr); }
@@ -80,8 +76,9 @@ json_t members_of(const bridge_status_t &status, int group)
     return members;
 }
 
-json_t port_of(const bridge_status_t &status, int number)
+json_t port_of(const reading_t &reading, const history_t &history, int number)
 {
+    const bridge_status_t &status = reading.status;
     const port_status_t &port = status.port(number);
     const bool designated = port.designated_port != 0 && !port.group;
     json_t received = counts_of(port.received);
@@ -97,6 +94,7 @@ json_t port_of(const bridge_status_t &status, int number)
         {"edge", port.edge},
         {"point_to_point", port.point_to_point},
         {"neighbour", neighbour},
+        {"deaf", is_deaf(reading, history, number)},
         {"looped_to", or_null(looped_to(port))},
         {"group", or_null(port.group != 0, port.group)},
         {"members", members_of(status, number)},
@@ -122,11 +120,12 @@ std::string assignments(const json_t &object, const std::string &prefix = {})
 
 } // namespace
 
-std::string status_json(const reading_t &reading, const std::vector<int> &ports, json_layout_t layout)
+std::string status_json(const reading_t &reading, const history_t &history, const std::vector<int> &ports,
+                        json_layout_t layout)
 {
     json_t list = json_t::array();
     for (const int port : ports)
-        list.push_back(port_of(reading.status, port));
+        list.push_back(port_of(reading, history, port));
     const json_t document = {{"version", JSON_VERSION},
                              {"written", utc_text(reading.written)},
                              {"bridge", bridge_of(reading.status)},
@@ -134,13 +133,13 @@ std::string status_json(const reading_t &reading, const std::vector<int> &ports,
     return document.dump(layout == json_layout_t::indented ? 2 : -1);
 }
 
-std::string status_lines(const reading_t &reading, bool bridge, const std::vector<int> &ports)
+std::string status_lines(const reading_t &reading, const history_t &history, bool bridge, const std::vector<int> &ports)
 {
     std::string text;
     if (bridge)
         text += "bridge" + assignments(bridge_of(reading.status)) + "\n";
     for (const int port : ports) {
-        json_t values = port_of(reading.status, port);
+        json_t values = port_of(reading, history, port);
         values.erase("port");
         text += fmt::format("port {}{}\n", port, assignments(values));
     }

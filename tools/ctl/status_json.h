@@ -7,6 +7,7 @@
 #include "tools/ctl/capture.h"
 #include "tools/ctl/changes.h"
 #include "tools/ctl/expect.h"
+#include "tools/ctl/history.h"
 #include "tools/ctl/outlook.h"
 #include "tools/ctl/plan.h"
 #include "tools/ctl/show_config.h"
@@ -20,10 +21,12 @@ enum class json_layout_t { compact, indented };
 
 /// The state as one JSON document, without line end. It has always the same shape; only `ports`
 /// (1 to 9) says whose entries are in its list of ports.
-std::string status_json(const reading_t &reading, const std::vector<int> &ports, json_layout_t layout);
+std::string status_json(const reading_t &reading, const history_t &history, const std::vector<int> &ports,
+                        json_layout_t layout);
 
 /// The same values as text, one line for the bridge (unless it is not wanted) and one for each port.
-std::string status_lines(const reading_t &reading, bool bridge, const std::vector<int> &ports);
+std::string status_lines(const reading_t &reading, const history_t &history, bool bridge,
+                         const std::vector<int> &ports);
 
 /// Statements and how they were judged, as one JSON document in one line, without line end.
 std::string verdicts_json(const std::vector<verdict_t> &verdicts);
