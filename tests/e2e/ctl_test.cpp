@@ -447,8 +447,14 @@ TEST_F(ctl, send_leaves_the_trap_armed)
     const lab::outcome_t refused = run(leaf, "set port 2 --spanning-tree off --file /tmp/switch.toml");
     EXPECT_EQ(refused.exit_code, 1);
     EXPECT_THAT(refused.output, testing::HasSubstr("port 2 is alternate and cuts a loop"));
+    EXPECT_THAT(run(leaf, "--dry-run set port 2 --spanning-tree off --file /tmp/switch.toml").output,
+                HasSubstr("  port 2 leaves the tree: alternate -> off; it will forward, which it does not do now\n"));
+    EXPECT_THAT(done(leaf, "apply /tmp/switch.toml --dry-run -j"),
+                HasSubstr(R"("changes":["nothing changes that is known"])"));
+    EXPECT_THAT(done(leaf, "show config --file /tmp/switch.toml"), testing::Not(HasSubstr("!")));
     done(leaf, "set port 3 --cost 7 --file /tmp/switch.toml");
     ASSERT_TRUE(ticks(leaf, 2));
+    EXPECT_THAT(done(leaf, "config --file /tmp/switch.toml"), HasSubstr("7 / -"));
     EXPECT_TRUE(is_so(leaf, "port 2 is alternate"));
 
     // Nouns look.
@@ -456,6 +462,28 @@ TEST_F(ctl, send_leaves_the_trap_armed)
     done(leaf, "bridge");
     ASSERT_TRUE(ticks(leaf, 2));
     EXPECT_TRUE(is_so(leaf, "port 1,2 is not off"));
+}
+
+TEST_F(ctl, short_words_and_the_letters_of_others)
+{
+    lab::switch_t &device = start_switch();
+    done(device, "send ports --enable 1-3");
+    ASSERT_TRUE(is_so(device, "port 1-3 is not off"));
+    EXPECT_EQ(json_t::parse(done(device, "-j sh po 1-2")).at("ports").size(), 2u);
+    EXPECT_EQ(json_t::parse(done(device, "po all -p")).at("ports").size(), 9u);
+    EXPECT_THAT(done(device, "-s -c po"), testing::AllOf(HasSubstr("sent RST"), HasSubstr("\033[")));
+    const lab::outcome_t refused = run(device, "-d show");
+    EXPECT_EQ(refused.exit_code, 2);
+    EXPECT_THAT(refused.output, testing::StartsWith("-d: show port LIST has all that is known of a port\n"));
+
+    std::ofstream(device.node().path("/tmp/baseline")) << "# as it was\nport 4-6 is off\nport 1-3 is down\n";
+    done(device, "expect --all /tmp/baseline 'root is this bridge'");
+    done(device, "inject link 3=up");
+    ASSERT_TRUE(is_so(device, "port 3 is up"));
+    const lab::outcome_t outcome = run(device, "expect -j --all /tmp/baseline 2>/dev/null --within 0");
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_EQ(json_t::parse(outcome.output).at("so"), false);
+    EXPECT_EQ(run(device, "expect port 4 is up").exit_code, 3);
 }
 
 TEST_F(ctl, an_unconfirmed_change_goes_back)
@@ -490,13 +518,15 @@ TEST_F(ctl, what_the_daemon_says_is_explained_and_heard_elsewhere)
     done(speaker, "send lacp --enable 5");
     done(speaker, "inject link 5=up");
     const lab::outcome_t captured = speaker.node().run(
-        {.argv = {"timeout", "20", "tshark", "-q", "-i", "cpu0", "-c", "2", "-F", "pcap", "-w", "/tmp/bpdus.pcap"}});
+        {.argv = {"timeout", "20", "tshark", "-q", "-i", "cpu0", "-c", "2", "-w", "/tmp/bpdus.pcap"}});
     ASSERT_EQ(captured.exit_code, 0) << captured.output;
 
     const std::string root = fmt::format("4096/{}", speaker.node().mac());
     const std::string words = done(speaker, "decode --capture /tmp/bpdus.pcap");
     EXPECT_EQ(count_of(words, "out of front port 5"), 2u) << words;
     EXPECT_EQ(count_of(words, "RST BPDU of " + root), 2u) << words;
+    EXPECT_EQ(count_of(words, " on cpu0: "), 2u) << words;
+    EXPECT_EQ(count_of(done(speaker, "decode -j --bpdu --capture - </tmp/bpdus.pcap"), R"("interface":"cpu0")"), 2u);
 
     std::string kinds;
     for (const json_t &message : speaker.client().messages())

@@ -571,8 +571,8 @@ TEST_F(set, a_file_that_is_not_there_is_made)
 TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
 {
     const std::string next_step =
-        "Nothing was changed or sent. Put into the file what is to stay, see "
-        "lvt_rstp.toml(5), or say --force.";
+        "Nothing was changed or sent. Put into the file what is to stay, as "
+        "lvt_rstpctl save does, or say --force.";
     const std::string at = " --file " + file;
     report(STATUS);
     expect_refused("set bridge --max-age 10" + at, "spanning tree is on at port 1,2,3 now, but there is no " + file +
@@ -583,7 +583,11 @@ TEST_F(set, what_the_file_does_not_say_is_not_taken_back_unasked)
     const std::string refusal =
         "spanning tree is on at port 2,3 now, but " + file + " says otherwise: it would go off there. " + next_step;
     expect_refused("set bridge --max-age 10" + at, refusal);
-    expect_refused("--dry-run set bridge --max-age 10" + at, refusal);
+    const run_t dry = run_on_board("--dry-run set bridge --max-age 10" + at);
+    EXPECT_EQ(dry.status, 1);
+    EXPECT_TRUE(dry.output.starts_with("what would change:\n") &&
+                dry.output.ends_with("\n\nlvt_rstpctl: " + refusal + "\n"))
+        << dry.output;
     EXPECT_EQ(read_file(file), "[port.1]\nspanning_tree = true\n");
 
     // Asked for, in the file before, or forced.
@@ -624,8 +628,8 @@ TEST_F(set, a_missing_file_does_not_take_back_the_bridge_priority_unasked)
     report(replaced(all_off(), "bridge_overview=61440:", "bridge_overview=4096:"));
     expect_refused("set port 1 --spanning-tree on --file " + file,
                    "the bridge priority is 4096 now, but there is no " + file +
-                       ": it would become 32768. Nothing was changed or sent. Put into the file what is to stay, see "
-                       "lvt_rstp.toml(5), or say --force.");
+                       ": it would become 32768. Nothing was changed or sent. Put into the file what is to stay, as "
+                       "lvt_rstpctl save does, or say --force.");
     EXPECT_EQ(run_on_board("set port 1 --spanning-tree on --force --file " + file).status, 0);
     std::filesystem::remove(file);
     EXPECT_EQ(run_on_board("set bridge --priority 0 --file " + file).status, 0);
@@ -793,7 +797,9 @@ TEST_F(set, does_not_open_a_loop_unasked)
     EXPECT_EQ(read_file(file), on);
     EXPECT_EQ(run_on_board("set port 3 --spanning-tree off --file " + file).status, 0) << "a host's";
     EXPECT_EQ(run_on_board("set port 2 --spanning-tree off --force --file " + file).status, 0);
-    const std::string dry = run_on_board("set port 2 --spanning-tree off --force --dry-run --file " + file).output;
+    write_file(file, on);
+    const std::string dry = run_on_board("set port 2 --spanning-tree off --dry-run --file " + file).output;
+    EXPECT_NE(dry.find("\nlvt_rstpctl: port 2 is alternate and cuts a loop: "), std::string::npos) << dry;
     EXPECT_NE(dry.find("  port 2 leaves the tree: alternate -> off; it will forward, which it does not do now\n"
                        "  port 2 cuts a loop now, in which frames would run\n"),
               std::string::npos)

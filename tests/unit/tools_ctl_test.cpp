@@ -102,6 +102,9 @@ TEST_F(ctl, words_may_be_shortened)
     expect_says("po 2 -j", run_on_board("show port 2 -j").output);
     EXPECT_EQ(run("help sen br").output, run("send bridge --help").output);
     expect_sends("sen la --enable 1", lacp_enable_message({1, 0, 0, 0, 0, 0}), "LACP on at port 1, off at 2-6");
+    expect_usage("ports --enable 1", "ports only looks: send ports --enable sends settings");
+    expect_usage("bridge --priority=0", "bridge only looks: send bridge --priority=0 sends settings");
+    EXPECT_EQ(run_on_board("ports --help").status, 0);
     expect_usage("s", "\"s\" may be " + std::string("show, set, save, send, statistics"));
     expect_usage("send b --dance", "The following argument was not expected: --dance");
     expect_usage("inject l", "inject link: name at least one link, as in all=down");
@@ -175,12 +178,11 @@ TEST_F(ctl, lacp_sends_an_octet_a_port)
 
 TEST_F(ctl, debug_sends_the_words)
 {
-    run_t result = run_on_board("debug show rstp_port_status 3");
-    EXPECT_EQ(result.status, 0) << result.output;
+    expect_says("debug show rstp_port_status 3",
+                "sent: debug show rstp_port_status 3; the answer comes on the board's console\n");
     EXPECT_EQ(debug.read_all(), text_octets("debug show rstp_port_status 3\n"));
 
-    result = run_on_board("debug");
-    EXPECT_EQ(result.status, 0) << result.output;
+    expect_says("debug", "sent: debug; the answer comes on the board's console\n");
     EXPECT_EQ(debug.read_all(), text_octets("debug\n"));
     EXPECT_EQ(control.read_all().size(), 0u);
 }

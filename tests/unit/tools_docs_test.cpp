@@ -192,7 +192,10 @@ TEST(docs, completion_knows_commands_and_options)
     EXPECT_EQ(completions("mo"), "monitor");
     EXPECT_EQ(completions("set p"), "port");
     EXPECT_EQ(completions("send l"), "lacp");
-    EXPECT_EQ(completions("con"), "confirm");
+    EXPECT_EQ(completions("con"), "confirm config");
+    EXPECT_EQ(completions("po"), "ports port");
+    EXPECT_EQ(completions("port 8"), "8");
+    EXPECT_EQ(completions("ports --wa"), "--watch");
     EXPECT_EQ(completions("show st"), "statistics");
     EXPECT_EQ(completions("set port --spanning"), "--spanning-tree");
     EXPECT_EQ(completions("--root /tmp show --wa"), "--watch");

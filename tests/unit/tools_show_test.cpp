@@ -441,7 +441,7 @@ TEST_F(show, output_that_does_not_arrive)
     }
     EXPECT_EQ(run_on_board("show 3>&1 >&- 2>&3 #").output,
               "lvt_rstpctl: cannot write to standard output: Bad file descriptor\n");
-    EXPECT_EQ(run_on_board("debug >/dev/full").status, 0); // which says nothing
+    EXPECT_EQ(run_on_board("expect port 1 is root >/dev/full").status, 0); // which says nothing
     const std::string changed = replaced(STATUS, "0,1,1,1,1,0", "0,1,1,1,4,0");
     EXPECT_EQ(run_through({STATUS, changed}, "monitor -j" + full).output, reason);
 }

@@ -163,8 +163,8 @@ void refuse_losses(const bridge_status_t &now, const std::string &path, bool exi
                    const settings_t &settings, const std::vector<edit_t> &edits)
 {
     constexpr char next_step[] =
-        "Nothing was changed or sent. Put into the file what is to stay, see "
-        "lvt_rstp.toml(5), or say --force.";
+        "Nothing was changed or sent. Put into the file what is to stay, as "
+        "lvt_rstpctl save does, or say --force.";
     const std::string told = exists ? fmt::format("{} says otherwise", path) : fmt::format("there is no {}", path);
     const std::string ports = ports_lost(now, before, settings, edits);
     if (!ports.empty())
@@ -234,6 +234,8 @@ void set_in_config(const ctl_t &ctl, const place_t &place, const set_args_t &arg
     const std::string text = with_settings(stored.value_or(""), args.edits);
     const settings_t settings = settings_after(text, path);
     refuse_while_unconfirmed(ctl);
+    if (ctl.dry_run)
+        tell_outlook(ctl, settings);
     std::optional<bridge_status_t> now;
     within_a_report([&] { // which may not yet tell of what was sent just before
         now = args.force || ctl.dry_run ? reported(ctl) : demand_report(ctl, "; --force does it all the same.");
@@ -244,7 +246,6 @@ void set_in_config(const ctl_t &ctl, const place_t &place, const set_args_t &arg
     });
 
     if (ctl.dry_run) {
-        tell_outlook(ctl, settings);
         for (const edit_t &edit : args.edits)
             fmt::print("in {}: [{}] {} = {}\n", printable(path), edit.section, edit.key, edit.value);
     } else {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/ctl/send.h"
 #include "tools/ctl/text_file.h"
@@ -61,6 +62,9 @@ void debug(const ctl_t &ctl, const std::vector<std::string> &words)
     const std::string console = ctl.root + SIMULATED_CONSOLE;
     const auto before = size_of(console);
     send_debug_words(ctl, words);
+    if (!before)
+        tell_sent(ctl, fmt::format("debug{}{}; the answer comes on the board's console", words.empty() ? "" : " ",
+                                   fmt::join(words, " ")));
     if (!before || ctl.dry_run)
         return;
     wait_for_answer(console, *before);

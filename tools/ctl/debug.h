@@ -10,5 +10,5 @@
 constexpr char SIMULATED_CONSOLE[] = "/tmp/console";
 
 /// Hands a debug command to the daemon. Where the board's console is a file, prints what comes there until
-/// nothing more does. Throws refused_t.
+/// nothing more does; elsewhere says that it was sent. Throws refused_t.
 void debug(const ctl_t &ctl, const std::vector<std::string> &words);

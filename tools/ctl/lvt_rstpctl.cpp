@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <span>
 #include <sstream>
 #include <string_view>
 
@@ -126,6 +127,16 @@ bool takes_next(const CLI::App &app, const CLI::App &command, const std::string 
     return option && option->get_items_expected_max() > 0;
 }
 
+/// Words that look, with options of the message of the same name: throws usage_t.
+void refuse_settings(const CLI::App &app, const std::string &word, std::span<const std::string> rest)
+{
+    const CLI::App *message = find_command(*find_command(app, "send"), word);
+    for (const std::string &option : rest)
+        if (message && option.starts_with("--") && message->get_option_no_throw(option.substr(0, option.find('='))) &&
+            !find_command(app, "show")->get_option_no_throw(option))
+            throw usage_t(fmt::format("{0} only looks: send {0} {1} sends settings", word, option));
+}
+
 /// The command line with whole words, and "show" before what alone is shown. Throws usage_t.
 words_t whole_words(const CLI::App &app, words_t words)
 {
@@ -147,6 +158,7 @@ words_t whole_words(const CLI::App &app, words_t words)
         if (shows)
             break;
         if (command == &app && std::ranges::count(SUBJECTS, word)) {
+            refuse_settings(app, word, std::span(words).subspan(at + 1));
             words.insert(words.begin() + static_cast<std::ptrdiff_t>(at), "show");
             break;
         }
