@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 constexpr char BRIDGE_TABLE[] =
     "bridge           61440/02:00:00:00:01:00\n"
     "root             32768/02:00:00:01:11:00 through port 1\n"
+    "                 (with the default priority, so that the lowest address decided)\n"
     "root path cost   8000\n"
     "times            max age 20 s, hello time 2 s, forward delay 15 s\n"
     "topology change  none\n"
@@ -505,13 +506,13 @@ TEST_F(show_on_terminal, watching_redraws_a_screen_in_place)
     EXPECT_TRUE(text.starts_with("\033[?7l\033[H20")) << text;
     EXPECT_TRUE(text.ends_with("\033[J\033[?7h")) << text;
     EXPECT_EQ(std::ranges::count(text, '\n'), 9) << text;
-    // In all: the time, six lines of the bridge, and two tables, each after a blank line, of seven
+    // In all: the time, seven lines of the bridge, and two tables, each after a blank line, of seven
     // lines and one about columns.
-    EXPECT_NE(text.find("... and 17 lines for which there is no room\033[K\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("... and 18 lines for which there is no room\033[K\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("\033[2J"), std::string::npos) << text;
 
-    const std::string whole = run_on_terminal("show bridge --color never --watch --for 0.1", {8, 80, 0, 0});
-    EXPECT_EQ(std::ranges::count(whole, '\n'), 7) << whole;
+    const std::string whole = run_on_terminal("show bridge --color never --watch --for 0.1", {9, 80, 0, 0});
+    EXPECT_EQ(std::ranges::count(whole, '\n'), 8) << whole;
     EXPECT_EQ(whole.find("no room"), std::string::npos) << whole;
 }
 

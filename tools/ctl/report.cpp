@@ -76,6 +76,8 @@ table_t bridge_table(const bridge_status_t &status)
     };
     if (status.is_former_self_root())
         table.push_back(named("", {.text = "(this bridge's own former identifier, ages out)"}));
+    else if (status.root.prio == LVT_RSTP_SYSTEM_DEFAULTS.bridge_priority)
+        table.push_back(named("", {.text = "(with the default priority, so that the lowest address decided)"}));
     table.push_back(named("root path cost", {.text = root_path_cost_words(status)}));
     table.push_back(named("times", {.text = fmt::format("max age {} s, hello time {} s, forward delay {} s",
                                                         status.max_age, status.hello_time, status.forward_delay)}));
