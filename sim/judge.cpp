@@ -58,8 +58,8 @@ bool loop_watcher_t::goes_round(cable_id_t cable, std::vector<cable_id_t> &path)
     if (reached[0] == goal)
         return true;
     for (size_t i = 0; i < reached.size(); i++)
-        for (cable_id_t id = 0; id < carries_.size(); id++) {
-            if (!carries_[id] || id == cable || same_trunk(id))
+        for (const cable_id_t id : world_.cables_of(reached[i])) {
+            if (id >= carries_.size() || !carries_[id] || id == cable || same_trunk(id))
                 continue;
             const cable_t &step = world_.cable(id);
             for (unsigned end = 0; end < 2; end++) {

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tools/messages.h"
+
 namespace sim {
 
 namespace {
@@ -46,9 +48,12 @@ node_id_t world_t::add_switch(std::string name)
     switches_.push_back(std::make_unique<switch_t>());
     switch_create(*switches_.back(), index + 1, calls_);
     powered_.push_back(false);
+    lit_.push_back(false);
     daemons_.push_back(0);
     seconds_.push_back(SECOND);
     refusals_.push_back(0);
+    held_until_.push_back(0);
+    held_ticks_.push_back(0);
     const node_id_t id = add(node_kind_t::SWITCH, std::move(name), index);
     node_of_switch_.push_back(id);
     return id;
@@ -114,8 +119,8 @@ std::array<uint8_t, 6> world_t::host_address(node_id_t host) const
 
 void world_t::done(node_id_t node)
 {
-    if (watcher_)
-        watcher_->event_done(node);
+    for (watcher_t *watcher : watchers_)
+        watcher->event_done(node);
 }
 
 void world_t::schedule_tick(uint32_t index, moment_t when)
@@ -123,12 +128,13 @@ void world_t::schedule_tick(uint32_t index, moment_t when)
     queue_.put(when, {event_kind_t::TICK, 0, index, daemons_[index], 0});
 }
 
-void world_t::power_on(node_id_t node, moment_t phase, moment_t second)
+void world_t::power_on(node_id_t node, moment_t phase, moment_t second, bool lit)
 {
     const uint32_t index = nodes_[node].index;
     if (powered_[index])
         return;
     powered_[index] = true;
+    lit_[index] = lit;
     daemons_[index]++;
     seconds_[index] = second;
     // With power come the links, at both ends.
@@ -138,12 +144,27 @@ void world_t::power_on(node_id_t node, moment_t phase, moment_t second)
                 if (end.node == node)
                     device(node).links[end.port - 1] = {.up = false, .mbit = 0, .full_duplex = false};
     switch_power_on(device(node), chip_time(now_));
+    if (lit)
+        set_links_at(node);
+    schedule_tick(index, now_ + phase);
+    done(node);
+}
+
+void world_t::light(node_id_t node)
+{
+    if (!powered(node) || lit_[nodes_[node].index])
+        return;
+    lit_[nodes_[node].index] = true;
+    set_links_at(node);
+}
+
+/// At both ends of all its cables.
+void world_t::set_links_at(node_id_t node)
+{
     for (const cable_id_t cable : cables_of_[node])
         if (cable != NO_CABLE)
             for (const end_t &end : cables_[cable].ends)
                 set_link_of(end, cables_[cable]);
-    schedule_tick(index, now_ + phase);
-    done(node);
 }
 
 void world_t::power_off(node_id_t node)
@@ -151,15 +172,13 @@ void world_t::power_off(node_id_t node)
     const uint32_t index = nodes_[node].index;
     if (!powered_[index])
         return;
-    powered_[index] = false;
+    powered_[index] = lit_[index] = false;
     daemons_[index]++;
     switch_power_off(device(node));
     for (const cable_id_t id : cables_of_[node])
-        if (id != NO_CABLE) {
+        if (id != NO_CABLE)
             cables_[id].generation++;
-            for (const end_t &end : cables_[id].ends)
-                set_link_of(end, cables_[id]);
-        }
+    set_links_at(node);
     done(node);
 }
 
@@ -185,11 +204,15 @@ void world_t::start_daemon(node_id_t node, moment_t phase, moment_t second)
 /// Gives the port at one end of a cable the link that it has now.
 void world_t::set_link_of(end_t end, const cable_t &cable)
 {
+    const auto lives = [&](node_id_t node) {
+        return nodes_[node].kind != node_kind_t::SWITCH || lit_[nodes_[node].index];
+    };
     if (nodes_[end.node].kind != node_kind_t::SWITCH || !powered(end.node))
         return;
     const end_t &other = cable.ends[cable.ends[0].node == end.node && cable.ends[0].port == end.port ? 1 : 0];
-    const bool lives = nodes_[other.node].kind != node_kind_t::SWITCH || powered(other.node);
-    const link_t link = {.up = cable.plugged && lives, .mbit = cable.mbit, .full_duplex = cable.full_duplex};
+    const link_t link = {.up = cable.plugged && lives(end.node) && lives(other.node),
+                         .mbit = cable.mbit,
+                         .full_duplex = cable.full_duplex};
     const link_t &known = device(end.node).links[end.port - 1];
     if (known.up == link.up && known.mbit == link.mbit && known.full_duplex == link.full_duplex)
         return;
@@ -202,8 +225,8 @@ void world_t::plug(cable_id_t id)
     cable_t &cable = cables_[id];
     if (std::exchange(cable.plugged, true))
         return;
-    if (watcher_)
-        watcher_->cable_changed(id);
+    for (watcher_t *watcher : watchers_)
+        watcher->cable_changed(id);
     for (const end_t &end : cable.ends)
         set_link_of(end, cable);
 }
@@ -214,8 +237,8 @@ void world_t::pull(cable_id_t id)
     if (!std::exchange(cable.plugged, false))
         return;
     cable.generation++;
-    if (watcher_)
-        watcher_->cable_changed(id);
+    for (watcher_t *watcher : watchers_)
+        watcher->cable_changed(id);
     for (const end_t &end : cable.ends)
         set_link_of(end, cable);
 }
@@ -230,6 +253,16 @@ void world_t::tick(node_id_t node)
 {
     switch_tick(device(node), chip_time(now_));
     done(node);
+}
+
+void world_t::hold(node_id_t node, moment_t span) { held_until_[nodes_[node].index] = now_ + span; }
+
+void world_t::join(node_id_t node, const std::array<uint8_t, FRONT_PORTS + 1> &groups)
+{
+    for (unsigned port = 1; port <= FRONT_PORTS; port++)
+        chip_trunk_set(device(node).chip, chip_port_of_front(port), groups[port] == port ? 0 : groups[port]);
+    call_chip_changed(this, device(node));
+    control(node, aggr_status_message(groups));
 }
 
 void world_t::refuse(node_id_t node, uint32_t count) { refusals_[nodes_[node].index] = count; }
@@ -290,14 +323,14 @@ void world_t::put_on(cable_id_t id, unsigned from, std::span<const uint8_t> octe
     memcpy(frame.octets.data(), octets.data(), octets.size());
     in_flight_++;
     queue_.put(arrival, {event_kind_t::FRAME, static_cast<uint8_t>(1 - from), id, cables_[id].generation, place});
-    if (watcher_)
-        watcher_->sent(id, from, frame);
+    for (watcher_t *watcher : watchers_)
+        watcher->sent(id, from, frame);
 }
 
 void world_t::arrive(cable_id_t id, unsigned to, const frame_t &frame)
 {
-    if (watcher_)
-        watcher_->arrived(id, to, frame);
+    for (watcher_t *watcher : watchers_)
+        watcher->arrived(id, to, frame);
     const end_t &end = cables_[id].ends[to];
     const node_t &node = nodes_[end.node];
     const std::span<const uint8_t> octets(frame.octets.data(), frame.length);
@@ -341,8 +374,14 @@ bool world_t::step(moment_t until)
         if (event.generation != daemons_[event.subject])
             break;
         schedule_tick(event.subject, now_ + seconds_[event.subject]);
-        switch_tick(*switches_[event.subject], chip_time(now_));
-        done(node_of_switch_[event.subject]);
+        if (now_ < held_until_[event.subject]) {
+            held_ticks_[event.subject]++;
+            break;
+        }
+        for (uint32_t ticks = std::exchange(held_ticks_[event.subject], 0) + 1; ticks; ticks--) {
+            switch_tick(*switches_[event.subject], chip_time(now_));
+            done(node_of_switch_[event.subject]);
+        }
         break;
     case event_kind_t::FRAME: {
         const frame_t frame = frames_[event.frame];
@@ -378,15 +417,15 @@ void world_t::call_sends(void *context, switch_t &from, unsigned port, std::span
 void world_t::call_chip_changed(void *context, switch_t &from)
 {
     auto &world = *static_cast<world_t *>(context);
-    if (world.watcher_)
-        world.watcher_->chip_changed(world.node_of_switch_[from.number - 1]);
+    for (watcher_t *watcher : world.watchers_)
+        watcher->chip_changed(world.node_of_switch_[from.number - 1]);
 }
 
 void world_t::call_chip_written(void *context, switch_t &from, const mdio_multi_t &batch)
 {
     auto &world = *static_cast<world_t *>(context);
-    if (world.watcher_)
-        world.watcher_->chip_written(world.node_of_switch_[from.number - 1], batch);
+    for (watcher_t *watcher : world.watchers_)
+        watcher->chip_written(world.node_of_switch_[from.number - 1], batch);
 }
 
 bool world_t::call_chip_refuses(void *context, switch_t &from)

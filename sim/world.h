@@ -98,11 +98,14 @@ public:
     /// Cables two ports that are free. It is plugged in at once.
     cable_id_t connect(end_t a, end_t b, const way_t &way = {}, uint32_t mbit = 1000, bool full_duplex = true);
 
-    void watch(watcher_t *watcher) { watcher_ = watcher; }
+    /// One more watcher, which must live as long as things happen.
+    void watch(watcher_t *watcher) { watchers_.push_back(watcher); }
 
     // ---- acting, now -----------------------------------------------------------------
-    /// Power for a switch; its daemon's seconds begin `phase` later and last `second` each.
-    void power_on(node_id_t node, moment_t phase = SECOND, moment_t second = SECOND);
+    /// Power for a switch; its daemon's seconds begin `phase` later and last `second` each. Its ports have
+    /// link from now on, or when they are lit.
+    void power_on(node_id_t node, moment_t phase = SECOND, moment_t second = SECOND, bool lit = true);
+    void light(node_id_t node);
     void power_off(node_id_t node);
     void kill_daemon(node_id_t node);
     void start_daemon(node_id_t node, moment_t phase = SECOND, moment_t second = SECOND);
@@ -113,8 +116,14 @@ public:
     /// A control message, as another program of the board sends it.
     void control(node_id_t node, std::span<const uint8_t> message);
 
+    /// Puts ports into groups, as the link-aggregation daemon does: in the chip, and by a message. Octet p is
+    /// the group (7 to 9) of front port p, or p when it stands alone.
+    void join(node_id_t node, const std::array<uint8_t, FRONT_PORTS + 1> &groups);
+
     /// A second of a switch's daemon, apart from its own.
     void tick(node_id_t node);
+    /// Keeps a switch's ticks back for this long; they all come with the first one after it.
+    void hold(node_id_t node, moment_t span);
 
     /// A host's or a speaker's frame, of at least 14 octets.
     void send(node_id_t node, std::span<const uint8_t> frame);
@@ -142,6 +151,8 @@ public:
     const cable_t &cable(cable_id_t id) const { return cables_[id]; }
     /// The cable at a port, or NO_CABLE.
     cable_id_t cable_at(end_t end) const;
+    /// The cables of a node by port - 1; NO_CABLE where there is none.
+    const std::vector<cable_id_t> &cables_of(node_id_t node) const { return cables_of_[node]; }
 
     switch_t &device(node_id_t node) { return *switches_[nodes_[node].index]; }
     const switch_t &device(node_id_t node) const { return *switches_[nodes_[node].index]; }
@@ -168,6 +179,7 @@ private:
 
     node_id_t add(node_kind_t kind, std::string name, uint32_t index);
     void set_link_of(end_t end, const cable_t &cable);
+    void set_links_at(node_id_t node);
     void carry(cable_id_t cable, unsigned from, std::span<const uint8_t> octets);
     void put_on(cable_id_t cable, unsigned from, std::span<const uint8_t> octets, moment_t arrival);
     void leave(end_t from, std::span<const uint8_t> octets);
@@ -182,7 +194,7 @@ private:
 
     random_t random_;
     world_calls_t calls_;
-    watcher_t *watcher_ = nullptr;
+    std::vector<watcher_t *> watchers_;
     moment_t now_ = 0;
     uint64_t events_ = 0;
     queue_t<event_t> queue_;
@@ -194,9 +206,12 @@ private:
     std::vector<std::unique_ptr<switch_t>> switches_;
     std::vector<node_id_t> node_of_switch_;
     std::vector<bool> powered_;
+    std::vector<bool> lit_;
     std::vector<uint32_t> daemons_; ///< started so far
     std::vector<moment_t> seconds_;
     std::vector<uint32_t> refusals_;
+    std::vector<moment_t> held_until_;
+    std::vector<uint32_t> held_ticks_;
 
     std::vector<speaker_t> speakers_;
     std::vector<uint64_t> host_received_;
