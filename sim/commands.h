@@ -1,10 +1,12 @@
 /// lvt_sim: what its commands share. Each command has a source file of its own, cmd_NAME.cpp, which adds it.
 #pragma once
 
-#include <stdexcept>
 #include <string>
 
 #include <CLI/CLI.hpp>
+
+#include "sim/could_not.h"
+#include "sim/draw.h"
 
 namespace sim {
 
@@ -15,21 +17,6 @@ enum exit_code_t {
     EXIT_COULD_NOT = 3 ///< nobody can tell: a file or an output that cannot be used
 };
 
-/// Ends the program with status 2: understood the words, but they make no sense.
-struct usage_t : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-/// The same with lines "FILE:LINE:COLUMN: ..." that are told as they are, as compilers do.
-struct faults_t : usage_t {
-    using usage_t::usage_t;
-};
-
-/// Ends the program with status 3.
-struct could_not_t : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
 /// Writes out what was printed until now. Throws could_not_t when it does not arrive.
 void flush_output();
 
@@ -37,6 +24,20 @@ void flush_output();
 struct result_t {
     exit_code_t code = EXIT_HELD;
 };
+
+/// --shape, --switches and --faults of a command that draws networks.
+struct wish_words_t {
+    std::string shape, switches, faults;
+
+    void add_to(CLI::App &command);
+    /// Throws usage_t.
+    wishes_t wishes() const;
+    /// The same options again, for who is told how to repeat something: " --shape ring".
+    std::string again() const;
+};
+
+/// A whole number of 64 bits. Throws usage_t.
+uint64_t parse_whole(const std::string &what, const std::string &text);
 
 // Each adds one command. `result` must outlive the parsing.
 void add_run_command(CLI::App &app, result_t &result);

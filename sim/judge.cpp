@@ -33,7 +33,8 @@ bool loop_watcher_t::is_forwarding(const end_t &end) const
 {
     switch (world_.node(end.node).kind) {
     case node_kind_t::SWITCH:
-        return world_.powered(end.node) && switch_forwards(world_.device(end.node), end.port);
+        return world_.powered(end.node) && world_.device(end.node).links[end.port - 1].up &&
+               switch_forwards(world_.device(end.node), end.port);
     case node_kind_t::HUB:
         return true;
     default:
@@ -139,13 +140,17 @@ struct station_t {
     uint64_t cost;
 };
 
+/// What a bridge believes.
 struct bridge_t {
     uint64_t id;
-    vector_t best; ///< the bridge's own root vector, with itself as the speaker and no port
-    std::optional<station_t> root_port;
+    vector_t best;                        ///< its own root vector, with itself as the speaker and no port
+    std::pair<vector_t, uint32_t> chosen; ///< by which it came to that, with its own port as the last word
+    unsigned root_port;                   ///< 0: it is the root
+    node_id_t above;                      ///< who told it
+    unsigned reach;                       ///< cables that this bridge's information gets far, when it is the root
 };
 
-/// All that is joined without a bridge between: the two ends of a cable, or all cables of a hub.
+/// All that is joined without a bridge between: the two ends of a cable or a group, or all cables of a hub.
 using segment_t = std::vector<station_t>;
 
 struct tree_t {
@@ -153,52 +158,87 @@ struct tree_t {
     std::vector<segment_t> segments;
 };
 
+bridge_t bridge_of(uint64_t id, unsigned max_age, unsigned hello_time)
+{
+    // Each bridge adds a 16th of max age to the age of what it passes on.
+    const unsigned step = std::max((max_age + 8) / 16, 1u);
+    const unsigned life = 3 * hello_time;
+    return {id, {id, 0, id, 0}, {}, 0, 0, max_age > life ? (max_age - life) / step : 0};
+}
+
+/// Logical port of a front port that is the end of a cable: itself or its group.
+unsigned logical_port(const world_t &world, const end_t &end)
+{
+    const unsigned trunk = trunk_of(world, end);
+    return trunk ? trunk : end.port;
+}
+
 bool takes_part(world_t &world, const end_t &end)
 {
     if (world.node(end.node).kind != node_kind_t::SWITCH || !world.powered(end.node))
         return false;
     const switch_t &device = world.device(end.node);
-    if (!device.daemon_runs || !device.links[end.port - 1].up || trunk_of(world, end) != 0)
-        return false;
-    return world.port(end.node, end.port).config.adminEnable != 0;
+    return device.daemon_runs && device.links[end.port - 1].up &&
+           world.port(end.node, logical_port(world, end)).config.adminEnable != 0;
 }
 
-/// The cost of a port: what was set, or 20 Tbit/s by its speed (table 17-3).
+/// The cost of a port: what was set, or 20 Tbit/s by its speed (table 17-3), which is that of all members.
 uint64_t cost_of(world_t &world, const end_t &end)
 {
-    const uint32_t set = world.port(end.node, end.port).config.adminPathCost;
-    return set ? set : std::max<uint64_t>(20000000 / world.device(end.node).links[end.port - 1].mbit, 2);
+    const unsigned port = logical_port(world, end);
+    if (const uint32_t set = world.port(end.node, port).config.adminPathCost)
+        return set;
+    const switch_t &device = world.device(end.node);
+    uint64_t mbit = 0;
+    for (unsigned member = 1; member <= FRONT_PORTS; member++)
+        if (logical_port(world, {end.node, member}) == port && device.links[member - 1].up)
+            mbit += device.links[member - 1].mbit;
+    return std::max<uint64_t>(20000000 / mbit, 2);
 }
 
 station_t station_of(world_t &world, const end_t &end)
 {
-    const uint32_t priority = world.port(end.node, end.port).config.port_priority;
-    return {end.node, end.port, (priority << 8 | end.port) & 0xFFFF, cost_of(world, end)};
+    const unsigned port = logical_port(world, end);
+    const uint32_t priority = world.port(end.node, port).config.port_priority;
+    return {end.node, port, (priority << 8 | port) & 0xFFFF, cost_of(world, end)};
 }
 
-tree_t survey(world_t &world)
+tree_t survey(world_t &world, const std::vector<outsider_t> &outsiders)
 {
     tree_t tree;
-    std::map<node_id_t, size_t> segment_of_hub;
+    std::map<std::pair<node_id_t, unsigned>, size_t> joint; // segments of hubs and of groups
     for (cable_id_t id = 0; id < world.cables(); id++) {
         const cable_t &cable = world.cable(id);
         if (!cable.plugged)
             continue;
-        size_t segment = tree.segments.size();
+        size_t place = tree.segments.size();
         for (const end_t &end : cable.ends)
             if (world.node(end.node).kind == node_kind_t::HUB)
-                segment = segment_of_hub.try_emplace(end.node, segment).first->second;
-        if (segment == tree.segments.size())
+                place = joint.try_emplace({end.node, 0}, place).first->second;
+            else if (const unsigned trunk = trunk_of(world, end))
+                place = joint.try_emplace({end.node, trunk}, place).first->second;
+        if (place == tree.segments.size())
             tree.segments.emplace_back();
-        for (const end_t &end : cable.ends)
-            if (takes_part(world, end)) {
-                tree.segments[segment].push_back(station_of(world, end));
-                const lvt_rstp_vars_t &vars = switch_vars(world.device(end.node));
-                bridge_id_t own = {static_cast<uint16_t>(vars.config.bridge_priority & 0xF000), {}};
-                std::copy(world.device(end.node).mac.begin(), world.device(end.node).mac.end(), own.addr);
-                const uint64_t number = number_of(own);
-                tree.bridges[end.node] = {number, {number, 0, number, 0}, {}};
-            }
+        segment_t &segment = tree.segments[place];
+        for (const end_t &end : cable.ends) {
+            for (const outsider_t &outsider : outsiders)
+                if (outsider.node == end.node) {
+                    segment.push_back({end.node, 1, 0x8001, 0});
+                    tree.bridges[end.node] = bridge_of(number_of(outsider.id), 255, 1);
+                }
+            if (!takes_part(world, end))
+                continue;
+            const station_t station = station_of(world, end);
+            if (std::any_of(segment.begin(), segment.end(), [&](const station_t &other) {
+                    return other.node == station.node && other.port == station.port;
+                }))
+                continue;
+            segment.push_back(station);
+            const lvt_rstp_vars_t &vars = switch_vars(world.device(end.node));
+            bridge_id_t own = {static_cast<uint16_t>(vars.config.bridge_priority & 0xF000), {}};
+            std::copy(world.device(end.node).mac.begin(), world.device(end.node).mac.end(), own.addr);
+            tree.bridges[end.node] = bridge_of(number_of(own), vars.config.max_age, vars.config.hello_time);
+        }
     }
     return tree;
 }
@@ -217,77 +257,117 @@ const station_t &designated_of(const tree_t &tree, const segment_t &segment)
     });
 }
 
-/// Every bridge takes the best it can hear, again and again until none can do better.
+/// Every bridge takes the best it can hear, again and again until none can do better. What it believes only
+/// gets better on the way, since nobody believes anything of a root that is not there.
 void settle(tree_t &tree)
 {
     for (bool moved = true; moved;) {
         moved = false;
-        std::map<node_id_t, bridge_t> next;
-        for (const auto &[node, bridge] : tree.bridges)
-            next[node] = {bridge.id, {bridge.id, 0, bridge.id, 0}, {}};
-        std::map<node_id_t, std::pair<vector_t, uint32_t>> chosen; // with the own port as the last word
         for (const segment_t &segment : tree.segments)
             for (const station_t &hearer : segment)
                 for (const station_t &speaker : segment) {
                     if (speaker.node == hearer.node)
                         continue;
+                    bridge_t &bridge = tree.bridges.at(hearer.node);
                     vector_t heard = told_by(tree, speaker);
                     heard.cost += hearer.cost;
-                    if (heard.root >= tree.bridges.at(hearer.node).id)
+                    const std::pair chosen(heard, hearer.identifier);
+                    const bool first = bridge.root_port == 0;
+                    if (heard.root >= bridge.id || (!first && bridge.chosen <= chosen))
                         continue;
-                    const auto candidate = std::pair(heard, hearer.identifier);
-                    const auto [known, fresh] = chosen.try_emplace(hearer.node, candidate);
-                    if (!fresh && known->second <= candidate)
-                        continue;
-                    known->second = candidate;
-                    next[hearer.node].best = {heard.root, heard.cost, next[hearer.node].id, 0};
-                    next[hearer.node].root_port = hearer;
+                    bridge.chosen = chosen;
+                    bridge.best = {heard.root, heard.cost, bridge.id, 0};
+                    bridge.root_port = hearer.port;
+                    bridge.above = speaker.node;
+                    moved = true;
                 }
-        for (const auto &[node, bridge] : next)
-            moved |= bridge.best != tree.bridges[node].best ||
-                     bridge.root_port.has_value() != tree.bridges[node].root_port.has_value() ||
-                     (bridge.root_port && bridge.root_port->port != tree.bridges[node].root_port->port);
-        tree.bridges = std::move(next);
+    }
+}
+
+/// Cables from a bridge up to its root.
+unsigned depth_of(const tree_t &tree, node_id_t node, unsigned &reach)
+{
+    unsigned depth = 0;
+    for (;; depth++) {
+        const bridge_t &bridge = tree.bridges.at(node);
+        reach = bridge.reach;
+        if (!bridge.root_port || depth > tree.bridges.size())
+            return depth;
+        node = bridge.above;
     }
 }
 
 } // namespace
 
-std::vector<verdict_t> right_tree(world_t &world)
+right_tree_t right_tree(world_t &world, const std::vector<outsider_t> &outsiders)
 {
-    tree_t tree = survey(world);
+    tree_t tree = survey(world, outsiders);
     settle(tree);
-    std::vector<verdict_t> verdicts;
+    right_tree_t right = {{}, 0, false};
     for (const segment_t &segment : tree.segments) {
         if (segment.empty())
             continue;
         const station_t designated = designated_of(tree, segment);
         for (const station_t &station : segment) {
-            const bridge_t &bridge = tree.bridges.at(station.node);
+            if (world.node(station.node).kind != node_kind_t::SWITCH)
+                continue;
             lvt_rstp_port_role_t role = ROLE_ALTERNATE;
             if (station.node == designated.node)
                 role = station.port == designated.port ? ROLE_DESIGNATED : ROLE_BACKUP;
-            else if (bridge.root_port && bridge.root_port->port == station.port)
+            else if (tree.bridges.at(station.node).root_port == station.port)
                 role = ROLE_ROOT;
             const bool forwards = role == ROLE_ROOT || role == ROLE_DESIGNATED;
-            verdicts.push_back(
+            right.verdicts.push_back(
                 {station.node, station.port, role, static_cast<uint8_t>(forwards ? HW_FORWARDING : HW_DISCARDING)});
         }
     }
-    return verdicts;
+    for (const auto &[node, bridge] : tree.bridges) {
+        unsigned reach;
+        const unsigned depth = depth_of(tree, node, reach);
+        right.depth = std::max(right.depth, depth);
+        right.wide = right.wide || depth > reach;
+    }
+    return right;
 }
 
-std::string wrong_ports(world_t &world)
+std::string wrong_ports(world_t &world, const right_tree_t &tree)
 {
     std::string text;
-    for (const verdict_t &right : right_tree(world)) {
+    for (const verdict_t &right : tree.verdicts) {
         const unsigned role = world.port(right.node, right.port).role;
-        const unsigned state = switch_port_state(world.device(right.node), right.port);
-        if (role != right.role || state != right.state)
-            text += fmt::format("{} has role {} and state {} instead of {} and {}\n",
-                                name_of(world, {right.node, right.port}), role, state, right.role, right.state);
+        for (unsigned front = 1; front <= FRONT_PORTS; front++) {
+            if (logical_port(world, {right.node, front}) != right.port)
+                continue;
+            const unsigned state = switch_port_state(world.device(right.node), front);
+            if (role != right.role || state != right.state)
+                text += fmt::format("{} has role {} and state {} instead of {} and {}\n",
+                                    name_of(world, {right.node, front}), role, state, right.role, right.state);
+        }
     }
     return text;
+}
+
+// ---- parts ------------------------------------------------------------------------------
+
+node_id_t parts_t::part_of(node_id_t node)
+{
+    while (above_[node] != node)
+        node = above_[node] = above_[above_[node]];
+    return node;
+}
+
+parts_t::parts_t(const world_t &world)
+{
+    for (node_id_t node = 0; node < world.nodes(); node++)
+        above_.push_back(node);
+    const auto lives = [&](node_id_t node) {
+        return world.node(node).kind != node_kind_t::SWITCH || world.powered(node);
+    };
+    for (cable_id_t id = 0; id < world.cables(); id++) {
+        const cable_t &cable = world.cable(id);
+        if (cable.plugged && lives(cable.ends[0].node) && lives(cable.ends[1].node))
+            above_[part_of(cable.ends[0].node)] = part_of(cable.ends[1].node);
+    }
 }
 
 } // namespace sim

@@ -51,7 +51,7 @@ stage_t::stage_t(const story_t &story) : story_(story), world_(story.seed)
             world_.at(node.boot, [this, id] { boot(id); });
             break;
         case node_kind_t::HUB:
-            world_.add_hub(node.name);
+            world_.add_hub(node.name, node.swallows);
             break;
         case node_kind_t::HOST:
             world_.add_host(node.name);

@@ -37,6 +37,9 @@ struct story_node_t {
     moment_t phase = SECOND;   ///< from the daemon's start to its first tick
     moment_t second = SECOND;  ///< from tick to tick
 
+    // Of a hub.
+    bool swallows = false; ///< it passes data and no BPDUs: a bridge that nobody can see
+
     // Of a neighbour. Its priority and times are those in `bridge`.
     manner_t manner = manner_t::SILENT;
     moment_t hush = UINT64_MAX; ///< it says nothing from then on
@@ -88,5 +91,16 @@ struct story_t {
     std::vector<moment_t> rests;
     uint64_t faults = 0; ///< a set of fault_t (faults.h): what the properties have to survive here
 };
+
+/// The name that the world gives a node, or its own.
+std::string node_name(const story_t &story, uint32_t node);
+/// "sw1:2 sw3:1" of a cable.
+std::string cable_name(const story_t &story, uint32_t cable);
+
+/// What happens, for people: "the cable sw1:2 sw3:1 is cut".
+std::string event_words(const story_t &story, const story_event_t &event);
+
+/// What there is, a line for each node and cable.
+std::vector<std::string> network_words(const story_t &story);
 
 } // namespace sim

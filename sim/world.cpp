@@ -1,9 +1,11 @@
 #include "sim/world.h"
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
+#include "tools/bpdu_frame.h"
 #include "tools/messages.h"
 
 namespace sim {
@@ -59,12 +61,11 @@ node_id_t world_t::add_switch(std::string name)
     return id;
 }
 
-node_id_t world_t::add_hub(std::string name)
+node_id_t world_t::add_hub(std::string name, bool swallows)
 {
-    uint32_t index = 0;
-    for (const node_t &node : nodes_)
-        index += node.kind == node_kind_t::HUB;
-    return add(node_kind_t::HUB, std::move(name), index);
+    const node_id_t id = add(node_kind_t::HUB, std::move(name), hubs_++);
+    nodes_[id].swallows = swallows;
+    return id;
 }
 
 node_id_t world_t::add_host(std::string name)
@@ -340,6 +341,8 @@ void world_t::arrive(cable_id_t id, unsigned to, const frame_t &frame)
         done(end.node);
         break;
     case node_kind_t::HUB: {
+        if (node.swallows && is_bpdu(octets))
+            break;
         const std::vector<cable_id_t> &all = cables_of_[end.node];
         for (unsigned port = 1; port <= all.size(); port++)
             if (port != end.port)
@@ -362,7 +365,7 @@ void world_t::arrive(cable_id_t id, unsigned to, const frame_t &frame)
 bool world_t::step(moment_t until)
 {
     if (queue_.empty() || queue_.next().at > until) {
-        now_ = until;
+        now_ = std::max(now_, until);
         return false;
     }
     const auto entry = queue_.take();

@@ -62,7 +62,8 @@ struct frame_t {
 struct node_t {
     node_kind_t kind;
     std::string name;
-    uint32_t index; ///< among the nodes of its kind
+    uint32_t index;        ///< among the nodes of its kind
+    bool swallows = false; ///< a hub: BPDUs end here
 };
 
 /// What a SPEAKER does with a frame that arrives.
@@ -91,7 +92,8 @@ public:
 
     // ---- building it -----------------------------------------------------------------
     node_id_t add_switch(std::string name = {});
-    node_id_t add_hub(std::string name = {});
+    /// One that swallows BPDUs passes data only: a bridge that nobody can see.
+    node_id_t add_hub(std::string name = {}, bool swallows = false);
     node_id_t add_host(std::string name = {});
     node_id_t add_speaker(speaker_t speaker, std::string name = {});
 
@@ -213,6 +215,7 @@ private:
     std::vector<moment_t> held_until_;
     std::vector<uint32_t> held_ticks_;
 
+    uint32_t hubs_ = 0;
     std::vector<speaker_t> speakers_;
     std::vector<uint64_t> host_received_;
     std::vector<frame_t> frames_;

@@ -10,7 +10,7 @@ add_executable(unit_daemon
     daemon_aggr_tables_test.cpp daemon_aggr_test.cpp daemon_lacp_test.cpp daemon_msg_test.cpp
     daemon_semaphores_test.cpp daemon_threads_test.cpp daemon_debug_test.cpp daemon_reports_test.cpp daemon_monitor_test.cpp
     daemon_random_test.cpp
-    ${PROJECT_SOURCE_DIR}/tools/messages.cpp)
+    ${PROJECT_SOURCE_DIR}/sim/invariants.cpp ${PROJECT_SOURCE_DIR}/tools/messages.cpp)
 target_include_directories(unit_daemon PRIVATE ${PROJECT_SOURCE_DIR})
 # The real process under other names, so that the board can stand before it.
 add_library(unit_daemon_process OBJECT ${PROJECT_SOURCE_DIR}/src/process/process.cpp)
