@@ -47,6 +47,7 @@ private:
     void draw_segments(unsigned count);
     void draw_extras();
     void draw_group(uint32_t cable);
+    void note_selves();
     void draw_cables();
     void draw_settings();
     void draw_hosts();
@@ -61,6 +62,7 @@ private:
     uint32_t any_cable();
     /// One that nothing has happened to since the last rest, if there is.
     std::optional<uint32_t> untouched_cable();
+    void cut(uint32_t id, moment_t at);
     /// A port of a switch that leads to another one.
     end_t any_inner_port();
 
@@ -301,6 +303,8 @@ void drawing_t::draw_group(uint32_t first)
         story_.nodes[b.node].groups[story_.cables[id].ends[1].port] = group_b;
     }
     bundles_.emplace_back(first, second);
+    for (const uint32_t id : {first, second})
+        std::erase(inner_, id);
 }
 
 void drawing_t::draw_extras()
@@ -326,7 +330,7 @@ void drawing_t::draw_extras()
             if (const auto node = switch_with_free_port())
                 cable(*node, hub);
     }
-    if (has(GROUPED) || has(REGROUPED))
+    if (has(GROUPED) || has(GROUP_SPEEDS) || has(REGROUPED) || has(MEMBER_CUTS))
         for (uint64_t more = random_.between(1, 2); more && !inner_.empty(); more--)
             draw_group(any_cable());
 }
@@ -353,6 +357,17 @@ void drawing_t::draw_speaker(manner_t manner)
     node.bridge.bridge_priority = static_cast<uint16_t>(manner == manner_t::BETTER ? 0 : random_.below(16) * 4096);
     const end_t &end = story_.cables.back().ends[0];
     story_.nodes[end.node].ports[end.port].adminEdge = 0;
+}
+
+/// Whether a switch hears itself, by a hub.
+void drawing_t::note_selves()
+{
+    for (size_t i = 0; i < story_.cables.size(); i++)
+        for (size_t j = 0; j < i; j++) {
+            const auto &a = story_.cables[i].ends, &b = story_.cables[j].ends; // a hub is always the second
+            if (a[0].node == b[0].node && a[1].node == b[1].node && story_.nodes[a[1].node].kind == node_kind_t::HUB)
+                story_.faults |= bit(SELF);
+        }
 }
 
 /// What cables do to frames.
@@ -414,6 +429,8 @@ void drawing_t::draw_settings()
             if (has(EDGES) && random_.one_in(3))
                 config.adminEdge = 1;
         }
+        if (!has(GROUP_SPEEDS))
+            node.ports[0].adminPathCost = static_cast<uint32_t>(random_.between(1, 4) * 5000);
         node.boot = boot_spread ? random_.below(boot_spread) / MILLISECOND * MILLISECOND : 0;
         node.phase = random_.between(1, 1000) * MILLISECOND;
         if (has(DRIFT))
@@ -456,6 +473,15 @@ std::optional<uint32_t> drawing_t::untouched_cable()
     return {};
 }
 
+void drawing_t::cut(uint32_t id, moment_t at)
+{
+    happen(at, deed_t::CUT, id);
+    if (random_.one_in(3)) // long enough for a tick at both ends; less is a flap
+        happen(at + random_.between(2500, 9000) * MILLISECOND, deed_t::MEND, id);
+    else
+        cut_.push_back(id);
+}
+
 end_t drawing_t::any_inner_port()
 {
     for (;;) {
@@ -484,8 +510,8 @@ void drawing_t::draw_deeds(moment_t begin)
         set_port(some_time(), end.node, end.port, story_.nodes[end.node].ports[end.port]);
 
     std::vector<fault_t> kinds;
-    for (const fault_t fault : {CUTS, FLAPS, OUTAGES, RESTARTS, BUNCHED, REFUSALS, PRIORITIES, COSTS, TIMERS, EDGES,
-                                VERSIONS, LEAVING, REGROUPED, DEAF})
+    for (const fault_t fault : {CUTS, MEMBER_CUTS, FLAPS, OUTAGES, RESTARTS, BUNCHED, REFUSALS, PRIORITIES, COSTS,
+                                TIMERS, EDGES, VERSIONS, LEAVING, REGROUPED, DEAF})
         if (has(fault))
             kinds.push_back(fault);
     if (kinds.empty() && !wishes_.faults)
@@ -499,12 +525,14 @@ void drawing_t::draw_deeds(moment_t begin)
         switch (kinds[choose(kinds.size())]) {
         case CUTS:
             story_.faults |= bit(CUTS);
-            if (const auto id = untouched_cable()) {
-                happen(at, deed_t::CUT, *id);
-                if (random_.one_in(3)) // long enough for a tick at both ends; less is a flap
-                    happen(at + random_.between(2500, 9000) * MILLISECOND, deed_t::MEND, *id);
-                else
-                    cut_.push_back(*id);
+            if (const auto id = untouched_cable())
+                cut(*id, at);
+            break;
+        case MEMBER_CUTS:
+            if (const uint32_t id = bundles_.empty() ? 0 : bundles_[choose(bundles_.size())].second;
+                id && std::find(touched_.begin(), touched_.end(), id) == touched_.end()) {
+                touched_.push_back(id);
+                cut(id, at);
             }
             break;
         case FLAPS:
@@ -633,7 +661,7 @@ void drawing_t::draw_chapters()
         const moment_t bound = settling_bound(story_);
         story_.rests.push_back(last + bound + watched_at_rest(story_));
         if (chapters > 1)
-            draw_deeds(story_.rests.back() + 3 * SECOND);
+            draw_deeds(story_.rests.back() + judging_time(story_));
     }
     // Events change what a story's nodes begin with while they are drawn.
     for (size_t i = 0; i < as_booted.size(); i++)
@@ -648,6 +676,8 @@ story_t drawing_t::draw()
     const auto shape = wishes_.shape.value_or(static_cast<shape_t>(random_.below(std::size(SHAPES))));
     draw_shape(shape, choose_size());
     draw_extras();
+    if (!switches_.empty() && switches_.size() < story_.nodes.size())
+        note_selves();
     draw_hosts();
     if (has(STP_SPEAKER))
         draw_speaker(manner_t::STP);

@@ -13,8 +13,9 @@ struct name_t {
 constexpr std::array<name_t, FAULTS> FAULT_NAMES = {{
     {"shared", "three or more bridges on one segment"},
     {"parallel", "more than one cable between two switches"},
-    {"self", "a cable from a switch to itself"},
-    {"grouped", "groups of ports"},
+    {"self", "a cable from a switch to itself, or two of its ports on one segment"},
+    {"grouped", "groups of ports, with costs that are set"},
+    {"group-speeds", "groups of ports, with costs by their speeds"},
     {"wide", "bridges farther from the root than its information lives"},
     {"slow", "delay up to 100 ms and jitter up to 50 ms"},
     {"lossy", "up to 30 % of the frames are lost"},
@@ -22,6 +23,7 @@ constexpr std::array<name_t, FAULTS> FAULT_NAMES = {{
     {"deaf", "one direction of a cable passes nothing"},
     {"uneven", "speeds from 10 to 2500 Mbit/s, half duplex"},
     {"cuts", "cables are cut and mended"},
+    {"member-cuts", "single cables of groups are cut and mended"},
     {"flaps", "a cable comes and goes several times a second"},
     {"outages", "switches lose power and return"},
     {"restarts", "daemons die and start beside chips that went on"},
@@ -52,8 +54,79 @@ constexpr std::array<name_t, PROPERTIES> PROPERTY_NAMES = {{
     {"records", "the switches' tables agree with each other"},
 }};
 
+constexpr const char OWN_WORDS[] =
+    "a port believes what it hears of its own bridge: an agreement, an old root, a topology change";
+constexpr const char FIRST_MEMBER[] = "a group speaks through its first member only, also when that has no link";
+constexpr const char NO_REACH[] = "information dies before it gets that far";
+constexpr const char GROUP_COST[] = "a group keeps the speed that its members had when it was formed";
+constexpr const char LOST_HELLOS[] =
+    "information lives three hellos: what is lost makes a port forward, and a frame is not sent again";
+constexpr const char ONE_WAY[] = "who does not hear its neighbour forwards";
+constexpr const char NO_PASS[] = "a link change begins no pass: one that returns before both ends tick was never lost";
+constexpr const char UNTIL_SET[] = "a daemon that starts lets every port forward until it is told its settings";
+constexpr const char LATE_HELLOS[] =
+    "a hello waits for the next event or tick: among drifting ticks it comes two seconds after the last";
+constexpr const char NO_TICK[] = "who does not tick says no hello, and its neighbours' information dies";
+constexpr const char NO_RETRY[] = "a state that the chip refused is not written again";
+constexpr const char OUTSIDE[] = "a port out of the tree forwards and says nothing";
+constexpr const char TRUNK_FIRST[] = "the chip and the two ends form a group one after the other";
+constexpr const char BELIEVED[] = "whatever a well formed BPDU says is believed";
+constexpr const char UNSEEN[] = "what passes data and no BPDUs cannot be seen";
+
 constexpr exception_t EXCEPTIONS[] = {
-    {WIDE, RIGHT_TREE, "information dies before it gets there", 0},
+    {SELF, NO_LOOP, OWN_WORDS, 0},
+    {SELF, NO_STORM, OWN_WORDS, 0},
+    {SELF, REST, OWN_WORDS, 0},
+    {WIDE, RIGHT_TREE, NO_REACH, 0},
+    {WIDE, REST, NO_REACH, 0},
+    {WIDE, NO_BLACKHOLE, NO_REACH, 0},
+    {GROUP_SPEEDS, RIGHT_TREE, GROUP_COST, 0},
+    {LOSSY, NO_LOOP, LOST_HELLOS, 0},
+    {LOSSY, NO_STORM, LOST_HELLOS, 0},
+    {LOSSY, RIGHT_TREE, LOST_HELLOS, 0},
+    {LOSSY, REST, LOST_HELLOS, 0},
+    {LOSSY, NO_BLACKHOLE, LOST_HELLOS, 0},
+    {DEAF, NO_LOOP, ONE_WAY, 0},
+    {DEAF, NO_STORM, ONE_WAY, 0},
+    {DEAF, RIGHT_TREE, ONE_WAY, 0},
+    {DEAF, REST, ONE_WAY, 0},
+    {DEAF, NO_BLACKHOLE, ONE_WAY, 0},
+    {MEMBER_CUTS, NO_LOOP, FIRST_MEMBER, 0},
+    {MEMBER_CUTS, NO_STORM, FIRST_MEMBER, 0},
+    {MEMBER_CUTS, RIGHT_TREE, FIRST_MEMBER, 0},
+    {MEMBER_CUTS, REST, FIRST_MEMBER, 0},
+    {MEMBER_CUTS, NO_BLACKHOLE, FIRST_MEMBER, 0},
+    {FLAPS, NO_LOOP, NO_PASS, 0},
+    {FLAPS, NO_STORM, NO_PASS, 0},
+    {RESTARTS, NO_LOOP, UNTIL_SET, 0},
+    {RESTARTS, NO_STORM, UNTIL_SET, 0},
+    {DRIFT, RIGHT_TREE, LATE_HELLOS, 0},
+    {DRIFT, REST, LATE_HELLOS, 0},
+    {DRIFT, NO_BLACKHOLE, LATE_HELLOS, 0},
+    {BUNCHED, NO_LOOP, NO_TICK, 0},
+    {BUNCHED, NO_STORM, NO_TICK, 0},
+    {REFUSALS, NO_LOOP, NO_RETRY, 0},
+    {REFUSALS, NO_STORM, NO_RETRY, 0},
+    {REFUSALS, RIGHT_TREE, NO_RETRY, 0},
+    {REFUSALS, NO_BLACKHOLE, NO_RETRY, 0},
+    {REFUSALS, RECORDS, NO_RETRY, 0},
+    {LEAVING, NO_LOOP, OUTSIDE, 0},
+    {LEAVING, NO_STORM, OUTSIDE, 0},
+    {LEAVING, RIGHT_TREE, OUTSIDE, 0},
+    {LEAVING, REST, OUTSIDE, 0},
+    {LEAVING, NO_BLACKHOLE, OUTSIDE, 0},
+    {REGROUPED, NO_LOOP, TRUNK_FIRST, 0},
+    {REGROUPED, NO_STORM, TRUNK_FIRST, 0},
+    {REGROUPED, RIGHT_TREE, TRUNK_FIRST, 0},
+    {REGROUPED, REST, TRUNK_FIRST, 0},
+    {REGROUPED, NO_BLACKHOLE, TRUNK_FIRST, 0},
+    {RANDOM_SPEAKER, NO_LOOP, BELIEVED, 0},
+    {RANDOM_SPEAKER, NO_STORM, BELIEVED, 0},
+    {SILENT_BRIDGE, NO_LOOP, UNSEEN, 0},
+    {SILENT_BRIDGE, NO_STORM, UNSEEN, 0},
+    {SILENT_BRIDGE, RIGHT_TREE, UNSEEN, 0},
+    {SILENT_BRIDGE, REST, UNSEEN, 0},
+    {SILENT_BRIDGE, NO_BLACKHOLE, UNSEEN, 0},
 };
 
 } // namespace

@@ -11,11 +11,12 @@ namespace sim {
 /// has none of these.
 enum fault_t : uint8_t {
     // What is cabled.
-    SHARED,   ///< three or more bridges on one segment
-    PARALLEL, ///< more than one cable between two switches
-    SELF,     ///< a cable from a switch to itself
-    GROUPED,  ///< groups of ports
-    WIDE,     ///< bridges farther from the root than its information lives
+    SHARED,       ///< three or more bridges on one segment
+    PARALLEL,     ///< more than one cable between two switches
+    SELF,         ///< a cable from a switch to itself
+    GROUPED,      ///< groups of ports, with costs that are set
+    GROUP_SPEEDS, ///< groups whose costs follow their speeds
+    WIDE,         ///< bridges farther from the root than its information lives
     // What cables do.
     SLOW,     ///< delay and jitter
     LOSSY,    ///< frames are lost
@@ -24,13 +25,14 @@ enum fault_t : uint8_t {
     UNEVEN,   ///< speeds and duplex differ
     // What happens.
     CUTS,
-    FLAPS,    ///< a cable comes and goes several times a second
-    OUTAGES,  ///< switches lose power and return
-    RESTARTS, ///< daemons die and start beside chips that went on
-    LATE,     ///< switches boot minutes apart
-    DRIFT,    ///< ticks are not quite a second apart
-    BUNCHED,  ///< ticks come late and together
-    REFUSALS, ///< a chip refuses register writes
+    MEMBER_CUTS, ///< the same to one cable of a group
+    FLAPS,       ///< a cable comes and goes several times a second
+    OUTAGES,     ///< switches lose power and return
+    RESTARTS,    ///< daemons die and start beside chips that went on
+    LATE,        ///< switches boot minutes apart
+    DRIFT,       ///< ticks are not quite a second apart
+    BUNCHED,     ///< ticks come late and together
+    REFUSALS,    ///< a chip refuses register writes
     // What is set under way.
     PRIORITIES,
     COSTS,

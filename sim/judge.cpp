@@ -223,7 +223,7 @@ tree_t survey(world_t &world, const std::vector<outsider_t> &outsiders)
         for (const end_t &end : cable.ends) {
             for (const outsider_t &outsider : outsiders)
                 if (outsider.node == end.node) {
-                    segment.push_back({end.node, 1, 0x8001, 0});
+                    segment.push_back({end.node, 1, 0x8001, 1});
                     tree.bridges[end.node] = bridge_of(number_of(outsider.id), 255, 1);
                 }
             if (!takes_part(world, end))

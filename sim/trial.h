@@ -22,11 +22,12 @@ struct finding_t {
 
 /// How the network came to rest after the events before one of the story's rests.
 struct settling_t {
-    moment_t from;    ///< the last event
-    moment_t at_rest; ///< the last change of a role, a port's state or an address table after it
-    uint64_t bpdus;   ///< sent in between
-    uint64_t flushes; ///< in between
-    unsigned depth;   ///< cables from the root to the farthest bridge
+    moment_t from;      ///< the last event
+    moment_t at_rest;   ///< the last change of a role or of a port's state
+    moment_t forgotten; ///< the last time that a switch forgot its addresses until it was judged
+    uint64_t bpdus;     ///< sent in between
+    uint64_t flushes;   ///< in between
+    unsigned depth;     ///< cables from the root to the farthest bridge
 };
 
 struct outcome_t {
@@ -56,5 +57,8 @@ moment_t settling_bound(const story_t &story);
 
 /// From when all must be at rest to when it is judged.
 moment_t watched_at_rest(const story_t &story);
+
+/// How long the judging takes, with nothing else going on.
+moment_t judging_time(const story_t &story);
 
 } // namespace sim
