@@ -158,7 +158,7 @@ report_t try_seeds(uint64_t first, uint64_t last, unsigned jobs, const wishes_t 
         if (pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             close(ends[0]);
-            if (getppid() != own)
+            if (getppid() != own || !std::freopen("/dev/null", "w", stdout)) // the switches' consoles
                 _exit(3);
             work(board, place, last, wishes, ends[1]);
         }

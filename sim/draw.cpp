@@ -414,6 +414,11 @@ void drawing_t::draw_settings()
         node.bridge.max_age = times_.max_age;
         node.bridge.hello_time = times_.hello_time;
         node.bridge.forward_delay = times_.forward_delay;
+        if (node.manner == manner_t::RANDOM) { // what stage_t lets it say at most
+            node.bridge.max_age = std::max<uint16_t>(node.bridge.max_age, 10);
+            node.bridge.hello_time = 2;
+            node.bridge.forward_delay = std::max<uint16_t>(node.bridge.forward_delay, 6);
+        }
         if (node.kind != node_kind_t::SWITCH)
             continue;
         node.bridge.bridge_priority = static_cast<uint16_t>(4096 * random_.between(1, by_hand ? 15 : 2));

@@ -61,6 +61,7 @@ constexpr const char NO_REACH[] = "information dies before it gets that far";
 constexpr const char GROUP_COST[] = "a group keeps the speed that its members had when it was formed";
 constexpr const char LOST_HELLOS[] =
     "information lives three hellos: what is lost makes a port forward, and a frame is not sent again";
+constexpr const char TWICE_EACH[] = "none: each cable on the way doubles what the one before has doubled";
 constexpr const char ONE_WAY[] = "who does not hear its neighbour forwards";
 constexpr const char NO_PASS[] = "a link change begins no pass: one that returns before both ends tick was never lost";
 constexpr const char UNTIL_SET[] = "a daemon that starts lets every port forward until it is told its settings";
@@ -70,6 +71,9 @@ constexpr const char NO_TICK[] = "who does not tick says no hello, and its neigh
 constexpr const char NO_RETRY[] = "a state that the chip refused is not written again";
 constexpr const char OUTSIDE[] = "a port out of the tree forwards and says nothing";
 constexpr const char TRUNK_FIRST[] = "the chip and the two ends form a group one after the other";
+constexpr const char FORCED[] =
+    "a bridge forced to STP drops RST BPDUs, and is not heard before its neighbour has migrated; a topology change is "
+    "told long";
 constexpr const char BELIEVED[] = "whatever a well formed BPDU says is believed";
 constexpr const char UNSEEN[] = "what passes data and no BPDUs cannot be seen";
 
@@ -86,6 +90,7 @@ constexpr exception_t EXCEPTIONS[] = {
     {LOSSY, RIGHT_TREE, LOST_HELLOS, 0},
     {LOSSY, REST, LOST_HELLOS, 0},
     {LOSSY, NO_BLACKHOLE, LOST_HELLOS, 0},
+    {DOUBLING, NO_STORM, TWICE_EACH, 0},
     {DEAF, NO_LOOP, ONE_WAY, 0},
     {DEAF, NO_STORM, ONE_WAY, 0},
     {DEAF, RIGHT_TREE, ONE_WAY, 0},
@@ -110,6 +115,11 @@ constexpr exception_t EXCEPTIONS[] = {
     {REFUSALS, RIGHT_TREE, NO_RETRY, 0},
     {REFUSALS, NO_BLACKHOLE, NO_RETRY, 0},
     {REFUSALS, RECORDS, NO_RETRY, 0},
+    {VERSIONS, NO_LOOP, FORCED, 0},
+    {VERSIONS, NO_STORM, FORCED, 0},
+    {VERSIONS, RIGHT_TREE, FORCED, 0},
+    {VERSIONS, REST, FORCED, 0},
+    {VERSIONS, NO_BLACKHOLE, FORCED, 0},
     {LEAVING, NO_LOOP, OUTSIDE, 0},
     {LEAVING, NO_STORM, OUTSIDE, 0},
     {LEAVING, RIGHT_TREE, OUTSIDE, 0},
@@ -122,6 +132,7 @@ constexpr exception_t EXCEPTIONS[] = {
     {REGROUPED, NO_BLACKHOLE, TRUNK_FIRST, 0},
     {RANDOM_SPEAKER, NO_LOOP, BELIEVED, 0},
     {RANDOM_SPEAKER, NO_STORM, BELIEVED, 0},
+    {MIRROR_SPEAKER, REST, OWN_WORDS, 0},
     {SILENT_BRIDGE, NO_LOOP, UNSEEN, 0},
     {SILENT_BRIDGE, NO_STORM, UNSEEN, 0},
     {SILENT_BRIDGE, RIGHT_TREE, UNSEEN, 0},

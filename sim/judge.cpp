@@ -224,7 +224,7 @@ tree_t survey(world_t &world, const std::vector<outsider_t> &outsiders)
             for (const outsider_t &outsider : outsiders)
                 if (outsider.node == end.node) {
                     segment.push_back({end.node, 1, 0x8001, 1});
-                    tree.bridges[end.node] = bridge_of(number_of(outsider.id), 255, 1);
+                    tree.bridges[end.node] = bridge_of(number_of(outsider.id), outsider.max_age, outsider.hello_time);
                 }
             if (!takes_part(world, end))
                 continue;

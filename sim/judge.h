@@ -37,6 +37,7 @@ private:
 struct outsider_t {
     node_id_t node;
     bridge_id_t id;
+    unsigned max_age, hello_time; ///< seconds
 };
 
 /// What role and state a port should have once the network is quiet.

@@ -294,7 +294,7 @@ void trial_t::rest(moment_t from, moment_t at)
         if (const story_node_t &node = story_.nodes[id];
             node.kind == node_kind_t::SPEAKER && world_.now() < node.hush &&
             (node.manner == manner_t::STP || node.manner == manner_t::BETTER))
-            outsiders.push_back({id, stage_.identifier_of(id)});
+            outsiders.push_back({id, stage_.identifier_of(id), node.bridge.max_age, node.bridge.hello_time});
     const right_tree_t right = right_tree(world_, outsiders);
     if (right.wide)
         outcome_.faults |= bit(WIDE);
@@ -302,8 +302,8 @@ void trial_t::rest(moment_t from, moment_t at)
     outcome_.settlings.back().depth = right.depth;
     if (changed_ > quiet_from)
         find(REST, "still changing at " + seconds(changed_));
-    // Where a change is told long, it is told so long by each bridge in turn.
-    const moment_t told = tells_changes_long(story_) ? (right.depth + 1) * longest_told(story_) : 0;
+    // Where a change is told long, it is told so long by each bridge in turn, up and down the tree.
+    const moment_t told = tells_changes_long(story_) ? 2 * (right.depth + 1) * longest_told(story_) : 0;
     if (flushed_ > quiet_from && settling.at_rest + told < quiet_from)
         find(REST, "addresses are still forgotten at " + seconds(flushed_));
     if (const std::string wrong = wrong_ports(world_, right); !wrong.empty())
@@ -370,9 +370,9 @@ moment_t settling_bound(const story_t &story)
         hello = std::max<moment_t>(hello, bridge.hello_time);
         forward_delay = std::max<moment_t>(forward_delay, bridge.forward_delay);
     });
-    // Old news die: three hellos, and then as often as they can be passed on, a second each; what then is
-    // told anew takes as long, and each port waits twice.
-    return (3 * hello + 3 * max_age + 4 * forward_delay + 10) * SECOND + 20 * slowest(story);
+    // Old news die: three hellos, and then as long as they are passed on. Each port waits twice, and once more
+    // where it was cut when another root was heard of; the rest is for passes that wait for the next tick.
+    return (3 * hello + 2 * max_age + 3 * forward_delay + 5) * SECOND + 20 * slowest(story);
 }
 
 moment_t judging_time(const story_t &story)
