@@ -14,3 +14,10 @@ target_compile_definitions(unit_tools PRIVATE
 target_link_libraries(unit_tools PRIVATE lvt_ctl_rules lvt_messages fmt::fmt GTest::gtest_main)
 add_dependencies(unit_tools lvt_rstpctl)
 lvt_discover_unit_tests(unit_tools tools. config ctl docs expect rooms set show_on_terminal)
+
+if(TARGET lvt_topology)
+    add_executable(unit_topology tools_topology_test.cpp)
+    target_compile_definitions(unit_topology PRIVATE LVT_DOCS="${PROJECT_SOURCE_DIR}/docs")
+    target_link_libraries(unit_topology PRIVATE lvt_topology fmt::fmt GTest::gmock GTest::gtest_main)
+    lvt_discover_unit_tests(unit_topology tools.)
+endif()

@@ -332,9 +332,10 @@ void read_text(reader_t &reader, std::string text)
 
 } // namespace
 
-config_t parse_config(const std::string &text)
+config_t parse_config(const std::string &text, const settings_t &base)
 {
     reader_t reader;
+    reader.config.settings = base;
     limit_parts(reader, text);
     if (!reader.config.faults.empty())
         return reader.config;

@@ -33,8 +33,9 @@ struct config_t {
 };
 
 /// Reads a configuration as a whole: all faults are found, in the order of the file, but after one
-/// of the file's grammar, other than a value of one line, nothing more is looked at.
-config_t parse_config(const std::string &text);
+/// of the file's grammar, other than a value of one line, nothing more is looked at. What it does not set is as in
+/// `base`.
+config_t parse_config(const std::string &text, const settings_t &base = {});
 
 /// Reads and parses a file. Throws faults_t with a line for each fault, refused_t when it cannot be
 /// read.
