@@ -254,6 +254,8 @@ private:
         if (is_board(kind))
             for (const char *key : {"config", "configured", "boot", "second", "phase"})
                 keys.emplace_back(key);
+        if (kind == kind_t::HUB)
+            keys.emplace_back("swallows");
         if (kind == kind_t::SPEAKER)
             for (const char *key : {"says", "config", "phase", "hush"})
                 keys.emplace_back(key);
@@ -287,6 +289,8 @@ private:
                         choice(entry, "says", SPEECH_WORDS, node.speech);
                     else if (key.text == "hush")
                         span(entry, "hush", node.hush.emplace());
+                    else if (key.text == "swallows")
+                        flag(entry, "swallows", node.swallows);
                     else if (key.text == "configured")
                         flag(entry, "configured", node.configured);
                 });
