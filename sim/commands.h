@@ -43,4 +43,7 @@ uint64_t parse_whole(const std::string &what, const std::string &text);
 void add_run_command(CLI::App &app, result_t &result);
 void add_seeds_command(CLI::App &app, result_t &result);
 
+// Where topology files can be read.
+void add_play_command(CLI::App &app, result_t &result);
+
 } // namespace sim

@@ -69,6 +69,9 @@ exit_code_t run(int argc, char **argv)
     });
     add_run_command(app, result);
     add_seeds_command(app, result);
+#ifdef LVT_PLAY
+    add_play_command(app, result);
+#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

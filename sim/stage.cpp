@@ -121,6 +121,13 @@ void stage_t::happen(const story_event_t &event)
     case deed_t::HEAL:
         world_.cable(subject).ways[event.number].dead = false;
         break;
+    case deed_t::DEGRADE: {
+        way_t &way = world_.cable(subject).ways[event.number];
+        const moment_t last_arrival = way.last_arrival; // what is under way stays ahead
+        way = event.way;
+        way.last_arrival = last_arrival;
+        break;
+    }
     case deed_t::POWER_OFF:
         world_.power_off(subject);
         break;

@@ -114,6 +114,10 @@ std::string event_words(const story_t &story, const story_event_t &event)
         return fmt::format("the chip of {} refuses {} batches", node(), event.number);
     case deed_t::HOLD:
         return fmt::format("{} does not tick for {} ms", node(), event.number);
+    case deed_t::DEGRADE:
+        return fmt::format("{} to {} has {}", cable(),
+                           node_name(story, story.cables[event.subject].ends[1 - event.number].node),
+                           way_words(event.way));
     case deed_t::MESSAGE:
         return fmt::format("{} has a message of {} octets", node(), event.octets.size());
     }

@@ -67,6 +67,7 @@ enum class deed_t : uint8_t {
     SET_GROUPS, ///< subject: switch; `groups`
     REFUSE,     ///< subject: switch; its chip refuses the next `number` batches
     HOLD,       ///< subject: switch; its ticks of the next `number` milliseconds come together after that
+    DEGRADE,    ///< subject: cable; its way `number` has the qualities of `way` from now on
     MESSAGE,    ///< subject: switch; `octets`: a frame of tools/messages.h
 };
 
@@ -78,6 +79,7 @@ struct story_event_t {
     lvt_rstp_system_config_t bridge = LVT_RSTP_SYSTEM_DEFAULTS;
     lvt_rstp_port_config_t port = LVT_RSTP_PORT_DEFAULTS;
     node_groups_t groups = AGGR_STATUS_ALONE;
+    way_t way = {};
     std::vector<uint8_t> octets = {};
 };
 
