@@ -99,7 +99,7 @@ TEST_F(ctl, words_may_be_shortened)
     expect_says("sh po 1", run_on_board("show port 1").output);
     expect_says("sh po", run_on_board("show ports").output);
     expect_says("st", run_on_board("show statistics").output);
-    expect_says("po 2 -j", run_on_board("show port 2 -j").output);
+    expect_says("po 2 -o", run_on_board("show port 2 -o").output);
     EXPECT_EQ(run("help sen br").output, run("send bridge --help").output);
     expect_sends("sen la --enable 1", lacp_enable_message({1, 0, 0, 0, 0, 0}), "LACP on at port 1, off at 2-6");
     expect_usage("ports --enable 1", "ports only looks: send ports --enable sends settings");
