@@ -562,6 +562,32 @@ TEST_F(ctl, parts_of_a_report)
     EXPECT_EQ(json_t::parse(pretty)["ports"][4]["role"], "root");
 }
 
+TEST_F(ctl, when_the_tree_changed_and_who_the_root_once_was)
+{
+    lab::switch_t &root = start_switch(), &leaf = start_switch();
+    apply(root, FAST_ROOT);
+    apply(leaf, FAST_LEAF);
+    connect(root, leaf, 1);
+    const auto changed_at = [&] {
+        const std::string text = run(leaf, "show bridge").output;
+        const size_t start = std::min(text.find(" passes ago, at "), text.size());
+        return text.substr(start, text.find(" or later", start) - start);
+    };
+    ASSERT_TRUE(is_so(leaf, "port 1 forwards"));
+    EXPECT_TRUE(eventually(20s, changed_at, HasSubstr(" passes ago, at 20")));
+    const std::string told = changed_at();
+    const unsigned passes = leaf.status()->since_change;
+    // With each BPDU there is one pass more in a second, so that the daemon's own estimate walks.
+    EXPECT_TRUE(status_within(leaf, SOON, [&](const auto &status) { return status.since_change > passes + 6; }));
+    EXPECT_EQ(changed_at(), told);
+
+    done(leaf, "inject link 1-2=up");
+    ASSERT_TRUE(is_so(leaf, "port 2 is designated"));
+    done(leaf, fmt::format("inject bpdu 2 --root-id 0/{} --bridge-id 32768/02:00:00:00:99:00", leaf.node().mac()));
+    ASSERT_TRUE(is_so(leaf, "root port is 2"));
+    EXPECT_THAT(done(leaf, "show bridge"), HasSubstr("(this bridge's own former identifier, ages out)"));
+}
+
 TEST_F(ctl, what_watches_goes_on_until_it_is_interrupted)
 {
     lab::switch_t &device = start_switch();
