@@ -139,7 +139,7 @@ bool tell_end(stage_t &stage, const teller_t &teller, const loop_watcher_t &loop
         if (const story_node_t &node = stage.story().nodes[id];
             node.kind == node_kind_t::SPEAKER && world.now() < node.hush &&
             (node.manner == manner_t::STP || node.manner == manner_t::BETTER))
-            outsiders.push_back({id, stage.identifier_of(id)});
+            outsiders.push_back({id, stage.identifier_of(id), node.bridge.max_age, node.bridge.hello_time});
     const std::string wrong = wrong_ports(world, right_tree(world, outsiders));
     if (wrong.empty())
         fmt::print("At rest since {:.3f} s, and every port is as IEEE 802.1D has it.\n",
