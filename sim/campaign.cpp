@@ -117,6 +117,14 @@ struct lines_t {
 
 } // namespace
 
+uint64_t report_t::seeds() const
+{
+    uint64_t count = 0;
+    for (const auto &[first, last] : ranges)
+        count += last - first + 1;
+    return count;
+}
+
 uint64_t report_t::failed_seeds() const
 {
     std::set<uint64_t> seeds;
@@ -137,8 +145,7 @@ std::string story_words(const story_t &story)
 report_t try_seeds(uint64_t first, uint64_t last, unsigned jobs, const wishes_t &wishes, const progress_t &progress)
 {
     report_t report;
-    report.first = first;
-    report.last = last;
+    report.ranges = {{first, last}};
     const auto begin = std::chrono::steady_clock::now();
     void *const memory = mmap(nullptr, sizeof(board_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     int ends[2];

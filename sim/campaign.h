@@ -29,15 +29,15 @@ struct excused_t {
 using excused_table_t = std::array<std::array<excused_t, PROPERTIES>, FAULTS>;
 
 struct report_t {
-    uint64_t first = 0, last = 0;
-    std::vector<failure_t> failures; ///< in the order of their seeds
+    std::vector<std::pair<uint64_t, uint64_t>> ranges; ///< first and last seed
+    std::vector<failure_t> failures;                   ///< in the order of their seeds
     excused_table_t excused = {};
     std::array<uint64_t, FAULTS> seeds_with = {};
     uint64_t switch_seconds = 0;
     uint64_t events = 0;
-    double seconds = 0;
+    double seconds = 0; ///< that it took, all machines together
 
-    uint64_t seeds() const { return last - first + 1; }
+    uint64_t seeds() const;
     uint64_t failed_seeds() const;
 };
 

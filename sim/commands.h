@@ -42,6 +42,9 @@ uint64_t parse_whole(const std::string &what, const std::string &text);
 // Each adds one command. `result` must outlive the parsing.
 void add_run_command(CLI::App &app, result_t &result);
 void add_seeds_command(CLI::App &app, result_t &result);
+void add_merge_command(CLI::App &app, result_t &result);
+void add_promises_command(CLI::App &app, result_t &result);
+void add_shrink_command(CLI::App &app, result_t &result);
 
 // Where topology files can be read.
 void add_play_command(CLI::App &app, result_t &result);

@@ -57,6 +57,7 @@ constexpr std::array<name_t, PROPERTIES> PROPERTY_NAMES = {{
 constexpr const char OWN_WORDS[] =
     "a port believes what it hears of its own bridge: an agreement, an old root, a topology change";
 constexpr const char FIRST_MEMBER[] = "a group speaks through its first member only, also when that has no link";
+constexpr const char OLD_NEWS[] = "news of a root that is gone are believed when they come back, until they age out";
 constexpr const char NO_REACH[] = "information dies before it gets that far";
 constexpr const char GROUP_COST[] = "a group keeps the speed that its members had when it was formed";
 constexpr const char LOST_HELLOS[] =
@@ -78,6 +79,8 @@ constexpr const char BELIEVED[] = "whatever a well formed BPDU says is believed"
 constexpr const char UNSEEN[] = "what passes data and no BPDUs cannot be seen";
 
 constexpr exception_t EXCEPTIONS[] = {
+    {SHARED, NO_LOOP, OLD_NEWS, 0},
+    {SHARED, NO_STORM, OLD_NEWS, 0},
     {SELF, NO_LOOP, OWN_WORDS, 0},
     {SELF, NO_STORM, OWN_WORDS, 0},
     {SELF, REST, OWN_WORDS, 0},

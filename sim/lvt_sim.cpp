@@ -69,7 +69,10 @@ exit_code_t run(int argc, char **argv)
     });
     add_run_command(app, result);
     add_seeds_command(app, result);
+    add_merge_command(app, result);
+    add_promises_command(app, result);
 #ifdef LVT_PLAY
+    add_shrink_command(app, result);
     add_play_command(app, result);
 #endif
     try {
