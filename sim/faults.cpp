@@ -67,7 +67,8 @@ constexpr const char ONE_WAY[] = "who does not hear its neighbour forwards";
 constexpr const char NO_PASS[] = "a link change begins no pass: one that returns before both ends tick was never lost";
 constexpr const char UNTIL_SET[] = "a daemon that starts lets every port forward until it is told its settings";
 constexpr const char LATE_HELLOS[] =
-    "a hello waits for the next event or tick: among drifting ticks it comes two seconds after the last";
+    "a hello waits for the next event or tick: where ticks drift or frames jitter it may come two seconds after the "
+    "last";
 constexpr const char NO_TICK[] = "who does not tick says no hello, and its neighbours' information dies";
 constexpr const char NO_RETRY[] = "a state that the chip refused is not written again";
 constexpr const char OUTSIDE[] = "a port out of the tree forwards and says nothing";
@@ -84,10 +85,15 @@ constexpr exception_t EXCEPTIONS[] = {
     {SELF, NO_LOOP, OWN_WORDS, 0},
     {SELF, NO_STORM, OWN_WORDS, 0},
     {SELF, REST, OWN_WORDS, 0},
+    {WIDE, NO_LOOP, NO_REACH, 0},
+    {WIDE, NO_STORM, NO_REACH, 0},
     {WIDE, RIGHT_TREE, NO_REACH, 0},
     {WIDE, REST, NO_REACH, 0},
     {WIDE, NO_BLACKHOLE, NO_REACH, 0},
     {GROUP_SPEEDS, RIGHT_TREE, GROUP_COST, 0},
+    {SLOW, RIGHT_TREE, LATE_HELLOS, 0},
+    {SLOW, REST, LATE_HELLOS, 0},
+    {SLOW, NO_BLACKHOLE, LATE_HELLOS, 0},
     {LOSSY, NO_LOOP, LOST_HELLOS, 0},
     {LOSSY, NO_STORM, LOST_HELLOS, 0},
     {LOSSY, RIGHT_TREE, LOST_HELLOS, 0},

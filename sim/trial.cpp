@@ -106,6 +106,7 @@ private:
     void find(property_t property, std::string words);
     /// False when more frames are sent than there may be.
     bool run_until(moment_t until);
+    right_tree_t tree();
     void rest(moment_t from, moment_t at);
     void judge_hellos(const right_tree_t &right, moment_t from);
     void judge_hosts();
@@ -279,6 +280,21 @@ void trial_t::judge_hellos(const right_tree_t &right, moment_t from)
     }
 }
 
+/// What the tree should be now.
+right_tree_t trial_t::tree()
+{
+    std::vector<outsider_t> outsiders;
+    for (node_id_t id = 0; id < world_.nodes(); id++)
+        if (const story_node_t &node = story_.nodes[id];
+            node.kind == node_kind_t::SPEAKER && world_.now() < node.hush &&
+            (node.manner == manner_t::STP || node.manner == manner_t::BETTER))
+            outsiders.push_back({id, stage_.identifier_of(id), node.bridge.max_age, node.bridge.hello_time});
+    right_tree_t right = right_tree(world_, outsiders);
+    if (right.wide)
+        outcome_.faults |= bit(WIDE);
+    return right;
+}
+
 void trial_t::rest(moment_t from, moment_t at)
 {
     const moment_t quiet_from = at - watched_at_rest(story_);
@@ -289,15 +305,7 @@ void trial_t::rest(moment_t from, moment_t at)
     watched_ = true;
     if (!run_until(at))
         return;
-    std::vector<outsider_t> outsiders;
-    for (node_id_t id = 0; id < world_.nodes(); id++)
-        if (const story_node_t &node = story_.nodes[id];
-            node.kind == node_kind_t::SPEAKER && world_.now() < node.hush &&
-            (node.manner == manner_t::STP || node.manner == manner_t::BETTER))
-            outsiders.push_back({id, stage_.identifier_of(id), node.bridge.max_age, node.bridge.hello_time});
-    const right_tree_t right = right_tree(world_, outsiders);
-    if (right.wide)
-        outcome_.faults |= bit(WIDE);
+    const right_tree_t right = tree();
     outcome_.settlings.push_back(settling);
     outcome_.settlings.back().depth = right.depth;
     if (changed_ > quiet_from)
@@ -321,6 +329,7 @@ bool trial_t::run_until(moment_t until)
     const uint64_t most = FRAMES_ANYWAY + FRAMES_OF_A_CABLE * story_.cables.size();
     while (world_.step(until))
         if (sent_ > most) {
+            tree(); // who is to blame
             find(NO_STORM, fmt::format("{} frames in a second", sent_));
             return false;
         }

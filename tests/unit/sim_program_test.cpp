@@ -1,0 +1,164 @@
+// lvt_sim as a program: what it understands, what it says, and how it ends.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+namespace {
+
+struct ended_t {
+    int status;
+    std::string output; ///< standard output, then standard error as they came
+};
+
+ended_t sim(const std::string &arguments)
+{
+    FILE *stream = popen(("\"" LVT_SIM "\" " + arguments + " 2>&1").c_str(), "r");
+    if (!stream)
+        abort();
+    ended_t ended{};
+    char buffer[4096];
+    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
+        ended.output.append(buffer, count);
+    const int status = pclose(stream);
+    ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ended;
+}
+
+struct row_t {
+    const char *arguments, *words;
+};
+
+} // namespace
+
+TEST(sim_program, what_it_does_not_understand_ends_with_2)
+{
+    constexpr row_t ROWS[] = {
+        {"", "A command is required"},
+        {"run", "--seed is required"},
+        {"run --seed x", "\"x\" is no whole number"},
+        {"run --seed -1", "\"-1\" is no whole number"},
+        {"run --seed 1 --shape moebius", "\"moebius\" is none of ring, line,"},
+        {"run --seed 1 --switches 0", "0 is not between 1 and 10000"},
+        {"run --seed 1 --switches 10001", "10001 is not between 1 and 10000"},
+        {"run --seed 1 --faults cuts,flips", "\"flips\" is no fault that can be chosen"},
+        {"run --seed 1 --faults wide", "\"wide\" is no fault that can be chosen"},
+        {"seeds", "RANGE is required"},
+        {"seeds 5", "\"5\" is no range as in 1..1000"},
+        {"seeds 5..x", "the last seed: \"x\" is no whole number"},
+        {"seeds 0..5", "0 to 5 is no range of seeds"},
+        {"seeds 5..4", "5 to 4 is no range of seeds"},
+        {"seeds 1..2 --jobs 0", "--jobs: 0 is not between 1 and 1024"},
+        {"dance", "dance"},
+    };
+    for (const row_t &row : ROWS) {
+        const ended_t ended = sim(row.arguments);
+        EXPECT_EQ(ended.status, 2) << row.arguments;
+        EXPECT_NE(ended.output.find(row.words), std::string::npos) << row.arguments << ": " << ended.output;
+    }
+}
+
+TEST(sim_program, help_and_version_end_with_0)
+{
+    EXPECT_EQ(sim("--version").output, LVT_VERSION "\n");
+    for (const char *words : {"--help", "help", "run --help", "help seeds", "help merge", "promises --help"})
+        EXPECT_EQ(sim(words).status, 0) << words;
+}
+
+TEST(sim_program, a_full_disk_ends_with_3)
+{
+    for (const char *command : {"run --seed 1", "seeds 1..3", "seeds 1..3 -j", "promises"}) {
+        const ended_t ended = sim(std::string(command) + " >/dev/full");
+        EXPECT_EQ(ended.status, 3) << command;
+        EXPECT_NE(ended.output.find("cannot write to standard output: No space left on device"), std::string::npos)
+            << ended.output;
+    }
+}
+
+TEST(sim_program, a_seed_is_told_the_same_again)
+{
+    const ended_t first = sim("run --seed 7"), second = sim("run --seed 7");
+    EXPECT_EQ(first.status, 0);
+    EXPECT_EQ(first.output, second.output);
+    EXPECT_EQ(first.output.substr(0, 8), "seed 7: ");
+    EXPECT_NE(first.output.find("judged at rest"), std::string::npos);
+    EXPECT_NE(first.output.find("\nheld: "), std::string::npos);
+    EXPECT_EQ(sim("run --seed 7 --quiet").output.find("judged"), std::string::npos);
+}
+
+TEST(sim_program, several_processes_find_what_one_does)
+{
+    const auto without_time = [](const ended_t &ended) {
+        return std::regex_replace(ended.output, std::regex(R"("seconds":[0-9.e-]+)"), "");
+    };
+    const ended_t one = sim("seeds 1..60 --jobs 1 -j"), three = sim("seeds 1..60 --jobs 3 -j");
+    EXPECT_EQ(one.status, 0) << one.output;
+    EXPECT_EQ(without_time(one), without_time(three));
+}
+
+TEST(sim_program, ranges_are_merged_into_one)
+{
+    const auto folder = std::filesystem::temp_directory_path() / ("lvt_sim." + std::to_string(getpid()));
+    std::filesystem::create_directory(folder);
+    const auto file = [&](const char *name) { return (folder / name).string(); };
+    EXPECT_EQ(sim("seeds 1..20 -j >" + file("a")).status, 0);
+    EXPECT_EQ(sim("seeds 21..30 -j >" + file("b")).status, 0);
+    EXPECT_EQ(sim("seeds 1..30 -j >" + file("whole")).status, 0);
+    const auto without_time = [](const std::string &text) {
+        return std::regex_replace(text, std::regex(R"("seconds":[0-9.e-]+)"), "");
+    };
+    const ended_t merged = sim("merge -j " + file("b") + " " + file("a")), whole = sim("merge -j " + file("whole"));
+    EXPECT_EQ(merged.status, 0);
+    EXPECT_EQ(without_time(merged.output), without_time(whole.output));
+    EXPECT_NE(merged.output.find(R"("ranges":[[1,30]])"), std::string::npos) << merged.output;
+    EXPECT_EQ(sim("merge <" + file("a")).output.substr(0, 24), "20 seeds held, 0 did not");
+
+    // Failures are counted, and what is lost or counted twice is refused.
+    std::ofstream(file("failure")) << R"({"seed":7,"property":"no-loop","network":"ring","words":"it does"})"
+                                   << "\n";
+    std::string summary = whole.output;
+    summary = std::regex_replace(summary, std::regex(R"("not_held":0)"), R"("not_held":1)");
+    std::ofstream(file("summary")) << summary;
+    EXPECT_EQ(sim("merge " + file("failure") + " " + file("summary")).status, 1);
+    EXPECT_EQ(sim("merge " + file("summary")).status, 3);
+    EXPECT_NE(sim("merge " + file("summary")).output.find("lines are missing"), std::string::npos);
+    const ended_t twice = sim("merge " + file("a") + " " + file("whole"));
+    EXPECT_EQ(twice.status, 3);
+    EXPECT_NE(twice.output.find("the ranges 1..20 and 1..30 overlap"), std::string::npos) << twice.output;
+
+    // Files that are none.
+    std::ofstream(file("words")) << "hello\n";
+    const ended_t words = sim("merge " + file("words"));
+    EXPECT_EQ(words.status, 2);
+    EXPECT_NE(words.output.find(file("words") + ":1:1: "), std::string::npos) << words.output;
+    EXPECT_EQ(sim("merge " + file("none")).status, 3);
+    EXPECT_EQ(sim("merge </dev/null").status, 3);
+    std::filesystem::remove_all(folder);
+}
+
+// As on several hosts: GNU parallel starts ranges, which are put together.
+TEST(sim_program, ranges_run_in_parallel)
+{
+    if (system("parallel --version >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "cannot run here: there is no GNU parallel";
+    FILE *stream = popen(
+        "seq 1 10 31 | parallel -j 2 '\"" LVT_SIM "\" seeds {}..$(({} + 9)) -j' | \"" LVT_SIM "\" merge 2>&1", "r");
+    ASSERT_NE(stream, nullptr);
+    char line[200] = "";
+    EXPECT_NE(fgets(line, sizeof line, stream), nullptr);
+    EXPECT_EQ(pclose(stream), 0);
+    EXPECT_EQ(std::string(line).substr(0, 24), "40 seeds held, 0 did not");
+}
+
+TEST(sim_program, promises_are_told_with_the_rule_to_blame)
+{
+    const ended_t ended = sim("promises");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_NE(ended.output.find("no-loop         data cannot go round"), std::string::npos) << ended.output;
+    EXPECT_NE(ended.output.find("but: a link change begins no pass"), std::string::npos) << ended.output;
+}
