@@ -48,5 +48,7 @@ void add_shrink_command(CLI::App &app, result_t &result);
 
 // Where topology files can be read.
 void add_play_command(CLI::App &app, result_t &result);
+void add_settle_command(CLI::App &app, result_t &result);
+void add_cost_command(CLI::App &app, result_t &result);
 
 } // namespace sim

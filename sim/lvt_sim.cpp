@@ -74,6 +74,8 @@ exit_code_t run(int argc, char **argv)
 #ifdef LVT_PLAY
     add_shrink_command(app, result);
     add_play_command(app, result);
+    add_settle_command(app, result);
+    add_cost_command(app, result);
 #endif
     try {
         app.parse(argc, argv);

@@ -91,9 +91,9 @@ std::string graph_of(stage_t &stage)
     world_t &world = stage.world();
     std::string text =
         "digraph tree {\n"
-        "  graph [ranksep=1.0, nodesep=1.2, fontname=\"sans-serif\"]\n"
+        "  graph [ranksep=1.1, nodesep=1.5, fontname=\"sans-serif\"]\n"
         "  node [shape=box, style=rounded, fontname=\"sans-serif\"]\n"
-        "  edge [dir=none, fontname=\"sans-serif\", fontsize=9, labelangle=40, labeldistance=3]\n";
+        "  edge [dir=none, fontname=\"sans-serif\", fontsize=8, labelangle=48, labeldistance=3.4]\n";
     for (node_id_t id = 0; id < world.nodes(); id++)
         text += fmt::format("  n{} [{}]\n", id, node_words(world, id));
     for (cable_id_t id = 0; id < world.cables(); id++) {

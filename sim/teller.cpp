@@ -129,7 +129,7 @@ void teller_t::arrived(cable_id_t cable, unsigned to, const frame_t &frame)
     const end_t &end = stage_.world().cable(cable).ends[to];
     bpdus_ += is_bpdu({frame.octets.data(), frame.length});
     if (stage_.world().node(end.node).kind == node_kind_t::SWITCH && is_bpdu({frame.octets.data(), frame.length}))
-        seen_[end.node].heard[end.port - 1] = true;
+        seen_[end.node].heard[end.port - 1] = stage_.world().now();
 }
 
 void teller_t::chip_changed(node_id_t node) { look_at_life(node); }
@@ -213,7 +213,7 @@ void teller_t::look_at_port(node_id_t node, unsigned port)
     const bool has_role = std::exchange(seen.roles[port - 1], role) != role;
     const bool has_state = port <= FRONT_PORTS && std::exchange(seen.states[port - 1], state) != state;
     if (port <= FRONT_PORTS && !world.device(node).links[port - 1].up)
-        seen.heard[port - 1] = false;
+        seen.heard[port - 1].reset();
     const bool up = runs && has_link(node, port), was_up = std::exchange(seen.links[port - 1], up);
     if ((!up && !was_up) || (!has_role && !has_state))
         return;
@@ -278,11 +278,12 @@ std::string teller_t::why_other(node_id_t node, const port_t &port)
     const prio_vector_t &own = port.designatedPrio;
     switch (port.role) {
     case ROLE_DESIGNATED:
-        if (!seen_[node].heard[port.port_number - 1])
+        if (const auto heard = seen_[node].heard[port.port_number - 1]; !heard)
             return "nobody else is heard";
-        if (is_worse(port.msgPrio, own))
+        else if (is_worse(port.msgPrio, own))
             return fmt::format("{} {}", stage_.world().node(node).name, advantage(own, port.msgPrio));
-        return port.infoIs == INFO_IS_RECEIVED ? "" : fmt::format("{} has fallen silent", speaker_of(port.msgPrio));
+        else
+            return stage_.world().now() - *heard < SECOND ? "" : speaker_of(port.msgPrio) + " has fallen silent";
     case ROLE_ALTERNATE:
         return fmt::format("{} {}", speaker_of(port.portPrio), advantage(port.portPrio, own));
     case ROLE_BACKUP:

@@ -4,6 +4,7 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,7 +44,7 @@ private:
         uint32_t cost = 0;
         std::array<lvt_rstp_port_role_t, RSTP_PORTS> roles = {};
         std::array<unsigned, FRONT_PORTS> states = {};
-        std::array<bool, RSTP_PORTS> heard = {}; ///< a BPDU, since the port has link
+        std::array<std::optional<moment_t>, RSTP_PORTS> heard = {}; ///< the last BPDU, since the port has link
         std::array<bool, RSTP_PORTS> links = {};
         moment_t powered_at = 0;
     };

@@ -12,7 +12,8 @@ lvt_discover_unit_tests(unit_sim sim.)
 
 if(TARGET lvt_sim_play)
     add_executable(unit_sim_play sim_play_test.cpp)
-    target_compile_definitions(unit_sim_play PRIVATE LVT_SIM="$<TARGET_FILE:lvt_sim>" LVT_DOCS="${PROJECT_SOURCE_DIR}/docs")
+    target_compile_definitions(unit_sim_play PRIVATE 
+        LVT_SIM="$<TARGET_FILE:lvt_sim>" LVT_SIM_SOURCES="${PROJECT_SOURCE_DIR}/sim" LVT_DOCS="${PROJECT_SOURCE_DIR}/docs")
     target_link_libraries(unit_sim_play PRIVATE lvt_sim_play lvt_warnings fmt::fmt GTest::gmock GTest::gtest_main)
     add_dependencies(unit_sim_play lvt_sim)
     lvt_discover_unit_tests(unit_sim_play sim.)

@@ -1,6 +1,7 @@
 /// Networks from files, played: what becomes of them, and what is told.
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -8,6 +9,7 @@
 
 #include "sim/could_not.h"
 #include "sim/draw.h"
+#include "sim/faults.h"
 #include "sim/picture.h"
 #include "sim/teller.h"
 #include "sim/topology_file.h"
@@ -309,6 +311,89 @@ TEST_F(play, the_program_prints_a_shape_as_a_file)
     const outcome_t printed = lvt_sim("play ring 5 --file");
     EXPECT_EQ(printed.status, 0);
     EXPECT_EQ(printed.output, topology::network_text(topology::shape_network({"ring", "5"})));
+}
+
+// ---- what the plots are made of ---------------------------------------------------------------
+
+TEST_F(play, a_ring_settles_after_each_event)
+{
+    const outcome_t outcome = lvt_sim("settle ring 4 --fast --seeds 2");
+    EXPECT_EQ(outcome.status, 0);
+    std::istringstream lines(outcome.output);
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line, "# shape switches depth timers seed event last-role-or-state-s last-flush-s bpdus flushes tree");
+    const char *events[] = {"boot", "cut", "mend", "death"}, *depths[] = {"2", "3", "2", "2"};
+    for (const char *seed : {"1", "2"})
+        for (size_t i = 0; i < std::size(events); i++) {
+            std::getline(lines, line);
+            EXPECT_THAT(line, testing::StartsWith(fmt::format("ring 4 {} fast {} {} ", depths[i], seed, events[i])));
+            EXPECT_THAT(line, testing::EndsWith(" right"));
+            double moved = 0, flushed = 0;
+            ASSERT_EQ(std::sscanf(line.c_str(), "%*s %*s %*s %*s %*s %*s %lf %lf", &moved, &flushed), 2);
+            EXPECT_GT(moved, 0) << line;
+            EXPECT_LT(moved, 30) << line;
+            EXPECT_GE(flushed, 0) << line;
+        }
+    EXPECT_FALSE(std::getline(lines, line));
+}
+
+/// Information does not reach so far.
+TEST_F(play, a_ring_that_is_too_large_does_not_settle)
+{
+    EXPECT_THAT(lvt_sim("settle ring 16 --fast").output, HasSubstr(" boot 60.000 60.000 "));
+}
+
+TEST_F(play, a_switch_at_rest_has_a_cost)
+{
+    const outcome_t outcome = lvt_sim("cost --switches 50");
+    double cables = 0, time = 0;
+    size_t count = 0, octets = 0;
+    ASSERT_EQ(std::sscanf(outcome.output.c_str(), "# %*[^\n]\n%zu %lf %lf %zu", &count, &cables, &time, &octets), 4)
+        << outcome.output;
+    EXPECT_EQ(count, 50u);
+    EXPECT_NEAR(cables, 2.5, 0.1);
+    EXPECT_GT(time, 0);
+    EXPECT_GT(octets, 0u);
+    EXPECT_EQ(lvt_sim("cost --switches 0").status, 2);
+}
+
+/// The command that makes the plots of docs/network.md, with few small networks.
+TEST_F(play, the_plots_are_made_by_one_command)
+{
+    const std::string command =
+        fmt::format("LVT_SIM='{}' '{}/plots' --quick '{}' 2>&1", LVT_SIM, LVT_SIM_SOURCES, folder_.path);
+    std::FILE *stream = popen(command.c_str(), "r");
+    ASSERT_TRUE(stream);
+    std::string output;
+    char buffer[4096];
+    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
+        output.append(buffer, count);
+    EXPECT_EQ(pclose(stream), 0) << output;
+    for (const char *name : {"settle-default", "settle-fast", "traffic", "cost"})
+        EXPECT_THAT(text_of(fmt::format("network-{}.svg", name)), HasSubstr("</svg>")) << output;
+}
+
+/// The page tells which faults break what, as the program has it: one row for each fault and rule.
+TEST_F(play, the_page_tells_what_is_not_promised)
+{
+    std::vector<std::string> rows;
+    for (const exception_t &exception : exceptions()) {
+        const std::string begin = fmt::format("| {} |", fault_words(exception.fault));
+        const std::string end = fmt::format(" | {} |", exception.rule);
+        std::string *known = nullptr;
+        for (std::string &row : rows)
+            if (row.starts_with(begin) && row.ends_with(end))
+                known = &row;
+        if (known)
+            known->insert(known->size() - end.size(), fmt::format(", {}", property_name(exception.property)));
+        else
+            rows.push_back(fmt::format("{} {}{}", begin, property_name(exception.property), end));
+    }
+    const std::string table = fmt::format("| among | may fail | since |\n|---|---|---|\n{}\n", fmt::join(rows, "\n"));
+    std::ifstream file(LVT_DOCS "/network.md");
+    const std::string page{std::istreambuf_iterator<char>(file), {}};
+    EXPECT_NE(page.find(table), std::string::npos) << "it should be:\n" << table;
 }
 
 TEST_F(play, what_cannot_be_played_is_said)
