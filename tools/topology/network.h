@@ -51,7 +51,7 @@ struct node_t {
     span_t boot{0};                ///< when it gets power
     span_t second{1'000'000};      ///< what its clock calls a second
     std::optional<span_t> phase{}; ///< from its start to its first second, or first BPDU; else as the player likes
-    bool swallows = false; ///< a HUB passes data and no BPDUs, as a bridge does that nobody can see
+    bool swallows = false;         ///< a HUB passes data and no BPDUs, as a bridge does that nobody can see
     speech_t speech = speech_t::SILENT;
     std::optional<span_t> hush{}; ///< a SPEAKER is silent from then on
 };
