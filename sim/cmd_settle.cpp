@@ -8,7 +8,6 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
-#include "board/chip/registers.h"
 #include "sim/commands.h"
 #include "sim/judge.h"
 #include "sim/stage.h"
@@ -50,8 +49,7 @@ private:
     void chip_written(node_id_t, const mdio_multi_t &batch) override
     {
         for (const mdio_op_t &op : std::span(batch.operations, batch.count))
-            if (op.op == MDIO_OP_WRITE && op.reg == REG_ADDRESS_COMMAND &&
-                address_command(op.value) == address_command_t::delete_all) {
+            if (empties_addresses(op)) {
                 flushes_++;
                 change(flushed_);
             }

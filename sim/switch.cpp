@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "board/chip/registers.h"
 #include "daemon/rstp_daemon.h"
 #include "l2_proto_utility/os_api.h"
 #include "platform/link_mon_intf.h"
@@ -218,6 +219,12 @@ bool switch_forwards(const switch_t &device, unsigned port) { return switch_port
 unsigned switch_port_state(const switch_t &device, unsigned port)
 {
     return chip_port_state(device.chip, chip_port_of_front(port));
+}
+
+bool empties_addresses(const mdio_op_t &op)
+{
+    return op.op == MDIO_OP_WRITE && op.reg == REG_ADDRESS_COMMAND &&
+           address_command(op.value) == address_command_t::delete_all;
 }
 
 const lvt_rstp_vars_t &switch_vars(switch_t &device)

@@ -82,6 +82,9 @@ bool switch_forwards(const switch_t &device, unsigned port);
 /// Spanning tree state code of front port 1 to 6 in the chip.
 unsigned switch_port_state(const switch_t &device, unsigned port);
 
+/// Whether an operation makes the chip forget all addresses.
+bool empties_addresses(const mdio_op_t &op);
+
 /// The daemon's records, for looking. They are those of this switch until another has its turn.
 const lvt_rstp_vars_t &switch_vars(switch_t &device);
 

@@ -6,7 +6,6 @@
 
 #include <fmt/format.h>
 
-#include "board/chip/registers.h"
 #include "tools/bpdu_frame.h"
 #include "tools/status_file.h"
 #include "tools/words.h"
@@ -137,8 +136,7 @@ void teller_t::chip_changed(node_id_t node) { look_at_life(node); }
 void teller_t::chip_written(node_id_t, const mdio_multi_t &batch)
 {
     for (const mdio_op_t &op : std::span(batch.operations, batch.count))
-        if (op.op == MDIO_OP_WRITE && op.reg == REG_ADDRESS_COMMAND &&
-            address_command(op.value) == address_command_t::delete_all) {
+        if (empties_addresses(op)) {
             flushes_++;
             last_change_ = stage_.world().now();
         }

@@ -4,7 +4,6 @@
 
 #include <fmt/format.h>
 
-#include "board/chip/registers.h"
 #include "sim/invariants.h"
 #include "sim/judge.h"
 #include "sim/stage.h"
@@ -163,8 +162,7 @@ void trial_t::chip_changed(node_id_t node)
 void trial_t::chip_written(node_id_t node, const mdio_multi_t &batch)
 {
     for (const mdio_op_t &op : std::span(batch.operations, batch.count))
-        if (op.op == MDIO_OP_WRITE && op.reg == REG_ADDRESS_COMMAND &&
-            address_command(op.value) == address_command_t::delete_all) {
+        if (empties_addresses(op)) {
             flushes_++;
             flushed_ = world_.now();
             if (listener_)

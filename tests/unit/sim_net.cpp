@@ -187,8 +187,7 @@ void net_t::chip_written(node_id_t node, const mdio_multi_t &batch)
         if (port && op.op == MDIO_OP_MODIFY && op.mask == PORT_STATE_MASK)
             note(topic_t::WRITE, node, 0,
                  fmt::format("port {} {}", front_port_of_chip(*port), chip_state_name(op.value >> PORT_STATE_SHIFT)));
-        if (op.op == MDIO_OP_WRITE && op.reg == REG_ADDRESS_COMMAND &&
-            address_command(op.value) == address_command_t::delete_all) {
+        if (empties_addresses(op)) {
             note(topic_t::WRITE, node, 0, "flush");
             note(topic_t::FLUSH, node, 0, "");
         }
