@@ -12,7 +12,7 @@ lvt_discover_unit_tests(unit_sim sim.)
 
 if(TARGET lvt_sim_play)
     add_executable(unit_sim_play sim_play_test.cpp)
-    target_compile_definitions(unit_sim_play PRIVATE 
+    target_compile_definitions(unit_sim_play PRIVATE
         LVT_SIM="$<TARGET_FILE:lvt_sim>" LVT_SIM_SOURCES="${PROJECT_SOURCE_DIR}/sim" LVT_DOCS="${PROJECT_SOURCE_DIR}/docs")
     target_link_libraries(unit_sim_play PRIVATE lvt_sim_play lvt_warnings fmt::fmt GTest::gmock GTest::gtest_main)
     add_dependencies(unit_sim_play lvt_sim)
@@ -43,6 +43,5 @@ else()
     lvt_plant(tie_break rstp/vect.cpp "compare(a->design_port, b->design_port)" "compare(b->design_port, a->design_port)")
     lvt_plant(forward_delay rstp/roletrns.cpp "(port->fdWhile == 0 || port->operEdge || port->agreed)" "(true)")
     lvt_plant(flush rstp/topoch.cpp "if (flush_port)" "if (flush_port > 9)")
-    lvt_plant(timer rstp/port.cpp "if (boring_port(port))\n        return;\n    for (uint8_t"
-        "if (boring_port(port) || port->port_number == 2)\n        return;\n    for (uint8_t")
+    lvt_plant(timer rstp/port.cpp "if (*timer)" "if (*timer && port->port_number != 2)")
 endif()
