@@ -115,16 +115,15 @@ TEST(sim_promises, each_exception_names_a_seed_that_shows_it)
 
 TEST(sim_shrink, what_is_not_needed_is_left_out)
 {
-    // What is wrong with a network is that it has a cut of a cable at the switch with priority 4096.
-    story_t story = draw(1, {.shape = shape_t::GRID, .switches = 9, .faults = bit(CUTS)});
+    // What is wrong with a network is that a cable is cut.
+    const story_t story = draw(1, {.shape = shape_t::GRID, .switches = 9, .faults = bit(CUTS)});
     const auto verdict_of = [](const story_t &candidate) -> std::string {
         for (const story_event_t &event : candidate.events)
             if (event.deed == deed_t::CUT)
-                for (const end_t &end : candidate.cables[event.subject].ends)
-                    if (candidate.nodes[end.node].bridge.bridge_priority == 4096)
-                        return "cut";
+                return "cut";
         return "";
     };
+    ASSERT_GT(story.nodes.size(), 8u);
     ASSERT_EQ(verdict_of(story), "cut");
     const story_t small = shrink(story, verdict_of);
     EXPECT_EQ(verdict_of(small), "cut");
