@@ -17,7 +17,7 @@ struct ended_t {
 };
 
 /// Runs the program with arguments and redirections in shell syntax.
-ended_t sim(const std::string &arguments, const std::string &redirections = "2>&1")
+ended_t lvt_sim(const std::string &arguments, const std::string &redirections = "2>&1")
 {
     FILE *stream = popen(("\"" LVT_SIM "\" " + arguments + " " + redirections).c_str(), "r");
     if (!stream)
@@ -31,7 +31,7 @@ ended_t sim(const std::string &arguments, const std::string &redirections = "2>&
     return ended;
 }
 
-struct row_t {
+struct misuse_t {
     const char *arguments, *words;
 };
 
@@ -39,7 +39,7 @@ struct row_t {
 
 TEST(sim_program, what_it_does_not_understand_ends_with_2)
 {
-    constexpr row_t ROWS[] = {
+    constexpr misuse_t ROWS[] = {
         {"", "A command is required"},
         {"run", "--seed is required"},
         {"run --seed x", "\"x\" is no whole number"},
@@ -57,8 +57,8 @@ TEST(sim_program, what_it_does_not_understand_ends_with_2)
         {"seeds 1..2 --jobs 0", "--jobs: 0 is not between 1 and 1024"},
         {"dance", "dance"},
     };
-    for (const row_t &row : ROWS) {
-        const ended_t ended = sim(row.arguments);
+    for (const misuse_t &row : ROWS) {
+        const ended_t ended = lvt_sim(row.arguments);
         EXPECT_EQ(ended.status, 2) << row.arguments;
         EXPECT_NE(ended.output.find(row.words), std::string::npos) << row.arguments << ": " << ended.output;
     }
@@ -66,15 +66,15 @@ TEST(sim_program, what_it_does_not_understand_ends_with_2)
 
 TEST(sim_program, help_and_version_end_with_0)
 {
-    EXPECT_EQ(sim("--version").output, LVT_VERSION "\n");
+    EXPECT_EQ(lvt_sim("--version").output, LVT_VERSION "\n");
     for (const char *words : {"--help", "help", "run --help", "help seeds", "help merge", "promises --help"})
-        EXPECT_EQ(sim(words).status, 0) << words;
+        EXPECT_EQ(lvt_sim(words).status, 0) << words;
 }
 
 TEST(sim_program, a_full_disk_ends_with_3)
 {
     for (const char *command : {"run --seed 1", "seeds 1..3", "seeds 1..3 -j", "promises"}) {
-        const ended_t ended = sim(command, "2>&1 >/dev/full");
+        const ended_t ended = lvt_sim(command, "2>&1 >/dev/full");
         EXPECT_EQ(ended.status, 3) << command;
         EXPECT_NE(ended.output.find("No space left on device"), std::string::npos) << ended.output;
     }
@@ -82,13 +82,13 @@ TEST(sim_program, a_full_disk_ends_with_3)
 
 TEST(sim_program, a_seed_is_told_the_same_again)
 {
-    const ended_t first = sim("run --seed 7"), second = sim("run --seed 7");
+    const ended_t first = lvt_sim("run --seed 7"), second = lvt_sim("run --seed 7");
     EXPECT_EQ(first.status, 0);
     EXPECT_EQ(first.output, second.output);
     EXPECT_EQ(first.output.substr(0, 8), "seed 7: ");
     EXPECT_NE(first.output.find("judged at rest"), std::string::npos);
     EXPECT_NE(first.output.find("\nheld: "), std::string::npos);
-    EXPECT_EQ(sim("run --seed 7 --quiet").output.find("judged"), std::string::npos);
+    EXPECT_EQ(lvt_sim("run --seed 7 --quiet").output.find("judged"), std::string::npos);
 }
 
 TEST(sim_program, several_processes_find_what_one_does)
@@ -96,7 +96,7 @@ TEST(sim_program, several_processes_find_what_one_does)
     const auto without_time = [](const ended_t &ended) {
         return std::regex_replace(ended.output, std::regex(R"("seconds":[0-9.e-]+)"), "");
     };
-    const ended_t one = sim("seeds 1..60 --jobs 1 -j"), three = sim("seeds 1..60 --jobs 3 -j");
+    const ended_t one = lvt_sim("seeds 1..60 --jobs 1 -j"), three = lvt_sim("seeds 1..60 --jobs 3 -j");
     EXPECT_EQ(one.status, 0) << one.output;
     EXPECT_EQ(without_time(one), without_time(three));
 }
@@ -106,17 +106,18 @@ TEST(sim_program, ranges_are_merged_into_one)
     const auto folder = std::filesystem::temp_directory_path() / ("lvt_sim." + std::to_string(getpid()));
     std::filesystem::create_directory(folder);
     const auto file = [&](const char *name) { return (folder / name).string(); };
-    EXPECT_EQ(sim("seeds 1..20 -j >" + file("a")).status, 0);
-    EXPECT_EQ(sim("seeds 21..30 -j >" + file("b")).status, 0);
-    EXPECT_EQ(sim("seeds 1..30 -j >" + file("whole")).status, 0);
+    EXPECT_EQ(lvt_sim("seeds 1..20 -j >" + file("a")).status, 0);
+    EXPECT_EQ(lvt_sim("seeds 21..30 -j >" + file("b")).status, 0);
+    EXPECT_EQ(lvt_sim("seeds 1..30 -j >" + file("whole")).status, 0);
     const auto without_time = [](const std::string &text) {
         return std::regex_replace(text, std::regex(R"("seconds":[0-9.e-]+)"), "");
     };
-    const ended_t merged = sim("merge -j " + file("b") + " " + file("a")), whole = sim("merge -j " + file("whole"));
+    const ended_t merged = lvt_sim("merge -j " + file("b") + " " + file("a")),
+                  whole = lvt_sim("merge -j " + file("whole"));
     EXPECT_EQ(merged.status, 0);
     EXPECT_EQ(without_time(merged.output), without_time(whole.output));
     EXPECT_NE(merged.output.find(R"("ranges":[[1,30]])"), std::string::npos) << merged.output;
-    EXPECT_EQ(sim("merge <" + file("a")).output.substr(0, 24), "20 seeds held, 0 did not");
+    EXPECT_EQ(lvt_sim("merge <" + file("a")).output.substr(0, 24), "20 seeds held, 0 did not");
 
     // Failures are counted, and what is lost or counted twice is refused.
     std::ofstream(file("failure")) << R"({"seed":7,"property":"no-loop","network":"ring","words":"it does"})"
@@ -124,20 +125,20 @@ TEST(sim_program, ranges_are_merged_into_one)
     std::string summary = whole.output;
     summary = std::regex_replace(summary, std::regex(R"("not_held":0)"), R"("not_held":1)");
     std::ofstream(file("summary")) << summary;
-    EXPECT_EQ(sim("merge " + file("failure") + " " + file("summary")).status, 1);
-    EXPECT_EQ(sim("merge " + file("summary")).status, 3);
-    EXPECT_NE(sim("merge " + file("summary")).output.find("lines are missing"), std::string::npos);
-    const ended_t twice = sim("merge " + file("a") + " " + file("whole"));
+    EXPECT_EQ(lvt_sim("merge " + file("failure") + " " + file("summary")).status, 1);
+    EXPECT_EQ(lvt_sim("merge " + file("summary")).status, 3);
+    EXPECT_NE(lvt_sim("merge " + file("summary")).output.find("lines are missing"), std::string::npos);
+    const ended_t twice = lvt_sim("merge " + file("a") + " " + file("whole"));
     EXPECT_EQ(twice.status, 3);
     EXPECT_NE(twice.output.find("the ranges 1..20 and 1..30 overlap"), std::string::npos) << twice.output;
 
     // Files that are none.
     std::ofstream(file("words")) << "hello\n";
-    const ended_t words = sim("merge " + file("words"));
+    const ended_t words = lvt_sim("merge " + file("words"));
     EXPECT_EQ(words.status, 2);
     EXPECT_NE(words.output.find(file("words") + ":1:1: "), std::string::npos) << words.output;
-    EXPECT_EQ(sim("merge " + file("none")).status, 3);
-    EXPECT_EQ(sim("merge </dev/null").status, 3);
+    EXPECT_EQ(lvt_sim("merge " + file("none")).status, 3);
+    EXPECT_EQ(lvt_sim("merge </dev/null").status, 3);
     std::filesystem::remove_all(folder);
 }
 
@@ -157,7 +158,7 @@ TEST(sim_program, ranges_run_in_parallel)
 
 TEST(sim_program, promises_are_told_with_the_rule_to_blame)
 {
-    const ended_t ended = sim("promises");
+    const ended_t ended = lvt_sim("promises");
     EXPECT_EQ(ended.status, 0);
     EXPECT_NE(ended.output.find("no-loop         data cannot go round"), std::string::npos) << ended.output;
     EXPECT_NE(ended.output.find("but: a link change begins no pass"), std::string::npos) << ended.output;
