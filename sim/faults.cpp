@@ -59,6 +59,8 @@ constexpr const char OWN_WORDS[] =
 constexpr const char FIRST_MEMBER[] = "a group speaks through its first member only, also when that has no link";
 constexpr const char OLD_NEWS[] = "news of a root that is gone are believed when they come back, until they age out";
 constexpr const char NO_REACH[] = "information dies before it gets that far";
+constexpr const char TOLD_AGAIN[] =
+    "a topology change that is told again winds its timer up again, now and then in turns";
 constexpr const char GROUP_COST[] = "a group keeps the speed that its members had when it was formed";
 constexpr const char LOST_HELLOS[] =
     "information lives three hellos: what is lost makes a port forward, and a frame is not sent again";
@@ -90,6 +92,8 @@ constexpr exception_t EXCEPTIONS[] = {
     {WIDE, RIGHT_TREE, NO_REACH, 0},
     {WIDE, REST, NO_REACH, 0},
     {WIDE, NO_BLACKHOLE, NO_REACH, 0},
+    {GROUPED, REST, TOLD_AGAIN, 0},
+    {GROUP_SPEEDS, REST, TOLD_AGAIN, 0},
     {GROUP_SPEEDS, RIGHT_TREE, GROUP_COST, 0},
     {SLOW, RIGHT_TREE, LATE_HELLOS, 0},
     {SLOW, REST, LATE_HELLOS, 0},

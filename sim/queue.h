@@ -59,12 +59,10 @@ public:
         return entry;
     }
 
-    /// The entries of the bucket under way, in no order.
-    const std::vector<entry_t> &near() const { return near_; }
-
 private:
     static constexpr moment_t BUCKET = 1024;
     static constexpr uint64_t WHEEL = 2048;
+    static constexpr size_t MOST_KEPT = 8; ///< entries that an empty bucket keeps room for
 
     static bool later(const entry_t &a, const entry_t &b) { return a.at != b.at ? a.at > b.at : a.order > b.order; }
 
@@ -72,6 +70,8 @@ private:
     {
         while (near_.empty()) {
             bucket_++;
+            if (near_.capacity() > MOST_KEPT)
+                near_ = std::vector<entry_t>(); // an empty list would keep the room
             near_.swap(wheel_[bucket_ % WHEEL]);
             while (!far_.empty() && far_.front().at / BUCKET - bucket_ < WHEEL) {
                 std::pop_heap(far_.begin(), far_.end(), later);

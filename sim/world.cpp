@@ -14,6 +14,7 @@ namespace {
 
 constexpr size_t ADDRESS = 6;
 constexpr size_t SHORTEST = 14;
+constexpr size_t FEW = 256; ///< switches that fit into a cache
 constexpr uint8_t TO_ALL[] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 
 chip_time_t chip_time(moment_t moment) { return chip_time_t(moment); }
@@ -362,6 +363,19 @@ void world_t::arrive(cable_id_t id, unsigned to, const frame_t &frame)
 
 // ---- running ----------------------------------------------------------------------------
 
+/// Of so many switches, none stays in the processor's cache from one of its turns to the next.
+void world_t::prefetch(const event_t &event) const
+{
+    if (event.kind == event_kind_t::TICK)
+        switch_prefetch(*switches_[event.subject]);
+    else if (event.kind == event_kind_t::FRAME) {
+        __builtin_prefetch(&frames_[event.frame]);
+        const node_t &node = nodes_[cables_[event.subject].ends[event.end].node];
+        if (node.kind == node_kind_t::SWITCH)
+            switch_prefetch(*switches_[node.index]);
+    }
+}
+
 bool world_t::step(moment_t until)
 {
     if (queue_.empty() || queue_.next().at > until) {
@@ -369,6 +383,8 @@ bool world_t::step(moment_t until)
         return false;
     }
     const auto entry = queue_.take();
+    if (switches_.size() > FEW && !queue_.empty())
+        prefetch(queue_.next().what);
     now_ = entry.at;
     events_++;
     const event_t &event = entry.what;

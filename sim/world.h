@@ -186,6 +186,7 @@ private:
     void put_on(cable_id_t cable, unsigned from, std::span<const uint8_t> octets, moment_t arrival);
     void leave(end_t from, std::span<const uint8_t> octets);
     void arrive(cable_id_t cable, unsigned end, const frame_t &frame);
+    void prefetch(const event_t &event) const;
     void schedule_tick(uint32_t index, moment_t when);
     void done(node_id_t node);
 
