@@ -76,7 +76,7 @@ struct exception_t {
     fault_t fault;
     property_t property;
     const char *rule; ///< of this system, that is to blame
-    uint64_t seed;    ///< the smallest that shows it, with no other fault to blame; 0: none of the first million
+    uint64_t seed;    ///< the smallest that shows it, with no other fault to blame; 0: none of the first 20,000
 };
 
 /// All of them. What is not here must hold.
