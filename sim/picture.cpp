@@ -9,6 +9,15 @@
 #include "tools/printable.h"
 #include "tools/words.h"
 
+#ifdef __SANITIZE_ADDRESS__
+/// What the graph's library and the fonts' keep for the life of the process.
+extern "C" __attribute__((visibility("default"))) const char *__lsan_default_suppressions();
+extern "C" const char *__lsan_default_suppressions()
+{
+    return "leak:libgvc\nleak:libcgraph\nleak:libgvplugin\nleak:libpango\nleak:libfontconfig\nleak:libglib";
+}
+#endif
+
 namespace sim {
 
 namespace {

@@ -17,7 +17,9 @@ namespace sim {
 namespace {
 
 constexpr unsigned LONGEST_TRIAL = 60; ///< seconds; then it does not come back
-constexpr int HELD = 100;              ///< exit status of a trial; below it the property that was broken
+// How the process of a trial ends; otherwise than so it has crashed.
+constexpr int HELD = 100;
+constexpr int BROKEN = HELD + 1; ///< and the property
 
 bool is_about_cable(deed_t deed)
 {
@@ -199,17 +201,18 @@ std::string broken_property(const story_t &story)
             _exit(HELD);
         for (const finding_t &finding : try_story(story).findings)
             if (finding.promised)
-                _exit(finding.property);
+                _exit(BROKEN + finding.property);
         _exit(HELD);
     }
     int status = 0;
     while (waitpid(pid, &status, 0) < 0)
         if (errno != EINTR)
             throw could_not_t(fmt::format("cannot wait for a process: {}", std::strerror(errno)));
-    if (!WIFEXITED(status))
-        return "no-crash";
-    const int property = WEXITSTATUS(status);
-    return property < PROPERTIES ? property_name(static_cast<property_t>(property)) : "";
+    const int end = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+    if (end == HELD)
+        return "";
+    const int property = end - BROKEN;
+    return property >= 0 && property < PROPERTIES ? property_name(static_cast<property_t>(property)) : "no-crash";
 }
 
 story_t shrink(story_t story, const verdict_of_t &verdict_of, const std::function<void(const story_t &)> &progress)

@@ -224,7 +224,7 @@ void world_t::set_link_of(end_t end, const cable_t &cable)
 
 void world_t::plug(cable_id_t id)
 {
-    cable_t &cable = cables_[id];
+    cable_t &cable = cables_.at(id);
     if (std::exchange(cable.plugged, true))
         return;
     for (watcher_t *watcher : watchers_)
@@ -235,7 +235,7 @@ void world_t::plug(cable_id_t id)
 
 void world_t::pull(cable_id_t id)
 {
-    cable_t &cable = cables_[id];
+    cable_t &cable = cables_.at(id);
     if (!std::exchange(cable.plugged, false))
         return;
     cable.generation++;
