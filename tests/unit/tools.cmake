@@ -13,7 +13,7 @@ target_compile_definitions(unit_tools PRIVATE
     LVT_DOCS="${PROJECT_SOURCE_DIR}/docs" LVT_SOURCES="${PROJECT_SOURCE_DIR}/src" LVT_VERSION="${PROJECT_VERSION}")
 target_link_libraries(unit_tools PRIVATE lvt_ctl_rules lvt_messages fmt::fmt GTest::gtest_main)
 add_dependencies(unit_tools lvt_rstpctl)
-lvt_discover_unit_tests(unit_tools tools. config ctl docs expect rooms set show_on_terminal)
+lvt_discover_unit_tests(unit_tools tools. config ctl docs expect rooms set show show_on_terminal)
 
 if(TARGET lvt_topology)
     add_executable(unit_topology tools_topology_test.cpp)
