@@ -1074,7 +1074,7 @@ TEST_F(confirm, tells_what_kept_it_from_going_back)
 {
     report(STATUS);
     write_file(file, "");
-    EXPECT_EQ(run_on_board("apply --confirm 0.5 " + file).status, 0);
+    EXPECT_EQ(run_on_board("apply --confirm 3 " + file).status, 0);
     close(control.fd);
     control.fd = -1;
     const std::string end = end_of_wait();
