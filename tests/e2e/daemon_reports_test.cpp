@@ -250,8 +250,7 @@ time_t time_of_change(const lab::switch_t &device)
 TEST_F(daemon_reports, a_new_time_zone_is_taken_at_once)
 {
     lab::switch_t &other = add_switch({.daemon_wrapper = {"env", "-u", "TZ"}});
-    if (!set_zone(other, 0))
-        GTEST_SKIP() << "cannot run here: a simulated switch has no /etc of its own";
+    ASSERT_TRUE(set_zone(other, 0));
     other.start();
     ASSERT_TRUE(lab::within(SOON, [&] { return time_of_change(other) != 0; }));
     const time_t start = time(nullptr);
