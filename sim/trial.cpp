@@ -107,7 +107,7 @@ private:
     bool run_until(moment_t until);
     right_tree_t tree();
     void rest(moment_t from, moment_t at);
-    void judge_hellos(const right_tree_t &right, moment_t from);
+    void judge_hellos(const right_tree_t &right, moment_t from, bool may_tell);
     void judge_hosts();
     void send_data(node_id_t host, const std::array<uint8_t, 6> &to);
     void murmur();
@@ -256,8 +256,8 @@ void trial_t::judge_hosts()
 // ---- rests --------------------------------------------------------------------------------
 
 /// Since `from`, every designated port has said one BPDU a hello, root ports no more than an answer to each, and
-/// nobody else any.
-void trial_t::judge_hellos(const right_tree_t &right, moment_t from)
+/// where a topology change may still be told as much again; nobody else any.
+void trial_t::judge_hellos(const right_tree_t &right, moment_t from, bool may_tell)
 {
     for (const verdict_t &verdict : right.verdicts) {
         const cable_id_t id = world_.cable_at({verdict.node, verdict.port});
@@ -271,7 +271,9 @@ void trial_t::judge_hellos(const right_tree_t &right, moment_t from)
         const uint64_t hello = switch_vars(world_.device(verdict.node)).bridge.rootTimes.HelloTime;
         const uint64_t hellos = (world_.now() - from) / (hello * SECOND);
         const uint64_t least = verdict.role == ROLE_DESIGNATED ? hellos - 1 : 0;
-        const uint64_t most = verdict.role == ROLE_DESIGNATED || verdict.role == ROLE_ROOT ? hellos + 1 : 0;
+        const uint64_t most = verdict.role == ROLE_DESIGNATED ? hellos + 1
+                              : verdict.role == ROLE_ROOT     ? (hellos + 1) * (may_tell ? 2 : 1)
+                                                              : 0;
         if (const uint64_t said = said_[2 * id + end]; said < least || said > most)
             find(REST, fmt::format("{}:{} said {} BPDUs in {} s, not {} to {}", name(verdict.node), verdict.port, said,
                                    (world_.now() - from) / SECOND, least, most));
@@ -310,12 +312,13 @@ void trial_t::rest(moment_t from, moment_t at)
         find(REST, "still changing at " + seconds(changed_));
     // Where a change is told long, it is told so long by each bridge in turn, up and down the tree.
     const moment_t told = tells_changes_long(story_) ? 2 * (right.depth + 1) * longest_told(story_) : 0;
-    if (flushed_ > quiet_from && settling.at_rest + told < quiet_from)
+    const bool may_tell = settling.at_rest + told >= quiet_from;
+    if (flushed_ > quiet_from && !may_tell)
         find(REST, "addresses are still forgotten at " + seconds(flushed_));
     if (const std::string wrong = wrong_ports(world_, right); !wrong.empty())
         find(RIGHT_TREE, wrong.substr(0, wrong.find('\n')));
     else
-        judge_hellos(right, quiet_from);
+        judge_hellos(right, quiet_from, may_tell);
     if (hosts_.size() > 1)
         judge_hosts();
     watched_ = false;
