@@ -17,7 +17,7 @@ namespace sim {
 
 namespace {
 
-constexpr size_t LINE = 64; ///< octets that a processor writes to memory at once
+constexpr size_t LINE = 64; ///< octets that a processor fetches from memory at once
 
 switch_t *in_turn;    ///< whose state is in the process's memory
 chip_time_t now_told; ///< the time of what goes on
@@ -50,27 +50,12 @@ struct start_t {
 
 const start_t start;
 
-/// Takes the state out of the process's memory. Most of it is as it came: what did not change is not
-/// written, since of thousands of switches none stays in the processor's cache.
-void take_out(switch_t &device)
-{
-    const auto *from = reinterpret_cast<const uint8_t *>(__start_lvt_state);
-    uint8_t *to = device.image.get();
-    size_t left = state_octets();
-#ifndef __SANITIZE_ADDRESS__
-    for (; left >= LINE; from += LINE, to += LINE, left -= LINE)
-        if (memcmp(from, to, LINE) != 0)
-            memcpy(to, from, LINE);
-#endif
-    copy(to, from, left);
-}
-
 void give_turn(switch_t &device)
 {
     if (in_turn == &device)
         return;
     if (in_turn)
-        take_out(*in_turn);
+        copy(in_turn->image.get(), __start_lvt_state, state_octets());
     copy(__start_lvt_state, device.image.get(), state_octets());
     in_turn = &device;
 }
