@@ -38,6 +38,10 @@ void write_text(const std::string &path, const std::string &text)
 std::string test_text(uint64_t seed, const std::string &property, const std::string &network)
 {
     return fmt::format(
+        "#include <gtest/gtest.h>\n\n"
+        "#include \"sim/shrink.h\"\n"
+        "#include \"sim/topology_file.h\"\n"
+        "#include \"tools/topology/read.h\"\n\n"
         "// It breaks {}.\n"
         "TEST(sim_found, seed_{})\n"
         "{{\n"

@@ -5,7 +5,8 @@ add_executable(unit_sim
     sim_net.cpp sim_tree_test.cpp sim_neighbour_test.cpp sim_group_test.cpp
     ../bpdus.cpp ../lies.cpp ../settings.cpp)
 lvt_starter(lvt_sim starter)
-target_compile_definitions(unit_sim PRIVATE LVT_SIM="${starter}" LVT_VERSION="${PROJECT_VERSION}")
+target_compile_definitions(unit_sim PRIVATE
+    LVT_SIM="${starter}" LVT_SIM_COMPLETION="${PROJECT_SOURCE_DIR}/sim/completion/lvt_sim" LVT_VERSION="${PROJECT_VERSION}")
 add_dependencies(unit_sim lvt_sim)
 target_link_libraries(unit_sim PRIVATE lvt_sim_world lvt_ctl_rules lvt_warnings fmt::fmt GTest::gtest_main)
 lvt_discover_unit_tests(unit_sim sim.)
@@ -26,6 +27,12 @@ if(CMAKE_CROSSCOMPILING OR CMAKE_CXX_FLAGS MATCHES "-fsanitize")
 else()
     add_test(NAME sim.fixed_seeds COMMAND lvt_sim seeds 1..2000)
 
+    # A seed is the whole story, however the daemon is compiled: in one piece or in parts.
+    add_executable(lvt_sim_in_parts)
+    target_link_libraries(lvt_sim_in_parts PRIVATE lvt_sim_commands)
+    add_test(NAME sim.tells_the_same_however_it_is_compiled
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/sim_same $<TARGET_FILE:lvt_sim> $<TARGET_FILE:lvt_sim_in_parts> 60)
+
     # Daemons with a fault each, which the first 200 seeds find.
     function(lvt_plant name source from to)
         set(copy ${CMAKE_CURRENT_BINARY_DIR}/planted_${name}.cpp)
@@ -43,4 +50,22 @@ else()
     lvt_plant(forward_delay rstp/roletrns.cpp "(port->fdWhile == 0 || port->operEdge || port->agreed)" "(true)")
     lvt_plant(flush rstp/topoch.cpp "if (flush_port)" "if (flush_port > 9)")
     lvt_plant(timer rstp/port.cpp "if (*timer)" "if (*timer && port->port_number != 2)")
+
+    # What shrink writes as a test is one: it fails with the daemon that it was found with, and passes with ours.
+    if(TARGET lvt_sim_play)
+        set(shrunk ${CMAKE_CURRENT_BINARY_DIR}/shrunk_test.cpp)
+        add_custom_command(OUTPUT ${shrunk}
+            COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/sim_shrunk $<TARGET_FILE:lvt_sim_planted_forward_delay> ${shrunk}
+            DEPENDS lvt_sim_planted_forward_delay ${CMAKE_CURRENT_SOURCE_DIR}/sim_shrunk VERBATIM)
+        add_library(unit_sim_shrunk_test OBJECT ${shrunk})
+        target_link_libraries(unit_sim_shrunk_test PUBLIC lvt_sim_play GTest::gtest_main)
+        add_executable(unit_sim_shrunk)
+        target_link_libraries(unit_sim_shrunk PRIVATE unit_sim_shrunk_test)
+        add_test(NAME sim.shrunk_test_passes COMMAND unit_sim_shrunk)
+        add_executable(unit_sim_shrunk_planted ${CMAKE_CURRENT_BINARY_DIR}/planted_forward_delay.cpp)
+        target_link_libraries(unit_sim_shrunk_planted PRIVATE unit_sim_shrunk_test)
+        add_test(NAME sim.shrunk_test_fails_with_the_fault COMMAND unit_sim_shrunk_planted)
+        set_tests_properties(sim.shrunk_test_fails_with_the_fault PROPERTIES PASS_REGULAR_EXPRESSION
+            "Which is: \"no-loop\".*1 FAILED TEST")
+    endif()
 endif()

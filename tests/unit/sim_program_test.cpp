@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -29,6 +30,20 @@ ended_t lvt_sim(const std::string &arguments, const std::string &redirections = 
     const int status = pclose(stream);
     ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return ended;
+}
+
+/// What bash offers for the last word of a command line, between blanks.
+std::string completions(const std::string &line)
+{
+    const std::string script = ". \"" LVT_SIM_COMPLETION "\"; COMP_WORDS=(\"" LVT_SIM "\" " + line +
+                               "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _lvt_sim; echo \" ${COMPREPLY[*]} \"";
+    setenv("SCRIPT", script.c_str(), 1);
+    FILE *stream = popen("bash -c \"$SCRIPT\"", "r");
+    char words[1024] = "";
+    if (!stream || !fgets(words, sizeof words, stream))
+        ADD_FAILURE() << script;
+    pclose(stream);
+    return words;
 }
 
 struct misuse_t {
@@ -162,4 +177,28 @@ TEST(sim_program, promises_are_told_with_the_rule_to_blame)
     EXPECT_EQ(ended.status, 0);
     EXPECT_NE(ended.output.find("no-loop         data cannot go round"), std::string::npos) << ended.output;
     EXPECT_NE(ended.output.find("but: a link change begins no pass"), std::string::npos) << ended.output;
+}
+
+TEST(sim_program, completes_what_the_help_lists)
+{
+    std::istringstream help(lvt_sim("--help").output);
+    unsigned commands = 0;
+    for (std::string line;
+         std::getline(help, line) && line != "Each command has a --help of its own, with examples.";) {
+        const std::regex command("  ([a-z]+) {2,}.*");
+        std::smatch name;
+        if (!std::regex_match(line, name, command))
+            continue;
+        commands++;
+        EXPECT_NE(completions("''").find(" " + name.str(1) + " "), std::string::npos) << name.str(1);
+        const std::string options = lvt_sim(name.str(1) + " --help").output;
+        const std::regex option("\n  (?:-.,)?(--[a-z-]+)");
+        const std::string offered = completions(name.str(1) + " --");
+        for (std::sregex_iterator each(options.begin(), options.end(), option), end; each != end; ++each)
+            EXPECT_NE(offered.find(" " + each->str(1) + " "), std::string::npos) << name.str(1) << each->str();
+    }
+    EXPECT_GE(commands, 5u);
+    EXPECT_EQ(completions("ru"), " run \n");
+    EXPECT_EQ(completions("run --shape fat"), " fat-tree \n");
+    EXPECT_EQ(completions("run --seed ''"), "  \n");
 }
