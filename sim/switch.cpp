@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "board/chip/registers.h"
@@ -16,8 +17,6 @@
 namespace sim {
 
 namespace {
-
-constexpr size_t LINE = 64; ///< octets that a processor fetches from memory at once
 
 switch_t *in_turn;    ///< whose state is in the process's memory
 chip_time_t now_told; ///< the time of what goes on
@@ -55,8 +54,8 @@ void give_turn(switch_t &device)
     if (in_turn == &device)
         return;
     if (in_turn)
-        copy(in_turn->image.get(), __start_lvt_state, state_octets());
-    copy(__start_lvt_state, device.image.get(), state_octets());
+        copy(in_turn->image, __start_lvt_state, state_octets());
+    copy(__start_lvt_state, device.image, state_octets());
     in_turn = &device;
 }
 
@@ -108,7 +107,7 @@ void send_by(switch_t &device, uint8_t chip_ports, std::span<const uint8_t> fram
 
 } // namespace
 
-void switch_create(switch_t &device, uint32_t number, const world_calls_t &calls)
+void switch_create(switch_t &device, uint32_t number, const world_calls_t &calls, uint8_t *image)
 {
     device.number = number;
     device.mac = {
@@ -117,8 +116,8 @@ void switch_create(switch_t &device, uint32_t number, const world_calls_t &calls
     device.calls = &calls;
     device.links = {};
     device.chip = {};
-    device.image = std::make_unique_for_overwrite<uint8_t[]>(state_octets());
-    memcpy(device.image.get(), start.state.get(), state_octets());
+    device.image = image;
+    memcpy(image, start.state.get(), state_octets());
     device.daemon_runs = false;
 }
 
@@ -126,7 +125,6 @@ void switch_destroy(switch_t &device)
 {
     if (in_turn == &device)
         in_turn = nullptr;
-    device.image.reset();
 }
 
 void switch_power_on(switch_t &device, chip_time_t now)
@@ -219,13 +217,6 @@ const lvt_rstp_vars_t &switch_vars(switch_t &device)
 }
 
 size_t switch_image_octets() { return state_octets(); }
-
-void switch_prefetch(const switch_t &device)
-{
-    if (&device != in_turn)
-        for (size_t at = 0; at < state_octets(); at += LINE)
-            __builtin_prefetch(device.image.get() + at);
-}
 
 } // namespace sim
 

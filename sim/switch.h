@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
 #include <span>
 
 #include "board/chip/chip.h"
@@ -42,14 +41,15 @@ struct switch_t {
     const world_calls_t *calls; ///< the world's
     std::array<link_t, FRONT_PORTS> links;
     chip_t chip;
-    std::unique_ptr<uint8_t[]> image; ///< the daemon's state while another switch has its turn
+    uint8_t *image; ///< the daemon's state while another switch has its turn
     bool daemon_runs;
 };
 
-/// A switch that was never switched on: nothing runs, the chip passes nothing.
-void switch_create(switch_t &device, uint32_t number, const world_calls_t &calls);
+/// A switch that was never switched on: nothing runs, the chip passes nothing. Its state gets `image`, of
+/// switch_image_octets(). The record must not move.
+void switch_create(switch_t &device, uint32_t number, const world_calls_t &calls, uint8_t *image);
 
-/// Gives its memory back. The record must not move before.
+/// Before its memory is given back.
 void switch_destroy(switch_t &device);
 
 /// Switches it on: the chip forgets all, the daemon starts and reads the links.
@@ -90,8 +90,5 @@ const lvt_rstp_vars_t &switch_vars(switch_t &device);
 
 /// Octets of a switch's state.
 size_t switch_image_octets();
-
-/// Asks the memory for a switch that will soon have its turn.
-void switch_prefetch(const switch_t &device);
 
 } // namespace sim

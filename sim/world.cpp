@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -28,8 +29,10 @@ world_t::world_t(uint64_t seed)
 
 world_t::~world_t()
 {
-    for (const auto &device : switches_)
-        switch_destroy(*device);
+    for (place_t *place : switches_) {
+        switch_destroy(place->device);
+        std::destroy_at(place);
+    }
 }
 
 // ---- building ---------------------------------------------------------------------------
@@ -41,25 +44,18 @@ node_id_t world_t::add(node_kind_t kind, std::string name, uint32_t index)
     if (name.empty())
         name = prefixes[static_cast<size_t>(kind)] + std::to_string(index + 1);
     nodes_.push_back({kind, std::move(name), index});
-    cables_of_.emplace_back(kind == node_kind_t::SWITCH ? FRONT_PORTS : 0, NO_CABLE);
+    cables_of_.emplace_back();
     return id;
 }
 
 node_id_t world_t::add_switch(std::string name)
 {
     const auto index = static_cast<uint32_t>(switches_.size());
-    switches_.push_back(std::make_unique<switch_t>());
-    switch_create(*switches_.back(), index + 1, calls_);
-    powered_.push_back(false);
-    lit_.push_back(false);
-    daemons_.push_back(0);
-    seconds_.push_back(SECOND);
-    refusals_.push_back(0);
-    held_until_.push_back(0);
-    held_ticks_.push_back(0);
-    const node_id_t id = add(node_kind_t::SWITCH, std::move(name), index);
-    node_of_switch_.push_back(id);
-    return id;
+    auto *room = static_cast<uint8_t *>(rooms_.take(sizeof(place_t) + switch_image_octets()));
+    auto *place = switches_.emplace_back(new (room) place_t);
+    switch_create(place->device, index + 1, calls_, room + sizeof(place_t));
+    place->cables.fill(NO_CABLE);
+    return place->node = add(node_kind_t::SWITCH, std::move(name), index);
 }
 
 node_id_t world_t::add_hub(std::string name, bool swallows)
@@ -85,15 +81,16 @@ cable_id_t world_t::connect(end_t a, end_t b, const way_t &way, uint32_t mbit, b
 {
     const auto id = static_cast<cable_id_t>(cables_.size());
     for (const end_t &end : {a, b}) {
-        std::vector<cable_id_t> &of_node = cables_of_.at(end.node);
-        if (end.port == 0 || (nodes_[end.node].kind == node_kind_t::SWITCH && end.port > FRONT_PORTS))
-            throw std::invalid_argument(nodes_[end.node].name + " has no port " + std::to_string(end.port));
-        if (of_node.size() < end.port)
-            of_node.resize(end.port, NO_CABLE);
-        if (of_node[end.port - 1] != NO_CABLE)
-            throw std::invalid_argument(nodes_[end.node].name + ":" + std::to_string(end.port) +
-                                        " has a cable already");
-        of_node[end.port - 1] = id;
+        const node_t &node = nodes_.at(end.node);
+        const bool is_switch = node.kind == node_kind_t::SWITCH;
+        if (end.port == 0 || (is_switch && end.port > FRONT_PORTS))
+            throw std::invalid_argument(node.name + " has no port " + std::to_string(end.port));
+        if (!is_switch && cables_of_[end.node].size() < end.port)
+            cables_of_[end.node].resize(end.port, NO_CABLE);
+        cable_id_t &own = is_switch ? place(end.node).cables[end.port - 1] : cables_of_[end.node][end.port - 1];
+        if (own != NO_CABLE)
+            throw std::invalid_argument(node.name + ":" + std::to_string(end.port) + " has a cable already");
+        own = id;
     }
     cables_.push_back({{a, b}, {way, way}, false, mbit, full_duplex, 0});
     plug(id);
@@ -102,7 +99,7 @@ cable_id_t world_t::connect(end_t a, end_t b, const way_t &way, uint32_t mbit, b
 
 cable_id_t world_t::cable_at(end_t end) const
 {
-    const std::vector<cable_id_t> &of_node = cables_of_[end.node];
+    const std::span<const cable_id_t> of_node = cables_of(end.node);
     return end.port - 1 < of_node.size() ? of_node[end.port - 1] : NO_CABLE;
 }
 
@@ -127,20 +124,20 @@ void world_t::done(node_id_t node)
 
 void world_t::schedule_tick(uint32_t index, moment_t when)
 {
-    queue_.put(when, {event_kind_t::TICK, 0, index, daemons_[index], 0});
+    queue_.put(when, {event_kind_t::TICK, 0, index, switches_[index]->daemons, nullptr});
 }
 
 void world_t::power_on(node_id_t node, moment_t phase, moment_t second, bool lit)
 {
-    const uint32_t index = nodes_[node].index;
-    if (powered_[index])
+    place_t &self = place(node);
+    if (self.powered)
         return;
-    powered_[index] = true;
-    lit_[index] = lit;
-    daemons_[index]++;
-    seconds_[index] = second;
+    self.powered = true;
+    self.lit = lit;
+    self.daemons++;
+    self.second = second;
     // With power come the links, at both ends.
-    for (const cable_id_t cable : cables_of_[node])
+    for (const cable_id_t cable : place(node).cables)
         if (cable != NO_CABLE)
             for (const end_t &end : cables_[cable].ends)
                 if (end.node == node)
@@ -148,22 +145,22 @@ void world_t::power_on(node_id_t node, moment_t phase, moment_t second, bool lit
     switch_power_on(device(node), chip_time(now_));
     if (lit)
         set_links_at(node);
-    schedule_tick(index, now_ + phase);
+    schedule_tick(nodes_[node].index, now_ + phase);
     done(node);
 }
 
 void world_t::light(node_id_t node)
 {
-    if (!powered(node) || lit_[nodes_[node].index])
+    if (!powered(node) || place(node).lit)
         return;
-    lit_[nodes_[node].index] = true;
+    place(node).lit = true;
     set_links_at(node);
 }
 
 /// At both ends of all its cables.
 void world_t::set_links_at(node_id_t node)
 {
-    for (const cable_id_t cable : cables_of_[node])
+    for (const cable_id_t cable : place(node).cables)
         if (cable != NO_CABLE)
             for (const end_t &end : cables_[cable].ends)
                 set_link_of(end, cables_[cable]);
@@ -171,13 +168,13 @@ void world_t::set_links_at(node_id_t node)
 
 void world_t::power_off(node_id_t node)
 {
-    const uint32_t index = nodes_[node].index;
-    if (!powered_[index])
+    place_t &self = place(node);
+    if (!self.powered)
         return;
-    powered_[index] = lit_[index] = false;
-    daemons_[index]++;
+    self.powered = self.lit = false;
+    self.daemons++;
     switch_power_off(device(node));
-    for (const cable_id_t id : cables_of_[node])
+    for (const cable_id_t id : self.cables)
         if (id != NO_CABLE)
             cables_[id].generation++;
     set_links_at(node);
@@ -186,29 +183,27 @@ void world_t::power_off(node_id_t node)
 
 void world_t::kill_daemon(node_id_t node)
 {
-    daemons_[nodes_[node].index]++;
+    place(node).daemons++;
     switch_kill_daemon(device(node));
     done(node);
 }
 
 void world_t::start_daemon(node_id_t node, moment_t phase, moment_t second)
 {
-    const uint32_t index = nodes_[node].index;
-    if (!powered_[index])
+    place_t &self = place(node);
+    if (!self.powered)
         return;
-    daemons_[index]++;
-    seconds_[index] = second;
+    self.daemons++;
+    self.second = second;
     switch_start_daemon(device(node), chip_time(now_));
-    schedule_tick(index, now_ + phase);
+    schedule_tick(nodes_[node].index, now_ + phase);
     done(node);
 }
 
 /// Gives the port at one end of a cable the link that it has now.
 void world_t::set_link_of(end_t end, const cable_t &cable)
 {
-    const auto lives = [&](node_id_t node) {
-        return nodes_[node].kind != node_kind_t::SWITCH || lit_[nodes_[node].index];
-    };
+    const auto lives = [&](node_id_t node) { return nodes_[node].kind != node_kind_t::SWITCH || place(node).lit; };
     if (nodes_[end.node].kind != node_kind_t::SWITCH || !powered(end.node))
         return;
     const end_t &other = cable.ends[cable.ends[0].node == end.node && cable.ends[0].port == end.port ? 1 : 0];
@@ -257,7 +252,7 @@ void world_t::tick(node_id_t node)
     done(node);
 }
 
-void world_t::hold(node_id_t node, moment_t span) { held_until_[nodes_[node].index] = now_ + span; }
+void world_t::hold(node_id_t node, moment_t span) { place(node).held_until = now_ + span; }
 
 void world_t::join(node_id_t node, const std::array<uint8_t, FRONT_PORTS + 1> &groups)
 {
@@ -267,12 +262,12 @@ void world_t::join(node_id_t node, const std::array<uint8_t, FRONT_PORTS + 1> &g
     control(node, aggr_status_message(groups));
 }
 
-void world_t::refuse(node_id_t node, uint32_t count) { refusals_[nodes_[node].index] = count; }
+void world_t::refuse(node_id_t node, uint32_t count) { place(node).refusals = count; }
 
 void world_t::at(moment_t when, std::function<void()> action)
 {
     actions_.push_back(std::move(action));
-    queue_.put(when, {event_kind_t::ACTION, 0, static_cast<uint32_t>(actions_.size() - 1), 0, 0});
+    queue_.put(when, {event_kind_t::ACTION, 0, static_cast<uint32_t>(actions_.size() - 1), 0, nullptr});
 }
 
 // ---- frames -----------------------------------------------------------------------------
@@ -281,12 +276,11 @@ void world_t::send(node_id_t node, std::span<const uint8_t> frame)
 {
     if (frame.size() < SHORTEST || frame.size() > sizeof frame_t::octets)
         throw std::invalid_argument("a frame of " + std::to_string(frame.size()) + " octets");
-    leave({node, 1}, frame);
+    leave({node, 1}, cable_at({node, 1}), frame);
 }
 
-void world_t::leave(end_t from, std::span<const uint8_t> octets)
+void world_t::leave(end_t from, cable_id_t id, std::span<const uint8_t> octets)
 {
-    const cable_id_t id = cable_at(from);
     if (id == NO_CABLE)
         return;
     const cable_t &cable = cables_[id];
@@ -312,19 +306,14 @@ void world_t::carry(cable_id_t id, unsigned from, std::span<const uint8_t> octet
 
 void world_t::put_on(cable_id_t id, unsigned from, std::span<const uint8_t> octets, moment_t arrival)
 {
-    uint32_t place;
-    if (free_frames_.empty()) {
-        place = static_cast<uint32_t>(frames_.size());
-        frames_.emplace_back();
-    } else {
-        place = free_frames_.back();
-        free_frames_.pop_back();
-    }
-    frame_t &frame = frames_[place];
+    if (free_frames_.empty())
+        free_frames_.push_back(&frames_.emplace_back());
+    frame_t &frame = *free_frames_.back();
+    free_frames_.pop_back();
     frame.length = static_cast<uint16_t>(octets.size());
     memcpy(frame.octets.data(), octets.data(), octets.size());
     in_flight_++;
-    queue_.put(arrival, {event_kind_t::FRAME, static_cast<uint8_t>(1 - from), id, cables_[id].generation, place});
+    queue_.put(arrival, {event_kind_t::FRAME, static_cast<uint8_t>(1 - from), id, cables_[id].generation, &frame});
     for (watcher_t *watcher : watchers_)
         watcher->sent(id, from, frame);
 }
@@ -338,7 +327,7 @@ void world_t::arrive(cable_id_t id, unsigned to, const frame_t &frame)
     const std::span<const uint8_t> octets(frame.octets.data(), frame.length);
     switch (node.kind) {
     case node_kind_t::SWITCH:
-        switch_receive(*switches_[node.index], end.port, octets, chip_time(now_));
+        switch_receive(switches_[node.index]->device, end.port, octets, chip_time(now_));
         done(end.node);
         break;
     case node_kind_t::HUB: {
@@ -347,7 +336,7 @@ void world_t::arrive(cable_id_t id, unsigned to, const frame_t &frame)
         const std::vector<cable_id_t> &all = cables_of_[end.node];
         for (unsigned port = 1; port <= all.size(); port++)
             if (port != end.port)
-                leave({end.node, port}, octets);
+                leave({end.node, port}, all[port - 1], octets);
         break;
     }
     case node_kind_t::HOST:
@@ -363,16 +352,65 @@ void world_t::arrive(cable_id_t id, unsigned to, const frame_t &frame)
 
 // ---- running ----------------------------------------------------------------------------
 
-/// Of so many switches, none stays in the processor's cache from one of its turns to the next.
-void world_t::prefetch(const event_t &event) const
+/// The switch that has its turn with an event, or null.
+world_t::place_t *world_t::whose(const event_t &event) const
 {
     if (event.kind == event_kind_t::TICK)
-        switch_prefetch(*switches_[event.subject]);
-    else if (event.kind == event_kind_t::FRAME) {
-        __builtin_prefetch(&frames_[event.frame]);
-        const node_t &node = nodes_[cables_[event.subject].ends[event.end].node];
-        if (node.kind == node_kind_t::SWITCH)
-            switch_prefetch(*switches_[node.index]);
+        return switches_[event.subject];
+    if (event.kind == event_kind_t::ACTION)
+        return nullptr;
+    const node_t &node = nodes_[cables_[event.subject].ends[event.end].node];
+    return node.kind == node_kind_t::SWITCH ? switches_[node.index] : nullptr;
+}
+
+/// Asks the memory for the next switches: of so many, none stays in the processor's cache from one of its turns to the
+/// next. What leads to a switch has to be there first.
+void world_t::fetch_next() const
+{
+    if (const auto *entry = queue_.soon(3); entry && entry->what.kind == event_kind_t::FRAME)
+        __builtin_prefetch(&cables_[entry->what.subject]);
+    if (const auto *entry = queue_.soon(1))
+        if (const place_t *place = whose(entry->what)) {
+            const auto *room = reinterpret_cast<const char *>(place);
+            for (size_t at = 0; at < sizeof(place_t) + switch_image_octets(); at += rooms_t::LINE)
+                __builtin_prefetch(room + at);
+        }
+}
+
+void world_t::tick_of(place_t &place)
+{
+    if (now_ < place.held_until) {
+        place.held_ticks++;
+        return;
+    }
+    for (uint32_t ticks = std::exchange(place.held_ticks, 0) + 1; ticks; ticks--) {
+        switch_tick(place.device, chip_time(now_));
+        done(place.node);
+    }
+}
+
+void world_t::happen(const event_t &event)
+{
+    switch (event.kind) {
+    case event_kind_t::TICK: {
+        place_t &place = *switches_[event.subject];
+        if (event.generation != place.daemons)
+            break;
+        schedule_tick(event.subject, now_ + place.second);
+        tick_of(place);
+        break;
+    }
+    case event_kind_t::FRAME:
+        in_flight_--;
+        if (event.generation == cables_[event.subject].generation)
+            arrive(event.subject, event.end, *event.frame);
+        free_frames_.push_back(event.frame);
+        break;
+    case event_kind_t::ACTION: {
+        const std::function<void()> action = std::move(actions_[event.subject]);
+        action();
+        break;
+    }
     }
 }
 
@@ -383,39 +421,11 @@ bool world_t::step(moment_t until)
         return false;
     }
     const auto entry = queue_.take();
-    if (switches_.size() > FEW && !queue_.empty())
-        prefetch(queue_.next().what);
+    if (switches_.size() > FEW)
+        fetch_next();
     now_ = entry.at;
     events_++;
-    const event_t &event = entry.what;
-    switch (event.kind) {
-    case event_kind_t::TICK:
-        if (event.generation != daemons_[event.subject])
-            break;
-        schedule_tick(event.subject, now_ + seconds_[event.subject]);
-        if (now_ < held_until_[event.subject]) {
-            held_ticks_[event.subject]++;
-            break;
-        }
-        for (uint32_t ticks = std::exchange(held_ticks_[event.subject], 0) + 1; ticks; ticks--) {
-            switch_tick(*switches_[event.subject], chip_time(now_));
-            done(node_of_switch_[event.subject]);
-        }
-        break;
-    case event_kind_t::FRAME: {
-        const frame_t frame = frames_[event.frame];
-        free_frames_.push_back(event.frame);
-        in_flight_--;
-        if (event.generation == cables_[event.subject].generation)
-            arrive(event.subject, event.end, frame);
-        break;
-    }
-    case event_kind_t::ACTION: {
-        const std::function<void()> action = std::move(actions_[event.subject]);
-        action();
-        break;
-    }
-    }
+    happen(entry.what);
     return true;
 }
 
@@ -430,27 +440,28 @@ void world_t::run(moment_t until)
 void world_t::call_sends(void *context, switch_t &from, unsigned port, std::span<const uint8_t> frame)
 {
     auto &world = *static_cast<world_t *>(context);
-    world.leave({world.node_of_switch_[from.number - 1], port}, frame);
+    const place_t &place = *world.switches_[from.number - 1];
+    world.leave({place.node, port}, place.cables[port - 1], frame);
 }
 
 void world_t::call_chip_changed(void *context, switch_t &from)
 {
     auto &world = *static_cast<world_t *>(context);
     for (watcher_t *watcher : world.watchers_)
-        watcher->chip_changed(world.node_of_switch_[from.number - 1]);
+        watcher->chip_changed(world.switches_[from.number - 1]->node);
 }
 
 void world_t::call_chip_written(void *context, switch_t &from, const mdio_multi_t &batch)
 {
     auto &world = *static_cast<world_t *>(context);
     for (watcher_t *watcher : world.watchers_)
-        watcher->chip_written(world.node_of_switch_[from.number - 1], batch);
+        watcher->chip_written(world.switches_[from.number - 1]->node, batch);
 }
 
 bool world_t::call_chip_refuses(void *context, switch_t &from)
 {
     auto &world = *static_cast<world_t *>(context);
-    uint32_t &left = world.refusals_[from.number - 1];
+    uint32_t &left = world.switches_[from.number - 1]->refusals;
     return left && left--;
 }
 

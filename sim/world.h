@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,6 +13,7 @@
 
 #include "sim/queue.h"
 #include "sim/random.h"
+#include "sim/rooms.h"
 #include "sim/switch.h"
 
 namespace sim {
@@ -154,11 +156,16 @@ public:
     /// The cable at a port, or NO_CABLE.
     cable_id_t cable_at(end_t end) const;
     /// The cables of a node by port - 1; NO_CABLE where there is none.
-    const std::vector<cable_id_t> &cables_of(node_id_t node) const { return cables_of_[node]; }
+    std::span<const cable_id_t> cables_of(node_id_t node) const
+    {
+        if (nodes_[node].kind == node_kind_t::SWITCH)
+            return place(node).cables;
+        return cables_of_[node];
+    }
 
-    switch_t &device(node_id_t node) { return *switches_[nodes_[node].index]; }
-    const switch_t &device(node_id_t node) const { return *switches_[nodes_[node].index]; }
-    bool powered(node_id_t node) const { return powered_[nodes_[node].index]; }
+    switch_t &device(node_id_t node) { return place(node).device; }
+    const switch_t &device(node_id_t node) const { return place(node).device; }
+    bool powered(node_id_t node) const { return place(node).powered; }
     /// The record of logical port 1 to 9 of a switch. It is gone when another switch is looked at.
     const port_t &port(node_id_t node, unsigned number) { return switch_vars(device(node)).ports[number - 1]; }
 
@@ -176,17 +183,35 @@ private:
         uint8_t end;         ///< FRAME: where it arrives
         uint32_t subject;    ///< TICK: switch; FRAME: cable; ACTION: index
         uint32_t generation; ///< of the daemon, of the cable
-        uint32_t frame;      ///< FRAME: its place in frames_
+        frame_t *frame;      ///< FRAME: one of frames_
+    };
+    /// A switch, and what it is to the world.
+    struct alignas(rooms_t::LINE) place_t {
+        switch_t device = {};
+        node_id_t node = 0;
+        std::array<cable_id_t, FRONT_PORTS> cables = {}; ///< by port - 1
+        uint32_t daemons = 0;                            ///< started so far
+        moment_t second = SECOND;
+        moment_t held_until = 0;
+        uint32_t held_ticks = 0;
+        uint32_t refusals = 0;
+        bool powered = false;
+        bool lit = false;
     };
 
+    place_t &place(node_id_t node) { return *switches_[nodes_[node].index]; }
+    const place_t &place(node_id_t node) const { return *switches_[nodes_[node].index]; }
     node_id_t add(node_kind_t kind, std::string name, uint32_t index);
     void set_link_of(end_t end, const cable_t &cable);
     void set_links_at(node_id_t node);
     void carry(cable_id_t cable, unsigned from, std::span<const uint8_t> octets);
     void put_on(cable_id_t cable, unsigned from, std::span<const uint8_t> octets, moment_t arrival);
-    void leave(end_t from, std::span<const uint8_t> octets);
+    void leave(end_t from, cable_id_t cable, std::span<const uint8_t> octets);
     void arrive(cable_id_t cable, unsigned end, const frame_t &frame);
-    void prefetch(const event_t &event) const;
+    place_t *whose(const event_t &event) const;
+    void fetch_next() const;
+    void happen(const event_t &event);
+    void tick_of(place_t &place);
     void schedule_tick(uint32_t index, moment_t when);
     void done(node_id_t node);
 
@@ -203,24 +228,16 @@ private:
     queue_t<event_t> queue_;
     std::vector<node_t> nodes_;
     std::vector<cable_t> cables_;
-    std::vector<std::vector<cable_id_t>> cables_of_; ///< by node: of a switch by port - 1
+    std::vector<std::vector<cable_id_t>> cables_of_; ///< by node, but for switches
 
-    // By the index of a switch.
-    std::vector<std::unique_ptr<switch_t>> switches_;
-    std::vector<node_id_t> node_of_switch_;
-    std::vector<bool> powered_;
-    std::vector<bool> lit_;
-    std::vector<uint32_t> daemons_; ///< started so far
-    std::vector<moment_t> seconds_;
-    std::vector<uint32_t> refusals_;
-    std::vector<moment_t> held_until_;
-    std::vector<uint32_t> held_ticks_;
+    rooms_t rooms_; ///< each switch before its state
+    std::vector<place_t *> switches_;
 
     uint32_t hubs_ = 0;
     std::vector<speaker_t> speakers_;
     std::vector<uint64_t> host_received_;
-    std::vector<frame_t> frames_;
-    std::vector<uint32_t> free_frames_;
+    std::deque<frame_t> frames_;
+    std::vector<frame_t *> free_frames_;
     size_t in_flight_ = 0;
     std::vector<std::function<void()>> actions_;
 };

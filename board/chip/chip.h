@@ -47,6 +47,7 @@ struct chip_t {
     address_table_t addresses;
     std::map<unsigned, chip_rule_t> rules; ///< entries that were written, below CHIP_RULES
 
+    std::array<std::uint8_t, CHIP_PORTS> states{}; ///< spanning tree state codes, as the control registers have them
     std::array<bool, CHIP_PORTS> link{};
     std::array<std::uint8_t, CHIP_PORTS> trunk{}; ///< 0: the port stands alone
     std::array<chip_port_counters_t, CHIP_PORTS> counters{};

@@ -76,6 +76,8 @@ void write_register(chip_t &chip, std::uint32_t reg, std::uint32_t word)
         write_command(chip, reg, word, chip.rule_busy_until, run_rule_command);
     else
         chip.registers[reg] = word;
+    if (const auto port = port_of_control_register(reg))
+        chip.states[*port] = static_cast<std::uint8_t>((word & PORT_STATE_MASK) >> PORT_STATE_SHIFT);
 }
 
 bool wait_for(chip_t &chip, const mdio_op_t &op)
@@ -160,7 +162,4 @@ int chip_execute(chip_t &chip, const mdio_multi_t &batch, chip_time_t now, std::
     return 0;
 }
 
-unsigned chip_port_state(const chip_t &chip, unsigned port)
-{
-    return (stored(chip, port_control_register(port)) & PORT_STATE_MASK) >> PORT_STATE_SHIFT;
-}
+unsigned chip_port_state(const chip_t &chip, unsigned port) { return chip.states.at(port); }
