@@ -1,16 +1,13 @@
 /// lvt_sim, the network simulator: plays networks of whole switches and judges what they do.
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <sstream>
-#include <string_view>
 
 #include <fmt/format.h>
 
 #include "sim/commands.h"
-#include "tools/printable.h"
+#include "tools/command_line.h"
 
 namespace sim {
 
@@ -25,33 +22,6 @@ void flush_output()
 namespace {
 
 using namespace sim;
-
-/// What was said until then comes first, also where both streams lead to the same place.
-void complain(const std::string &text)
-{
-    std::fflush(stdout);
-    std::fputs(printable(text + "\n").c_str(), stderr);
-}
-
-/// Help, a version or a fault of the command line, as the parser words them.
-exit_code_t tell(const CLI::App &app, const CLI::ParseError &error)
-{
-    std::ostringstream out, fault;
-    const bool done = app.exit(error, out, fault) == 0;
-    fmt::print("{}", out.str());
-    std::fputs(printable(fault.str()).c_str(), stderr);
-    return done ? EXIT_HELD : EXIT_USAGE;
-}
-
-/// "help run" is "run --help".
-void understand_help(int argc, char **argv)
-{
-    static char option[] = "--help";
-    if (argc < 2 || std::string_view(argv[1]) != "help")
-        return;
-    std::rotate(argv + 1, argv + 2, argv + argc);
-    argv[argc - 1] = option;
-}
 
 exit_code_t run(int argc, char **argv)
 {
@@ -80,7 +50,7 @@ exit_code_t run(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        result.code = tell(app, error);
+        result.code = tell(app, error) ? EXIT_HELD : EXIT_USAGE;
     }
     flush_output();
     return result.code;

@@ -15,6 +15,7 @@
 #include "sim/topology_file.h"
 #include "tools/topology/read.h"
 #include "tools/topology/shapes.h"
+#include "program.h"
 #include "tools_fixture.h"
 
 namespace {
@@ -66,25 +67,8 @@ private:
     std::string lines_;
 };
 
-struct outcome_t {
-    int status;
-    std::string output;
-};
-
 /// The program, with a command line in shell syntax.
-outcome_t lvt_sim(const std::string &arguments)
-{
-    std::FILE *stream = popen(("\"" LVT_SIM "\" " + arguments + " 2>&1").c_str(), "r");
-    if (!stream)
-        abort();
-    outcome_t outcome = {};
-    char buffer[4096];
-    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-        outcome.output.append(buffer, count);
-    const int status = pclose(stream);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
+run_t lvt_sim(const std::string &arguments) { return run_command("\"" LVT_SIM "\" " + arguments); }
 
 class play : public testing::Test {
 protected:
@@ -245,7 +229,7 @@ TEST_F(play, the_picture_shows_what_carries_data_and_what_is_cut)
 
 TEST_F(play, the_program_tells_the_end)
 {
-    const outcome_t outcome = lvt_sim("play " + file_with(std::string(RING) + "until: 60s\n"));
+    const run_t outcome = lvt_sim("play " + file_with(std::string(RING) + "until: 60s\n"));
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     EXPECT_THAT(outcome.output, HasSubstr("\nAfter 60 s the root is sw1.\n"));
     EXPECT_THAT(outcome.output, HasSubstr("\nAt no moment was there a loop.\nAt rest since "));
@@ -257,7 +241,7 @@ TEST_F(play, the_program_tells_the_end)
 
 TEST_F(play, the_program_tells_of_a_loop)
 {
-    const outcome_t outcome = lvt_sim("play --quiet " + file_with(R"(topology:
+    const run_t outcome = lvt_sim("play --quiet " + file_with(R"(topology:
   nodes: {sw1: {configured: false}, sw2: {configured: false}}
   links: [{endpoints: [sw1:1, sw2:1]}, {endpoints: [sw1:2, sw2:2]}]
 )"));
@@ -276,7 +260,7 @@ TEST_F(play, every_example_of_the_page_is_played)
             text.clear();
         } else if (inside && line == "```") {
             inside = false;
-            const outcome_t outcome = lvt_sim("play --quiet " + file_with(text));
+            const run_t outcome = lvt_sim("play --quiet " + file_with(text));
             EXPECT_THAT(outcome.output, HasSubstr("\nAfter ")) << text;
         } else if (inside)
             text += line + "\n";
@@ -286,14 +270,11 @@ TEST_F(play, a_capture_has_an_interface_for_each_way_of_each_cable)
 {
     const std::string file = file_with(std::string(RING) + "until: 20s\n");
     ASSERT_EQ(lvt_sim("play --quiet " + file + " --pcapng " + path("ring.pcapng")).status, 0);
-    const std::string command = fmt::format(
-        "tshark -r '{}' -T fields -e frame.interface_name 2>/dev/null | sort -u | tr '\\n' ' '", path("ring.pcapng"));
-    std::FILE *stream = popen(command.c_str(), "r");
-    ASSERT_TRUE(stream);
-    char buffer[4096];
-    const size_t count = fread(buffer, 1, sizeof buffer, stream);
-    pclose(stream);
-    EXPECT_EQ(std::string(buffer, count), "sw1:1>sw2:2 sw1:2>sw3:1 sw2:1>sw3:2 sw2:2>sw1:1 sw3:1>sw1:2 sw3:2>sw2:1 ");
+    const run_t tshark =
+        run_command(fmt::format("tshark -r '{}' -T fields -e frame.interface_name 2>/dev/null | sort -u | tr '\\n' ' '",
+                                path("ring.pcapng")),
+                    "");
+    EXPECT_EQ(tshark.output, "sw1:1>sw2:2 sw1:2>sw3:1 sw2:1>sw3:2 sw2:2>sw1:1 sw3:1>sw1:2 sw3:2>sw2:1 ");
 }
 
 TEST_F(play, the_program_draws_the_tree_of_a_moment)
@@ -308,7 +289,7 @@ TEST_F(play, the_program_draws_the_tree_of_a_moment)
 
 TEST_F(play, the_program_prints_a_shape_as_a_file)
 {
-    const outcome_t printed = lvt_sim("play ring 5 --file");
+    const run_t printed = lvt_sim("play ring 5 --file");
     EXPECT_EQ(printed.status, 0);
     EXPECT_EQ(printed.output, topology::network_text(topology::shape_network({"ring", "5"})));
 }
@@ -317,7 +298,7 @@ TEST_F(play, the_program_prints_a_shape_as_a_file)
 
 TEST_F(play, a_ring_settles_after_each_event)
 {
-    const outcome_t outcome = lvt_sim("settle ring 4 --fast --seeds 2");
+    const run_t outcome = lvt_sim("settle ring 4 --fast --seeds 2");
     EXPECT_EQ(outcome.status, 0);
     std::istringstream lines(outcome.output);
     std::string line;
@@ -346,7 +327,7 @@ TEST_F(play, a_ring_that_is_too_large_does_not_settle)
 
 TEST_F(play, a_switch_at_rest_has_a_cost)
 {
-    const outcome_t outcome = lvt_sim("cost --switches 50");
+    const run_t outcome = lvt_sim("cost --switches 50");
     double cables = 0, time = 0;
     size_t count = 0, octets = 0;
     ASSERT_EQ(std::sscanf(outcome.output.c_str(), "# %*[^\n]\n%zu %lf %lf %zu", &count, &cables, &time, &octets), 4)
@@ -361,17 +342,11 @@ TEST_F(play, a_switch_at_rest_has_a_cost)
 /// The command that makes the plots of docs/network.md, with few small networks.
 TEST_F(play, the_plots_are_made_by_one_command)
 {
-    const std::string command =
-        fmt::format("LVT_SIM='{}' '{}/plots' --quick '{}' 2>&1", LVT_SIM, LVT_SIM_SOURCES, folder_.path);
-    std::FILE *stream = popen(command.c_str(), "r");
-    ASSERT_TRUE(stream);
-    std::string output;
-    char buffer[4096];
-    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-        output.append(buffer, count);
-    EXPECT_EQ(pclose(stream), 0) << output;
+    const run_t plots =
+        run_command(fmt::format("LVT_SIM='{}' '{}/plots' --quick '{}'", LVT_SIM, LVT_SIM_SOURCES, folder_.path));
+    EXPECT_EQ(plots.status, 0) << plots.output;
     for (const char *name : {"settle-default", "settle-fast", "traffic", "cost"})
-        EXPECT_THAT(text_of(fmt::format("network-{}.svg", name)), HasSubstr("</svg>")) << output;
+        EXPECT_THAT(text_of(fmt::format("network-{}.svg", name)), HasSubstr("</svg>")) << plots.output;
 }
 
 /// The page tells which faults break what, as the program has it: one row for each fault and rule.
@@ -414,7 +389,7 @@ TEST_F(play, what_cannot_be_played_is_said)
         {"play ring 3 > /dev/full", 3, ""},
     };
     for (const auto &row : rows) {
-        const outcome_t outcome = lvt_sim(row.arguments);
+        const run_t outcome = lvt_sim(row.arguments);
         EXPECT_EQ(outcome.status, row.status) << row.arguments;
         EXPECT_THAT(outcome.output, HasSubstr(row.words)) << row.arguments;
     }

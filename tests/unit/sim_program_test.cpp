@@ -1,5 +1,4 @@
 // lvt_sim as a program: what it understands, what it says, and how it ends.
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,42 +7,21 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+
+#include "program.h"
 
 namespace {
 
-struct ended_t {
-    int status;
-    std::string output; ///< standard output, then standard error as they came
-};
-
 /// Runs the program with arguments and redirections in shell syntax.
-ended_t lvt_sim(const std::string &arguments, const std::string &redirections = "2>&1")
+run_t lvt_sim(const std::string &arguments, const std::string &redirections = "2>&1")
 {
-    FILE *stream = popen(("\"" LVT_SIM "\" " + arguments + " " + redirections).c_str(), "r");
-    if (!stream)
-        abort();
-    ended_t ended{};
-    char buffer[4096];
-    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-        ended.output.append(buffer, count);
-    const int status = pclose(stream);
-    ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return ended;
+    return run_command("\"" LVT_SIM "\" " + arguments, redirections);
 }
 
 /// What bash offers for the last word of a command line, between blanks.
 std::string completions(const std::string &line)
 {
-    const std::string script = ". \"" LVT_SIM_COMPLETION "\"; COMP_WORDS=(\"" LVT_SIM "\" " + line +
-                               "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _lvt_sim; echo \" ${COMPREPLY[*]} \"";
-    setenv("SCRIPT", script.c_str(), 1);
-    FILE *stream = popen("bash -c \"$SCRIPT\"", "r");
-    char words[1024] = "";
-    if (!stream || !fgets(words, sizeof words, stream))
-        ADD_FAILURE() << script;
-    pclose(stream);
-    return words;
+    return " " + completions_of(LVT_SIM, LVT_SIM_COMPLETION, "_lvt_sim", line) + " ";
 }
 
 struct misuse_t {
@@ -73,7 +51,7 @@ TEST(sim_program, what_it_does_not_understand_ends_with_2)
         {"dance", "dance"},
     };
     for (const misuse_t &row : ROWS) {
-        const ended_t ended = lvt_sim(row.arguments);
+        const run_t ended = lvt_sim(row.arguments);
         EXPECT_EQ(ended.status, 2) << row.arguments;
         EXPECT_NE(ended.output.find(row.words), std::string::npos) << row.arguments << ": " << ended.output;
     }
@@ -89,7 +67,7 @@ TEST(sim_program, help_and_version_end_with_0)
 TEST(sim_program, a_full_disk_ends_with_3)
 {
     for (const char *command : {"run --seed 1", "seeds 1..3", "seeds 1..3 -j", "promises"}) {
-        const ended_t ended = lvt_sim(command, "2>&1 >/dev/full");
+        const run_t ended = lvt_sim(command, "2>&1 >/dev/full");
         EXPECT_EQ(ended.status, 3) << command;
         EXPECT_NE(ended.output.find("No space left on device"), std::string::npos) << ended.output;
     }
@@ -97,7 +75,7 @@ TEST(sim_program, a_full_disk_ends_with_3)
 
 TEST(sim_program, a_seed_is_told_the_same_again)
 {
-    const ended_t first = lvt_sim("run --seed 7"), second = lvt_sim("run --seed 7");
+    const run_t first = lvt_sim("run --seed 7"), second = lvt_sim("run --seed 7");
     EXPECT_EQ(first.status, 0);
     EXPECT_EQ(first.output, second.output);
     EXPECT_EQ(first.output.substr(0, 8), "seed 7: ");
@@ -108,10 +86,10 @@ TEST(sim_program, a_seed_is_told_the_same_again)
 
 TEST(sim_program, several_processes_find_what_one_does)
 {
-    const auto without_time = [](const ended_t &ended) {
+    const auto without_time = [](const run_t &ended) {
         return std::regex_replace(ended.output, std::regex(R"("seconds":[0-9.e-]+)"), "");
     };
-    const ended_t one = lvt_sim("seeds 1..60 --jobs 1 -j"), three = lvt_sim("seeds 1..60 --jobs 3 -j");
+    const run_t one = lvt_sim("seeds 1..60 --jobs 1 -j"), three = lvt_sim("seeds 1..60 --jobs 3 -j");
     EXPECT_EQ(one.status, 0) << one.output;
     EXPECT_EQ(without_time(one), without_time(three));
 }
@@ -127,8 +105,8 @@ TEST(sim_program, ranges_are_merged_into_one)
     const auto without_time = [](const std::string &text) {
         return std::regex_replace(text, std::regex(R"("seconds":[0-9.e-]+)"), "");
     };
-    const ended_t merged = lvt_sim("merge -j " + file("b") + " " + file("a")),
-                  whole = lvt_sim("merge -j " + file("whole"));
+    const run_t merged = lvt_sim("merge -j " + file("b") + " " + file("a")),
+                whole = lvt_sim("merge -j " + file("whole"));
     EXPECT_EQ(merged.status, 0);
     EXPECT_EQ(without_time(merged.output), without_time(whole.output));
     EXPECT_NE(merged.output.find(R"("ranges":[[1,30]])"), std::string::npos) << merged.output;
@@ -143,13 +121,13 @@ TEST(sim_program, ranges_are_merged_into_one)
     EXPECT_EQ(lvt_sim("merge " + file("failure") + " " + file("summary")).status, 1);
     EXPECT_EQ(lvt_sim("merge " + file("summary")).status, 3);
     EXPECT_NE(lvt_sim("merge " + file("summary")).output.find("lines are missing"), std::string::npos);
-    const ended_t twice = lvt_sim("merge " + file("a") + " " + file("whole"));
+    const run_t twice = lvt_sim("merge " + file("a") + " " + file("whole"));
     EXPECT_EQ(twice.status, 3);
     EXPECT_NE(twice.output.find("the ranges 1..20 and 1..30 overlap"), std::string::npos) << twice.output;
 
     // Files that are none.
     std::ofstream(file("words")) << "hello\n";
-    const ended_t words = lvt_sim("merge " + file("words"));
+    const run_t words = lvt_sim("merge " + file("words"));
     EXPECT_EQ(words.status, 2);
     EXPECT_NE(words.output.find(file("words") + ":1:1: "), std::string::npos) << words.output;
     EXPECT_EQ(lvt_sim("merge " + file("none")).status, 3);
@@ -162,18 +140,15 @@ TEST(sim_program, ranges_run_in_parallel)
 {
     if (system("parallel --version >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "cannot run here: there is no GNU parallel";
-    FILE *stream = popen(
-        "seq 1 10 31 | parallel -j 2 '\"" LVT_SIM "\" seeds {}..$(({} + 9)) -j' | \"" LVT_SIM "\" merge 2>&1", "r");
-    ASSERT_NE(stream, nullptr);
-    char line[200] = "";
-    EXPECT_NE(fgets(line, sizeof line, stream), nullptr);
-    EXPECT_EQ(pclose(stream), 0);
-    EXPECT_EQ(std::string(line).substr(0, 24), "40 seeds held, 0 did not");
+    const run_t ended =
+        run_command("seq 1 10 31 | parallel -j 2 '\"" LVT_SIM "\" seeds {}..$(({} + 9)) -j' | \"" LVT_SIM "\" merge");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.output.substr(0, 24), "40 seeds held, 0 did not");
 }
 
 TEST(sim_program, promises_are_told_with_the_rule_to_blame)
 {
-    const ended_t ended = lvt_sim("promises");
+    const run_t ended = lvt_sim("promises");
     EXPECT_EQ(ended.status, 0);
     EXPECT_NE(ended.output.find("no-loop         data cannot go round"), std::string::npos) << ended.output;
     EXPECT_NE(ended.output.find("but: a link change begins no pass"), std::string::npos) << ended.output;
@@ -198,7 +173,7 @@ TEST(sim_program, completes_what_the_help_lists)
             EXPECT_NE(offered.find(" " + each->str(1) + " "), std::string::npos) << name.str(1) << each->str();
     }
     EXPECT_GE(commands, 5u);
-    EXPECT_EQ(completions("ru"), " run \n");
-    EXPECT_EQ(completions("run --shape fat"), " fat-tree \n");
-    EXPECT_EQ(completions("run --seed ''"), "  \n");
+    EXPECT_EQ(completions("ru"), " run ");
+    EXPECT_EQ(completions("run --shape fat"), " fat-tree ");
+    EXPECT_EQ(completions("run --seed ''"), "  ");
 }

@@ -18,28 +18,12 @@
 #include <sys/wait.h>
 
 #include "platform/messages.h"
+#include "program.h"
 #include "tools/messages.h"
 #include "tools_fixture.h"
 
-struct run_t {
-    int status;         ///< exit status; -1 when a signal ended it
-    std::string output; ///< standard output, then standard error as they came
-};
-
 /// Runs the tool with a command line in shell syntax.
-inline run_t run(const std::string &arguments)
-{
-    FILE *stream = popen(("\"" LVT_RSTPCTL "\" " + arguments + " 2>&1").c_str(), "r");
-    if (!stream)
-        abort();
-    run_t result{};
-    char buffer[4096];
-    for (size_t count; (count = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-        result.output.append(buffer, count);
-    const int status = pclose(stream);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
+inline run_t run(const std::string &arguments) { return run_command("\"" LVT_RSTPCTL "\" " + arguments); }
 
 /// A status file: port 1 root, port 2 alternate, both towards an STP bridge; port 3 designated, to a
 /// host; ports 4 to 6 off, no groups.

@@ -100,15 +100,7 @@ std::vector<std::string> names_in_help(const std::string &command)
 /// What bash offers for the last word of a command line.
 std::string completions(const std::string &line)
 {
-    const std::string script = ". \"" LVT_COMPLETION "\"; COMP_WORDS=(\"" LVT_RSTPCTL "\" " + line +
-                               "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _lvt_rstpctl; echo \"${COMPREPLY[*]}\"";
-    setenv("SCRIPT", script.c_str(), 1);
-    FILE *stream = popen("bash -c \"$SCRIPT\"", "r");
-    char words[1024] = "";
-    if (!stream || !fgets(words, sizeof words, stream))
-        ADD_FAILURE() << script;
-    pclose(stream);
-    return std::string(words).substr(0, std::strcspn(words, "\n"));
+    return completions_of(LVT_RSTPCTL, LVT_COMPLETION, "_lvt_rstpctl", line);
 }
 
 std::vector<octets_t> real_examples()

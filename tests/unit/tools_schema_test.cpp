@@ -26,17 +26,9 @@ protected:
     {
         write_file(path("validator"), VALIDATOR);
         write_file(path("lines"), lines);
-        const std::string command = fmt::format("/usr/bin/python3 {} " LVT_DOCS "/lvt_rstpctl.schema.json {} {} 2>&1",
-                                                path("validator"), definition, path("lines"));
-        FILE *stream = popen(command.c_str(), "r");
-        if (!stream)
-            abort();
-        std::string said;
-        char buffer[4096];
-        for (size_t size; (size = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-            said.append(buffer, size);
-        pclose(stream);
-        return said;
+        return run_command(fmt::format("/usr/bin/python3 {} " LVT_DOCS "/lvt_rstpctl.schema.json {} {}",
+                                       path("validator"), definition, path("lines")))
+            .output;
     }
 };
 

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <exception>
 #include <span>
-#include <sstream>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -15,7 +14,7 @@
 #include "tools/ctl/cli.h"
 #include "tools/ctl/letters.h"
 #include "tools/ctl/output.h"
-#include "tools/printable.h"
+#include "tools/command_line.h"
 
 namespace {
 
@@ -49,33 +48,6 @@ void add_global_options(CLI::App &app, ctl_t &ctl, std::string &colour)
         trim_slashes(ctl.root);
         ctl.colour = is_colour_wanted(colour);
     });
-}
-
-/// What was said until then comes first, also where both streams lead to the same place.
-void complain(const std::string &text)
-{
-    std::fflush(stdout);
-    std::fputs(printable(text + "\n").c_str(), stderr);
-}
-
-/// Help, a version or a fault of the command line, as the parser words them.
-exit_code_t tell(const CLI::App &app, const CLI::ParseError &error)
-{
-    std::ostringstream out, fault;
-    const bool done = app.exit(error, out, fault) == 0;
-    fmt::print("{}", out.str());
-    std::fputs(printable(fault.str()).c_str(), stderr);
-    return done ? EXIT_DONE : EXIT_USAGE;
-}
-
-/// "help show port" is "show port --help".
-void understand_help(int argc, char **argv)
-{
-    static char option[] = "--help";
-    if (argc < 2 || std::string_view(argv[1]) != "help")
-        return;
-    std::rotate(argv + 1, argv + 2, argv + argc);
-    argv[argc - 1] = option;
 }
 
 // ---- words that are shortened, or left out -----------------------------------------------
@@ -204,7 +176,7 @@ exit_code_t run(int argc, char **argv)
         std::ranges::reverse(words); // as the parser takes them
         app.parse(words);
     } catch (const CLI::ParseError &error) {
-        code = tell(app, error);
+        code = tell(app, error) ? EXIT_DONE : EXIT_USAGE;
     }
     flush_output();
     return code;
