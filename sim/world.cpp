@@ -124,7 +124,7 @@ void world_t::done(node_id_t node)
 
 void world_t::schedule_tick(uint32_t index, moment_t when)
 {
-    queue_.put(when, {event_kind_t::TICK, 0, index, switches_[index]->daemons, nullptr});
+    queue_.put(when, {event_kind_t::TICK, 0, index, switches_[index]->daemons, nullptr, switches_[index]});
 }
 
 void world_t::power_on(node_id_t node, moment_t phase, moment_t second, bool lit)
@@ -267,7 +267,7 @@ void world_t::refuse(node_id_t node, uint32_t count) { place(node).refusals = co
 void world_t::at(moment_t when, std::function<void()> action)
 {
     actions_.push_back(std::move(action));
-    queue_.put(when, {event_kind_t::ACTION, 0, static_cast<uint32_t>(actions_.size() - 1), 0, nullptr});
+    queue_.put(when, {event_kind_t::ACTION, 0, static_cast<uint32_t>(actions_.size() - 1), 0, nullptr, nullptr});
 }
 
 // ---- frames -----------------------------------------------------------------------------
@@ -313,7 +313,10 @@ void world_t::put_on(cable_id_t id, unsigned from, std::span<const uint8_t> octe
     frame.length = static_cast<uint16_t>(octets.size());
     memcpy(frame.octets.data(), octets.data(), octets.size());
     in_flight_++;
-    queue_.put(arrival, {event_kind_t::FRAME, static_cast<uint8_t>(1 - from), id, cables_[id].generation, &frame});
+    const node_t &to = nodes_[cables_[id].ends[1 - from].node];
+    place_t *place = to.kind == node_kind_t::SWITCH ? switches_[to.index] : nullptr;
+    queue_.put(arrival,
+               {event_kind_t::FRAME, static_cast<uint8_t>(1 - from), id, cables_[id].generation, &frame, place});
     for (watcher_t *watcher : watchers_)
         watcher->sent(id, from, frame);
 }
@@ -352,28 +355,26 @@ void world_t::arrive(cable_id_t id, unsigned to, const frame_t &frame)
 
 // ---- running ----------------------------------------------------------------------------
 
-/// The switch that has its turn with an event, or null.
-world_t::place_t *world_t::whose(const event_t &event) const
-{
-    if (event.kind == event_kind_t::TICK)
-        return switches_[event.subject];
-    if (event.kind == event_kind_t::ACTION)
-        return nullptr;
-    const node_t &node = nodes_[cables_[event.subject].ends[event.end].node];
-    return node.kind == node_kind_t::SWITCH ? switches_[node.index] : nullptr;
-}
-
 /// Asks the memory for the next switches: of so many, none stays in the processor's cache from one of its turns to the
 /// next. What leads to a switch has to be there first.
 void world_t::fetch_next() const
 {
-    if (const auto *entry = queue_.soon(3); entry && entry->what.kind == event_kind_t::FRAME)
-        __builtin_prefetch(&cables_[entry->what.subject]);
-    if (const auto *entry = queue_.soon(1))
-        if (const place_t *place = whose(entry->what)) {
-            const auto *room = reinterpret_cast<const char *>(place);
-            for (size_t at = 0; at < sizeof(place_t) + switch_image_octets(); at += rooms_t::LINE)
+    if (const auto *entry = queue_.soon(2)) {
+        if (entry->what.kind == event_kind_t::FRAME)
+            __builtin_prefetch(&cables_[entry->what.subject]);
+        if (const auto *room = reinterpret_cast<const char *>(entry->what.place)) {
+            const size_t octets = sizeof(place_t) + switch_image_octets();
+            for (size_t at = 0; at < octets; at += rooms_t::LINE)
                 __builtin_prefetch(room + at);
+        }
+    }
+    if (const auto *entry = queue_.soon(0))
+        if (const place_t *place = entry->what.place) {
+            if (const auto &trapped = place->device.chip.addresses.trapped; !trapped.empty())
+                __builtin_prefetch(&*trapped.begin());
+            for (const cable_id_t id : place->cables)
+                if (id != NO_CABLE)
+                    __builtin_prefetch(&cables_[id]);
         }
 }
 

@@ -178,13 +178,6 @@ public:
 
 private:
     enum class event_kind_t : uint8_t { TICK, FRAME, ACTION };
-    struct event_t {
-        event_kind_t kind;
-        uint8_t end;         ///< FRAME: where it arrives
-        uint32_t subject;    ///< TICK: switch; FRAME: cable; ACTION: index
-        uint32_t generation; ///< of the daemon, of the cable
-        frame_t *frame;      ///< FRAME: one of frames_
-    };
     /// A switch, and what it is to the world.
     struct alignas(rooms_t::LINE) place_t {
         switch_t device = {};
@@ -199,6 +192,14 @@ private:
         bool lit = false;
     };
 
+    struct event_t {
+        event_kind_t kind;
+        uint8_t end;         ///< FRAME: where it arrives
+        uint32_t subject;    ///< TICK: switch; FRAME: cable; ACTION: index
+        uint32_t generation; ///< of the daemon, of the cable
+        frame_t *frame;      ///< FRAME: one of frames_
+        place_t *place;      ///< the switch that has its turn then, or null
+    };
     place_t &place(node_id_t node) { return *switches_[nodes_[node].index]; }
     const place_t &place(node_id_t node) const { return *switches_[nodes_[node].index]; }
     node_id_t add(node_kind_t kind, std::string name, uint32_t index);
@@ -208,7 +209,6 @@ private:
     void put_on(cable_id_t cable, unsigned from, std::span<const uint8_t> octets, moment_t arrival);
     void leave(end_t from, cable_id_t cable, std::span<const uint8_t> octets);
     void arrive(cable_id_t cable, unsigned end, const frame_t &frame);
-    place_t *whose(const event_t &event) const;
     void fetch_next() const;
     void happen(const event_t &event);
     void tick_of(place_t &place);
