@@ -73,12 +73,14 @@ constexpr const char LATE_HELLOS[] =
     "last";
 constexpr const char NO_TICK[] = "who does not tick says no hello, and its neighbours' information dies";
 constexpr const char NO_RETRY[] = "a state that the chip refused is not written again";
+constexpr const char AT_ONCE[] = "a port that is set as edge forwards at once, until it hears a BPDU";
 constexpr const char OUTSIDE[] = "a port out of the tree forwards and says nothing";
 constexpr const char TRUNK_FIRST[] = "the chip and the two ends form a group one after the other";
 constexpr const char FORCED[] =
     "a bridge forced to STP drops RST BPDUs, and is not heard before its neighbour has migrated; a topology change is "
     "told long";
-constexpr const char BELIEVED[] = "whatever a well formed BPDU says is believed";
+constexpr const char BELIEVED[] =
+    "whatever a well formed BPDU says is believed, times of up to 255 s as well, which ports then wait for";
 constexpr const char UNSEEN[] = "what passes data and no BPDUs cannot be seen";
 
 constexpr exception_t EXCEPTIONS[] = {
@@ -128,6 +130,9 @@ constexpr exception_t EXCEPTIONS[] = {
     {REFUSALS, RIGHT_TREE, NO_RETRY, 1147},
     {REFUSALS, NO_BLACKHOLE, NO_RETRY, 1342},
     {REFUSALS, RECORDS, NO_RETRY, 87},
+    {PRIORITIES, NO_LOOP, OLD_NEWS, 95613},
+    {PRIORITIES, NO_STORM, OLD_NEWS, 95613},
+    {EDGES, NO_LOOP, AT_ONCE, 43520},
     {VERSIONS, NO_LOOP, FORCED, 159},
     {VERSIONS, NO_STORM, FORCED, 159},
     {VERSIONS, RIGHT_TREE, FORCED, 361},
@@ -145,6 +150,9 @@ constexpr exception_t EXCEPTIONS[] = {
     {REGROUPED, NO_BLACKHOLE, TRUNK_FIRST, 3136},
     {RANDOM_SPEAKER, NO_LOOP, BELIEVED, 0},
     {RANDOM_SPEAKER, NO_STORM, BELIEVED, 0},
+    {RANDOM_SPEAKER, RIGHT_TREE, BELIEVED, 33450},
+    {RANDOM_SPEAKER, REST, BELIEVED, 147747},
+    {RANDOM_SPEAKER, NO_BLACKHOLE, BELIEVED, 133997},
     {MIRROR_SPEAKER, REST, OWN_WORDS, 0},
     {SILENT_BRIDGE, NO_LOOP, UNSEEN, 4},
     {SILENT_BRIDGE, NO_STORM, UNSEEN, 4},

@@ -61,6 +61,13 @@ moment_t crossing_time(const story_t &story)
 
 constexpr int ROUNDS_OF_HOSTS = 3;
 
+moment_t hello(const story_t &story)
+{
+    moment_t longest = 0;
+    for_each_bridge(story, [&](const auto &bridge) { longest = std::max<moment_t>(longest, bridge.hello_time); });
+    return longest * SECOND;
+}
+
 moment_t longest_told(const story_t &story)
 {
     moment_t most = 0;
@@ -310,9 +317,10 @@ void trial_t::rest(moment_t from, moment_t at)
     outcome_.settlings.back().depth = right.depth;
     if (changed_ > quiet_from)
         find(REST, "still changing at " + seconds(changed_));
-    // Where a change is told long, it is told so long by each bridge in turn, up and down the tree.
-    const moment_t told = tells_changes_long(story_) ? 2 * (right.depth + 1) * longest_told(story_) : 0;
-    const bool may_tell = settling.at_rest + told >= quiet_from;
+    // A change is told by each bridge in turn, up and down the tree, for two hellos or as long as some tell it.
+    const moment_t each = tells_changes_long(story_) ? longest_told(story_) : 2 * hello(story_);
+    const moment_t told = 2 * (right.depth + 1) * each;
+    const bool may_tell = std::max(from, settling.at_rest) + told >= quiet_from;
     if (flushed_ > quiet_from && !may_tell)
         find(REST, "addresses are still forgotten at " + seconds(flushed_));
     if (const std::string wrong = wrong_ports(world_, right); !wrong.empty())
@@ -392,11 +400,6 @@ moment_t judging_time(const story_t &story)
     return static_cast<moment_t>(ROUNDS_OF_HOSTS * hosts) * crossing_time(story) + SECOND;
 }
 
-moment_t watched_at_rest(const story_t &story)
-{
-    moment_t hello = 0;
-    for_each_bridge(story, [&](const auto &bridge) { hello = std::max<moment_t>(hello, bridge.hello_time); });
-    return 4 * hello * SECOND;
-}
+moment_t watched_at_rest(const story_t &story) { return 4 * hello(story); }
 
 } // namespace sim
