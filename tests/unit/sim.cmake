@@ -20,12 +20,14 @@ if(TARGET lvt_sim_play)
     lvt_discover_unit_tests(unit_sim_play sim.)
 endif()
 
-# Networks by the thousand, the same ones each time; .ci/nightly plays new ones. Where they would take minutes, some of the same.
+# Networks by the thousand, the same ones each time and new ones; .ci/nightly plays more of these. Where they would take minutes, some of the same.
 if(CMAKE_CROSSCOMPILING OR CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     add_test(NAME sim.fixed_seeds COMMAND lvt_sim seeds 1..40)
     set_tests_properties(sim.fixed_seeds PROPERTIES TIMEOUT 600)
 else()
     add_test(NAME sim.fixed_seeds COMMAND lvt_sim seeds 1..2000)
+    add_test(NAME sim.new_seeds COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/sim_new_seeds $<TARGET_FILE:lvt_sim> 2000)
+    set_tests_properties(sim.fixed_seeds sim.new_seeds PROPERTIES COST 1000) # the longest begin first
 
     # A seed is the whole story, however the daemon is compiled: in one piece or in parts.
     add_executable(lvt_sim_in_parts)
