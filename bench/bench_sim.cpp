@@ -20,7 +20,7 @@ using namespace sim;
 
 constexpr unsigned CABLES = 5;
 constexpr moment_t SETTLED = 150 * SECOND;
-constexpr int RUNS = 5;
+constexpr int RUNS = 9;
 
 /// Each port of all switches is cabled to the same port of another one, drawn at random.
 void build(world_t &world, unsigned switches)
@@ -53,26 +53,20 @@ double cpu_seconds()
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-struct cost_t {
-    double switch_seconds_a_second;
-    size_t octets_a_switch;
-};
+size_t heap() { return mallinfo2().uordblks + mallinfo2().hblkhd; }
 
-cost_t cost_of(unsigned switches, moment_t span)
+/// Switch-seconds a second of a network that plays on.
+double speed_of(world_t &world, moment_t span)
 {
-    const size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
-    world_t world(1);
-    build(world, switches);
-    world.run_for(SETTLED);
-    std::vector<double> runs;
-    for (int run = 0; run < RUNS; run++) {
-        const double begin = cpu_seconds();
-        world.run_for(span);
-        runs.push_back(static_cast<double>(switches) * static_cast<double>(span / SECOND) / (cpu_seconds() - begin));
-    }
-    std::sort(runs.begin(), runs.end());
-    const size_t after = mallinfo2().uordblks + mallinfo2().hblkhd;
-    return {runs[RUNS / 2], (after - before) / switches};
+    const double begin = cpu_seconds();
+    world.run_for(span);
+    return static_cast<double>(world.nodes()) * static_cast<double>(span / SECOND) / (cpu_seconds() - begin);
+}
+
+double median(std::vector<double> of)
+{
+    std::sort(of.begin(), of.end());
+    return of[of.size() / 2];
 }
 
 } // namespace
@@ -89,10 +83,22 @@ int main(int argc, char **argv)
         call(&world, static_cast<moment_t>(atoi(argv[2])) * SECOND);
         return 0;
     }
-    const cost_t few = cost_of(100, 1000 * SECOND), many = cost_of(10000, 10 * SECOND);
-    fmt::print("| switch-seconds a second, 100 switches | {:.0f} |\n", few.switch_seconds_a_second);
-    fmt::print("| the same, 10,000 switches | {:.0f} |\n", many.switch_seconds_a_second);
-    fmt::print("| cost of a switch among 10,000 against among 100 | {:.2f} |\n",
-               few.switch_seconds_a_second / many.switch_seconds_a_second);
-    fmt::print("| octets a switch, among 10,000 | {} |\n", many.octets_a_switch);
+    world_t few(1), many(1);
+    build(few, 100);
+    few.run_for(SETTLED);
+    const size_t before = heap();
+    build(many, 10000);
+    many.run_for(SETTLED);
+    const size_t octets = (heap() - before) / many.nodes();
+    // In turns, since what else the machine does changes by the second.
+    std::vector<double> of_few, of_many, ratios;
+    for (int run = 0; run < RUNS; run++) {
+        of_few.push_back(speed_of(few, 1000 * SECOND));
+        of_many.push_back(speed_of(many, 10 * SECOND));
+        ratios.push_back(of_few.back() / of_many.back());
+    }
+    fmt::print("| switch-seconds a second, 100 switches | {:.0f} |\n", median(of_few));
+    fmt::print("| the same, 10,000 switches | {:.0f} |\n", median(of_many));
+    fmt::print("| cost of a switch among 10,000 against among 100 | {:.2f} |\n", median(ratios));
+    fmt::print("| octets a switch, among 10,000 | {} |\n", octets);
 }

@@ -92,7 +92,7 @@ cable_id_t world_t::connect(end_t a, end_t b, const way_t &way, uint32_t mbit, b
             throw std::invalid_argument(node.name + ":" + std::to_string(end.port) + " has a cable already");
         own = id;
     }
-    cables_.push_back({{a, b}, {way, way}, false, mbit, full_duplex, 0});
+    cables_.push_back({{a, b}, false, full_duplex, mbit, 0, {way, way}});
     plug(id);
     return id;
 }

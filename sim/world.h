@@ -49,11 +49,11 @@ struct end_t {
 
 struct cable_t {
     end_t ends[2];
-    way_t ways[2]; ///< from ends[i] to the other
     bool plugged;
-    uint32_t mbit;
     bool full_duplex;
+    uint32_t mbit;
     uint32_t generation; ///< counts pulls: a frame on a cable that is pulled is lost
+    way_t ways[2];       ///< from ends[i] to the other
 };
 
 struct frame_t {
