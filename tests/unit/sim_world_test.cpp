@@ -1,4 +1,6 @@
 /// The simulator's switches and cables, before anything is judged by them.
+#include <map>
+
 #include <gtest/gtest.h>
 
 #include "sim/world.h"
@@ -109,4 +111,36 @@ TEST(sim_world, a_switch_that_lost_its_power_forgets_and_comes_back)
     world.control(0, all_ports_on());
     world.run_for(60 * SECOND);
     EXPECT_EQ(roles(world).substr(0, 2), "DD");
+}
+
+/// At one moment, what was put in first comes first.
+TEST(sim_queue, gives_the_earliest_first)
+{
+    queue_t<unsigned> queue;
+    std::multimap<moment_t, unsigned> expected;
+    random_t random = {1};
+    constexpr moment_t SPANS[] = {1, 2, MILLISECOND, 20 * MILLISECOND, 2 * SECOND, 3 * SECOND, 600 * SECOND};
+    moment_t now = 0;
+    for (unsigned number = 0; number < 20000; number++) {
+        const moment_t at = now + random.below(SPANS[random.below(std::size(SPANS))]);
+        queue.put(at, number);
+        expected.emplace(at, number);
+        const bool looks = random.one_in(3);
+        for (uint64_t takes = random.below(number < 10000 ? 2 : 3); takes && !queue.empty(); takes--) {
+            if (looks) { // which may not disturb what is put in next
+                ASSERT_EQ(queue.next().what, expected.begin()->second);
+            }
+            const auto entry = queue.take();
+            ASSERT_EQ(entry.at, expected.begin()->first);
+            ASSERT_EQ(entry.what, expected.begin()->second);
+            expected.erase(expected.begin());
+            now = entry.at;
+        }
+        if (looks && !queue.empty()) {
+            ASSERT_EQ(queue.next().at, expected.begin()->first);
+        }
+    }
+    ASSERT_EQ(queue.size(), expected.size());
+    for (; !queue.empty(); expected.erase(expected.begin()))
+        ASSERT_EQ(queue.take().what, expected.begin()->second);
 }
