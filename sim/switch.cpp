@@ -119,6 +119,7 @@ void switch_create(switch_t &device, uint32_t number, const world_calls_t &calls
     device.image = image;
     memcpy(image, start.state.get(), state_octets());
     device.daemon_runs = false;
+    device.rapid = false;
 }
 
 void switch_destroy(switch_t &device)
@@ -144,6 +145,9 @@ void switch_start_daemon(switch_t &device, chip_time_t now)
     copy(__start_lvt_state, start.state.get(), state_octets());
     copy(__start_lvt_process, start.process.get(), process_octets());
     initSocket(&rstp_socket_fd, &rstp_socket_addr, RSTP_CPU_INTERFACE);
+#ifndef LVT_NO_RAPID
+    lvt_rstp_rapid = device.rapid;
+#endif
     device.daemon_runs = true;
     rstp_start_tables();
     rstp_start_bridge();

@@ -43,6 +43,7 @@ struct switch_t {
     chip_t chip;
     uint8_t *image; ///< the daemon's state while another switch has its turn
     bool daemon_runs;
+    bool rapid; ///< its daemon is started with --rapid
 };
 
 /// A switch that was never switched on: nothing runs, the chip passes nothing. Its state gets `image`, of

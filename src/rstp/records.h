@@ -145,6 +145,11 @@ struct port_t {
     uint8_t txCount; ///< BPDUs sent, less one a second
     uint8_t edgeDelayWhile;
 
+    // Of a rapid bridge: the numbers of what was told last, of what is in force and of the BPDU that came last.
+    uint8_t wordTold;
+    uint8_t wordHeld;
+    uint8_t wordHeard;
+
     prio_vector_t designatedPrio;
     timevalues_t designatedTimes;
     uint8_t infoIs;
@@ -190,6 +195,7 @@ struct stpm_t {
     uint32_t lastTcPort;
     uint16_t vlan_id;
     uint8_t admin_state; ///< nonzero: enabled
+    uint8_t settling;    ///< of a rapid bridge: an event is not finished, so that nothing is sent
 };
 
 /// True when the port takes no part: every loop over a bridge's ports that decides

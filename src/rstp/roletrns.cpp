@@ -1,4 +1,5 @@
 #include "rstp/machines.h"
+#include "rstp/rapid.h"
 #include "rstp/state_mach.h"
 
 namespace {
@@ -7,7 +8,7 @@ namespace {
 bool all_synced(const port_t *self)
 {
     for (const port_t *port = next_interesting_port(self->owner->ports); port; port = next_interesting_port(port->next))
-        if (port != self && !port->synced)
+        if ((port != self && !port->synced) || STP_rapid_unsettled(port))
             return false;
     return true;
 }
@@ -49,6 +50,8 @@ int check_blocked_port(state_mach_t *mach, const port_t *port)
         return STP_hop_2_state(mach, ROLETRNS_BLOCKED_PORT);
     if (port->rbWhile != recent_backup_time(port) && port->role == ROLE_BACKUP)
         return STP_hop_2_state(mach, ROLETRNS_BACKUP_PORT);
+    if (STP_rapid_answers(port))
+        return STP_hop_2_state(mach, ROLETRNS_ALTERNATE_AGREED);
     return 0;
 }
 
@@ -119,6 +122,7 @@ int STP_roletrns_check_conditions(state_mach_t *mach)
     case ROLETRNS_BLOCKED_PORT:
         return settled ? check_blocked_port(mach, port) : 0;
     case ROLETRNS_BACKUP_PORT:
+    case ROLETRNS_ALTERNATE_AGREED:
         return STP_hop_2_state(mach, ROLETRNS_BLOCKED_PORT);
 
     case ROLETRNS_ROOT_PROPOSED:
@@ -178,6 +182,10 @@ void STP_roletrns_enter_state(state_mach_t *mach)
     case ROLETRNS_BACKUP_PORT:
         port->rbWhile = recent_backup_time(port);
         break;
+    case ROLETRNS_ALTERNATE_AGREED:
+        port->proposed = 0;
+        port->newInfo = 1;
+        break;
 
     case ROLETRNS_ROOT_PROPOSED: // setSyncTree (clause 17.21), this port included
         for (port_t *other = next_interesting_port(port->owner->ports); other;
@@ -215,6 +223,7 @@ void STP_roletrns_enter_state(state_mach_t *mach)
     case ROLETRNS_DESIGNATED_PROPOSE:
         port->proposing = 1;
         port->newInfo = 1;
+        STP_rapid_await_agreement(port);
         break;
     case ROLETRNS_DESIGNATED_SYNCED:
         port->rrWhile = 0;

@@ -14,12 +14,16 @@ void lvt_rstp_more_work();
 /// Finishes the pass under way.
 void lvt_rstp_run_pending();
 
-/// Finishes the pass under way, begins a new one and runs its first unit only.
+/// Finishes the pass under way, begins a new one and runs its first unit only. A rapid bridge (STP_OUT_rapid)
+/// makes passes until it is at rest instead, and never leaves one under way.
 void STP_stpm_update();
 
 /// Sweeps over one port's machines that one unit may take. No known input needs more than 14;
 /// the bound keeps a bad value from holding the caller's lock for ever.
 constexpr uint32_t STP_SWEEPS_MAX = 1000;
+
+/// Passes that one event of a rapid bridge may take.
+constexpr uint32_t STP_PASSES_MAX = 100;
 
 struct port_t;
 

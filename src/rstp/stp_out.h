@@ -32,6 +32,13 @@ port_t *STP_OUT_sending_port(uint32_t port_index);
 /// Force protocol version (clause 17.13): below 2 the bridge speaks STP only.
 uint8_t STP_OUT_force_version();
 
+/// Whether the bridge is asked to be rapid (rstp/rapid.h). It stays so for as long as the bridge runs.
+#ifdef LVT_NO_RAPID
+constexpr bool STP_OUT_rapid() { return false; }
+#else
+bool STP_OUT_rapid();
+#endif
+
 // ---- facts ------------------------------------------------------------------------------
 
 /// Link of a logical port: 1 up, 0 down.

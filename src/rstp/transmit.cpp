@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "rstp/machines.h"
+#include "rstp/rapid.h"
 #include "rstp/state_mach.h"
 #include "rstp/times.h"
 #include "rstp/vect.h"
@@ -63,6 +64,8 @@ int txBpdu(port_t *port, uint8_t type, uint32_t bpdu_octets)
             bpdu->flags |= rst_flags(port);
         STP_VECT_set_vector(&port->designatedPrio, bpdu);
         STP_set_times(&port->designatedTimes, bpdu);
+        if (STP_OUT_rapid() && type == BPDU_TYPE_RST)
+            STP_rapid_tell(port, bpdu);
     }
 
     const int result = STP_OUT_tx_bpdu(port->port_number, port->owner->vlan_id, buffer, tag, frame_octets);
@@ -74,9 +77,9 @@ int check_idle(state_mach_t *mach, const port_t *port)
 {
     if (port->helloWhen == 0)
         return STP_hop_2_state(mach, TRANSMIT_PERIODIC);
-    if (!port->newInfo || port->txCount >= TX_HOLD_COUNT)
+    if (!port->newInfo || STP_rapid_waits(port) || (port->txCount >= TX_HOLD_COUNT && !STP_rapid_may_send(port)))
         return 0;
-    if (port->sendRSTP && (port->role == ROLE_ROOT || port->role == ROLE_DESIGNATED))
+    if (port->sendRSTP && (port->role == ROLE_ROOT || port->role == ROLE_DESIGNATED || STP_rapid_sends(port)))
         return STP_hop_2_state(mach, TRANSMIT_RSTP);
     if (!port->sendRSTP && port->role == ROLE_ROOT)
         return STP_hop_2_state(mach, TRANSMIT_TCN);

@@ -29,6 +29,9 @@ void forget_unit()
 stpm_t **STP_OUT_bridges() { return &entered->bridges; }
 stpm_t **STP_OUT_free_bridges() { return &entered->free_bridges; }
 port_t *STP_OUT_port(uint32_t port_index) { return &entered->records.ports.at(port_index - 1); }
+#ifndef LVT_NO_RAPID
+bool STP_OUT_rapid() { return entered->rapid; }
+#endif
 uint8_t STP_OUT_force_version() { return entered->force_version; }
 int lvt_aggr_get_linkstate(uint32_t l2port) { return entered->links.at(l2port).up; }
 uint32_t lvt_aggr_get_linkspeed(uint32_t l2port) { return entered->links.at(l2port).speed; }

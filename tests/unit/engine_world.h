@@ -73,6 +73,7 @@ struct world_t {
 
     // what the world answers
     uint8_t force_version = 2;
+    bool rapid = false;
     std::array<uint8_t, 6> mac;
     std::array<link_facts_t, RSTP_PORTS + 1> links; ///< by port number
     std::map<uint32_t, port_t *> sending_ports;     ///< where it is not the port's own record

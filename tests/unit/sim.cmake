@@ -2,7 +2,7 @@
 find_package(fmt REQUIRED)
 add_executable(unit_sim
     sim_judge_test.cpp sim_world_test.cpp sim_draw_test.cpp sim_program_test.cpp
-    sim_net.cpp sim_tree_test.cpp sim_neighbour_test.cpp sim_group_test.cpp
+    sim_net.cpp sim_tree_test.cpp sim_neighbour_test.cpp sim_group_test.cpp sim_rapid_test.cpp
     ../bpdus.cpp ../lies.cpp ../settings.cpp)
 lvt_starter(lvt_sim starter)
 target_compile_definitions(unit_sim PRIVATE

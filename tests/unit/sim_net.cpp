@@ -117,6 +117,7 @@ size_t neighbour_t::most_copies() const
 node_id_t net_t::add_switch(moment_t phase)
 {
     const node_id_t node = world.add_switch();
+    world.device(node).rapid = rapid;
     world.power_on(node, phase ? phase : SECOND + (world.device(node).number - 1) * TENTH);
     return node;
 }

@@ -123,6 +123,7 @@ public:
     unsigned state(node_id_t node, unsigned port) const { return switch_port_state(world.device(node), port); }
 
     world_t world{1};
+    bool rapid = false; ///< so are the switches that are added from now on
 
 private:
     enum class topic_t { STATE, ROLE, WRITE, FLUSH, ROOT };
