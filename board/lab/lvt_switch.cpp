@@ -200,6 +200,7 @@ void add_options(CLI::App &app, options_t &options)
         ->type_name("N,M,...");
     app.add_flag("--trace", options.settings.trace,
                  "Show every transition of the daemon's machines and what the board sees");
+    app.add_flag("--rapid", options.settings.rapid, "Ask the daemon to be rapid, as lvt_rstpd --rapid");
     app.add_option("--run", options.command, "Run a command inside the switch, then end with its exit status")
         ->type_name("COMMAND");
     app.add_flag("--shell", options.shell, "Be a shell in the switch, with the tools in its paths, then end")

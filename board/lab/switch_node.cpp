@@ -120,6 +120,8 @@ void switch_t::start_daemon()
 {
     std::vector<std::string> argv = settings_.daemon_wrapper;
     argv.push_back(settings_.daemon);
+    if (settings_.rapid)
+        argv.push_back("--rapid");
     std::vector<std::string> environment = settings_.daemon_environment;
     environment.push_back(fmt::format("LVT_CONSOLE={}", CONSOLE_FILE));
 

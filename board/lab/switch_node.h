@@ -39,6 +39,7 @@ struct switch_settings_t {
     bool trace = false;                               ///< the daemon that prints every transition of its machines
     std::vector<std::string> daemon_wrapper = {};     ///< words before the daemon's name, say valgrind's
     std::vector<std::string> daemon_environment = {}; ///< NAME=value, say LD_PRELOAD's
+    bool rapid = false;                               ///< the daemon is asked to be rapid
 };
 
 /// The path of a program of ours: what the environment says in `variable`, so that another

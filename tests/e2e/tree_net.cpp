@@ -10,9 +10,9 @@ namespace lab {
 
 // ---- the network ------------------------------------------------------------------------------
 
-switch_t &network_test_t::add_bridge(uint16_t priority, const port_configs_t &ports)
+switch_t &network_test_t::add_bridge(uint16_t priority, const port_configs_t &ports, bool rapid)
 {
-    switch_t &device = add_switch({.number = next_number_++});
+    switch_t &device = add_switch({.number = next_number_++, .rapid = rapid});
     device.start();
     e2e::serve(device, system_config_message(bridge_config(priority)));
     e2e::serve(device, port_config_message(ports));

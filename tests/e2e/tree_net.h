@@ -33,7 +33,7 @@ constexpr auto AT_ONCE = std::chrono::seconds(4);
 class network_test_t : public e2e::switches_test_t {
 protected:
     /// A running switch with the shortest times.
-    switch_t &add_bridge(uint16_t priority, const port_configs_t &ports);
+    switch_t &add_bridge(uint16_t priority, const port_configs_t &ports, bool rapid = false);
 
     /// A kernel bridge with the shortest times; `address` is that of the machine itself.
     kernel_bridge_t &add_kernel_bridge(int priority, const std::string &address = {});
