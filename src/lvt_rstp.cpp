@@ -112,13 +112,13 @@ void first_hw_state(uint32_t l2port)
 
 // ---- answers to the engine --------------------------------------------------------------
 
+#ifndef LVT_NO_RAPID
+bool STP_OUT_rapid() { return lvt_rstp_rapid; }
+#endif
 stpm_t **STP_OUT_bridges() { return &lvt_rstp_vars.bridges; }
 stpm_t **STP_OUT_free_bridges() { return &lvt_rstp_vars.free_bridges; }
 port_t *STP_OUT_port(uint32_t port_index) { return record_of(port_index); }
 port_t *STP_OUT_sending_port(uint32_t port_index) { return lvt_rstp_vars.by_l2port[port_index - 1]; }
-#ifndef LVT_NO_RAPID
-bool STP_OUT_rapid() { return lvt_rstp_rapid; }
-#endif
 uint8_t STP_OUT_force_version() { return lvt_rstp_vars.config.force_version; }
 
 int STP_OUT_tx_bpdu(uint32_t port_index, uint16_t /*vlan_id*/, const uint8_t *frame, uint16_t /*tag*/, size_t length)
@@ -212,8 +212,6 @@ int lvt_rstp_set_config(const lvt_rstp_system_config_t *config)
     lvt_rstp_vars.config = *config;
     for (stpm_t *bridge = lvt_rstp_vars.bridges; bridge; bridge = bridge->next)
         set_system_config(bridge);
-    if (STP_OUT_rapid())
-        STP_stpm_update();
     return 0;
 }
 
@@ -321,9 +319,9 @@ void lvt_rstp_linkstate_changed(uint32_t portno, uint32_t link)
         link = static_cast<uint32_t>(lvt_aggr_get_linkstate(port->port_number));
     if (!is_known_link(port, link))
         lvt_rstp_port_link_apply(port, link);
+    // No pass is begun here: the next event or tick evaluates the new link.
     if (STP_OUT_rapid())
         STP_stpm_update();
-    // Else no pass is begun here: the next event or tick evaluates the new link.
 }
 
 void lvt_rstp_port_link_apply(port_t *port, uint32_t link)

@@ -6,42 +6,11 @@
 #include "lvt_rstp.h"
 #include "process/process.h"
 
-namespace {
-
-#ifdef LVT_NO_RAPID
-constexpr char USAGE[] = "usage: lvt_rstpd [--help | --version]\n";
-#else
-constexpr char USAGE[] = "usage: lvt_rstpd [--rapid | --help | --version]\n";
-#endif
-constexpr int GOES_ON = -1;
-constexpr int NOT_UNDERSTOOD = 2;
-
-/// Takes one word of the command line. Returns GOES_ON, or the status with which to end.
-int take_argument(const char *argument)
+int main([[maybe_unused]] int argc, [[maybe_unused]] char **argv)
 {
 #ifndef LVT_NO_RAPID
-    if (strcmp(argument, "--rapid") == 0) {
-        lvt_rstp_rapid = true;
-        return GOES_ON;
-    }
+    lvt_rstp_rapid = argc > 1 && strncmp(argv[1], "--rapid", sizeof "--rapid") == 0; // all else is ignored
 #endif
-    if (strcmp(argument, "--version") == 0) {
-        puts("lvt_rstpd " LVT_VERSION);
-        return 0;
-    }
-    const bool help = strcmp(argument, "--help") == 0;
-    fputs(USAGE, help ? stdout : stderr);
-    return help ? 0 : NOT_UNDERSTOOD;
-}
-
-} // namespace
-
-int main(int argc, char **argv)
-{
-    for (int i = 1; i < argc; i++)
-        if (const int status = take_argument(argv[i]); status != GOES_ON)
-            return status;
-
     // Messages shall be seen when they are printed, also behind a pipe.
     setvbuf(stdout, nullptr, _IONBF, 0);
     initSocket(&rstp_socket_fd, &rstp_socket_addr, RSTP_CPU_INTERFACE);

@@ -1,6 +1,5 @@
 #include "rstp/machines.h"
 #include "rstp/port.h"
-#include "rstp/rapid.h"
 #include "rstp/state_mach.h"
 #include "rstp/times.h"
 #include "rstp/vect.h"
@@ -27,12 +26,12 @@ uint8_t classify(const port_t *port)
     const bool same_times = STP_eq_times(&port->msgTimes, &port->portTimes);
     const bool agreement = port->rcvdType == BPDU_TYPE_RST && (port->rcvdFlags & BPDU_FLAG_AGREEMENT);
 
-    if (from_designated && (better || (same_sender && (!same_times || (!same_vector && STP_rapid_replaces())))))
+    if (from_designated && (better || (same_sender && !same_times)))
         return RCVD_SUPERIOR;
     if (from_designated && same_vector && same_times)
         return RCVD_REPEATED;
     // On a shared link an agreement would speak for one neighbour only.
-    if (agreement && port->operPointToPoint && (STP_OUT_rapid() ? STP_rapid_agreement(port) : same_bridge))
+    if (agreement && port->operPointToPoint && same_bridge)
         return RCVD_AGREEMENT;
     return RCVD_OTHER;
 }
@@ -98,8 +97,6 @@ void enter_receive(port_t *port)
             port->rcvdTcAck = 1;
     }
     port->rcvdMsg = 0;
-    if (rst && STP_rapid_takes_back(port))
-        port->rcvdInfoWhile = 1;
 }
 
 } // namespace
@@ -134,7 +131,6 @@ void STP_info_rx_bpdu(port_t *port, const bpdu_t *bpdu, uint32_t /*len*/)
     STP_VECT_get_vector(bpdu, &port->msgPrio);
     port->msgPrio.bridge_port = port->port_id;
     STP_get_times(bpdu, &port->msgTimes);
-    STP_rapid_hear(port, bpdu);
 }
 
 int STP_info_check_conditions(state_mach_t *mach)
@@ -212,17 +208,11 @@ void STP_info_enter_state(state_mach_t *mach)
         STP_port_reselect(port);
         break;
     case INFO_UPDATE:
-        STP_rapid_tell_anew(port);
-        if (port->agreed && STP_rapid_agreement_lasts(port))
-            port->synced = 1;
-        else {
-            STP_rapid_sync_agreed(port);
-            port->agreed = 0;
-            port->synced = 0;
-        }
         take_designated(port);
         port->proposed = 0;
         port->proposing = 0;
+        port->agreed = 0;
+        port->synced = 0;
         port->updtInfo = 0;
         port->newInfo = 1;
         port->infoIs = INFO_IS_MINE;
@@ -233,7 +223,6 @@ void STP_info_enter_state(state_mach_t *mach)
         enter_receive(port);
         break;
     case INFO_SUPERIOR:
-        port->wordHeld = port->wordHeard;
         port->portPrio = port->msgPrio;
         port->portTimes = port->msgTimes;
         updtRcvdInfoWhile(port);
@@ -245,7 +234,6 @@ void STP_info_enter_state(state_mach_t *mach)
         port->infoIs = INFO_IS_RECEIVED;
         break;
     case INFO_REPEAT:
-        port->wordHeld = port->wordHeard;
         recordProposed(port);
         updtRcvdInfoWhile(port);
         break;

@@ -29,7 +29,7 @@
 /// transmit.cpp  hold count 3; root and designated ports only; not held back while roles are selected
 /// migrate.cpp   `rstpVersion` is the request that the 2004 edition calls mcheck
 /// edge.cpp      an edge port is ordinary for 3 s after its link came up; no automatic edge
-/// rapid.h       what of this is otherwise in a bridge that is asked to be rapid
+/// rapid.cpp     what of this is otherwise in a bridge that is asked to be rapid
 /// stp_in.cpp    no receive machine: a BPDU replaces one that waits, and one of unknown type ends edge status
 /// step.cpp      one unit a pass: an event runs one port, the rest waits for the next event or tick; roles
 ///               are selected once a pass
@@ -65,7 +65,6 @@ enum : rstpstate_t {
     ROLETRNS_REROOTED, ROLETRNS_ROOT_LEARN, ROLETRNS_ROOT_FORWARD, ROLETRNS_DESIGNATED_PROPOSE,
     ROLETRNS_DESIGNATED_SYNCED, ROLETRNS_DESIGNATED_RETIRED, ROLETRNS_DESIGNATED_PORT,
     ROLETRNS_DESIGNATED_LISTEN, ROLETRNS_DESIGNATED_LEARN, ROLETRNS_DESIGNATED_FORWARD,
-    ROLETRNS_ALTERNATE_AGREED, // of a rapid bridge only
 };
 int STP_roletrns_check_conditions(state_mach_t *mach);
 void STP_roletrns_enter_state(state_mach_t *mach);

@@ -1,47 +1,138 @@
 #include "rstp/rapid.h"
 
+#include <cstring>
+
+#include "rstp/machines.h"
+#include "rstp/state_mach.h"
+#include "rstp/step.h"
+#include "rstp/vect.h"
+
 namespace {
 
-/// The neighbour's port is a root or alternate port.
-bool is_below(const port_t *port)
+constexpr uint8_t HELD_BACK = 0x80; ///< in txCount: more than any hold count
+
+/// Passes that one event may take. None is known that needs more than 9.
+constexpr unsigned PASSES_MAX = 100;
+
+/// Of the RST BPDUs that a port sends, one in so many counts: the hold count of 3 (TxHoldCount, clause 17.13) lets 48
+/// leave at once, and 16 a second from then on. Once a root has died, what is still told of it goes round until it is
+/// too old, some hops a millisecond; with 3 or 6 BPDUs that takes seconds, and a port that is held back tells what is
+/// no longer so.
+constexpr uint8_t SENDS_A_COUNT = 16;
+
+/// In a vector: the designated bridge and its port.
+constexpr size_t SENDER_OCTETS = offsetof(prio_vector_t, bridge_port) - offsetof(prio_vector_t, design_bridge);
+
+/// What a port tells from now on has a number of its own, and a forward delay to be agreed with. An agreement lasts
+/// while it gets no worse (updtInfo in 17.27, UPDATE). When it gets worse the port blocks, until the neighbour has
+/// agreed to that: whoever still counts on the better word may lead back here. So does a root port that becomes
+/// designated, for its neighbour may still forward as such.
+void tell_anew(port_t *port)
 {
-    return port->rcvdRole == BPDU_ROLE_ROOT || port->rcvdRole == BPDU_ROLE_ALTERNATE_BACKUP;
+    port->wordTold++;
+    port->fdWhile = port->owner->rootTimes.ForwardDelay;
+    if (port->agreed && port->infoIs == INFO_IS_MINE &&
+        STP_VECT_compare_vector(&port->designatedPrio, &port->portPrio) != VECT_WORSE) {
+        port->portPrio = port->designatedPrio;
+        port->portTimes = port->designatedTimes;
+        port->updtInfo = 0;
+        port->newInfo = 1;
+        port->synced = 1;
+    } else if ((port->agreed || port->infoIs == INFO_IS_RECEIVED) && port->sendRSTP && port->operPointToPoint)
+        port->sync = 1;
 }
 
-/// Whether the present proposal was sent at least a whole second ago.
-bool has_proposed_long(const port_t *port)
+void before_pass(port_t *port)
 {
-    return port->fdWhile + 2 <= port->owner->rootTimes.ForwardDelay && !port->newInfo;
+    port->txCount |= HELD_BACK;
+    if (port->updtInfo)
+        tell_anew(port);
+    // A port that is not where role selection wants it keeps the bridge from agreeing (allSynced, clause 17.20).
+    if (!port->selected || port->updtInfo || port->role != port->selectedRole)
+        port->synced = 0;
+}
+
+void before_telling(port_t *port)
+{
+    port->txCount &= static_cast<uint8_t>(~HELD_BACK);
+    // A root or alternate port repeats the vector that it agrees with. All who follow the standard take that for an
+    // agreement, since it is not better than theirs, and so do bridges of our kind that are not asked to be rapid.
+    if (port->infoIs == INFO_IS_RECEIVED)
+        port->designatedPrio = port->portPrio;
+    // A blocked port answers a proposal: there is no loop through it (compare 17.29.3, ALTERNATE_AGREED).
+    if (port->role == ROLE_ALTERNATE && port->proposed && port->sendRSTP) {
+        port->proposed = 0;
+        STP_hop_2_state(&port->transmit, TRANSMIT_RSTP);
+        STP_transmit_enter_state(&port->transmit);
+    }
 }
 
 } // namespace
 
-bool STP_rapid_agreement(const port_t *port)
+void STP_rapid_event()
 {
-    const prio_vector_t &heard = port->msgPrio;
-    const prio_vector_t &told = port->portPrio;
+    stpm_t *bridge = *STP_OUT_bridges();
+    port_t was[RSTP_PORTS];
 
-    if (!is_below(port) || port->infoIs != INFO_IS_MINE)
-        return false;
-    if (STP_VECT_eq_bridge_id(&heard.design_bridge, &told.design_bridge))
-        return STP_VECT_eq_vector(&heard, &told) && port->wordHeard == port->wordTold;
-    if (!STP_VECT_eq_bridge_id(&heard.root_bridge, &told.root_bridge) ||
-        STP_VECT_compare_vector(&heard, &told) == VECT_BETTER)
-        return false;
-    return (port->rcvdRole == BPDU_ROLE_ROOT && heard.root_path_cost - told.root_path_cost == port->pathCost) ||
-           has_proposed_long(port);
+    for (unsigned passes = 0, telling = false; bridge && telling < 2; passes++) {
+        for (port_t *port = next_interesting_port(bridge->ports); port; port = next_interesting_port(port->next))
+            telling ? before_telling(port) : before_pass(port);
+        memcpy(was, STP_OUT_port(1), sizeof was);
+        current_stpm = bridge;
+        current_port = bridge->ports;
+        lvt_rstp_run_pending();
+        if (telling || passes >= PASSES_MAX || memcmp(was, STP_OUT_port(1), sizeof was) == 0)
+            telling++;
+    }
 }
 
-void STP_rapid_tell(const port_t *port, bpdu_t *bpdu)
+void STP_rapid_hear(port_t *port, const bpdu_t *bpdu)
 {
-    const bool agrees = port->synced && port->infoIs == INFO_IS_RECEIVED;
+    if (!port->rcvdMsg || port->rcvdType == BPDU_TYPE_TCN)
+        return;
 
-    if (agrees)
-        STP_VECT_set_vector(&port->portPrio, bpdu);
-    bpdu->message_age[1] = agrees ? port->wordHeld : port->wordTold;
+    prio_vector_t &heard = port->msgPrio;
+    const prio_vector_t &held = port->portPrio;
+    const uint8_t role = port->rcvdFlags >> BPDU_FLAG_ROLE_SHIFT & 3;
+    const int how = STP_VECT_compare_vector(&heard, &held);
+    const bool same_port = memcmp(&heard.design_bridge, &held.design_bridge, SENDER_OCTETS) == 0;
+    bool agreed = false;
+
+    if (port->rcvdType == BPDU_TYPE_CONFIG || role == BPDU_ROLE_DESIGNATED) {
+        // It counts as it stands: what is worse than the port's last word replaces that at once, as what has other
+        // times does (compare rcvInfo, clause 17.21).
+        port->wordHeld = bpdu->message_age[1];
+        if (how == VECT_WORSE && same_port)
+            port->portTimes.HelloTime = static_cast<uint8_t>(~port->msgTimes.HelloTime);
+    } else if (port->infoIs == INFO_IS_MINE) {
+        // An agreement with what the port told before may still be on its way, and would make a loop. So it counts if
+        // it repeats vector and number of what is told now, as those of this kind of bridge do (compare
+        // recordAgreement, clause 17.21). Of another bridge it counts if its vector has the same root, is not better,
+        // and is a root port's that is worse by just this link's cost, or comes when the proposal is older than a
+        // second.
+        if (same_port)
+            agreed = how == VECT_EQUAL && bpdu->message_age[1] == port->wordTold;
+        else if (how == VECT_WORSE && memcmp(&heard.root_bridge, &held.root_bridge, sizeof held.root_bridge) == 0)
+            agreed = (role == BPDU_ROLE_ROOT && heard.root_path_cost - held.root_path_cost == port->pathCost) ||
+                     (port->fdWhile + 2 <= port->owner->rootTimes.ForwardDelay && !port->newInfo);
+    } else if (port->infoIs == INFO_IS_RECEIVED && port->operPointToPoint) {
+        // It was designated and takes its word back: that ages with the next tick. Not at once, for while two of them
+        // change their minds as fast as their words cross, what one tells comes again and again, and an agreement
+        // with it from the time before would count.
+        port->rcvdInfoWhile = 1;
+    }
+
+    if (agreed)
+        heard.design_bridge = held.design_bridge; // which is what the machine asks for
+    else
+        port->rcvdFlags &= static_cast<uint8_t>(~BPDU_FLAG_AGREEMENT);
 }
 
-bool STP_rapid_takes_back(const port_t *port)
+void STP_rapid_tell(port_t *port, bpdu_t *bpdu)
 {
-    return STP_OUT_rapid() && port->infoIs == INFO_IS_RECEIVED && port->operPointToPoint && is_below(port);
+    // Each new word of a designated port has a number, and an agreement carries that of what it agrees with: the same
+    // vector may have been told before, then another, then the same. None who follow the standard look at it.
+    bpdu->message_age[1] = port->infoIs == INFO_IS_RECEIVED ? port->wordHeld : port->wordTold;
+    if (++port->sends % SENDS_A_COUNT)
+        port->txCount--;
 }

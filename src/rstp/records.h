@@ -145,10 +145,10 @@ struct port_t {
     uint8_t txCount; ///< BPDUs sent, less one a second
     uint8_t edgeDelayWhile;
 
-    // Of a rapid bridge: the numbers of what was told last, of what is in force and of the BPDU that came last.
-    uint8_t wordTold;
-    uint8_t wordHeld;
-    uint8_t wordHeard;
+    // Of a rapid bridge.
+    uint8_t wordTold; ///< number of what the port tells
+    uint8_t wordHeld; ///< and of what the neighbour has told
+    uint8_t sends;    ///< RST BPDUs, to count one of some
 
     prio_vector_t designatedPrio;
     timevalues_t designatedTimes;
@@ -195,7 +195,6 @@ struct stpm_t {
     uint32_t lastTcPort;
     uint16_t vlan_id;
     uint8_t admin_state; ///< nonzero: enabled
-    uint8_t settling;    ///< of a rapid bridge: an event is not finished, so that nothing is sent
 };
 
 /// True when the port takes no part: every loop over a bridge's ports that decides

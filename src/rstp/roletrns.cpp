@@ -1,5 +1,4 @@
 #include "rstp/machines.h"
-#include "rstp/rapid.h"
 #include "rstp/state_mach.h"
 
 namespace {
@@ -8,7 +7,7 @@ namespace {
 bool all_synced(const port_t *self)
 {
     for (const port_t *port = next_interesting_port(self->owner->ports); port; port = next_interesting_port(port->next))
-        if ((port != self && !port->synced) || STP_rapid_unsettled(port))
+        if (port != self && !port->synced)
             return false;
     return true;
 }
@@ -50,8 +49,6 @@ int check_blocked_port(state_mach_t *mach, const port_t *port)
         return STP_hop_2_state(mach, ROLETRNS_BLOCKED_PORT);
     if (port->rbWhile != recent_backup_time(port) && port->role == ROLE_BACKUP)
         return STP_hop_2_state(mach, ROLETRNS_BACKUP_PORT);
-    if (STP_rapid_answers(port))
-        return STP_hop_2_state(mach, ROLETRNS_ALTERNATE_AGREED);
     return 0;
 }
 
@@ -122,7 +119,6 @@ int STP_roletrns_check_conditions(state_mach_t *mach)
     case ROLETRNS_BLOCKED_PORT:
         return settled ? check_blocked_port(mach, port) : 0;
     case ROLETRNS_BACKUP_PORT:
-    case ROLETRNS_ALTERNATE_AGREED:
         return STP_hop_2_state(mach, ROLETRNS_BLOCKED_PORT);
 
     case ROLETRNS_ROOT_PROPOSED:
@@ -182,10 +178,6 @@ void STP_roletrns_enter_state(state_mach_t *mach)
     case ROLETRNS_BACKUP_PORT:
         port->rbWhile = recent_backup_time(port);
         break;
-    case ROLETRNS_ALTERNATE_AGREED:
-        port->proposed = 0;
-        port->newInfo = 1;
-        break;
 
     case ROLETRNS_ROOT_PROPOSED: // setSyncTree (clause 17.21), this port included
         for (port_t *other = next_interesting_port(port->owner->ports); other;
@@ -223,7 +215,6 @@ void STP_roletrns_enter_state(state_mach_t *mach)
     case ROLETRNS_DESIGNATED_PROPOSE:
         port->proposing = 1;
         port->newInfo = 1;
-        STP_rapid_await_agreement(port);
         break;
     case ROLETRNS_DESIGNATED_SYNCED:
         port->rrWhile = 0;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "rstp/port_machines.h"
+#include "rstp/rapid.h"
 #include "rstp/stpm.h"
 
 namespace {
@@ -56,45 +57,6 @@ uint32_t sweep(port_t *port, std::index_sequence<i...>)
     return moved;
 }
 
-/// A sweep by the table. It takes some instructions more than the one written out, but no second copy of it.
-bool sweep_by_table(port_t *port)
-{
-    uint32_t moved = 0;
-    for (size_t i = 0; i < STP_PORT_MACHINES; i++)
-        moved |= static_cast<uint32_t>(STP_port_machines[i].check_conditions(&(port->*STP_port_machines[i].mach))) << i;
-    for (size_t i = 0; i < STP_PORT_MACHINES; i++)
-        if (moved >> i & 1)
-            STP_port_machines[i].enter_state(&(port->*STP_port_machines[i].mach));
-    return moved;
-}
-
-/// Sweeps over a bridge's ports until nothing moves and no role is to be selected.
-[[gnu::noinline]] void run_to_rest(stpm_t *bridge)
-{
-    bool moved = true;
-    for (uint32_t pass = 0; moved && pass < STP_PASSES_MAX; pass++) {
-        moved = false;
-        if (bridge->admin_state)
-            for (port_t *port = next_interesting_port(bridge->ports); port; port = next_interesting_port(port->next))
-                for (uint32_t sweep = 0; sweep < STP_SWEEPS_MAX && sweep_by_table(port); sweep++)
-                    moved = true;
-        while (STP_rolesel_check_conditions(&bridge->rolesel)) {
-            STP_rolesel_enter_state(&bridge->rolesel);
-            moved = true;
-        }
-    }
-}
-
-/// A whole event: what is said is what is so at its end.
-void run_event(stpm_t *bridge)
-{
-    bridge->settling = 1;
-    run_to_rest(bridge);
-    bridge->settling = 0;
-    run_to_rest(bridge);
-    finish_bridge(bridge);
-}
-
 } // namespace
 
 uint32_t STP_port_sweep(port_t *port) { return sweep(port, std::make_index_sequence<STP_PORT_MACHINES>()); }
@@ -134,12 +96,10 @@ void STP_stpm_update()
     STP_ASSERT(current_stpm == nullptr && current_port == nullptr,
                "current_stpm == ((void *)0) && current_port == ((void *)0)", "lvt_rstp", 332, "STP_stpm_update");
 
-    stpm_t *bridge = next_bridge_with_ports(*STP_OUT_bridges());
     if (STP_OUT_rapid()) {
-        for (; bridge; bridge = next_bridge_with_ports(bridge->next))
-            run_event(bridge);
+        STP_rapid_event();
         return;
     }
-    set_cursor(bridge);
+    set_cursor(next_bridge_with_ports(*STP_OUT_bridges()));
     lvt_rstp_more_work();
 }

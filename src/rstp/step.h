@@ -22,9 +22,6 @@ void STP_stpm_update();
 /// the bound keeps a bad value from holding the caller's lock for ever.
 constexpr uint32_t STP_SWEEPS_MAX = 1000;
 
-/// Passes that one event of a rapid bridge may take.
-constexpr uint32_t STP_PASSES_MAX = 100;
-
 struct port_t;
 
 /// One sweep: checks the nine machines of `port`, then enters those that moved. Returns which

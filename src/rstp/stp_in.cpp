@@ -2,6 +2,7 @@
 
 #include "rstp/machines.h"
 #include "rstp/port.h"
+#include "rstp/rapid.h"
 #include "rstp/state_mach.h"
 #include "rstp/step.h"
 
@@ -86,6 +87,8 @@ int STP_IN_rx_bpdu(port_t *port, const bpdu_t *bpdu, uint32_t len)
     port->rcvdBpdu = 1;
     port->operEdge = 0;
     STP_info_rx_bpdu(port, bpdu, len);
+    if (STP_OUT_rapid())
+        STP_rapid_hear(port, bpdu);
     STP_stpm_update();
     return 0;
 }

@@ -44,8 +44,6 @@ int STP_stpm_enable(stpm_t *bridge, uint8_t enable)
     // The bridge is still disabled during the pass that its start begins.
     const int result = STP_stpm_start(bridge);
     bridge->admin_state = enable;
-    if (STP_OUT_rapid())
-        STP_stpm_update();
     return result;
 }
 

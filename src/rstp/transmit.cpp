@@ -64,7 +64,7 @@ int txBpdu(port_t *port, uint8_t type, uint32_t bpdu_octets)
             bpdu->flags |= rst_flags(port);
         STP_VECT_set_vector(&port->designatedPrio, bpdu);
         STP_set_times(&port->designatedTimes, bpdu);
-        if (STP_OUT_rapid() && type == BPDU_TYPE_RST)
+        if (type == BPDU_TYPE_RST && STP_OUT_rapid())
             STP_rapid_tell(port, bpdu);
     }
 
@@ -77,9 +77,9 @@ int check_idle(state_mach_t *mach, const port_t *port)
 {
     if (port->helloWhen == 0)
         return STP_hop_2_state(mach, TRANSMIT_PERIODIC);
-    if (!port->newInfo || STP_rapid_waits(port) || (port->txCount >= TX_HOLD_COUNT && !STP_rapid_may_send(port)))
+    if (!port->newInfo || port->txCount >= TX_HOLD_COUNT)
         return 0;
-    if (port->sendRSTP && (port->role == ROLE_ROOT || port->role == ROLE_DESIGNATED || STP_rapid_sends(port)))
+    if (port->sendRSTP && (port->role == ROLE_ROOT || port->role == ROLE_DESIGNATED))
         return STP_hop_2_state(mach, TRANSMIT_RSTP);
     if (!port->sendRSTP && port->role == ROLE_ROOT)
         return STP_hop_2_state(mach, TRANSMIT_TCN);

@@ -148,9 +148,9 @@ TEST_F(daemon_boot, starts_outside_the_spanning_tree)
     EXPECT_EQ(diary(device, "tx").size(), 0u) << "a BPDU was sent";
 }
 
-TEST_F(daemon_boot, needs_no_environment)
+TEST_F(daemon_boot, needs_no_environment_and_ignores_arguments)
 {
-    lab::switch_t &device = add_switch({.daemon_wrapper = {"sh", "-c", "exec \"$0\""}});
+    lab::switch_t &device = add_switch({.daemon_wrapper = {"sh", "-c", "exec \"$0\" --help 17 /etc"}});
     device.start();
     EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
 }
@@ -160,26 +160,6 @@ TEST_F(daemon_boot, does_the_same_when_it_is_asked_to_be_rapid)
     lab::switch_t &device = add_switch({.rapid = true});
     device.start();
     EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
-}
-
-/// It opens nothing, or else it would tell what is missing here.
-TEST(daemon_program, says_how_it_is_used)
-{
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe").replace_filename("lvt_rstpd");
-    const std::string usage = "usage: lvt_rstpd [--rapid | --help | --version]\n";
-    const auto run = [&](std::vector<std::string> words) {
-        words.insert(words.begin(), program);
-        return lab::run({.argv = words});
-    };
-    for (const std::vector<std::string> &words :
-         {std::vector<std::string>{"--help"}, {"--rapid", "--help"}, {"--slow"}, {"17"}, {""}, {"--rapid", "/etc"}}) {
-        const lab::outcome_t outcome = run(words);
-        EXPECT_EQ(outcome.output, usage) << words.back();
-        EXPECT_EQ(outcome.exit_code, words.back() == "--help" ? 0 : 2) << words.back();
-    }
-    const lab::outcome_t version = run({"--version"});
-    EXPECT_THAT(version.output, testing::MatchesRegex("lvt_rstpd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
-    EXPECT_EQ(version.exit_code, 0);
 }
 
 TEST(daemon_program, needs_the_board_libraries_and_libc_only)
