@@ -29,6 +29,7 @@ struct play_args_t {
     std::vector<std::string> words;
     std::string until, at, seed, pcapng, svg;
     bool file = false, quiet = false;
+    rapid_words_t rapid;
 };
 
 moment_t parse_moment(const std::string &option, const std::string &text)
@@ -155,9 +156,12 @@ void play(const play_args_t &args, result_t &result)
     topology::network_t network = network_of_words(args.words);
     if (!args.seed.empty())
         network.seed = parse_whole("--seed", args.seed);
+    story_t story = story_of(network);
+    make_rapid(story, args.rapid.choice());
+    for (size_t i = 0; i < network.nodes.size(); i++)
+        network.nodes[i].rapid = story.nodes[i].rapid;
     if (args.file)
         return fmt::print("{}", topology::network_text(network));
-    const story_t story = story_of(network);
     const moment_t until = !args.until.empty() ? parse_moment("--until", args.until)
                            : network.until     ? static_cast<moment_t>(network.until->count())
                                                : story.rests.back();
@@ -214,6 +218,7 @@ void add_play_command(CLI::App &app, result_t &result)
     command->add_option("--at", args->at, "Draw it at this moment instead")->type_name("TIME");
     command->add_flag("--quiet", args->quiet, "Only how it ended");
     command->add_flag("--file", args->file, "Print the network as a topology file, and do not play it");
+    args->rapid.add_to(*command);
     command->callback([args, &result] { play(*args, result); });
 }
 

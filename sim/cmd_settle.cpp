@@ -87,6 +87,7 @@ struct args_t {
     std::vector<std::string> words;
     std::string seeds = "1";
     bool fast = false;
+    rapid_words_t rapid;
 };
 
 topology::network_t network_of_args(const args_t &args)
@@ -123,7 +124,8 @@ void settle_once(const args_t &args, topology::network_t network, uint64_t seed)
         event.subject = 0; // the first cable, the first switch
         network.story.push_back(event);
     }
-    const story_t story = story_of(network);
+    story_t story = story_of(network);
+    make_rapid(story, args.rapid.choice());
     stage_t stage(story);
     world_t &world = stage.world();
     changes_t changes(world);
@@ -233,6 +235,7 @@ void add_settle_command(CLI::App &app, result_t &)
     command->add_option("--seeds", args->seeds, "How many seeds: they draw when each switch's seconds begin")
         ->type_name("N");
     command->add_flag("--fast", args->fast, "With the shortest times: hello 1 s, max age 6 s, forward delay 4 s");
+    args->rapid.add_to(*command);
     command->callback([args] { settle(*args); });
 }
 

@@ -25,9 +25,19 @@ struct result_t {
     exit_code_t code = EXIT_HELD;
 };
 
-/// --shape, --switches and --faults of a command that draws networks.
+/// --rapid and --mixed of a command that plays networks.
+struct rapid_words_t {
+    bool rapid = false, mixed = false;
+
+    void add_to(CLI::App &command);
+    /// Throws usage_t where the daemon was built without it.
+    rapid_t choice() const;
+};
+
+/// --shape, --switches, --faults, --rapid and --mixed of a command that draws networks.
 struct wish_words_t {
     std::string shape, switches, faults;
+    rapid_words_t rapid;
 
     void add_to(CLI::App &command);
     /// Throws usage_t.

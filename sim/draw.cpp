@@ -703,6 +703,11 @@ story_t drawing_t::draw()
 
 std::span<const char *const> shape_names() { return SHAPES; }
 
-story_t draw(uint64_t seed, const wishes_t &wishes) { return drawing_t(seed, wishes).draw(); }
+story_t draw(uint64_t seed, const wishes_t &wishes)
+{
+    story_t story = drawing_t(seed, wishes).draw();
+    make_rapid(story, wishes.rapid);
+    return story;
+}
 
 } // namespace sim

@@ -29,6 +29,7 @@ struct wishes_t {
     std::optional<shape_t> shape;
     std::optional<unsigned> switches; ///< 1 to MOST_SWITCHES; some shapes come out smaller
     std::optional<uint64_t> faults;   ///< a set of bit(fault_t): these and no others
+    rapid_t rapid = rapid_t::NONE;
 };
 
 story_t draw(uint64_t seed, const wishes_t &wishes = {});

@@ -47,7 +47,7 @@ stage_t::stage_t(const story_t &story) : story_(story), world_(story.seed)
         groups_.push_back(node.groups);
         switch (node.kind) {
         case node_kind_t::SWITCH:
-            world_.add_switch(node.name);
+            world_.device(world_.add_switch(node.name)).rapid = node.rapid;
             world_.at(node.boot, [this, id] { boot(id); });
             break;
         case node_kind_t::HUB:

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "sim/random.h"
 #include "tools/words.h"
 
 namespace sim {
@@ -48,6 +49,8 @@ std::string node_words(const story_node_t &node)
         std::string words =
             fmt::format("boots at {}, ticks after {} every {}, {}", milliseconds(node.boot), milliseconds(node.phase),
                         milliseconds(node.second), node.is_configured ? bridge_words(node.bridge) : "no settings");
+        if (node.rapid)
+            words += ", rapid";
         if (node.groups != AGGR_STATUS_ALONE)
             words += ", " + groups_words(node.groups);
         return words;
@@ -64,6 +67,14 @@ std::string node_words(const story_node_t &node)
 }
 
 } // namespace
+
+void make_rapid(story_t &story, rapid_t rapid)
+{
+    random_t random = {~story.seed};
+    for (story_node_t &node : story.nodes)
+        if (node.kind == node_kind_t::SWITCH && rapid != rapid_t::NONE)
+            node.rapid = rapid == rapid_t::ALL || random.one_in(2);
+}
 
 std::string node_name(const story_t &story, uint32_t id)
 {

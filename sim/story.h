@@ -33,6 +33,7 @@ struct story_node_t {
     node_configs_t ports = default_port_configs();
     node_groups_t groups = AGGR_STATUS_ALONE;
     bool is_configured = true; ///< false: nobody sends it any settings
+    bool rapid = false;        ///< its daemon is asked to be rapid
     moment_t boot = 0;         ///< power comes
     moment_t phase = SECOND;   ///< from the daemon's start to its first tick
     moment_t second = SECOND;  ///< from tick to tick
@@ -93,6 +94,12 @@ struct story_t {
     std::vector<moment_t> rests;
     uint64_t faults = 0; ///< a set of fault_t (faults.h): what the properties have to survive here
 };
+
+/// Which switches are asked to be rapid.
+enum class rapid_t : uint8_t { NONE, ALL, SOME };
+
+/// Makes all switches of a story rapid, or some, drawn from its seed alone; NONE leaves them as they are.
+void make_rapid(story_t &story, rapid_t rapid);
 
 /// The name that the world gives a node, or its own.
 std::string node_name(const story_t &story, uint32_t node);

@@ -69,6 +69,7 @@ story_node_t story_node(const topology::node_t &node, random_t &random)
     result.ports = node.settings.ports;
     result.groups = node.settings.groups;
     result.is_configured = node.configured;
+    result.rapid = node.rapid;
     result.boot = moment_of(node.boot);
     result.second = moment_of(node.second);
     const moment_t phase = random.between(MILLISECOND, SECOND);
@@ -246,6 +247,7 @@ topology::node_t topology_node(const story_node_t &told)
         node.settings.ports = told.ports;
         node.settings.groups = told.groups;
         node.configured = told.is_configured;
+        node.rapid = told.rapid;
         node.boot = span_of(told.boot);
         node.second = span_of(told.second);
     }

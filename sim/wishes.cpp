@@ -19,6 +19,21 @@ uint64_t parse_whole(const std::string &what, const std::string &text)
     return number;
 }
 
+void rapid_words_t::add_to(CLI::App &command)
+{
+    auto *all = command.add_flag("--rapid", rapid, "Every daemon is asked to be rapid, as lvt_rstpd --rapid");
+    command.add_flag("--mixed", mixed, "So are some of them, drawn from the seed")->excludes(all);
+}
+
+rapid_t rapid_words_t::choice() const
+{
+#ifdef LVT_NO_RAPID
+    if (rapid || mixed)
+        throw usage_t("the daemon was built without --rapid (LVT_RAPID=OFF)");
+#endif
+    return rapid ? rapid_t::ALL : mixed ? rapid_t::SOME : rapid_t::NONE;
+}
+
 void wish_words_t::add_to(CLI::App &command)
 {
     command.add_option("--shape", shape, fmt::format("One of {}", fmt::join(shape_names(), ", ")))
@@ -30,6 +45,7 @@ void wish_words_t::add_to(CLI::App &command)
     command.add_option("--faults", faults, "These and no others; \"none\" for none; see lvt_sim promises")
         ->type_name("FAULT,...")
         ->group("Networks that are not left to the seed");
+    rapid.add_to(command);
 }
 
 std::string wish_words_t::again() const
@@ -38,12 +54,15 @@ std::string wish_words_t::again() const
     for (const auto &[option, value] : {std::pair("shape", &shape), {"switches", &switches}, {"faults", &faults}})
         if (!value->empty())
             text += fmt::format(" --{} {}", option, *value);
+    if (rapid.rapid || rapid.mixed)
+        text += rapid.rapid ? " --rapid" : " --mixed";
     return text;
 }
 
 wishes_t wish_words_t::wishes() const
 {
     wishes_t wishes;
+    wishes.rapid = rapid.choice();
     if (!shape.empty()) {
         const auto names = shape_names();
         const auto found = std::find(names.begin(), names.end(), shape);

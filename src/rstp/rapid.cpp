@@ -20,6 +20,10 @@ constexpr unsigned PASSES_MAX = 100;
 /// no longer so.
 constexpr uint8_t SENDS_A_COUNT = 16;
 
+/// Seconds for which a word may still be answered by bridges of another kind. Until then rcvdInfoWhile, which else has
+/// no meaning at a designated port, is above 0, and above this when there were two words in that time.
+constexpr uint8_t FRESH = 3;
+
 /// In a vector: the designated bridge and its port.
 constexpr size_t SENDER_OCTETS = offsetof(prio_vector_t, bridge_port) - offsetof(prio_vector_t, design_bridge);
 
@@ -30,6 +34,7 @@ constexpr size_t SENDER_OCTETS = offsetof(prio_vector_t, bridge_port) - offsetof
 void tell_anew(port_t *port)
 {
     port->wordTold++;
+    port->rcvdInfoWhile = port->rcvdInfoWhile ? 2 * FRESH : FRESH;
     port->fdWhile = port->owner->rootTimes.ForwardDelay;
     if (port->agreed && port->infoIs == INFO_IS_MINE &&
         STP_VECT_compare_vector(&port->designatedPrio, &port->portPrio) != VECT_WORSE) {
@@ -108,13 +113,14 @@ void STP_rapid_hear(port_t *port, const bpdu_t *bpdu)
         // An agreement with what the port told before may still be on its way, and would make a loop. So it counts if
         // it repeats vector and number of what is told now, as those of this kind of bridge do (compare
         // recordAgreement, clause 17.21). Of another bridge it counts if its vector has the same root, is not better,
-        // and is a root port's that is worse by just this link's cost, or comes when the proposal is older than a
-        // second.
+        // and is a root port's that is worse by just this link's cost, or comes when all that was told before is old.
         if (same_port)
             agreed = how == VECT_EQUAL && bpdu->message_age[1] == port->wordTold;
         else if (how == VECT_WORSE && memcmp(&heard.root_bridge, &held.root_bridge, sizeof held.root_bridge) == 0)
-            agreed = (role == BPDU_ROLE_ROOT && heard.root_path_cost - held.root_path_cost == port->pathCost) ||
-                     (port->fdWhile + 2 <= port->owner->rootTimes.ForwardDelay && !port->newInfo);
+            agreed =
+                port->rcvdInfoWhile <=
+                (role == BPDU_ROLE_ROOT && heard.root_path_cost - held.root_path_cost == port->pathCost ? FRESH
+                                                                                                        : FRESH - 2);
     } else if (port->infoIs == INFO_IS_RECEIVED && port->operPointToPoint) {
         // It was designated and takes its word back: that ages with the next tick. Not at once, for while two of them
         // change their minds as fast as their words cross, what one tells comes again and again, and an agreement

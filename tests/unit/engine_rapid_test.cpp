@@ -123,19 +123,39 @@ TEST_F(rapid_bridge, takes_no_agreement_on_a_shared_link)
 
 TEST_F(rapid_bridge, takes_the_agreement_of_a_root_port_that_follows_the_standard)
 {
+    tick(5);
+    receive(up, heard_t{.flags = 0x3C});
+    tick();
+    receive(up, heard_t{.flags = 0x3C, .cost = 1}); // a new word, after some silence
+    receive(down, below(ROOT_AGREES, COST + 1));
+    receive(down, below(ALTERNATE_AGREES, COST));
+    EXPECT_FALSE(down->agreed) << "it may agree with what was told before";
     receive(down, below(ROOT_AGREES, COST));
-    EXPECT_TRUE(down->forwarding);
+    EXPECT_TRUE(down->agreed && down->forwarding);
 }
 
-TEST_F(rapid_bridge, takes_one_that_may_be_stale_once_the_proposal_is_old)
+TEST_F(rapid_bridge, takes_none_of_another_kind_while_one_with_an_earlier_word_may_come)
+{
+    tick(6);
+    for (const uint32_t cost : {1u, 2u, 1u}) // the same word again
+        receive(up, heard_t{.flags = 0x3C, .cost = cost});
+    for (unsigned second = 0; second < 3; second++) {
+        receive(down, below(ROOT_AGREES, COST));
+        EXPECT_FALSE(down->agreed) << second;
+        tick();
+    }
+    receive(down, below(ROOT_AGREES, COST));
+    EXPECT_TRUE(down->agreed);
+}
+
+TEST_F(rapid_bridge, takes_any_that_is_no_better_once_what_was_told_before_is_old)
 {
     for (const heard_t &words : {below(ROOT_AGREES, COST + 1), below(ALTERNATE_AGREES, 7)}) {
         down->agreed = 0;
-        tick(2);
-        down->fdWhile = 14;
+        down->rcvdInfoWhile = 2;
         receive(down, words);
         EXPECT_FALSE(down->agreed);
-        down->fdWhile = 13;
+        down->rcvdInfoWhile = 1;
         receive(down, words);
         EXPECT_TRUE(down->agreed);
     }
@@ -147,7 +167,7 @@ TEST_F(rapid_bridge, takes_none_with_another_root_nor_one_that_knows_better)
     other_root.root = id_of(8192, 0x99);
     heard_t better = below(ROOT_AGREES, 0);
     better.cost--;
-    down->fdWhile = 10;
+    tick(10);
     receive(down, other_root);
     receive(down, better);
     EXPECT_FALSE(down->agreed);

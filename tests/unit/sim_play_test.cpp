@@ -179,8 +179,8 @@ TEST_F(play, a_drawn_story_is_the_same_from_its_file)
                 EXPECT_EQ(memcmp(&a.bridge, &b.bridge, sizeof a.bridge), 0) << seed;
                 EXPECT_EQ(memcmp(&a.ports, &b.ports, sizeof a.ports), 0) << seed;
                 EXPECT_EQ(a.groups, b.groups) << seed;
-                EXPECT_EQ(std::tie(a.is_configured, a.boot, a.phase, a.second),
-                          std::tie(b.is_configured, b.boot, b.phase, b.second))
+                EXPECT_EQ(std::tie(a.is_configured, a.rapid, a.boot, a.phase, a.second),
+                          std::tie(b.is_configured, b.rapid, b.boot, b.phase, b.second))
                     << seed;
             }
             EXPECT_EQ(std::tie(a.manner, a.hush, a.swallows), std::tie(b.manner, b.hush, b.swallows)) << seed;

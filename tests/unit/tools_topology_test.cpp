@@ -513,7 +513,7 @@ faults: [CUTS, LOSS]
 topology:
   nodes:
     sw1: {kind: switch, config: {bridge: {priority: 4096}, port: {1: {path_cost: 200}, 2: {spanning_tree: false, edge: true}}, groups: {7: [3,4]}}, boot: 1500ms, second: 1010ms, phase: 250ms}
-    sw2: {kind: switch, configured: false}
+    sw2: {kind: switch, configured: false, rapid: true}
     hub: {kind: hub, swallows: true}
     h1: {kind: host}
     old: {kind: speaker, config: {bridge: {priority: 4096}}, says: better, hush: 60s}

@@ -48,6 +48,7 @@ struct node_t {
     kind_t kind = kind_t::SWITCH;
     settings_t settings{};         ///< of a SWITCH and an LVT_BRIDGE; of a SPEAKER only those of its bridge
     bool configured = true;        ///< false: nobody sends it any settings
+    bool rapid = false;            ///< its daemon is asked to be rapid
     span_t boot{0};                ///< when it gets power
     span_t second{1'000'000};      ///< what its clock calls a second
     std::optional<span_t> phase{}; ///< from its start to its first second, or first BPDU; else as the player likes

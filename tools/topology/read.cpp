@@ -252,7 +252,7 @@ private:
     {
         std::vector<std::string> keys = {"kind"};
         if (is_board(kind))
-            for (const char *key : {"config", "configured", "boot", "second", "phase"})
+            for (const char *key : {"config", "configured", "rapid", "boot", "second", "phase"})
                 keys.emplace_back(key);
         if (kind == kind_t::HUB)
             keys.emplace_back("swallows");
@@ -293,6 +293,8 @@ private:
                         flag(entry, "swallows", node.swallows);
                     else if (key.text == "configured")
                         flag(entry, "configured", node.configured);
+                    else if (key.text == "rapid")
+                        flag(entry, "rapid", node.rapid);
                 });
     }
 

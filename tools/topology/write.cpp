@@ -67,6 +67,8 @@ std::string node_text(const node_t &node, const settings_t &usual)
         entries.push_back("config: " + config);
     if (!node.configured)
         entries.emplace_back("configured: false");
+    if (node.rapid)
+        entries.emplace_back("rapid: true");
     if (node.swallows)
         entries.emplace_back("swallows: true");
     if (node.boot != plain.boot)
