@@ -26,9 +26,9 @@ constexpr unsigned MOST_SWITCHES = 10000;
 
 /// What is not left to the seed.
 struct wishes_t {
-    std::optional<shape_t> shape;
-    std::optional<unsigned> switches; ///< 1 to MOST_SWITCHES; some shapes come out smaller
-    std::optional<uint64_t> faults;   ///< a set of bit(fault_t): these and no others
+    std::optional<shape_t> shape = {};
+    std::optional<unsigned> switches = {}; ///< 1 to MOST_SWITCHES; some shapes come out smaller
+    std::optional<uint64_t> faults = {};   ///< a set of bit(fault_t): these and no others
     rapid_t rapid = rapid_t::NONE;
 };
 

@@ -14,11 +14,11 @@ constexpr uint8_t HELD_BACK = 0x80; ///< in txCount: more than any hold count
 /// Passes that one event may take. None is known that needs more than 9.
 constexpr unsigned PASSES_MAX = 100;
 
-/// Of the RST BPDUs that a port sends, one in so many counts: the hold count of 3 (TxHoldCount, clause 17.13) lets 48
-/// leave at once, and 16 a second from then on. Once a root has died, what is still told of it goes round until it is
+/// Of the RST BPDUs that a port sends, one in so many counts: the hold count of 3 (TxHoldCount, clause 17.13) lets 24
+/// leave at once, and 8 a second from then on. Once a root has died, what is still told of it goes round until it is
 /// too old, some hops a millisecond; with 3 or 6 BPDUs that takes seconds, and a port that is held back tells what is
 /// no longer so.
-constexpr uint8_t SENDS_A_COUNT = 16;
+constexpr uint8_t SENDS_A_COUNT = 8;
 
 /// Seconds for which a word may still be answered by bridges of another kind. Until then rcvdInfoWhile, which else has
 /// no meaning at a designated port, is above 0, and above this when there were two words in that time.
@@ -36,6 +36,7 @@ void tell_anew(port_t *port)
     port->wordTold++;
     port->rcvdInfoWhile = port->rcvdInfoWhile ? 2 * FRESH : FRESH;
     port->fdWhile = port->owner->rootTimes.ForwardDelay;
+    port->helloWhen = 0; // the hello time may be another one now
     if (port->agreed && port->infoIs == INFO_IS_MINE &&
         STP_VECT_compare_vector(&port->designatedPrio, &port->portPrio) != VECT_WORSE) {
         port->portPrio = port->designatedPrio;

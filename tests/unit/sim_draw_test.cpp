@@ -1,5 +1,6 @@
 // What seeds draw, how it is judged, and how it is made smaller.
 #include <cmath>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -47,6 +48,24 @@ TEST(sim_draw, a_seed_draws_the_same_again_and_others_draw_otherwise)
         EXPECT_EQ(told(draw(seed)), told(draw(seed))) << seed;
         EXPECT_NE(told(draw(seed)), told(draw(seed + 1))) << seed;
     }
+}
+
+TEST(sim_draw, who_is_rapid_changes_nothing_else)
+{
+    size_t switches = 0, rapid = 0;
+    for (uint64_t seed = 1; seed <= 50; seed++) {
+        story_t all = draw(seed, {.rapid = rapid_t::ALL}), some = draw(seed, {.rapid = rapid_t::SOME});
+        EXPECT_EQ(told(some), told(draw(seed, {.rapid = rapid_t::SOME}))) << seed;
+        for (story_node_t &node : all.nodes)
+            EXPECT_EQ(std::exchange(node.rapid, false), node.kind == node_kind_t::SWITCH) << seed;
+        for (story_node_t &node : some.nodes)
+            rapid += std::exchange(node.rapid, false);
+        switches += switches_of(some);
+        EXPECT_EQ(told(all), told(draw(seed))) << seed;
+        EXPECT_EQ(told(some), told(draw(seed))) << seed;
+    }
+    EXPECT_GT(rapid, switches / 3);
+    EXPECT_LT(rapid, 2 * switches / 3);
 }
 
 TEST(sim_draw, a_seed_happens_the_same_again)

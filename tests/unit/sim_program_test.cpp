@@ -42,6 +42,7 @@ TEST(sim_program, what_it_does_not_understand_ends_with_2)
         {"run --seed 1 --switches 10001", "10001 is not between 1 and 10000"},
         {"run --seed 1 --faults cuts,flips", "\"flips\" is no fault that can be chosen"},
         {"run --seed 1 --faults wide", "\"wide\" is no fault that can be chosen"},
+        {"run --seed 1 --rapid --mixed", "--rapid excludes --mixed"},
         {"seeds", "RANGE is required"},
         {"seeds 5", "\"5\" is no range as in 1..1000"},
         {"seeds 5..x", "the last seed: \"x\" is no whole number"},
@@ -83,6 +84,16 @@ TEST(sim_program, a_seed_is_told_the_same_again)
     EXPECT_NE(first.output.find("\nheld: "), std::string::npos);
     EXPECT_EQ(lvt_sim("run --seed 7 --quiet").output.find("judged"), std::string::npos);
 }
+
+#ifndef LVT_NO_RAPID
+TEST(sim_program, switches_are_rapid_where_they_are_asked)
+{
+    EXPECT_EQ(lvt_sim("run --seed 7").output.find(", rapid"), std::string::npos);
+    EXPECT_NE(lvt_sim("run --seed 7 --rapid").output.find(", rapid"), std::string::npos);
+    EXPECT_NE(lvt_sim("settle ring 3 --rapid").output.find(" cut 0.00"), std::string::npos);
+    EXPECT_NE(lvt_sim("play ring 3 --rapid --file").output.find("rapid: true"), std::string::npos);
+}
+#endif
 
 TEST(sim_program, several_processes_find_what_one_does)
 {

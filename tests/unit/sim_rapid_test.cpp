@@ -69,7 +69,7 @@ TEST_P(rapid_ring, settles_heals_and_mends_in_milliseconds)
     EXPECT_EQ(ring.loops.ring(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(of, rapid_ring, testing::Values(3, 5, 10, 15, 20));
+INSTANTIATE_TEST_SUITE_P(of, rapid_ring, testing::Values(3, 5, 10, 15, 20, 21, 22));
 
 TEST(sim_rapid, a_long_ring_settles_and_mends_as_fast)
 {
