@@ -28,12 +28,12 @@ bool frame_t::kernel_forwards(int port) const
     return found != kernel.ports.end() && found->second.state == "forwarding";
 }
 
-void pings_t::start(const host_t &from, const host_t &to)
+void pings_t::start(const host_t &from, const host_t &to, double pause)
 {
     node_ = &from.node();
+    pause_ = pause;
     const fd_t file(checked(open(node_->path(PING_FILE).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), PING_FILE));
-    process_ =
-        node_->start({.argv = {"ping", "-n", "-i", std::to_string(PING_PAUSE), to.address()}, .out = file.number()});
+    process_ = node_->start({.argv = {"ping", "-n", "-i", std::to_string(pause), to.address()}, .out = file.number()});
 }
 
 /// The numbers of the answered pings, in the order of the answers.
@@ -56,7 +56,7 @@ double pings_t::longest_silence(size_t known) const
     int longest = 1;
     for (size_t i = std::max<size_t>(known, 1); i < all.size(); i++)
         longest = std::max(longest, all[i] - all[i - 1]);
-    return (longest - 1) * PING_PAUSE;
+    return (longest - 1) * pause_;
 }
 
 bool pings_t::any_answered_twice() const { return node_->read(PING_FILE).find("DUP!") != std::string::npos; }
@@ -75,7 +75,7 @@ stage_t::stage_t()
         kernel_.add_port(port);
     a_.set_address();
     b_.set_address();
-    pings_.start(a_, b_);
+    pings_.start(a_, b_, PING_PAUSE);
     ours_.start();
     next_frame(); // the demo's seconds begin with one of the daemon's
     began_ = std::chrono::steady_clock::now();

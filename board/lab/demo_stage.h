@@ -29,10 +29,11 @@ struct frame_t {
     bool kernel_forwards(int port) const;
 };
 
-/// One host asks another five times a second, all the time.
+/// One host asks another all the time.
 class pings_t {
 public:
-    void start(const host_t &from, const host_t &to);
+    /// pause  from one ping to the next, in seconds.
+    void start(const host_t &from, const host_t &to, double pause);
 
     /// How many pings have been answered.
     size_t answered() const { return numbers().size(); }
@@ -46,6 +47,7 @@ private:
     std::vector<int> numbers() const;
 
     const node_t *node_ = nullptr;
+    double pause_ = 0;
     process_t process_;
 };
 

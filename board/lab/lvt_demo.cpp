@@ -1,11 +1,14 @@
 // lvt_demo: a simulated switch cuts a loop with a neighbour that speaks the older spanning tree
 // protocol, recovers from pulled cables and becomes the root. It judges what it sees.
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <functional>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include "board/lab/demo_ring.h"
 #include "board/lab/demo_stage.h"
 #include "board/lab/demo_view.h"
 #include "board/lab/within.h"
@@ -24,6 +27,8 @@ survives pulled cables and becomes the root. It takes about a minute, asks nothi
 terminal, from 60 columns on. Ctrl-C ends it; whatever way it ends, nothing is left behind.
 
 Options:
+  --rapid      Play another one: three of our switches in a ring, by default and asked to be
+               rapid, of which cables are pulled, and how long two hosts are apart. A minute, too
   -h,--help    Print this and exit
   --version    Print the version and exit
 
@@ -225,13 +230,15 @@ int main(int argc, char **argv)
 {
     if (told_about(argc, argv, HELP))
         return EXIT_SUCCESS;
-    if (argc > 1) {
-        fmt::print(stderr, "lvt_demo does not know '{}'; --help tells what it knows\n", printable(argv[1]));
+    const bool rapid = argc == 2 && strcmp(argv[1], "--rapid") == 0;
+    if (argc > 1 && !rapid) {
+        fmt::print(stderr, "lvt_demo does not know '{}'; --help tells what it knows\n",
+                   printable(fmt::format("{}", fmt::join(argv + 1, argv + argc, " "))));
         return EXIT_NOT_UNDERSTOOD;
     }
     try {
         enter_world(argv, FAREWELL);
-        return demo_t().play() ? EXIT_SUCCESS : EXIT_FAILURE;
+        return (rapid ? play_rings() : demo_t().play()) ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const cannot_run_t &reason) {
         fmt::print(stderr, "{}", reason.what());
         return EXIT_UNTOLD;

@@ -166,6 +166,7 @@ TEST(lab_status, is_the_same_in_all_programs)
         {{DEMO, "--version"}, 0, LVT_VERSION "\n"},
         {{DEMO, "--help"}, 0, "Exit status: 0 "},
         {{DEMO, "--bogus"}, 2, "lvt_demo does not know '--bogus'"},
+        {{DEMO, "--rapid", "--bogus"}, 2, "lvt_demo does not know '--rapid --bogus'"},
         {{"env", "PATH=/nowhere", DEMO}, 3, "the program ping\n"},
     };
     for (const auto &row : rows) {
@@ -273,6 +274,24 @@ TEST_P(lab_demo, fits_its_terminal_and_leaves_nothing_when_it_is_ended_early)
             EXPECT_EQ(std::stoi(line), ++second) << line;
         }
     }
+}
+
+TEST(lab_demo_of_rings, tells_how_long_hosts_were_apart)
+{
+    const fd_t output(lab::checked(memfd_create("output", MFD_CLOEXEC), "memory for the output"));
+    lab::process_t demo = lab::start({.argv = {DEMO, "--rapid"},
+                                      .environment = {"NO_COLOR=1", "COLUMNS=60"},
+                                      .out = output.number(),
+                                      .err = output.number()});
+    const std::string row = "\ncable 2 is pulled +[0-9<. ]+ s +[0-9<. ]+ s\n";
+    EXPECT_TRUE(eventually(
+        60s, [&] { return text_of(output); }, testing::ContainsRegex(row)));
+    demo.signal(SIGINT);
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return demo.exit_code(); }, 128 + SIGINT));
+    std::istringstream lines(text_of(output));
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 60u) << line;
 }
 
 INSTANTIATE_TEST_SUITE_P(at, lab_demo, testing::Values(60, 80, 120, 200), testing::PrintToStringParamName());
