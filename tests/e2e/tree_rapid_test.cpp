@@ -1,5 +1,6 @@
 // Switches that are asked to be rapid, as real daemons. To the millisecond, and in all shapes:
 // tests/unit/sim_rapid_test.cpp.
+#ifndef LVT_NO_RAPID
 #include "tree_net.h"
 
 using namespace lab;
@@ -48,3 +49,4 @@ TEST_F(tree_rapid, beside_a_switch_that_is_not_the_tree_is_the_same)
 }
 
 } // namespace
+#endif

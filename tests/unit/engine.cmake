@@ -7,7 +7,7 @@ add_executable(unit_engine
     engine_info_test.cpp engine_rolesel_test.cpp engine_roletrns_test.cpp engine_sttrans_topoch_test.cpp
     engine_migrate_transmit_test.cpp engine_link_test.cpp
     engine_step_test.cpp engine_life_test.cpp engine_stp_in_test.cpp engine_scenario_test.cpp
-    engine_departures_test.cpp engine_rapid_test.cpp engine_table_test.cpp engine_seed_test.cpp heard_bpdu.cpp
+    engine_departures_test.cpp $<$<BOOL:${LVT_RAPID}>:engine_rapid_test.cpp> engine_table_test.cpp engine_seed_test.cpp heard_bpdu.cpp
     # Assertions end a test as they end the daemon.
     ${PROJECT_SOURCE_DIR}/src/l2_proto_utility/assert_fail.cpp)
 target_include_directories(unit_engine PRIVATE ${PROJECT_SOURCE_DIR})
