@@ -79,16 +79,18 @@ void STP_rapid_event()
 {
     stpm_t *bridge = *STP_OUT_bridges();
     port_t was[RSTP_PORTS];
+    unsigned passes = PASSES_MAX; // to come; the last one tells
 
-    for (unsigned passes = 0, telling = false; bridge && telling < 2; passes++) {
+    while (bridge && passes) {
+        passes--;
         for (port_t *port = next_interesting_port(bridge->ports); port; port = next_interesting_port(port->next))
-            telling ? before_telling(port) : before_pass(port);
+            passes ? before_pass(port) : before_telling(port);
         memcpy(was, STP_OUT_port(1), sizeof was);
         current_stpm = bridge;
         current_port = bridge->ports;
         lvt_rstp_run_pending();
-        if (telling || passes >= PASSES_MAX || memcmp(was, STP_OUT_port(1), sizeof was) == 0)
-            telling++;
+        if (passes && memcmp(was, STP_OUT_port(1), sizeof was) == 0)
+            passes = 1;
     }
 }
 
