@@ -145,7 +145,7 @@ void switch_start_daemon(switch_t &device, chip_time_t now)
     copy(__start_lvt_state, start.state.get(), state_octets());
     copy(__start_lvt_process, start.process.get(), process_octets());
     initSocket(&rstp_socket_fd, &rstp_socket_addr, RSTP_CPU_INTERFACE);
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
     lvt_rstp_rapid = device.rapid;
 #endif
     device.daemon_runs = true;

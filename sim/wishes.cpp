@@ -27,7 +27,7 @@ void rapid_words_t::add_to(CLI::App &command)
 
 rapid_t rapid_words_t::choice() const
 {
-#ifdef LVT_NO_RAPID
+#ifndef LVT_RAPID
     if (rapid || mixed)
         throw usage_t("the daemon was built without --rapid (LVT_RAPID=OFF)");
 #endif

@@ -16,7 +16,7 @@ LVT_STATE lvt_rstp_vars_t lvt_rstp_vars;
 LVT_STATE stpm_t *current_stpm;
 LVT_STATE port_t *current_port;
 
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 LVT_STATE bool lvt_rstp_rapid;
 #endif
 LVT_STATE uint8_t lacp_enable_port[RSTP_PHYSICAL_PORTS];
@@ -112,7 +112,7 @@ void first_hw_state(uint32_t l2port)
 
 // ---- answers to the engine --------------------------------------------------------------
 
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 bool STP_OUT_rapid() { return lvt_rstp_rapid; }
 #endif
 stpm_t **STP_OUT_bridges() { return &lvt_rstp_vars.bridges; }

@@ -27,7 +27,7 @@ struct lvt_rstp_vars_t {
 
 extern lvt_rstp_vars_t lvt_rstp_vars;
 
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 extern bool lvt_rstp_rapid; ///< the engine is asked to be rapid; set before lvt_rstp_init
 #endif
 extern uint8_t lacp_enable_port[RSTP_PHYSICAL_PORTS];

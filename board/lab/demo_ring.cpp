@@ -196,7 +196,7 @@ private:
 
 bool play_rings()
 {
-#ifdef LVT_NO_RAPID
+#ifndef LVT_RAPID
     throw cannot_run_t(std::vector{lack_t{"a daemon that knows --rapid", "configure with -DLVT_RAPID=ON"}});
 #endif
     return rings_t().play();

@@ -33,7 +33,7 @@ port_t *STP_OUT_sending_port(uint32_t port_index);
 uint8_t STP_OUT_force_version();
 
 /// Whether the bridge is asked to be rapid (rstp/rapid.h). It stays so for as long as the bridge runs.
-#ifdef LVT_NO_RAPID
+#ifndef LVT_RAPID
 constexpr bool STP_OUT_rapid() { return false; }
 #else
 bool STP_OUT_rapid();

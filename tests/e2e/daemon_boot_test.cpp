@@ -148,13 +148,7 @@ TEST_F(daemon_boot, starts_outside_the_spanning_tree)
     EXPECT_EQ(diary(device, "tx").size(), 0u) << "a BPDU was sent";
 }
 
-TEST_F(daemon_boot, needs_no_environment_and_ignores_arguments)
-{
-    lab::switch_t &device = add_switch({.daemon_wrapper = {"sh", "-c", "exec \"$0\" --help 17 /etc"}});
-    device.start();
-    EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
-}
-
+#ifdef LVT_RAPID
 TEST_F(daemon_boot, does_the_same_when_it_is_asked_to_be_rapid)
 {
     lab::switch_t &device = add_switch({.rapid = true});
@@ -162,9 +156,49 @@ TEST_F(daemon_boot, does_the_same_when_it_is_asked_to_be_rapid)
     EXPECT_THAT(watch_t(device).news(), ElementsAreArray(whole_boot()));
 }
 
+#endif
+
+std::string program_path() { return std::filesystem::read_symlink("/proc/self/exe").replace_filename("lvt_rstpd"); }
+
+constexpr char USAGE[] = "lvt_rstpd [--rapid | --help | --version]\n";
+
+TEST(daemon_program, tells_of_itself)
+{
+    const lab::outcome_t help = lab::run({.argv = {program_path(), "--help"}});
+    EXPECT_EQ(help.output, USAGE);
+    EXPECT_EQ(help.exit_code, 0);
+    const lab::outcome_t version = lab::run({.argv = {program_path(), "--version"}});
+    EXPECT_EQ(version.output, LVT_VERSION "\n");
+    EXPECT_EQ(version.exit_code, 0);
+}
+
+TEST(daemon_program, refuses_other_arguments_before_it_opens_anything)
+{
+    const std::vector<std::vector<std::string>> rows = {
+        {"--bogus"}, {""}, {"17"}, {"--rapid", "--rapid"}, {"--rapids"}};
+    for (std::vector<std::string> argv : rows) {
+        argv.insert(argv.begin(), program_path());
+        const lab::outcome_t outcome = lab::run({.argv = argv});
+        EXPECT_EQ(outcome.exit_code, 2);
+        EXPECT_EQ(outcome.output, USAGE) << "it tells of what it cannot open, too";
+    }
+}
+
+TEST(daemon_program, cannot_be_rapid_without_the_program_beside_it)
+{
+    char folder[] = "/tmp/lvt_alone.XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string alone = std::string(folder) + "/lvt_rstpd";
+    std::filesystem::create_symlink(program_path(), alone);
+    const lab::outcome_t outcome = lab::run({.argv = {alone, "--rapid"}});
+    std::filesystem::remove_all(folder);
+    EXPECT_EQ(outcome.exit_code, 2);
+    EXPECT_EQ(outcome.output, alone + "_rapid: No such file or directory\n");
+}
+
 TEST(daemon_program, needs_the_board_libraries_and_libc_only)
 {
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe").replace_filename("lvt_rstpd");
+    const std::string program = program_path();
     const lab::outcome_t outcome = lab::run({.argv = {"readelf", "--dynamic", "--wide", program}});
     ASSERT_EQ(outcome.exit_code, 0) << outcome.output;
 

@@ -276,7 +276,7 @@ TEST_P(lab_demo, fits_its_terminal_and_leaves_nothing_when_it_is_ended_early)
     }
 }
 
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 TEST(lab_demo_of_rings, tells_how_long_hosts_were_apart)
 {
     const fd_t output(lab::checked(memfd_create("output", MFD_CLOEXEC), "memory for the output"));

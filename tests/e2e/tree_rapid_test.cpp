@@ -1,6 +1,6 @@
 // Switches that are asked to be rapid, as real daemons. To the millisecond, and in all shapes:
 // tests/unit/sim_rapid_test.cpp.
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 #include "tree_net.h"
 
 using namespace lab;

@@ -21,7 +21,7 @@ foreach(call open_pipe write_pipe write_once wait_pipes open_socket deafen_socke
     target_compile_definitions(unit_daemon_process PRIVATE process_${call}=system_${call})
 endforeach()
 target_link_libraries(unit_daemon PRIVATE unit_daemon_process
-    rstp_daemon_gathered rstp_engine rstp_daemon_gathered lvt_warnings fmt::fmt GTest::gmock GTest::gtest_main)
+    rstp_daemon_gathered rstp_engine_rapid rstp_daemon_gathered lvt_warnings fmt::fmt GTest::gmock GTest::gtest_main)
 lvt_discover_unit_tests(unit_daemon daemon.)
 
 # Every variable of src/ that outlives a call has to be marked.

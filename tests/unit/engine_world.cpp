@@ -29,7 +29,7 @@ void forget_unit()
 stpm_t **STP_OUT_bridges() { return &entered->bridges; }
 stpm_t **STP_OUT_free_bridges() { return &entered->free_bridges; }
 port_t *STP_OUT_port(uint32_t port_index) { return &entered->records.ports.at(port_index - 1); }
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 bool STP_OUT_rapid() { return entered->rapid; }
 #endif
 uint8_t STP_OUT_force_version() { return entered->force_version; }

@@ -94,7 +94,7 @@ TEST_P(random_network, is_a_tree_after_boot_cut_and_mend)
 
 INSTANTIATE_TEST_SUITE_P(seeds, random_network, testing::Range<uint64_t>(1, 1 + seeds_here(100)));
 
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 class rapid_network : public testing::TestWithParam<uint64_t> {};
 
 TEST_P(rapid_network, is_a_tree_within_seconds_and_never_a_ring)

@@ -85,7 +85,7 @@ TEST(sim_program, a_seed_is_told_the_same_again)
     EXPECT_EQ(lvt_sim("run --seed 7 --quiet").output.find("judged"), std::string::npos);
 }
 
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 TEST(sim_program, switches_are_rapid_where_they_are_asked)
 {
     EXPECT_EQ(lvt_sim("run --seed 7").output.find(", rapid"), std::string::npos);

@@ -1,6 +1,6 @@
 // Switches that are asked to be rapid: how fast rings of them settle and heal, and what they do beside neighbours
 // that follow the standard's handshake, or none.
-#ifndef LVT_NO_RAPID
+#ifdef LVT_RAPID
 #include <fmt/format.h>
 
 #include "sim/judge.h"
