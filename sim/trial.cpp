@@ -278,8 +278,9 @@ void trial_t::judge_hellos(const right_tree_t &right, moment_t from, bool may_te
         const uint64_t hello = switch_vars(world_.device(verdict.node)).bridge.rootTimes.HelloTime;
         const uint64_t hellos = (world_.now() - from) / (hello * SECOND);
         const uint64_t least = verdict.role == ROLE_DESIGNATED ? hellos - 1 : 0;
+        const uint64_t heard = said_[2 * id + 1 - end];
         const uint64_t most = verdict.role == ROLE_DESIGNATED ? hellos + 1
-                              : verdict.role == ROLE_ROOT     ? (hellos + 1) * (may_tell ? 2 : 1)
+                              : verdict.role == ROLE_ROOT     ? (std::max(hellos, heard) + 1) * (may_tell ? 2 : 1)
                                                               : 0;
         if (const uint64_t said = said_[2 * id + end]; said < least || said > most)
             find(REST, fmt::format("{}:{} said {} BPDUs in {} s, not {} to {}", name(verdict.node), verdict.port, said,

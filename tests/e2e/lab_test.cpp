@@ -162,7 +162,9 @@ TEST(lab_status, is_the_same_in_all_programs)
         {{BOARD, "show", "nothing"}, 2, "nothing"},
         {{BOARD, "set", "trunk", "x=7"}, 2, ""},
         {{BOARD, "--socket", "/no/board", "show", "ports"}, 3, "lvt_board: no board at /no/board: "},
-        {{SWITCH, "--run", BOARD + " set trunk 1=5"}, 1, "lvt_board: there is no group 5; groups are 7 to 9\n"},
+        {{SWITCH, "--run", "\"" + BOARD + "\" set trunk 1=5"},
+         1,
+         "lvt_board: there is no group 5; groups are 7 to 9\n"},
         {{DEMO, "--version"}, 0, LVT_VERSION "\n"},
         {{DEMO, "--help"}, 0, "Exit status: 0 "},
         {{DEMO, "--bogus"}, 2, "lvt_demo does not know '--bogus'"},
@@ -187,8 +189,8 @@ TEST(lab_shell, has_its_prompt_the_tools_and_one_line_of_hints)
     const lab::outcome_t outcome = in_shell(
         "command -v lvt_rstpctl lvt_board\n"
         "complete -p lvt_rstpctl\n"
-        "pages=${MANPATH%%:*}; echo $pages; [ ! -d $pages ] || [ -s $pages/man1/lvt_rstpctl.1 -a -s "
-        "$pages/man8/lvt_switch.8 ] || exit\n"
+        "pages=${MANPATH%%:*}; echo $pages; [ ! -d \"$pages\" ] ||"
+        " [ -s \"$pages/man1/lvt_rstpctl.1\" -a -s \"$pages/man8/lvt_switch.8\" ] || exit\n"
         "test -e $LVT_HOST_3 && echo host\n"
         "lvt_rstpctl set port 3 --spanning-tree on && lvt_rstpctl expect port 3 is not off --within 10\n"
         "exit 9\n");

@@ -114,7 +114,7 @@ TEST(sim_draw, every_fault_is_drawn_within_some_hundred_seeds)
 TEST(sim_promises, a_plain_network_is_promised_everything)
 {
     EXPECT_EQ(promised(0), (1u << PROPERTIES) - 1);
-    EXPECT_EQ(promised(bit(CUTS) | bit(OUTAGES) | bit(COSTS) | bit(TIMERS) | bit(PARALLEL) | bit(LATE)),
+    EXPECT_EQ(promised(bit(CUTS) | bit(OUTAGES) | bit(PRIORITIES) | bit(COSTS) | bit(PARALLEL) | bit(LATE)),
               (1u << PROPERTIES) - 1);
     EXPECT_EQ(promised(bit(FLAPS)) & bit(NO_LOOP), 0u);
 }

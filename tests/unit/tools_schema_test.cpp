@@ -26,7 +26,7 @@ protected:
     {
         write_file(path("validator"), VALIDATOR);
         write_file(path("lines"), lines);
-        return run_command(fmt::format("/usr/bin/python3 {} " LVT_DOCS "/lvt_rstpctl.schema.json {} {}",
+        return run_command(fmt::format("/usr/bin/python3 {} '" LVT_DOCS "/lvt_rstpctl.schema.json' {} {}",
                                        path("validator"), definition, path("lines")))
             .output;
     }
