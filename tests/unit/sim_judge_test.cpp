@@ -67,6 +67,22 @@ void build(world_t &world, bool to_themselves, rapid_t rapid = rapid_t::NONE) //
         world.plug(i);
 }
 
+/// Expects the right tree so long after the boot, after any cable was pulled, and after it was plugged in again.
+void boot_cut_and_mend(world_t &world, moment_t booted, moment_t healed, moment_t mended)
+{
+    world.run_for(booted);
+    EXPECT_EQ(wrong_ports(world), "") << "after boot";
+
+    const auto cut = static_cast<cable_id_t>(world.random().below(world.cables()));
+    world.pull(cut);
+    world.run_for(healed);
+    EXPECT_EQ(wrong_ports(world), "") << "after the cut of cable " << cut;
+
+    world.plug(cut);
+    world.run_for(mended);
+    EXPECT_EQ(wrong_ports(world), "") << "after the mend of cable " << cut;
+}
+
 class random_network : public testing::TestWithParam<uint64_t> {};
 
 } // namespace
@@ -78,17 +94,7 @@ TEST_P(random_network, is_a_tree_after_boot_cut_and_mend)
     loop_watcher_t loops(world);
     world.watch(&loops);
     build(world, to_themselves);
-    world.run_for(SETTLED);
-    EXPECT_EQ(wrong_ports(world), "") << "after boot";
-
-    const auto cut = static_cast<cable_id_t>(world.random().below(world.cables()));
-    world.pull(cut);
-    world.run_for(SETTLED);
-    EXPECT_EQ(wrong_ports(world), "") << "after the cut of cable " << cut;
-
-    world.plug(cut);
-    world.run_for(SETTLED);
-    EXPECT_EQ(wrong_ports(world), "") << "after the mend of cable " << cut;
+    boot_cut_and_mend(world, SETTLED, SETTLED, SETTLED);
     EXPECT_EQ(to_themselves ? "" : loops.ring(), "");
 }
 
@@ -103,17 +109,8 @@ TEST_P(rapid_network, is_a_tree_within_seconds_and_never_a_ring)
     loop_watcher_t loops(world);
     world.watch(&loops);
     build(world, false, rapid_t::ALL);
-    world.run_for(4 * SECOND);
-    EXPECT_EQ(wrong_ports(world), "") << "after boot";
-
-    const auto cut = static_cast<cable_id_t>(world.random().below(world.cables()));
-    world.pull(cut);
-    world.run_for(20 * SECOND); // a root that has died may be remembered for three hellos, and some more
-    EXPECT_EQ(wrong_ports(world), "") << "after the cut of cable " << cut;
-
-    world.plug(cut);
-    world.run_for(2 * SECOND);
-    EXPECT_EQ(wrong_ports(world), "") << "after the mend of cable " << cut;
+    // A root that has died may be remembered for three hellos, and some more.
+    boot_cut_and_mend(world, 4 * SECOND, 20 * SECOND, 2 * SECOND);
     EXPECT_EQ(loops.ring(), "");
 }
 
@@ -127,17 +124,7 @@ TEST_P(mixed_network, is_a_tree_after_boot_cut_and_mend)
     loop_watcher_t loops(world);
     world.watch(&loops);
     build(world, false, rapid_t::SOME);
-    world.run_for(SETTLED);
-    EXPECT_EQ(wrong_ports(world), "") << "after boot";
-
-    const auto cut = static_cast<cable_id_t>(world.random().below(world.cables()));
-    world.pull(cut);
-    world.run_for(SETTLED);
-    EXPECT_EQ(wrong_ports(world), "") << "after the cut of cable " << cut;
-
-    world.plug(cut);
-    world.run_for(SETTLED);
-    EXPECT_EQ(wrong_ports(world), "") << "after the mend of cable " << cut;
+    boot_cut_and_mend(world, SETTLED, SETTLED, SETTLED);
     EXPECT_EQ(loops.ring(), "");
 }
 
