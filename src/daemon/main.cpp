@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -27,8 +28,9 @@ int be_rapid([[maybe_unused]] char **argv)
     return GOES_ON;
 #else
     char path[256];
-    snprintf(path, sizeof path, "%s_rapid", argv[0]);
-    execvp(path, argv);
+    errno = ENAMETOOLONG;
+    if (snprintf(path, sizeof path, "%s_rapid", argv[0]) < int{sizeof path})
+        execvp(path, argv);
     perror(path);
     return REFUSED;
 #endif

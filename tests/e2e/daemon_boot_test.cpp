@@ -1,4 +1,5 @@
 // From the first register write to the first tick.
+#include <cstring>
 #include <filesystem>
 #include <list>
 #include <set>
@@ -188,12 +189,18 @@ TEST(daemon_program, cannot_be_rapid_without_the_program_beside_it)
 {
     char folder[] = "/tmp/lvt_alone.XXXXXX";
     ASSERT_NE(mkdtemp(folder), nullptr);
-    const std::string alone = std::string(folder) + "/lvt_rstpd";
-    std::filesystem::create_symlink(program_path(), alone);
+    const std::string deep = folder + ("/" + std::string(250 - strlen(folder) - strlen("//lvt_rstpd"), 'x'));
+    std::filesystem::create_directories(deep);
+    const std::string alone = std::string(folder) + "/lvt_rstpd", too_deep = deep + "/lvt_rstpd";
+    for (const std::string &link : {alone, too_deep})
+        std::filesystem::create_symlink(program_path(), link);
     const lab::outcome_t outcome = lab::run({.argv = {alone, "--rapid"}});
+    const lab::outcome_t of_too_deep = lab::run({.argv = {too_deep, "--rapid"}});
     std::filesystem::remove_all(folder);
     EXPECT_EQ(outcome.exit_code, 2);
     EXPECT_EQ(outcome.output, alone + "_rapid: No such file or directory\n");
+    EXPECT_EQ(of_too_deep.exit_code, 2);
+    EXPECT_THAT(of_too_deep.output, testing::EndsWith(": File name too long\n"));
 }
 
 TEST(daemon_program, needs_the_board_libraries_and_libc_only)

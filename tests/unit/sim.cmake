@@ -20,7 +20,8 @@ if(TARGET lvt_sim_play)
     lvt_discover_unit_tests(unit_sim_play sim.)
 endif()
 
-# Networks by the thousand, the same ones each time and new ones; .ci/nightly plays more of these. Where they would take minutes, some of the same.
+# Networks by the thousand, the same ones each time and new ones; .ci/nightly plays more of these. Where they
+# would take minutes, some of the same.
 if(CMAKE_CROSSCOMPILING OR CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     add_test(NAME sim.fixed_seeds COMMAND lvt_sim seeds 1..40)
     set_tests_properties(sim.fixed_seeds PROPERTIES TIMEOUT 600)
