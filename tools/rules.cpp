@@ -1,6 +1,18 @@
 #include "tools/rules.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include <fmt/format.h>
+#include <net/if.h>
+
+bool is_interface_name(const std::string &name)
+{
+    return !name.empty() && name.size() < IFNAMSIZ && name != "." && name != ".." &&
+           std::ranges::all_of(name, [](char letter) {
+               return letter > ' ' && letter <= '~' && std::strchr("/:%#\"'\\", letter) == nullptr;
+           });
+}
 
 std::string fault_of(const setting_rule_t &rule, int64_t value)
 {

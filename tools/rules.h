@@ -27,6 +27,9 @@ constexpr setting_rule_t FRONT_PORT = {"port", 1, 6, 1, ""};
 constexpr setting_rule_t GROUP = {"group", 7, 9, 1, ""};
 constexpr setting_rule_t LOGICAL_PORT = {"logical port", 1, 9, 1, ""};
 
+/// What the kernel takes for an interface's name, and other programs for one word that means itself.
+bool is_interface_name(const std::string &name);
+
 /// Says in a sentence why `value` may not be set; empty when it may.
 std::string fault_of(const setting_rule_t &rule, int64_t value);
 

@@ -1,10 +1,8 @@
 #include "board/lab/node.h"
 
-#include <exception>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -18,49 +16,20 @@
 #include <unistd.h>
 
 #include "board/lab/mounts.h"
+#include "board/lab/namespaces.h"
 
 namespace lab {
-
-namespace {
-
-/// A thread can change its namespaces without those of the process.
-void in_thread(const std::function<void()> &action)
-{
-    std::exception_ptr thrown;
-    std::thread thread([&] {
-        try {
-            action();
-        } catch (...) {
-            thrown = std::current_exception();
-        }
-    });
-    thread.join();
-    if (thrown)
-        std::rethrow_exception(thrown);
-}
-
-void write_if_allowed(const char *path, const char *text) { std::ofstream(path) << text; }
-
-/// Only the frames that somebody means to send: no IPv6 and its own announcements.
-void make_quiet()
-{
-    write_if_allowed("/proc/sys/net/ipv6/conf/all/disable_ipv6", "1");
-    write_if_allowed("/proc/sys/net/ipv6/conf/default/disable_ipv6", "1");
-}
-
-} // namespace
 
 node_t::node_t(std::string name, int number, const std::vector<std::filesystem::path> &programs)
     : name_(std::move(name)), number_(number)
 {
     in_thread([&] {
-        checked(unshare(CLONE_NEWNET | CLONE_NEWNS), "namespaces of " + name_); // with the world's mounts, as private
+        checked(unshare(CLONE_NEWNS), "mount namespace of " + name_); // with the world's mounts, as private
         make_etc();
         make_tmp(programs);
-        make_quiet();
+        net_ = enter_new_net();
         // For tools that look there; not every container allows it.
         mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RDONLY, nullptr);
-        net_ = fd_t(checked(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC), "network namespace"));
         mount_ = fd_t(checked(open("/proc/thread-self/ns/mnt", O_RDONLY | O_CLOEXEC), "mount namespace"));
         root_ = fd_t(checked(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC), "/"));
     });
@@ -103,13 +72,7 @@ void node_t::ip(const std::string &commands, std::vector<int> keep_open) const
         throw std::runtime_error(fmt::format("{}: ip refused:\n{}\nIt said: {}", name_, commands, outcome.output));
 }
 
-void node_t::in_net(const std::function<void()> &action) const
-{
-    in_thread([&] {
-        checked(setns(net_.number(), CLONE_NEWNET), "network namespace of " + name_);
-        action();
-    });
-}
+void node_t::in_net(const std::function<void()> &action) const { lab::in_net(net_.number(), action); }
 
 fd_t node_t::packet_socket(const std::string &interface) const
 {

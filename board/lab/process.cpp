@@ -12,6 +12,7 @@
 #include <sched.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -85,6 +86,8 @@ bool put(int fd, int place)
     std::signal(SIGTERM, SIG_DFL);
     std::signal(SIGPIPE, SIG_DFL);
 
+    if (command.dies_with_parent != 0)
+        prctl(PR_SET_PDEATHSIG, command.dies_with_parent);
     if (!command.with_terminal)
         setsid();
     if (command.place.net >= 0 && setns(command.place.net, CLONE_NEWNET) != 0)
@@ -139,6 +142,21 @@ std::filesystem::path own_program()
     // Not what /proc/self/exe says: in a chroot, that is a path outside as soon as this process has left the
     // mount namespace that it was started in.
     return std::filesystem::canonical(reinterpret_cast<const char *>(getauxval(AT_EXECFN)));
+}
+
+std::string program(const char *variable, const char *name)
+{
+    if (const char *path = getenv(variable); path != nullptr && *path != '\0')
+        return path;
+    const std::filesystem::path beside = own_program().replace_filename(name);
+    if (std::filesystem::exists(beside))
+        return beside;
+    for (const char *folder : {"sbin", "bin"}) {
+        const std::filesystem::path installed = beside.parent_path().parent_path() / folder / name;
+        if (std::filesystem::exists(installed))
+            return installed;
+    }
+    return beside;
 }
 
 process_t start(const command_t &command)

@@ -31,6 +31,7 @@ struct command_t {
     int out = -1;
     int err = -1;
     std::vector<int> keep_open = {}; ///< further descriptors that the program gets
+    int dies_with_parent = 0;        ///< the signal that it gets when the thread that started it ends; 0: none
     bool with_terminal = false;      ///< stays in the caller's process group, so that Ctrl-C reaches it
     place_t place = {};
 };
@@ -83,6 +84,10 @@ std::string find_program(const std::string &name);
 /// Where the running program lies, without symbolic links. Before the program enters a world of its own it must
 /// not have changed its working folder. Throws std::filesystem::filesystem_error, a std::system_error.
 std::filesystem::path own_program();
+
+/// The path of a program of ours: what the environment says in `variable`, so that another build's can be tried, or
+/// else the one called `name` beside the running program or, as installed, in the sbin/ or bin/ beside its folder.
+std::string program(const char *variable, const char *name);
 
 /// A fork without the C library's handlers, so that the child has one thread and nothing else.
 /// It is for children that soon run another program, or end by _exit.

@@ -1,7 +1,6 @@
 #include "board/lab/surroundings.h"
 
 #include <algorithm>
-#include <cstring>
 #include <sstream>
 #include <stdexcept>
 
@@ -11,6 +10,7 @@
 
 #include "tools/number.h"
 #include "tools/printable.h"
+#include "tools/rules.h"
 
 namespace lab {
 
@@ -22,15 +22,6 @@ int port_number(const std::string &text)
     if (read_number(text, port) != std::errc() || port < 1 || port > 6)
         throw std::invalid_argument(fmt::format("there is no port '{}', only 1 to 6", text));
     return port;
-}
-
-/// What the kernel takes for an interface's name, and `ip -batch` for one word that means itself.
-bool is_interface_name(const std::string &name)
-{
-    return !name.empty() && name.size() < IFNAMSIZ && name != "." && name != ".." &&
-           std::ranges::all_of(name, [](char letter) {
-               return letter > ' ' && letter <= '~' && std::strchr("/:%#\"'\\", letter) == nullptr;
-           });
 }
 
 std::string namespace_path(const std::string &pid, const node_t &node)

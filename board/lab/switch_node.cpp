@@ -59,15 +59,6 @@ switch_settings_t completed(switch_settings_t settings)
 
 } // namespace
 
-std::string program(const char *variable, const char *name)
-{
-    if (const char *path = getenv(variable); path != nullptr && *path != '\0')
-        return path;
-    const std::filesystem::path beside = own_program().replace_filename(name);
-    const std::filesystem::path installed = beside.parent_path().parent_path() / "sbin" / name;
-    return std::filesystem::exists(beside) || !std::filesystem::exists(installed) ? beside : installed;
-}
-
 void require_program(const std::filesystem::path &path)
 {
     if (access(path.c_str(), X_OK) == 0)

@@ -42,11 +42,6 @@ struct switch_settings_t {
     bool rapid = false;                               ///< the daemon is asked to be rapid
 };
 
-/// The path of a program of ours: what the environment says in `variable`, so that another
-/// build's can be tried, or else the one called `name` beside the running program or, as installed, in the sbin/
-/// beside its folder.
-std::string program(const char *variable, const char *name);
-
 /// Throws cannot_run_t, which tells how it is built, when there is no such program.
 void require_program(const std::filesystem::path &path);
 

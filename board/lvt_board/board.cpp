@@ -57,13 +57,18 @@ std::vector<unsigned> front_ports_of(std::uint8_t chip_ports)
 
 } // namespace
 
-board_t::board_t(const board_clock_t &clock, event_log_t &log, speeds_t speeds)
-    : link_events(link_events_open()), clock_(clock), log_(log), speeds_(std::move(speeds))
+board_t::board_t(const board_clock_t &clock, event_log_t &log, later_t)
+    : link_events(link_events_open()), clock_(clock), log_(log)
 {
     plugs[0].interface = CPU_INTERFACE;
+}
+
+board_t::board_t(const board_clock_t &clock, event_log_t &log, speeds_t speeds) : board_t(clock, log, later_t())
+{
+    speeds_ = std::move(speeds);
     for (unsigned front = 1; front <= BOARD_PORTS; front++)
         plugs[front].interface = fmt::format("port{}", front);
-    look_at_links();
+    board_t::look_at_links();
 }
 
 // ---- registers -------------------------------------------------------------------------
@@ -79,11 +84,11 @@ int board_t::mdio(const mdio_multi_t &batch)
         return -1;
     }
 
-    std::vector<chip_step_t> steps;
-    const int result = chip_execute(chip, batch, now(), &steps);
+    steps_.clear();
+    const int result = chip_execute(chip, batch, now(), &steps_);
     counters.batches_failed += result != 0;
-    for (std::size_t i = 0; i < steps.size(); i++) {
-        const auto &[op, words, done] = steps[i];
+    for (std::size_t i = 0; i < steps_.size(); i++) {
+        const auto &[op, words, done] = steps_[i];
         log_.line("mdio", "batch={} step={}/{} op={} reg=0x{:03x} mask=0x{:08x} value=0x{:08x} | {}{}", number, i + 1,
                   batch.count, op.op, op.reg, op.mask, op.value, words, done ? "" : ": failed");
     }
@@ -128,16 +133,22 @@ void board_t::observe_link(unsigned plug, const link_t &sampled)
     log_.line("link", "port={} up={} mbit={} duplex={} | port {}: {}", plug, int{link.up}, link.mbit,
               link.full_duplex ? "full" : "half", plug, link_words(link));
     report_owed_ = true;
+    link_changed(plug);
     report_links();
 }
 
-void board_t::attach(plug_t &plug, int index)
+link_t board_t::sample_link(unsigned plug, int &index) { return link_sample(plugs[plug].interface, index); }
+
+fd_t board_t::open_wire(unsigned, int index) { return wire_open(index); }
+
+void board_t::attach(unsigned number, int index)
 {
+    plug_t &plug = plugs[number];
     plug.wire = fd_t();
     plug.index = 0;
     try {
         if (index != 0)
-            plug.wire = wire_open(index);
+            plug.wire = open_wire(number, index);
         plug.index = index;
     } catch (const std::system_error &problem) {
         // Perhaps it is gone again; the next look will tell.
@@ -155,9 +166,9 @@ void board_t::look_at_links()
 
     for (unsigned i = 0; i < plugs.size(); i++) {
         int index;
-        const link_t link = link_sample(plugs[i].interface, index);
+        const link_t link = sample_link(i, index);
         if (index != plugs[i].index)
-            attach(plugs[i], index);
+            attach(i, index);
         observe_link(i, link);
     }
     if (report_owed_)
@@ -221,8 +232,10 @@ void board_t::from_front(unsigned front, wire_frame_t &frame)
     if (verdict.trapped)
         deliver_bpdu(front, frame.span());
     else
-        send(verdict.ports, frame.offload, frame.span());
+        forward(verdict.ports, frame);
 }
+
+void board_t::forward(std::uint8_t chip_ports, wire_frame_t &frame) { send(chip_ports, frame.offload, frame.span()); }
 
 void board_t::deliver_bpdu(unsigned front, std::span<const std::uint8_t> frame)
 {

@@ -1,4 +1,5 @@
-/// The simulated board as a whole: the chip, its cables, its pipes and its socket.
+/// A board as a whole: the chip, its cables, its pipes and its socket. By itself it is the simulated one, whose chip
+/// forwards frames; another kind says what is different about it.
 #pragma once
 
 #include <array>
@@ -61,11 +62,14 @@ public:
     static constexpr std::size_t HEARD_MAX = 256;
 
     board_t(const board_clock_t &clock, event_log_t &log, speeds_t speeds);
+    virtual ~board_t() = default;
+    board_t(const board_t &) = delete;
+    board_t &operator=(const board_t &) = delete;
 
     // ---- what the daemon and the network see ----------------------------------------------
 
     /// Register access; returns what mdio_intf_access_multi returns.
-    int mdio(const mdio_multi_t &batch);
+    virtual int mdio(const mdio_multi_t &batch);
 
     /// Fills in the present state of all front ports; returns 0, or -1.
     int link_monitor(link_mon_status_t &status);
@@ -75,7 +79,7 @@ public:
 
     /// Reads the kernel's announcements, looks at all interfaces, binds to those that are new, and
     /// tells the daemon what changed.
-    void look_at_links();
+    virtual void look_at_links();
 
     void read_lacp();
     void read_mux();
@@ -102,8 +106,30 @@ public:
     pipes_t pipes;
     fd_t link_events;
 
+protected:
+    /// A board whose cables are looked at later, as that kind of board does.
+    enum class later_t {};
+    board_t(const board_clock_t &clock, event_log_t &log, later_t);
+
+    /// The present link of a plug, and the number of its interface, or 0.
+    virtual link_t sample_link(unsigned plug, int &index);
+
+    /// A socket on the interface of a plug. Throws std::system_error.
+    virtual fd_t open_wire(unsigned plug, int index);
+
+    /// A front port's link is another one now.
+    virtual void link_changed(unsigned) {}
+
+    /// A frame from a front port that is not for the CPU leaves.
+    virtual void forward(std::uint8_t chip_ports, wire_frame_t &frame);
+
+    /// Whether the daemon was told of the links as they are.
+    bool links_told() const { return !report_owed_; }
+
+    std::vector<chip_step_t> steps_; ///< of the latest batch
+
 private:
-    void attach(plug_t &plug, int index);
+    void attach(unsigned number, int index);
     void observe_link(unsigned plug, const link_t &link);
     void report_links();
     void deliver_bpdu(unsigned front, std::span<const std::uint8_t> frame);

@@ -1,11 +1,13 @@
 #include "lvt_board/wires.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
 
 #include <arpa/inet.h>
+#include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <sys/socket.h>
@@ -18,10 +20,29 @@ constexpr std::size_t VLAN_TAG_OCTETS = 4;
 constexpr std::uint8_t CHECKSUM_WANTED = 1;
 
 template <typename option_t>
-void set_option(const fd_t &wire, int name, const option_t &value)
+void set_option(const fd_t &wire, int name, const option_t &value, int level = SOL_PACKET)
 {
-    if (setsockopt(wire.number(), SOL_PACKET, name, &value, sizeof value) != 0)
+    if (setsockopt(wire.number(), level, name, &value, sizeof value) != 0)
         throw std::system_error(errno, std::generic_category(), "cannot set up a packet socket");
+}
+
+constexpr std::array<unsigned char, ETH_ALEN> BRIDGE_GROUP = {0x01, 0x80, 0xC2, 0x00, 0x00, 0x00};
+
+void hear_bpdus_only(const fd_t &wire)
+{
+    constexpr auto special = static_cast<std::uint32_t>(SKF_AD_OFF);
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x0180C200, 0, 5),
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 4),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x0000, 0, 3),
+        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, special + SKF_AD_VLAN_TAG_PRESENT),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, UINT32_MAX),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    const sock_fprog filter = {std::size(program), program};
+    set_option(wire, SO_ATTACH_FILTER, filter, SOL_SOCKET);
 }
 
 const tpacket_auxdata *auxdata_of(msghdr &message)
@@ -51,7 +72,7 @@ void restore_vlan_tag(wire_frame_t &frame, const tpacket_auxdata &auxdata)
 
 } // namespace
 
-fd_t wire_open(int index)
+fd_t wire_open(int index, ear_t ear)
 {
     // Bound to no protocol at first, so that it does not hear every interface until the bind below.
     fd_t wire(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -60,6 +81,8 @@ fd_t wire_open(int index)
     set_option(wire, PACKET_IGNORE_OUTGOING, 1);
     set_option(wire, PACKET_AUXDATA, 1);
     set_option(wire, PACKET_VNET_HDR, 1);
+    if (ear == ear_t::bpdus)
+        hear_bpdus_only(wire);
 
     sockaddr_ll address = {};
     address.sll_family = AF_PACKET;
@@ -68,10 +91,15 @@ fd_t wire_open(int index)
     if (bind(wire.number(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         throw std::system_error(errno, std::generic_category(), "cannot bind a packet socket");
 
-    packet_mreq everything = {};
-    everything.mr_ifindex = index;
-    everything.mr_type = PACKET_MR_PROMISC;
-    set_option(wire, PACKET_ADD_MEMBERSHIP, everything);
+    packet_mreq wanted = {};
+    wanted.mr_ifindex = index;
+    wanted.mr_type = PACKET_MR_PROMISC;
+    if (ear == ear_t::bpdus) {
+        wanted.mr_type = PACKET_MR_MULTICAST;
+        wanted.mr_alen = BRIDGE_GROUP.size();
+        std::copy(BRIDGE_GROUP.begin(), BRIDGE_GROUP.end(), wanted.mr_address);
+    }
+    set_option(wire, PACKET_ADD_MEMBERSHIP, wanted);
     return wire;
 }
 

@@ -32,9 +32,15 @@ struct wire_frame_t {
     std::span<std::uint8_t> span() { return std::span(octets).first(size); }
 };
 
-/// A socket that sees every frame coming in at the interface with number `index`, and none that
+/// What a socket hears.
+enum class ear_t {
+    everything,
+    bpdus, ///< frames without VLAN tag to 01:80:c2:00:00:00; all others pass without waking anybody
+};
+
+/// A socket that hears frames that come in at the interface with number `index`, and none that
 /// goes out. Throws std::system_error.
-fd_t wire_open(int index);
+fd_t wire_open(int index, ear_t ear = ear_t::everything);
 
 enum class wire_result_t { frame, nothing, failed };
 

@@ -196,7 +196,7 @@ TEST_F(config, every_fault_is_told_with_its_place)
             "23:5: group 9 should be a list of ports, as in 9 = [1, 2]",
             "24:1: there is no \"10\" in [groups]: known are the groups 7 to 9, spanning_tree, path_cost, "
             "priority, point_to_point",
-            "25:2: there is no \"switch\" in the file: known are [bridge], [port.1] to [port.6], [groups]",
+            "25:2: there is no \"switch\" in the file: known are [bridge], [port.1] to [port.6], [groups], [linux]",
         });
 }
 

@@ -239,6 +239,38 @@ void read_groups(reader_t &reader, const toml::table &groups)
     }
 }
 
+// ---- [linux] ---------------------------------------------------------------------------
+
+void read_linux_port(reader_t &reader, const toml::node &node)
+{
+    const std::string name = node.value_exact<std::string>().value_or("");
+    auto &names = reader.config.linux_ports;
+    if (!is_interface_name(name))
+        reader.blame(node.source(), "a port should be the name of an interface, as in \"lan1\"");
+    else if (std::ranges::count(names, name))
+        reader.blame(node.source(), fmt::format("\"{}\" is port {} already", name,
+                                                std::ranges::find(names, name) - names.begin() + 1));
+    else
+        names.push_back(name);
+}
+
+void read_linux(reader_t &reader, const toml::table &section)
+{
+    for (const auto &[key, node] : section) {
+        const toml::array *names = node.as_array();
+        if (key.str() != "ports") {
+            reader.unknown(key, "[linux]", "ports");
+        } else if (!names || names->empty() || names->size() > FRONT_PORTS) {
+            reader.blame(node.source(), fmt::format("ports should be a list of 1 to {} interfaces, as in [\"lan1\", "
+                                                    "\"lan2\"]",
+                                                    FRONT_PORTS));
+        } else {
+            for (const toml::node &name : *names)
+                read_linux_port(reader, name);
+        }
+    }
+}
+
 // ---- the whole -------------------------------------------------------------------------
 
 /// The library makes a table in a table for each part of a name, and its stack holds only so many.
@@ -259,13 +291,13 @@ void limit_parts(reader_t &reader, const std::string &text)
 void read_file(reader_t &reader, const toml::table &file)
 {
     const std::pair<const char *, void (*)(reader_t &, const toml::table &)> sections[] = {
-        {"bridge", read_bridge}, {"port", read_ports}, {"groups", read_groups}};
+        {"bridge", read_bridge}, {"port", read_ports}, {"groups", read_groups}, {"linux", read_linux}};
 
     for (const auto &[key, node] : file) {
         const std::string name(key.str());
         const auto known = std::ranges::find_if(sections, [&](const auto &s) { return s.first == name; });
         if (known == std::end(sections))
-            reader.unknown(key, "the file", "[bridge], [port.1] to [port.6], [groups]");
+            reader.unknown(key, "the file", "[bridge], [port.1] to [port.6], [groups], [linux]");
         else if (const toml::table *section = reader.section(node, name))
             known->second(reader, *section);
     }
@@ -345,16 +377,18 @@ config_t parse_config(const std::string &text, const settings_t &base)
     return reader.config;
 }
 
-settings_t settings_in(const std::string &text, const std::string &path)
+config_t config_in(const std::string &text, const std::string &path)
 {
-    const config_t config = parse_config(text);
+    config_t config = parse_config(text);
     std::string faults;
     for (const config_fault_t &fault : config.faults)
         faults += fmt::format("{}{}:{}:{}: {}", faults.empty() ? "" : "\n", path, fault.line, fault.column, fault.text);
     if (!faults.empty())
         throw faults_t(faults);
-    return config.settings;
+    return config;
 }
+
+settings_t settings_in(const std::string &text, const std::string &path) { return config_in(text, path).settings; }
 
 std::string read_config_text(const place_t &place)
 {

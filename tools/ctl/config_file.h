@@ -28,7 +28,8 @@ struct config_fault_t {
 };
 
 struct config_t {
-    settings_t settings; ///< whole only without faults
+    settings_t settings;                       ///< whole only without faults
+    std::vector<std::string> linux_ports = {}; ///< of a Linux bridge: the interfaces that are ports 1, 2 ...
     std::vector<config_fault_t> faults;
 };
 
@@ -36,6 +37,9 @@ struct config_t {
 /// of the file's grammar, other than a value of one line, nothing more is looked at. What it does not set is as in
 /// `base`.
 config_t parse_config(const std::string &text, const settings_t &base = {});
+
+/// The whole of what `text` says, said to come from `path`. Throws faults_t as load_config does.
+config_t config_in(const std::string &text, const std::string &path);
 
 /// Reads and parses a file. Throws faults_t with a line for each fault, refused_t when it cannot be
 /// read.

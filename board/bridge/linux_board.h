@@ -1,0 +1,99 @@
+/// A board whose chip is a Linux bridge: registers are the daemon's words for states that the kernel then has, frames
+/// are forwarded by the kernel, and only BPDUs pass here.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "board/bridge/gate.h"
+#include "board/bridge/numbers.h"
+#include "board/netlink/netlink.h"
+#include "lvt_board/board.h"
+
+/// Who keeps the kernel from forwarding on its own when a link comes up.
+enum class guard_t {
+    user_stp, ///< the kernel itself, for the bridge is in its user-space STP mode
+    gate,     ///< a table of the firewall
+};
+
+/// One of the bridge's ports.
+struct member_t {
+    interface_t now;                          ///< as the kernel told it last
+    unsigned front = 0;                       ///< front port; 0: it has none
+    std::optional<port_state_t> settled = {}; ///< the state that it was given, and had
+    bool refused = false;                     ///< the kernel refused a state, which was told
+};
+
+struct linux_board_settings_t {
+    interface_t bridge;
+    guard_t guard;
+    numbering_t numbering;
+    int daemon_net; ///< network namespace in which the CPU's cable is
+};
+
+class linux_board_t : public board_t {
+public:
+    /// tell  takes what people should read, a line each.
+    /// All arguments but the settings must outlive the board. Throws std::system_error.
+    linux_board_t(const board_clock_t &clock, event_log_t &log, linux_board_settings_t settings, netlink_t &netlink,
+                  gate_t *gate, std::function<void(const std::string &)> tell);
+
+    int mdio(const mdio_multi_t &batch) override;
+    void look_at_links() override;
+
+    /// From then on the ports have the states that the daemon wrote; before, they block.
+    void open_up();
+
+    /// Lets no port pass anything, or all of them everything, whatever the daemon writes.
+    void block_all();
+
+    /// Whether links changed that the daemon may not have taken in; until it has, their ports block.
+    bool unsettled() const { return unsettled_; }
+
+    /// What the daemon was told before this call it has acted on.
+    void settled();
+
+    /// Which interface is which port; one that is gone keeps its number until another needs it.
+    const numbers_t &numbers() const { return numbers_; }
+    const std::map<int, member_t> &members() const { return members_; }
+
+    /// Why the bridge can be ruled no longer; empty while it can.
+    const std::string &trouble() const { return trouble_; }
+
+    using board_t::links_told;
+
+protected:
+    link_t sample_link(unsigned plug, int &index) override;
+    fd_t open_wire(unsigned plug, int index) override;
+    void link_changed(unsigned front) override;
+    void forward(std::uint8_t, wire_frame_t &) override {}
+
+private:
+    void refresh();
+    void refresh_bridge();
+    void admit(const std::vector<interface_t> &ports);
+    void judge(member_t &member, const interface_t &now);
+    unsigned code_for(const member_t &member) const;
+    port_state_t kernel_state(unsigned code) const;
+    gate_state_t gate_wanted() const;
+    int put(member_t &member);
+    int flush(unsigned fronts);
+    int enforce();
+    void enforce_or_tell();
+
+    linux_board_settings_t settings_;
+    netlink_t &netlink_;
+    gate_t *gate_; ///< null where the kernel needs none
+    gate_state_t passing_;
+    std::function<void(const std::string &)> tell_;
+    std::map<int, member_t> members_; ///< by interface number
+    numbers_t numbers_;
+    std::array<bool, BOARD_PORTS + 1> held_{}; ///< blocks until the daemon has heard of its link
+    bool opened_ = false;
+    bool unsettled_ = false;
+    std::string trouble_;
+    std::string told_; ///< the latest complaint, so that it is told once
+};
