@@ -142,7 +142,10 @@ void linux_board_t::judge(member_t &member, const interface_t &now)
     }
     // A link that came or went changes the state by itself.
     const bool same_link = member.now.up == now.up && now.up;
-    if (same_link && member.settled && now.port_state && *member.settled != *now.port_state &&
+    // So does the kernel's timer that ends learning, where it thinks that there is no spanning tree.
+    const bool by_timer = settings_.guard == guard_t::gate && member.settled == port_state_t::learning &&
+                          now.port_state == port_state_t::forwarding;
+    if (same_link && !by_timer && member.settled && now.port_state && *member.settled != *now.port_state &&
         *member.settled == kernel_state(code_for(member)))
         tell_(fmt::format("{} was found {}: it is set back to {}", now.name, port_state_name(*now.port_state),
                           port_state_name(*member.settled)));
