@@ -239,6 +239,15 @@ void linux_board_t::block_all()
     enforce_or_tell();
 }
 
+bool linux_board_t::differs(const member_t &member) const
+{
+    const unsigned code = chip_port_state(chip, chip_port_of_front(member.front));
+    return member.now.up && member.now.port_state &&
+           (forwards(code) != (member.now.port_state == port_state_t::forwarding) ||
+            learns(code) !=
+                (member.now.port_state >= port_state_t::learning && member.now.port_state <= port_state_t::forwarding));
+}
+
 // ---- states ------------------------------------------------------------------------------
 
 /// The state that a port should have, as the chip's registers have it.

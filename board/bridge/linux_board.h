@@ -60,6 +60,9 @@ public:
     const numbers_t &numbers() const { return numbers_; }
     const std::map<int, member_t> &members() const { return members_; }
 
+    /// Whether the kernel lets something else through a front port than the daemon said.
+    bool differs(const member_t &member) const;
+
     /// Why the bridge can be ruled no longer; empty while it can.
     const std::string &trouble() const { return trouble_; }
 

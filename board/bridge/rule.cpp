@@ -152,7 +152,8 @@ std::string report(const rule_options_t &options, const linux_board_t &board, gu
     for (const auto &[front, member] : members)
         ports.push_back({{"port", front},
                          {"interface", member->now.name},
-                         {"kernel", member->now.port_state ? port_state_name(*member->now.port_state) : ""}});
+                         {"kernel", member->now.port_state ? port_state_name(*member->now.port_state) : ""},
+                         {"differs", board.differs(*member)}});
     return nlohmann::json{{"bridge", options.bridge},
                           {"pid", getpid()},
                           {"mode", guard == guard_t::user_stp ? "user-space STP" : "firewall"},

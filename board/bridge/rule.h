@@ -17,7 +17,7 @@ struct rule_options_t {
     at_end_t at_end = at_end_t::keep;
     bool rapid = false;
     std::vector<std::string> ports; ///< front ports 1, 2 ...; empty: what the settings file lists, or all
-    std::filesystem::path state_dir = STATE_DIR;
+    std::filesystem::path state_dir = BRIDGE_NOTES_FOLDER;
 };
 
 /// The bridge cannot be ruled as it is; the words say what would help.

@@ -44,19 +44,19 @@ state_dir_t::state_dir_t(const std::filesystem::path &folder, const std::string 
     folder_ = fd_t(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!folder_)
         fail(folder);
-    lock_ = fd_t(openat(folder_.number(), name(".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+    lock_ = fd_t(openat(folder_.number(), name(BRIDGE_LOCK).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
     if (!lock_)
-        fail(folder / name(".lock"));
+        fail(folder / name(BRIDGE_LOCK));
     const bool locked = flock(lock_.number(), LOCK_EX | LOCK_NB) == 0;
     if (!locked && errno != EWOULDBLOCK)
-        fail(folder / name(".lock"));
+        fail(folder / name(BRIDGE_LOCK));
     if (locked)
         name_ = take_name(bridge);
     if (!name_)
         throw ruled_already_t(fmt::format("{} is ruled by another lvt_bridge already", bridge));
 }
 
-state_dir_t::~state_dir_t() { unlinkat(folder_.number(), name(".json").c_str(), 0); }
+state_dir_t::~state_dir_t() { unlinkat(folder_.number(), name(BRIDGE_REPORT).c_str(), 0); }
 
 bool state_dir_t::claimed() const { return faccessat(folder_.number(), name(".claim").c_str(), F_OK, 0) == 0; }
 
@@ -68,7 +68,7 @@ void state_dir_t::write_report(const std::string &text)
 {
     if (text == report_)
         return;
-    write(name(".json"), text);
+    write(name(BRIDGE_REPORT), text);
     report_ = text;
 }
 

@@ -7,7 +7,7 @@
 ///                   left to a program, and else the kernel's own STP begins. What is ruled stays claimed when
 ///                   lvt_bridge ends, so that the states stay.
 ///     BRIDGE.json   while the bridge is ruled: {"bridge", "pid", "mode", "config", "ports": [{"port", "interface",
-///                   "kernel"}]}, for lvt_rstpctl
+///                   "kernel", "differs"}]}, for lvt_rstpctl
 ///     BRIDGE.ports  which interface was which port
 #pragma once
 
@@ -16,8 +16,7 @@
 #include <string>
 
 #include "board/lvt_board/fd.h"
-
-constexpr char STATE_DIR[] = "/run/lvt_bridge";
+#include "tools/bridge_notes.h"
 
 /// Somebody rules the bridge already.
 struct ruled_already_t : std::runtime_error {

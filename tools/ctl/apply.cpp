@@ -8,6 +8,7 @@
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/config_file.h"
 #include "tools/ctl/confirm.h"
+#include "tools/ctl/linux_bridge.h"
 #include "tools/ctl/memory.h"
 #include "tools/ctl/outlook.h"
 #include "tools/ctl/plan.h"
@@ -86,7 +87,7 @@ void tell_outlook(const ctl_t &ctl, const settings_t &settings)
 std::string how_to_confirm(const ctl_t &ctl, std::chrono::nanoseconds patience)
 {
     return fmt::format("it goes back in {:g} s unless you say: lvt_rstpctl{} confirm",
-                       std::chrono::duration<double>(patience).count(), ctl.root.empty() ? "" : " --root " + ctl.root);
+                       std::chrono::duration<double>(patience).count(), way_to(ctl));
 }
 
 /// Prepares the way back to what is in force now; `restore` puts a file back as well.
@@ -189,7 +190,9 @@ void refuse_loops(const settings_t &before, const settings_t &settings, const br
 
 place_t place_of(const ctl_t &ctl, const std::string &file)
 {
-    return file.empty() ? place_t{ctl.root, CONFIG_FILE} : place_t{"", file};
+    if (file.empty() && ctl.config.empty())
+        return {ctl.root, CONFIG_FILE};
+    return {"", file.empty() ? ctl.config : file};
 }
 
 void check_config(const place_t &place, bool json)

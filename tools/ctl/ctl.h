@@ -5,9 +5,14 @@
 #include <stdexcept>
 #include <string>
 
+#include "tools/bridge_notes.h"
+
 /// Options that every command knows.
 struct ctl_t {
-    std::string root; ///< put in front of every path of the daemon; empty for this machine
+    std::string root;   ///< put in front of every path of the daemon; empty for this machine
+    std::string bridge; ///< the Linux bridge that the daemon rules; empty: it rules a switch
+    std::string bridges = BRIDGE_NOTES_FOLDER;
+    std::string config; ///< where the settings are kept, if not in the usual place below `root`
     bool dry_run = false;
     bool colour = false;
 };

@@ -13,6 +13,7 @@
 #include "tools/ctl/arguments.h"
 #include "tools/ctl/cli.h"
 #include "tools/ctl/letters.h"
+#include "tools/ctl/linux_bridge.h"
 #include "tools/ctl/output.h"
 #include "tools/command_line.h"
 
@@ -36,9 +37,14 @@ bool is_colour_wanted(const std::string &when)
 
 void add_global_options(CLI::App &app, ctl_t &ctl, std::string &colour)
 {
-    app.add_option("--root", ctl.root, "Look for the daemon's pipes and files under DIR instead of /")
+    auto *root = app.add_option("--root", ctl.root, "Look for the daemon's pipes and files under DIR instead of /");
+    root->type_name("DIR")->envname("LVT_ROOT");
+    app.add_option("--bridge", ctl.bridge, "Speak to the daemon with which lvt_bridge rules this Linux bridge")
+        ->type_name("BRIDGE")
+        ->excludes(root);
+    app.add_option("--state-dir", ctl.bridges, "Where lvt_bridge notes what it rules")
         ->type_name("DIR")
-        ->envname("LVT_ROOT");
+        ->capture_default_str();
     app.add_flag("--dry-run", ctl.dry_run, "Show messages in words and hex instead of sending them");
     app.add_option("--color", colour, "auto (on a terminal, default), always or never")
         ->type_name("WHEN")
@@ -46,6 +52,7 @@ void add_global_options(CLI::App &app, ctl_t &ctl, std::string &colour)
     app.set_version_flag("--version", LVT_VERSION, "Print the version and exit");
     app.parse_complete_callback([&ctl, &colour] {
         trim_slashes(ctl.root);
+        find_bridge(ctl);
         ctl.colour = is_colour_wanted(colour);
     });
 }
@@ -158,7 +165,9 @@ exit_code_t run(int argc, char **argv)
         "alone show these.\n"
         "Exit status: 0 done, or so; 1 refused, or not so; 2 the command line was not understood; 3 it cannot be\n"
         "told, for no daemon reports or takes anything.\n"
-        "Example, to speak to a board that runs in a namespace of its own:\n"
+        "Examples, to speak to the daemon of a Linux bridge, which goes without saying where there is just one, and\n"
+        "to that of a board that runs in a namespace of its own:\n"
+        "  lvt_rstpctl --bridge br0 show\n"
         "  lvt_rstpctl --root /proc/PID/root show");
     app.final_callback([&app] {
         if (app.get_subcommands().empty())

@@ -1,6 +1,8 @@
 #include "tools/ctl/report.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <optional>
 
 #include <fmt/format.h>
 
@@ -104,6 +106,34 @@ cell_t neighbour_cell(const port_status_t &port)
     return faint_if(name == "none", name);
 }
 
+/// The state that the kernel gives to the interface, where it is another; nothing where it is not.
+std::optional<cell_t> kernel_cell(const linux_ports_t &interfaces, int port)
+{
+    const auto found = interfaces.find(port);
+    if (found == interfaces.end() || !found->second.differs)
+        return {};
+    return cell_t{.text = found->second.kernel, .tone = tone_t::bad};
+}
+
+/// Puts in what is known of the interfaces: their names, and states of which the daemon knows nothing.
+void add_interfaces(table_t &table, const linux_ports_t &interfaces)
+{
+    constexpr long behind_port = 1, behind_state = 4;
+    const auto number_of = [](const row_t &row) { return std::atoi(row[0].text.c_str()); };
+    const bool differs = std::ranges::any_of(
+        table, [&](const row_t &row) { return kernel_cell(interfaces, number_of(row)).has_value(); });
+    for (row_t &row : table) {
+        const bool heading = &row == &table.front();
+        const auto member = interfaces.find(number_of(row));
+        const std::string name = member != interfaces.end() ? member->second.interface : "";
+        const auto kernel = kernel_cell(interfaces, number_of(row));
+        row.resize(std::max<size_t>(row.size(), behind_state - 1));
+        row.insert(row.begin() + behind_port, heading ? title("interface") : cell_t{.text = name});
+        if (differs)
+            row.insert(row.begin() + behind_state, heading ? title("kernel") : kernel.value_or(cell_t{}));
+    }
+}
+
 row_t port_row(const bridge_status_t &status, int number_of_port)
 {
     const port_status_t &port = status.port(number_of_port);
@@ -131,12 +161,16 @@ table_t shown_ports(const bridge_status_t &status, row_t heading, make_row_t mak
     return table;
 }
 
-table_t ports_table(const bridge_status_t &status)
+table_t ports_table(const bridge_status_t &status, const linux_ports_t &interfaces)
 {
-    return shown_ports(status,
-                       {title("port"), title("role"), title("state"), title("cost"), title("edge", 3), title("p2p"),
-                        title("neighbour", 4), title("designated bridge", 1), title("its port", 5)},
-                       port_row);
+    table_t table =
+        shown_ports(status,
+                    {title("port"), title("role"), title("state"), title("cost"), title("edge", 3), title("p2p"),
+                     title("neighbour", 4), title("designated bridge", 1), title("its port", 5)},
+                    port_row);
+    if (!interfaces.empty())
+        add_interfaces(table, interfaces);
+    return table;
 }
 
 // ---- statistics ------------------------------------------------------------------------
@@ -167,7 +201,7 @@ std::string counts_text(const frame_counts_t &counts)
     return fmt::format("{} RST, {} configuration, {} TCN", counts.rstp, counts.stp, counts.tcn);
 }
 
-table_t port_table(const bridge_status_t &status, int number_of_port)
+table_t port_table(const bridge_status_t &status, int number_of_port, const linux_ports_t &interfaces)
 {
     const port_status_t &port = status.port(number_of_port);
     table_t table = {
@@ -175,6 +209,10 @@ table_t port_table(const bridge_status_t &status, int number_of_port)
         named("role", role_cell(port)),
         named("state", state_cell(status, number_of_port)),
     };
+    if (const auto member = interfaces.find(number_of_port); member != interfaces.end())
+        table.insert(table.begin() + 1, named("interface", {.text = member->second.interface}));
+    if (const auto kernel = kernel_cell(interfaces, number_of_port))
+        table.push_back(named("kernel", *kernel));
     if (port.group)
         table.push_back(named("group", {.text = fmt::to_string(port.group)}));
     if (number_of_port > static_cast<int>(FRONT_PORTS)) {
@@ -198,17 +236,17 @@ table_t port_table(const bridge_status_t &status, int number_of_port)
 
 } // namespace
 
-std::vector<table_t> report_of(const bridge_status_t &status, const subject_t &subject)
+std::vector<table_t> report_of(const bridge_status_t &status, const subject_t &subject, const linux_ports_t &interfaces)
 {
     std::vector<table_t> tables;
     for (const int port : subject.one_by_one)
-        tables.push_back(port_table(status, port));
+        tables.push_back(port_table(status, port, interfaces));
     if (!tables.empty())
         return tables;
     if (subject.bridge)
         tables.push_back(bridge_table(status));
     if (subject.ports)
-        tables.push_back(ports_table(status));
+        tables.push_back(ports_table(status, interfaces));
     if (subject.statistics)
         tables.push_back(statistics_table(status));
     return tables;

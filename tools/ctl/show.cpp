@@ -42,6 +42,7 @@ struct told_t {
     const reading_t &reading;
     const history_t &history;
     const reading_t *before; ///< the report before, of which changes are marked; null: none
+    linux_ports_t interfaces;
 };
 
 std::string notes_text(const ctl_t &ctl, const show_args_t &args, const told_t &told)
@@ -57,9 +58,9 @@ std::string notes_text(const ctl_t &ctl, const show_args_t &args, const told_t &
 
 std::string tables_text(const ctl_t &ctl, const show_args_t &args, const told_t &told)
 {
-    std::vector<table_t> tables = report_of(told.reading.status, args.subject);
+    std::vector<table_t> tables = report_of(told.reading.status, args.subject, told.interfaces);
     if (told.before) {
-        const std::vector<table_t> old = report_of(told.before->status, args.subject);
+        const std::vector<table_t> old = report_of(told.before->status, args.subject, told.interfaces);
         for (size_t i = 0; i < tables.size(); i++)
             mark_changes(tables[i], old[i]);
     }
@@ -78,11 +79,12 @@ std::string report_text(const ctl_t &ctl, const show_args_t &args, const told_t 
     const std::vector<int> ports = ports_of(args.subject);
     switch (args.format) {
     case format_t::json:
-        return status_json(reading, told.history, ports, json_layout_t::compact) + "\n";
+        return status_json(reading, told.history, ports, json_layout_t::compact, told.interfaces) + "\n";
     case format_t::pretty_json:
-        return status_json(reading, told.history, ports, json_layout_t::indented) + "\n";
+        return status_json(reading, told.history, ports, json_layout_t::indented, told.interfaces) + "\n";
     case format_t::lines:
-        return status_lines(reading, told.history, args.subject.bridge && args.subject.one_by_one.empty(), ports);
+        return status_lines(reading, told.history, args.subject.bridge && args.subject.one_by_one.empty(), ports,
+                            told.interfaces);
     case format_t::table:
         break;
     }
@@ -125,16 +127,16 @@ void show(const ctl_t &ctl, const show_args_t &args)
     history_t history(ctl, reading);
     history.keep(ctl);
     if (!args.watch) {
-        fmt::print("{}", report_text(ctl, args, {reading, history, nullptr}));
+        fmt::print("{}", report_text(ctl, args, {reading, history, nullptr, linux_ports(ctl)}));
         return;
     }
 
     const auto deadline = deadline_after(args.length);
-    print_redraw(args, reading, report_text(ctl, args, {reading, history, &reading}));
+    print_redraw(args, reading, report_text(ctl, args, {reading, history, &reading, linux_ports(ctl)}));
     while (auto next = next_status(ctl, reading, deadline)) {
         history.take(*next);
         history.keep(ctl);
-        print_redraw(args, *next, report_text(ctl, args, {*next, history, &reading}));
+        print_redraw(args, *next, report_text(ctl, args, {*next, history, &reading, linux_ports(ctl)}));
         reading = *next;
     }
 }

@@ -76,7 +76,7 @@ json_t members_of(const bridge_status_t &status, int group)
     return members;
 }
 
-json_t port_of(const reading_t &reading, const history_t &history, int number)
+json_t port_of(const reading_t &reading, const history_t &history, int number, const linux_ports_t &interfaces)
 {
     const bridge_status_t &status = reading.status;
     const port_status_t &port = status.port(number);
@@ -86,7 +86,7 @@ json_t port_of(const reading_t &reading, const history_t &history, int number)
     received["unknown"] = port.unknown;
     std::string neighbour = neighbour_name(port);
     std::ranges::transform(neighbour, neighbour.begin(), [](char letter) { return std::tolower(letter); });
-    return {
+    json_t object = {
         {"port", number},
         {"role", role_name(port)},
         {"state", state_name(status, number)},
@@ -103,6 +103,11 @@ json_t port_of(const reading_t &reading, const history_t &history, int number)
         {"sent", counts_of(port.sent)},
         {"received", received},
     };
+    if (const auto member = interfaces.find(number); member != interfaces.end()) {
+        object["interface"] = member->second.interface;
+        object["kernel_state"] = or_null(!member->second.kernel.empty(), member->second.kernel);
+    }
+    return object;
 }
 
 /// The values of an object as "key=value", those of an object within it as "key.inner=value".
@@ -121,11 +126,11 @@ std::string assignments(const json_t &object, const std::string &prefix = {})
 } // namespace
 
 std::string status_json(const reading_t &reading, const history_t &history, const std::vector<int> &ports,
-                        json_layout_t layout)
+                        json_layout_t layout, const linux_ports_t &interfaces)
 {
     json_t list = json_t::array();
     for (const int port : ports)
-        list.push_back(port_of(reading, history, port));
+        list.push_back(port_of(reading, history, port, interfaces));
     const json_t document = {{"version", JSON_VERSION},
                              {"written", utc_text(reading.written)},
                              {"bridge", bridge_of(reading.status)},
@@ -133,13 +138,14 @@ std::string status_json(const reading_t &reading, const history_t &history, cons
     return document.dump(layout == json_layout_t::indented ? 2 : -1);
 }
 
-std::string status_lines(const reading_t &reading, const history_t &history, bool bridge, const std::vector<int> &ports)
+std::string status_lines(const reading_t &reading, const history_t &history, bool bridge, const std::vector<int> &ports,
+                         const linux_ports_t &interfaces)
 {
     std::string text;
     if (bridge)
         text += "bridge" + assignments(bridge_of(reading.status)) + "\n";
     for (const int port : ports) {
-        json_t values = port_of(reading, history, port);
+        json_t values = port_of(reading, history, port, interfaces);
         values.erase("port");
         text += fmt::format("port {}{}\n", port, assignments(values));
     }

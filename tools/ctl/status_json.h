@@ -8,6 +8,7 @@
 #include "tools/ctl/changes.h"
 #include "tools/ctl/expect.h"
 #include "tools/ctl/history.h"
+#include "tools/ctl/linux_bridge.h"
 #include "tools/ctl/outlook.h"
 #include "tools/ctl/plan.h"
 #include "tools/ctl/show_config.h"
@@ -20,13 +21,13 @@ constexpr int JSON_VERSION = 2;
 enum class json_layout_t { compact, indented };
 
 /// The state as one JSON document, without line end. It has always the same shape; only `ports`
-/// (1 to 9) says whose entries are in its list of ports.
+/// (1 to 9) says whose entries are in its list of ports. Of a Linux bridge these name their interfaces.
 std::string status_json(const reading_t &reading, const history_t &history, const std::vector<int> &ports,
-                        json_layout_t layout);
+                        json_layout_t layout, const linux_ports_t &interfaces = {});
 
 /// The same values as text, one line for the bridge (unless it is not wanted) and one for each port.
-std::string status_lines(const reading_t &reading, const history_t &history, bool bridge,
-                         const std::vector<int> &ports);
+std::string status_lines(const reading_t &reading, const history_t &history, bool bridge, const std::vector<int> &ports,
+                         const linux_ports_t &interfaces = {});
 
 /// Statements and how they were judged, as one JSON document in one line, without line end.
 std::string verdicts_json(const std::vector<verdict_t> &verdicts);
