@@ -3,10 +3,11 @@ $(error PKG_NAME, PKG_VERSION and PKG_RELEASE must be set before package.mk)
 endif
 
 # What OpenWrt reads of a package, as far as this one uses it.
-known = Package/$(1) $(addprefix Package/$(1)/,description conffiles extra_provides install) Build/Prepare
+needed = Package/$(1) $(addprefix Package/$(1)/,description conffiles install) Build/Prepare
+known = $(needed) Package/$(1)/extra_provides
 
 define BuildPackage
-$(foreach part,$(known),$(if $(value $(part)),,$(error $(part) is not defined)))
+$(foreach part,$(needed),$(if $(value $(part)),,$(error $(part) is not defined)))
 $(foreach part,$(filter-out $(known),$(filter Package/% Build/%,$(.VARIABLES))),\
   $(error OpenWrt does not know $(part)))
 $(eval $(value Package/$(1)))
@@ -16,7 +17,7 @@ show:
 	@echo 'name=$(1)'
 	@echo 'version=$$(PKG_VERSION)'
 	@echo 'options=$$(CMAKE_OPTIONS)'
-	@( $$(Package/$(1)/extra_provides) ) | sed 's/^/provides=/'
+	@( $(if $(value Package/$(1)/extra_provides),$$(Package/$(1)/extra_provides),:) ) | sed 's/^/provides=/'
 
 prepare:
 	$$(Build/Prepare)
