@@ -13,16 +13,11 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/this_build.h"
+
 /// How many seeds a random test takes: of `count` one in four where programs are slow, under an emulator or
 /// with a sanitizer.
-constexpr uint32_t seeds_here(uint32_t count)
-{
-#ifdef LVT_SLOW_PROGRAMS
-    return (count + 3) / 4;
-#else
-    return count;
-#endif
-}
+inline uint32_t seeds_here(uint32_t count) { return programs_are_slow() ? (count + 3) / 4 : count; }
 
 /// LVT_SEED, 0 when it is not set. The program ends when it is no number of 32 bits.
 inline uint32_t seed_from_outside()

@@ -222,7 +222,7 @@ void machine_test::expect_entry(state_mach_t port_t::*mach, const entry_row_t &r
 
 void machine_test::expect_rules(state_mach_t port_t::*mach, const std::vector<rule_t> &rules, rstpstate_t last_state)
 {
-    constexpr unsigned draws = seeds_here(100000);
+    const unsigned draws = seeds_here(100000);
     const stp_machine_t &machine = machine_of(mach);
     const test_seed_t seed(20040609);
     std::mt19937 random(seed.value);

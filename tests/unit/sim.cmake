@@ -1,21 +1,22 @@
 # The network simulator, and what whole switches in it do to the tick.
 find_package(fmt REQUIRED)
-add_executable(unit_sim
-    sim_judge_test.cpp sim_world_test.cpp sim_draw_test.cpp sim_program_test.cpp
-    sim_net.cpp sim_tree_test.cpp sim_neighbour_test.cpp sim_group_test.cpp sim_rapid_test.cpp
-    ../bpdus.cpp ../lies.cpp ../settings.cpp)
 lvt_starter(lvt_sim starter)
-target_compile_definitions(unit_sim PRIVATE
-    LVT_SIM="${starter}" LVT_SIM_COMPLETION="${PROJECT_SOURCE_DIR}/sim/completion/lvt_sim" LVT_VERSION="${PROJECT_VERSION}")
+lvt_add_unit_tests(unit_sim
+    TESTS sim_judge_test.cpp sim_world_test.cpp sim_draw_test.cpp sim_program_test.cpp
+        sim_net.cpp sim_tree_test.cpp sim_neighbour_test.cpp sim_group_test.cpp sim_rapid_test.cpp
+        ../bpdus.cpp ../lies.cpp ../settings.cpp
+    LIBRARIES lvt_sim_world lvt_ctl_rules fmt::fmt
+    DEFINITIONS LVT_SIM="${starter}" LVT_SIM_COMPLETION="${PROJECT_SOURCE_DIR}/sim/completion/lvt_sim"
+        LVT_VERSION="${PROJECT_VERSION}")
 add_dependencies(unit_sim lvt_sim)
-target_link_libraries(unit_sim PRIVATE lvt_sim_world lvt_ctl_rules lvt_warnings fmt::fmt GTest::gtest_main)
 lvt_discover_unit_tests(unit_sim sim.)
 
 if(TARGET lvt_sim_play)
-    add_executable(unit_sim_play sim_play_test.cpp)
-    target_compile_definitions(unit_sim_play PRIVATE
-        LVT_SIM="$<TARGET_FILE:lvt_sim>" LVT_SIM_SOURCES="${PROJECT_SOURCE_DIR}/sim" LVT_DOCS="${PROJECT_SOURCE_DIR}/docs")
-    target_link_libraries(unit_sim_play PRIVATE lvt_sim_play lvt_warnings fmt::fmt GTest::gmock GTest::gtest_main)
+    lvt_add_unit_tests(unit_sim_play
+        TESTS sim_play_test.cpp
+        LIBRARIES lvt_sim_play fmt::fmt
+        DEFINITIONS LVT_SIM="$<TARGET_FILE:lvt_sim>" LVT_SIM_SOURCES="${PROJECT_SOURCE_DIR}/sim"
+            LVT_DOCS="${PROJECT_SOURCE_DIR}/docs")
     add_dependencies(unit_sim_play lvt_sim)
     lvt_discover_unit_tests(unit_sim_play sim.)
 endif()

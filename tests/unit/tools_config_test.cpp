@@ -1087,8 +1087,9 @@ TEST_F(confirm, survives_its_terminal)
     report(STATUS);
     write_file(file, "");
     // A terminal of its own, which ends with the command.
-    const run_t result = run_on_board("--help >/dev/null; setsid -w script -qec '\"" LVT_RSTPCTL "\" --root " +
-                                      board.path + " apply --confirm 1 " + file + "' /dev/null");
+    const run_t result = run_on_board(
+        fmt::format("--help >/dev/null; setsid -w script -qec '\"{}\" --root {} apply --confirm 1 {}' /dev/null",
+                    rstpctl_program(), board.path, file));
     EXPECT_EQ(result.status, 0) << result.output;
     EXPECT_TRUE(end_of_wait().starts_with("the last change went back at ")) << end_of_wait();
 }

@@ -12,6 +12,7 @@
 #include <optional>
 #include <thread>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/inotify.h>
@@ -19,11 +20,15 @@
 
 #include "platform/messages.h"
 #include "program.h"
+#include "tests/this_build.h"
 #include "tools/messages.h"
 #include "tools_fixture.h"
 
 /// Runs the tool with a command line in shell syntax.
-inline run_t run(const std::string &arguments) { return run_command("\"" LVT_RSTPCTL "\" " + arguments); }
+inline run_t run(const std::string &arguments)
+{
+    return run_command(fmt::format("\"{}\" {}", rstpctl_program(), arguments));
+}
 
 /// A status file: port 1 root, port 2 alternate, both towards an STP bridge; port 3 designated, to a
 /// host; ports 4 to 6 off, no groups.

@@ -100,7 +100,7 @@ std::vector<std::string> names_in_help(const std::string &command)
 /// What bash offers for the last word of a command line.
 std::string completions(const std::string &line)
 {
-    return completions_of(LVT_RSTPCTL, LVT_COMPLETION, "_lvt_rstpctl", line);
+    return completions_of(rstpctl_program(), LVT_COMPLETION, "_lvt_rstpctl", line);
 }
 
 std::vector<octets_t> real_examples()
