@@ -21,8 +21,7 @@ namespace {
 
 /// Before the kernel's own filters, which may change a frame. What goes to a port is dropped where it would leave, so
 /// that a port may hear and learn and yet let nothing through.
-constexpr char CHAINS[] = R"(
-  chain prerouting {{
+constexpr char CHAINS[] = R"(  chain prerouting {{
     type filter hook prerouting priority -350; policy accept;
     iif @ports ether daddr 01:80:c2:00:00:00 drop
     iif @deaf drop

@@ -41,9 +41,6 @@ bool is_ready(const switch_t &board)
     }
 }
 
-/// A program by the name that it has in a node, where the working folder and /tmp are others.
-std::string where(const std::string &program) { return std::filesystem::weakly_canonical(program); }
-
 switch_settings_t completed(switch_settings_t settings)
 {
     if (settings.board.empty())
@@ -58,6 +55,8 @@ switch_settings_t completed(switch_settings_t settings)
 }
 
 } // namespace
+
+std::string where(const std::string &program) { return std::filesystem::weakly_canonical(program); }
 
 void require_program(const std::filesystem::path &path)
 {

@@ -42,6 +42,9 @@ struct switch_settings_t {
     bool rapid = false;                               ///< the daemon is asked to be rapid
 };
 
+/// A program by the name that it has in a node, where the working folder and /tmp are others.
+std::string where(const std::string &program);
+
 /// Throws cannot_run_t, which tells how it is built, when there is no such program.
 void require_program(const std::filesystem::path &path);
 
