@@ -244,7 +244,35 @@ TEST_F(config, a_name_of_too_many_parts)
     for (size_t i = 0; i < 1'000; i++)
         name += ".a";
     expect_faults("[" + name + "]\n", {"1:2: there is no \"a\" in the file: known are [bridge], [port.1] to [port.6], "
-                                       "[groups]"});
+                                       "[groups], [linux]"});
+}
+
+TEST_F(config, ports_of_a_linux_bridge)
+{
+    write_file(file, "[linux]\nports = [\"lan1\", \"lan-2\", \"eth0.3\", \"a\", \"b\", \"c\"]\n");
+    EXPECT_EQ(run_on_board("check " + file).status, 0);
+
+    const std::string list = "ports should be a list of 1 to 6 interfaces, as in [\"lan1\", \"lan2\"]";
+    const std::string name = "a port should be the name of an interface, as in \"lan1\"";
+    expect_faults("[linux]\nports = []\n", {"2:9: " + list});
+    expect_faults("[linux]\nports = \"lan1\"\n", {"2:9: " + list});
+    expect_faults("[linux]\nports = [\"1\", \"2\", \"3\", \"4\", \"5\", \"6\", \"7\"]\n", {"2:9: " + list});
+    expect_faults("[linux]\nports = [\"lan1\", \"lan2\", \"lan1\"]\n", {"2:26: \"lan1\" is port 1 already"});
+    expect_faults(
+        "[linux]\nports = [1, \"\", \"a b\", \"..\", \"a/b\", \"abcdefghijklmnop\"]\n",
+        {"2:10: " + name, "2:13: " + name, "2:17: " + name, "2:24: " + name, "2:30: " + name, "2:37: " + name});
+    expect_faults("[linux]\nport = [\"lan1\"]\n", {"2:1: there is no \"port\" in [linux]: known are ports"});
+    expect_faults("linux = 1\n", {"1:9: linux should be a section, [linux]"});
+}
+
+TEST_F(config, ports_of_a_linux_bridge_change_no_message)
+{
+    write_file(file, "[bridge]\npriority = 4096\n");
+    const run_t without = run_on_board("--dry-run apply " + file);
+    write_file(file, "[linux]\nports = [\"lan1\"]\n[bridge]\npriority = 4096\n");
+    const run_t with = run_on_board("--dry-run apply " + file);
+    EXPECT_EQ(with.status, 0) << with.output;
+    EXPECT_EQ(with.output, without.output);
 }
 
 TEST_F(config, files_that_cannot_be_read)

@@ -7,9 +7,11 @@
 #include <sstream>
 #include <utility>
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <pty.h>
+#include <sys/file.h>
 
 #include "tools/printable.h"
 #include "tools_ctl.h"
@@ -645,6 +647,30 @@ TEST_F(show, another_users_look_leaves_nothing)
     report(STATUS);
     EXPECT_EQ(run_on_board("show").status, 0);
     EXPECT_TRUE(std::filesystem::exists(path("tmp/lvt_rstpctl/seen.json")));
+}
+
+TEST_F(show, the_bridge_that_is_named_has_to_be_ruled)
+{
+    const std::string asked = fmt::format("--state-dir {} --bridge br0 show", board.path);
+    const std::string nobody = "lvt_rstpctl: no lvt_bridge rules br0, or it is not ready yet\n";
+    const auto expect_untold = [&](const std::string &text) {
+        const run_t told = run(asked);
+        EXPECT_EQ(told.status, 3);
+        EXPECT_EQ(told.output, text);
+    };
+    expect_untold(nobody);
+    write_file(board.path + "/br0.json", R"({"pid": 1, "config": "", "ports": []})");
+    write_file(board.path + "/br0.lock", "");
+    expect_untold(nobody); // of an lvt_bridge that is no more
+
+    const int lock = open((board.path + "/br0.lock").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    write_file(board.path + "/br0.json", "{");
+    expect_untold(fmt::format("lvt_rstpctl: {}/br0.json is no report of lvt_bridge\n", board.path));
+    write_file(board.path + "/br0.json", R"({"config": ""})");
+    expect_untold("lvt_rstpctl: the report of br0 is not understood\n");
+    close(lock);
+    EXPECT_EQ(run("--root / --bridge br0 show").status, 2);
 }
 
 TEST_F(show, one_look_after_the_other_holds_the_time_of_a_topology_change)
