@@ -147,7 +147,7 @@ struct port_t {
 
     // Of a rapid bridge.
     uint8_t wordTold; ///< number of what the port tells
-    uint8_t wordHeld; ///< and of what the neighbour has told
+    uint8_t wordHeld; ///< and of what the neighbour has told; what it means while the port is designated: rapid.cpp
     uint8_t sends;    ///< RST BPDUs, to count one of some
 
     prio_vector_t designatedPrio;

@@ -33,7 +33,8 @@ protected:
                 .port_id = static_cast<uint16_t>(told.design_port)};
     }
 
-    /// What a neighbour that follows the standard says below `down`: its own vector.
+    /// What a neighbour that follows the standard says below `down`: its own vector. Its agreement counts when it is
+    /// given twice.
     heard_t below(uint8_t flags, uint32_t cost) const
     {
         heard_t words = words_of(down, flags);
@@ -91,6 +92,25 @@ TEST_F(rapid_bridge, agrees_by_repeating_what_it_agrees_with)
     EXPECT_EQ(agreement.at(NUMBER_AT), 7);
 }
 
+TEST_F(rapid_bridge, agrees_with_a_word_without_a_number_by_its_own_vector)
+{
+    heard_t better = proposal;
+    better.root.prio = 0;
+    receive(up, better);
+    ASSERT_EQ(sent_by(up).size(), 1u);
+    const octets_t own = frame_of({.flags = flags_of(sent_by(up).front()),
+                                   .root = better.root,
+                                   .cost = COST,
+                                   .bridge = bridge->BrId,
+                                   .port_id = up->port_id});
+    const octets_t agreement = sent_by(up).front();
+    EXPECT_EQ(flags_of(agreement) & 0x4C, ROOT_AGREES);
+    const size_t octets = 1 + 8 + 4 + 8 + 2;
+    EXPECT_EQ(octets_t(agreement.begin() + FLAGS_AT, agreement.begin() + FLAGS_AT + octets),
+              octets_t(own.begin() + FLAGS_AT, own.begin() + FLAGS_AT + octets));
+    EXPECT_EQ(agreement.at(NUMBER_AT), 0);
+}
+
 TEST_F(rapid_bridge, numbers_what_it_tells)
 {
     const uint8_t number = down->wordTold;
@@ -98,6 +118,9 @@ TEST_F(rapid_bridge, numbers_what_it_tells)
         receive(up, heard_t{.flags = PROPOSES, .cost = word});
         EXPECT_EQ(sent_by(down).back().at(NUMBER_AT), static_cast<uint8_t>(number + word));
     }
+    down->wordTold = 255;
+    receive(up, heard_t{.flags = PROPOSES, .cost = 4});
+    EXPECT_EQ(sent_by(down).back().at(NUMBER_AT), 1) << "0 is that of other bridges";
 }
 
 TEST_F(rapid_bridge, forwards_when_what_it_tells_now_is_repeated)
@@ -121,7 +144,7 @@ TEST_F(rapid_bridge, takes_no_agreement_on_a_shared_link)
     EXPECT_FALSE(down->forwarding);
 }
 
-TEST_F(rapid_bridge, takes_the_agreement_of_a_root_port_that_follows_the_standard)
+TEST_F(rapid_bridge, takes_the_agreement_of_a_root_port_that_follows_the_standard_when_that_repeats_it)
 {
     tick(5);
     receive(up, heard_t{.flags = 0x3C});
@@ -131,7 +154,42 @@ TEST_F(rapid_bridge, takes_the_agreement_of_a_root_port_that_follows_the_standar
     receive(down, below(ALTERNATE_AGREES, COST));
     EXPECT_FALSE(down->agreed) << "it may agree with what was told before";
     receive(down, below(ROOT_AGREES, COST));
+    EXPECT_FALSE(down->agreed) << "for the first time";
+    tick(5);
+    receive(up, heard_t{.flags = 0x3C, .cost = 2});
+    world_forget();
+    receive(down, below(ROOT_AGREES & ~0x40, COST));
+    EXPECT_EQ(sent_by(down).size(), 0u) << "no agreement";
+    receive(down, below(ROOT_AGREES, COST));
+    EXPECT_FALSE(down->agreed) << "its other ports may not be settled";
+    ASSERT_EQ(sent_by(down).size(), 1u) << "it is asked again";
+    EXPECT_EQ(flags_of(sent_by(down).front()) & 0x3E, PROPOSES);
+    receive(down, below(ROOT_AGREES, COST));
     EXPECT_TRUE(down->agreed && down->forwarding);
+}
+
+TEST_F(rapid_bridge, asks_once_for_each_word)
+{
+    tick(5);
+    receive(up, heard_t{.flags = 0x3C});
+    tick();
+    receive(up, heard_t{.flags = 0x3C, .cost = 1});
+    receive(down, below(ROOT_AGREES, COST));
+    tick();
+    world_forget();
+    receive(down, below(ROOT_AGREES, COST));
+    EXPECT_FALSE(down->agreed) << "that may be what it says each hello time";
+    EXPECT_EQ(sent_by(down).size(), 0u);
+    heard_t worse = below(0x3C, 0);
+    worse.root = worse.bridge;
+    receive(down, worse);
+    receive(down, below(ROOT_AGREES, COST));
+    EXPECT_EQ(sent_by(down).size(), 0u) << "it was designated for a moment";
+    tick(4);
+    receive(up, heard_t{.flags = 0x3C, .cost = 2});
+    world_forget();
+    receive(down, below(ROOT_AGREES, COST));
+    EXPECT_EQ(sent_by(down).size(), 1u);
 }
 
 TEST_F(rapid_bridge, takes_none_of_another_kind_while_one_with_an_earlier_word_may_come)
@@ -141,9 +199,11 @@ TEST_F(rapid_bridge, takes_none_of_another_kind_while_one_with_an_earlier_word_m
         receive(up, heard_t{.flags = 0x3C, .cost = cost});
     for (unsigned second = 0; second < 3; second++) {
         receive(down, below(ROOT_AGREES, COST));
+        receive(down, below(ROOT_AGREES, COST));
         EXPECT_FALSE(down->agreed) << second;
         tick();
     }
+    receive(down, below(ROOT_AGREES, COST));
     receive(down, below(ROOT_AGREES, COST));
     EXPECT_TRUE(down->agreed);
 }
@@ -184,6 +244,26 @@ TEST_F(rapid_bridge, an_agreement_lasts_while_what_is_told_gets_better)
     receive(up, better);
     EXPECT_TRUE(down->forwarding && down->agreed && down->synced);
     EXPECT_EQ(world.actions, (std::vector<std::string>{"send 3 rst", "send 2 rst", "send 1 rst"}));
+}
+
+TEST_F(rapid_bridge, an_agreement_of_another_kind_lasts_for_one_word)
+{
+    tick(10);
+    receive(down, below(ALTERNATE_AGREES, COST));
+    ASSERT_TRUE(down->agreed && down->forwarding);
+    agree(side, ROOT_AGREES);
+    world_forget();
+    heard_t better = proposal;
+    better.flags = 0x3C;
+    better.root.prio = 0;
+    receive(up, better);
+    EXPECT_TRUE(down->forwarding && !down->agreed) << "it goes on";
+    EXPECT_TRUE(side->forwarding && side->agreed);
+    better.flags = PROPOSES;
+    receive(up, better);
+    EXPECT_FALSE(down->forwarding) << "until this bridge is to agree to something";
+    EXPECT_TRUE(side->forwarding);
+    EXPECT_EQ(flags_of(sent_by(up).back()) & 0x4C, ROOT_AGREES);
 }
 
 TEST_F(rapid_bridge, a_port_that_was_agreed_blocks_when_what_it_tells_gets_worse)
@@ -265,10 +345,25 @@ TEST_F(rapid_bridge, an_alternate_port_answers_a_proposal)
     world_forget();
     receive(side, other);
     EXPECT_EQ(sent_by(side).size(), 1u) << "each one";
-    world_forget();
-    other.flags = 0x3C;
-    receive(side, other);
-    EXPECT_EQ(sent_by(side).size(), 0u);
+    for (const uint8_t flags : {0x3C, 0x3E}) {
+        world_forget();
+        other.flags = flags;
+        receive(side, other);
+        EXPECT_EQ(sent_by(side).size(), 0u) << "it forwards already";
+    }
+}
+
+TEST_F(rapid_bridge, a_port_that_has_heard_a_bridge_is_no_edge_port_when_it_is_set_so)
+{
+    down->config.adminEdge = side->config.adminEdge = 1;
+    agree(down, ROOT_AGREES);
+    for (port_t *port : {down, side})
+        STP_IN_set_port_cfg(port);
+    EXPECT_FALSE(down->operEdge);
+    EXPECT_TRUE(side->operEdge);
+    STP_IN_enable_port(2, 0);
+    STP_stpm_update();
+    EXPECT_TRUE(down->operEdge) << "another may follow";
 }
 
 TEST_F(rapid_bridge, an_event_is_finished_when_it_is_finished)

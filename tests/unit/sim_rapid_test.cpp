@@ -96,7 +96,7 @@ public:
     }
 
     moment_t agreed = 0;   ///< as designated port; 0: not yet
-    moment_t proposed = 0; ///< as root port: when it was asked last
+    moment_t proposed = 0; ///< as root port: when it was asked first
 
 private:
     void say(uint8_t flags, uint8_t role)
@@ -125,7 +125,7 @@ private:
                 memcmp(bpdu.root_address, own_.root.addr, sizeof bpdu.root_address) == 0 && !agreed)
                 agreed = world_.now();
         } else if (role == BPDU_ROLE_DESIGNATED && has_flag(bpdu, BPDU_FLAG_PROPOSAL)) {
-            proposed = world_.now();
+            proposed = proposed ? proposed : world_.now();
             own_.root.prio = bpdu_get16(bpdu.root_priority);
             memcpy(own_.root.addr, bpdu.root_address, sizeof own_.root.addr);
             own_.cost = bpdu_get32(bpdu.root_path_cost) + 20000; // of its port of 1000 Mbit/s
@@ -149,7 +149,7 @@ TEST(sim_rapid, a_designated_port_forwards_within_the_handshake_of_a_standard_ro
     const standard_port_t theirs(net, ours, 1, root_bridge(61440, 0x77), false);
     net.world.run_for(SECOND / 4);
     EXPECT_EQ(seconds(theirs.proposed - SECOND / 2), "0.001");
-    EXPECT_EQ(net.states(ours, 1), "0.002 learning, 0.002 forwarding");
+    EXPECT_EQ(net.states(ours, 1), "0.004 learning, 0.004 forwarding") << "asked twice, over two cables there and back";
 }
 
 TEST(sim_rapid, a_root_port_agrees_within_the_handshake_of_a_standard_designated_port)
@@ -163,6 +163,40 @@ TEST(sim_rapid, a_root_port_agrees_within_the_handshake_of_a_standard_designated
     net.world.run_for(SECOND / 4);
     EXPECT_EQ(net.states(ours, 1), "0.001 learning, 0.001 forwarding");
     EXPECT_EQ(seconds(theirs.agreed - SECOND / 2), "0.002");
+}
+
+TEST(sim_rapid, does_not_count_on_an_agreement_of_another_kind_when_there_is_a_new_root)
+{
+    // The rapid ones, r1 and r2, are blocked between them, for that link is dear. The leaf becomes the root, and the
+    // news reach r1 by way of r2 first: d2 turns from below r1 to above it, and takes its time to tell.
+    //
+    //   r1 === r2
+    //   |      |
+    //   d2 --- d1 --- leaf
+    net_t net;
+    loop_watcher_t loops(net.world);
+    net.world.watch(&loops);
+    net.rapid = true;
+    const node_id_t r1 = net.add_bridge(4096, port_configs({1, 2}), SECOND);
+    port_configs_t dear = port_configs({1, 2});
+    dear[1].adminPathCost = 200000;
+    const node_id_t r2 = net.add_bridge(32768, dear, SECOND);
+    net.rapid = false;
+    const node_id_t d1 = net.add_bridge(32768, port_configs({1, 2, 3}), SECOND);
+    const node_id_t d2 = net.add_bridge(32768, port_configs({1, 2}), SECOND);
+    const node_id_t leaf = net.add_bridge(61440, port_configs({1}), SECOND);
+    net.connect(r1, 1, r2, 1);
+    net.connect(r2, 2, d1, 1);
+    net.connect(d1, 2, d2, 1);
+    net.connect(d2, 2, r1, 2);
+    net.connect(d1, 3, leaf, 1);
+    net.world.run_for(30 * SECOND);
+    ASSERT_EQ(net.ports(r2), "1 alternate discards, 2 root forwards");
+    ASSERT_EQ(net.ports(d2), "1 designated forwards, 2 root forwards");
+    net.world.control(leaf, system_config_message(bridge_config(0)));
+    net.world.run_for(30 * SECOND);
+    EXPECT_EQ(loops.ring(), "");
+    EXPECT_EQ(net.ports(r2), "1 designated forwards, 2 root forwards");
 }
 
 TEST(sim_rapid, beside_a_bridge_that_speaks_stp_the_timers_decide_as_ever)
