@@ -93,6 +93,8 @@ int STP_migrate_check_conditions(state_mach_t *mach);
 void STP_migrate_enter_state(state_mach_t *mach);
 const char *STP_migrate_state_name(rstpstate_t state);
 
+constexpr uint8_t TX_HOLD_COUNT = 3; ///< BPDUs a second, as in the 2001 amendment (compare TxHoldCount, clause 17.13)
+
 /// Port transmit (compare clause 17.26), with the BPDU builder.
 enum : rstpstate_t {
     TRANSMIT_INIT, TRANSMIT_PERIODIC, TRANSMIT_IDLE, TRANSMIT_TCN, TRANSMIT_CONFIG, TRANSMIT_RSTP,

@@ -96,7 +96,8 @@ void before_telling(port_t *port)
         port->designatedPrio = port->portPrio;
     // A blocked port answers a proposal: there is no loop through it (compare 17.29.3, ALTERNATE_AGREED). One of a port
     // that forwards already needs no answer.
-    if (port->role == ROLE_ALTERNATE && port->proposed && port->sendRSTP && !(port->rcvdFlags & BPDU_FLAG_FORWARDING)) {
+    if (port->role == ROLE_ALTERNATE && port->proposed && port->sendRSTP && port->txCount < TX_HOLD_COUNT &&
+        !(port->rcvdFlags & BPDU_FLAG_FORWARDING)) {
         port->proposed = 0;
         STP_hop_2_state(&port->transmit, TRANSMIT_RSTP);
         STP_transmit_enter_state(&port->transmit);
@@ -153,7 +154,7 @@ void STP_rapid_hear(port_t *port, const bpdu_t *bpdu)
             agreed = how == VECT_EQUAL && bpdu->message_age[1] == port->wordTold;
             port->wordHeld = 0;
         } else if (how == VECT_WORSE && memcmp(&heard.root_bridge, &held.root_bridge, sizeof held.root_bridge) == 0 &&
-                   port->rcvdFlags & BPDU_FLAG_AGREEMENT && port->rcvdInfoWhile <= FRESH) {
+                   port->rcvdFlags & BPDU_FLAG_AGREEMENT && port->operPointToPoint && port->rcvdInfoWhile <= FRESH) {
             const bool by_root_port =
                 role == BPDU_ROLE_ROOT && heard.root_path_cost - held.root_path_cost == port->pathCost;
             agreed = (by_root_port && agrees_again(port)) || port->rcvdInfoWhile <= FRESH - 2;

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr uint8_t TX_HOLD_COUNT = 3; ///< BPDUs a second, as in the 2001 amendment (compare TxHoldCount, clause 17.13)
-
 /// Role codes of RST BPDUs by selected role.
 constexpr uint8_t role_codes[ROLE_NON_STP] = {
     BPDU_ROLE_UNKNOWN, BPDU_ROLE_ALTERNATE_BACKUP, BPDU_ROLE_ALTERNATE_BACKUP, BPDU_ROLE_ROOT, BPDU_ROLE_DESIGNATED,

@@ -139,9 +139,14 @@ TEST_F(rapid_bridge, forwards_when_what_it_tells_now_is_repeated)
 
 TEST_F(rapid_bridge, takes_no_agreement_on_a_shared_link)
 {
+    tick(5);
     down->operPointToPoint = 0;
+    world_forget();
     agree(down, ROOT_AGREES);
+    for (unsigned i = 0; i < 2; i++)
+        receive(down, below(ROOT_AGREES, COST));
     EXPECT_FALSE(down->forwarding);
+    EXPECT_EQ(sent_by(down).size(), 0u) << "nor asks for another";
 }
 
 TEST_F(rapid_bridge, takes_the_agreement_of_a_root_port_that_follows_the_standard_when_that_repeats_it)
@@ -395,6 +400,19 @@ TEST_F(rapid_bridge, is_held_back_after_24_bpdus)
         receive(up, heard_t{.flags = 0x3C, .cost = cost});
     EXPECT_LE(sent_by(down).size(), 9u);
     EXPECT_GE(sent_by(down).size(), 7u);
+}
+
+TEST_F(rapid_bridge, an_alternate_port_is_held_back_too)
+{
+    heard_t other = proposal;
+    other.bridge = id_of(4096, 0x20);
+    for (unsigned i = 0; i < 80; i++)
+        receive(side, other);
+    EXPECT_LE(sent_by(side).size(), 24u);
+    EXPECT_EQ(side->txCount, 3);
+    world_forget();
+    tick();
+    EXPECT_EQ(sent_by(side).size(), 1u) << "the answer that is due";
 }
 
 TEST_F(rapid_bridge, a_root_port_agrees_when_every_port_has_its_role)

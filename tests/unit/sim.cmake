@@ -40,12 +40,16 @@ else()
         add_test(NAME sim.rapid_seeds COMMAND lvt_sim seeds 1..300 --rapid)
         # 1033, 1160 and 1345 had a ring while agreements of another kind counted whatever was told before.
         add_test(NAME sim.mixed_seeds COMMAND lvt_sim seeds 1001..1400 --mixed)
-        # These had one while switches of both kinds took each other's agreements as those of their own kind are meant,
-        # and 9535 lost hosts behind a port that was set as edge and had been agreed.
-        foreach(seed 16030 44454 58335 61643 64457 71640)
+        # These had one while switches of both kinds took each other's agreements as those of their own kind are meant.
+        # 28585 was never at rest while agreements were asked for on shared segments.
+        foreach(seed 16030 44454 58335 61643 64457 71640 28585)
             add_test(NAME sim.mixed_seed_${seed} COMMAND lvt_sim run --seed ${seed} --mixed --quiet)
         endforeach()
-        add_test(NAME sim.rapid_seed_9535 COMMAND lvt_sim run --seed 9535 --rapid --quiet)
+        # 9535 lost hosts behind a port that was set as edge when it had been agreed; in the others alternate ports
+        # answered whatever the hold count.
+        foreach(seed 9535 70932 101037)
+            add_test(NAME sim.rapid_seed_${seed} COMMAND lvt_sim run --seed ${seed} --rapid --quiet)
+        endforeach()
     endif()
 
     # Daemons with a fault each, which the first 200 seeds find.

@@ -345,7 +345,7 @@ TEST_F(play, the_plots_are_made_by_one_command)
     const run_t plots =
         run_command(fmt::format("LVT_SIM='{}' '{}/plots' --quick '{}'", LVT_SIM, LVT_SIM_SOURCES, folder_.path));
     EXPECT_EQ(plots.status, 0) << plots.output;
-    for (const char *name : {"settle-default", "settle-fast", "traffic", "cost"})
+    for (const char *name : {"settle-default", "settle-fast", "settle-rapid", "traffic", "cost"})
         EXPECT_THAT(text_of(fmt::format("network-{}.svg", name)), HasSubstr("</svg>")) << plots.output;
 }
 
