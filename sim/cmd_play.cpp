@@ -16,6 +16,7 @@
 #include "tools/topology/read.h"
 #include "tools/topology/shapes.h"
 #include "tools/topology/story.h"
+#include "tools/topology/svg.h"
 #include "tools/topology/values.h"
 
 namespace sim {
@@ -106,7 +107,7 @@ void tell_commands(stage_t &stage, teller_t &teller, const topology::network_t &
 void write_svg(stage_t &stage, const std::string &path)
 {
     std::ofstream file(path);
-    file << drawn(graph_of(stage));
+    file << topology::svg_of(topology::graph_of(picture_of(stage)));
     file.close();
     if (!file)
         throw could_not_t(fmt::format("cannot write {}: {}", path, std::strerror(errno)));

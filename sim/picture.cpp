@@ -1,38 +1,16 @@
 #include "sim/picture.h"
 
-#include <memory>
-
 #include <fmt/format.h>
-#include <graphviz/gvc.h>
 
-#include "sim/could_not.h"
-#include "tools/printable.h"
 #include "tools/words.h"
-
-#ifdef __SANITIZE_ADDRESS__
-/// What the graph's library and the fonts' keep for the life of the process.
-extern "C" __attribute__((visibility("default"))) const char *__lsan_default_suppressions();
-extern "C" const char *__lsan_default_suppressions()
-{
-    return "leak:libgvc\nleak:libcgraph\nleak:libgvplugin\nleak:libpango\nleak:libfontconfig\nleak:libglib";
-}
-#endif
 
 namespace sim {
 
 namespace {
 
-/// In quotes, as the graph's language has it.
-std::string quoted(const std::string &text)
-{
-    std::string result;
-    for (const char letter : text) {
-        if (letter == '"' || letter == '\\')
-            result += '\\';
-        result += letter;
-    }
-    return '"' + printable(result) + '"';
-}
+using topology::outline_t;
+using topology::picture_t;
+using topology::figure_t;
 
 bool is_cut_there(const world_t &world, const end_t &end)
 {
@@ -59,25 +37,34 @@ std::string end_words(world_t &world, const end_t &end)
                : fmt::format("{}{}, {}", port, role_word(role), state_verb(static_cast<int>(state)));
 }
 
-std::string node_words(world_t &world, node_id_t id)
+picture_t::node_t pictured(world_t &world, node_id_t id)
 {
     const node_t &node = world.node(id);
+    picture_t::node_t pictured = {.name = node.name};
     switch (node.kind) {
     case node_kind_t::HUB:
-        return fmt::format("label={}, shape=diamond", quoted(node.name));
+        pictured.shape = figure_t::DIAMOND;
+        return pictured;
     case node_kind_t::HOST:
-        return fmt::format("label={}, shape=plain", quoted(node.name));
+        pictured.shape = figure_t::PLAIN;
+        return pictured;
     case node_kind_t::SPEAKER:
-        return fmt::format("label={}, shape=oval", quoted(node.name));
+        pictured.shape = figure_t::OVAL;
+        return pictured;
     case node_kind_t::SWITCH:
         break;
     }
-    if (!world.powered(id))
-        return fmt::format("label={}, style=dotted", quoted(node.name + "\nno power"));
-    if (!world.device(id).daemon_runs)
-        return fmt::format("label={}, style=dashed", quoted(node.name + "\nno daemon"));
-    const bool is_root = switch_vars(world.device(id)).bridge.rootPortId == 0;
-    return fmt::format("label={}{}", quoted(node.name + (is_root ? "\nroot" : "")), is_root ? ", penwidth=3" : "");
+    if (!world.powered(id)) {
+        pictured.note = "no power";
+        pictured.outline = outline_t::DOTTED;
+    } else if (!world.device(id).daemon_runs) {
+        pictured.note = "no daemon";
+        pictured.outline = outline_t::DASHED;
+    } else if (switch_vars(world.device(id)).bridge.rootPortId == 0) {
+        pictured.note = "root";
+        pictured.outline = outline_t::BOLD;
+    }
+    return pictured;
 }
 
 /// Whether the second end is nearer to its root than the first.
@@ -95,44 +82,23 @@ bool points_up(world_t &world, const cable_t &cable)
 
 } // namespace
 
-std::string graph_of(stage_t &stage)
+picture_t picture_of(stage_t &stage)
 {
     world_t &world = stage.world();
-    std::string text =
-        "digraph tree {\n"
-        "  graph [ranksep=1.1, nodesep=1.5, fontname=\"sans-serif\"]\n"
-        "  node [shape=box, style=rounded, fontname=\"sans-serif\"]\n"
-        "  edge [dir=none, fontname=\"sans-serif\", fontsize=8, labelangle=48, labeldistance=3.4]\n";
+    picture_t picture;
     for (node_id_t id = 0; id < world.nodes(); id++)
-        text += fmt::format("  n{} [{}]\n", id, node_words(world, id));
+        picture.nodes.push_back(pictured(world, id));
     for (cable_id_t id = 0; id < world.cables(); id++) {
         const cable_t &cable = world.cable(id);
         const unsigned upper = points_up(world, cable) ? 1 : 0;
         const end_t &top = cable.ends[upper], &bottom = cable.ends[1 - upper];
-        const bool carries = cable.plugged && !is_cut_there(world, top) && !is_cut_there(world, bottom);
-        text += fmt::format("  n{} -> n{} [taillabel={}, headlabel={}, {}]\n", top.node, bottom.node,
-                            quoted(end_words(world, top)), quoted(end_words(world, bottom)),
-                            !cable.plugged ? "style=dotted, constraint=false, color=gray50, label=\"pulled out\""
-                            : carries      ? "penwidth=2"
-                                           : "style=dashed, constraint=false");
+        const bool is_cut = is_cut_there(world, top) || is_cut_there(world, bottom);
+        picture.cables.push_back({{top.node, end_words(world, top)},
+                                  {bottom.node, end_words(world, bottom)},
+                                  !cable.plugged ? topology::cable_state_t::PULLED
+                                  : is_cut       ? topology::cable_state_t::CUT
+                                                 : topology::cable_state_t::CARRIES});
     }
-    return text + "}\n";
-}
-
-std::string drawn(const std::string &graph)
-{
-    const std::unique_ptr<GVC_t, int (*)(GVC_t *)> context(gvContext(), gvFreeContext);
-    const std::unique_ptr<Agraph_t, int (*)(Agraph_t *)> tree(agmemread(graph.c_str()), agclose);
-    if (!context || !tree || gvLayout(context.get(), tree.get(), "dot") != 0)
-        throw could_not_t("Graphviz cannot lay the picture out");
-    char *text = nullptr;
-    unsigned length = 0;
-    const int result = gvRenderData(context.get(), tree.get(), "svg", &text, &length);
-    const std::string picture = result == 0 && text ? std::string(text, length) : "";
-    gvFreeRenderData(text);
-    gvFreeLayout(context.get(), tree.get());
-    if (picture.empty())
-        throw could_not_t("Graphviz cannot draw the picture: are its plugins installed?");
     return picture;
 }
 

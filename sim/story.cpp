@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "sim/random.h"
+#include "tools/random.h"
 #include "tools/words.h"
 
 namespace sim {

@@ -7,7 +7,7 @@
 
 #include "sim/could_not.h"
 #include "sim/faults.h"
-#include "sim/random.h"
+#include "tools/random.h"
 #include "tools/topology/story.h"
 
 namespace sim {

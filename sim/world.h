@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "sim/queue.h"
-#include "sim/random.h"
+#include "tools/random.h"
 #include "sim/rooms.h"
 #include "sim/switch.h"
 

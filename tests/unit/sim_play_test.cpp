@@ -217,12 +217,12 @@ TEST_F(play, the_picture_shows_what_carries_data_and_what_is_cut)
 {
     told_t told(ring_with("story: {40s: pull 1-2}\n"));
     told.until(39 * SECOND);
-    const std::string whole = graph_of(told.stage);
+    const std::string whole = graph_of(picture_of(told.stage));
     EXPECT_THAT(whole, HasSubstr("n0 [label=\"sw1\nroot\", penwidth=3]"));
     EXPECT_THAT(whole, HasSubstr("n0 -> n1 [taillabel=\"1: designated\", headlabel=\"2: root\", penwidth=2]"));
     EXPECT_THAT(whole, HasSubstr("n1 -> n2 [taillabel=\"1: designated\", headlabel=\"2: alternate\", style=dashed"));
     told.until(60 * SECOND);
-    EXPECT_THAT(graph_of(told.stage), HasSubstr("label=\"pulled out\""));
+    EXPECT_THAT(graph_of(picture_of(told.stage)), HasSubstr("label=\"pulled out\""));
 }
 
 // ---- the program ---------------------------------------------------------------------------

@@ -3,8 +3,6 @@
 
 #include <cstdint>
 
-namespace sim {
-
 /// SplitMix64: one word of state, so that a seed is the whole story.
 struct random_t {
     uint64_t state;
@@ -29,5 +27,3 @@ struct random_t {
     /// True `parts` times in a million, on average.
     bool per_million(uint64_t parts) { return below(1000000) < parts; }
 };
-
-} // namespace sim

@@ -1,0 +1,36 @@
+#include "tools/topology/svg.h"
+
+#include <memory>
+#include <stdexcept>
+
+#include <graphviz/gvc.h>
+
+#ifdef __SANITIZE_ADDRESS__
+/// What the graph's library and the fonts' keep for the life of the process.
+extern "C" __attribute__((visibility("default"))) const char *__lsan_default_suppressions();
+extern "C" const char *__lsan_default_suppressions()
+{
+    return "leak:libgvc\nleak:libcgraph\nleak:libgvplugin\nleak:libpango\nleak:libfontconfig\nleak:libglib";
+}
+#endif
+
+namespace topology {
+
+std::string svg_of(const std::string &graph)
+{
+    const std::unique_ptr<GVC_t, int (*)(GVC_t *)> context(gvContext(), gvFreeContext);
+    const std::unique_ptr<Agraph_t, int (*)(Agraph_t *)> tree(agmemread(graph.c_str()), agclose);
+    if (!context || !tree || gvLayout(context.get(), tree.get(), "dot") != 0)
+        throw std::runtime_error("Graphviz cannot lay the picture out");
+    char *text = nullptr;
+    unsigned length = 0;
+    const int result = gvRenderData(context.get(), tree.get(), "svg", &text, &length);
+    const std::string picture = result == 0 && text ? std::string(text, length) : "";
+    gvFreeRenderData(text);
+    gvFreeLayout(context.get(), tree.get());
+    if (picture.empty())
+        throw std::runtime_error("Graphviz cannot draw the picture: are its plugins installed?");
+    return picture;
+}
+
+} // namespace topology
