@@ -42,8 +42,18 @@ topology::quality_t quality_of(const way_t &way)
             .dead = way.dead};
 }
 
+[[noreturn]] void refuse(const topology::node_t &node, const std::string &reason)
+{
+    const std::string text = fmt::format("{}{} {}", node.place, node.name, reason);
+    if (node.place.empty())
+        throw usage_t(text);
+    throw faults_t(text);
+}
+
 node_kind_t kind_of(const topology::node_t &node)
 {
+    if (!node.options.empty())
+        refuse(node, "has options, and the simulator starts no program that takes them");
     switch (node.kind) {
     case topology::kind_t::SWITCH:
         return node_kind_t::SWITCH;
@@ -54,8 +64,8 @@ node_kind_t kind_of(const topology::node_t &node)
     case topology::kind_t::SPEAKER:
         return node_kind_t::SPEAKER;
     default:
-        throw usage_t(fmt::format("{} is a {}, and there is no Linux in the simulator: make it a switch", node.name,
-                                  topology::KIND_WORDS[static_cast<size_t>(node.kind)]));
+        refuse(node, fmt::format("is a {}, and there is no Linux in the simulator: make it a switch",
+                                 topology::KIND_WORDS[static_cast<size_t>(node.kind)]));
     }
 }
 

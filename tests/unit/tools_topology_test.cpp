@@ -157,6 +157,41 @@ TEST(topology, hubs_and_hosts_and_speakers_need_no_port_numbers)
     EXPECT_EQ(network.nodes[3].hush, 60s);
 }
 
+TEST(topology, hosts_have_addresses_and_programs_options)
+{
+    const network_t network = read(R"(topology:
+  nodes:
+    sw1: {options: [--rapid, --loud, "a b"]}
+    br1: {kind: linux-bridge, config: {bridge: {priority: 4096}}}
+    h1: {kind: host, address: 10.1.0.7}
+    h2: {kind: host, address: 10.1.0.8/16}
+)");
+    EXPECT_TRUE(network.nodes[0].rapid);
+    EXPECT_EQ(network.nodes[0].options, (std::vector<std::string>{"--loud", "a b"}));
+    EXPECT_EQ(network.nodes[0].place, "net.yml:3:5: ");
+    EXPECT_EQ(network.nodes[1].settings.bridge.bridge_priority, 4096);
+    EXPECT_EQ(network.nodes[2].address, "10.1.0.7/24");
+    EXPECT_EQ(network.nodes[3].address, "10.1.0.8/16");
+    EXPECT_EQ(network_text(read(network_text(network))), network_text(network));
+    EXPECT_EQ(faults_of("topology: {nodes: {h1: {kind: host, address: 10.0.0.1/33}}}"),
+              "net.yml:1:46: address should be an IPv4 address, as in 10.0.0.1 or 192.168.1.5/16");
+}
+
+TEST(topology, hosts_are_added_far_from_each_other)
+{
+    network_t ring = shape_network({"ring", "4"});
+    add_hosts(ring, 2);
+    EXPECT_EQ(links_text(ring), "sw1:1-sw2:2 sw2:1-sw3:2 sw3:1-sw4:2 sw4:1-sw1:2 sw1:6-h1 sw3:6-h2");
+    EXPECT_EQ(ring.nodes[0].settings.ports[6].adminEdge, 1);
+    EXPECT_EQ(ring.nodes[0].settings.ports[6].adminEnable, 1);
+    network_t star = shape_network({"star", "7"}); // the one in the middle has no port free
+    add_hosts(star, 1);
+    EXPECT_EQ(link_text(star, star.links.back()), "sw2:6-h1");
+    network_t mesh = shape_network({"mesh", "7"});
+    add_hosts(mesh, 2);
+    EXPECT_EQ(mesh.nodes.size(), 7u);
+}
+
 TEST(topology, an_alias_stands_for_what_it_means)
 {
     const network_t network = read(R"(topology:

@@ -1,5 +1,5 @@
 /// A network as a person describes it: nodes, the links between them, and what happens to them. The simulator
-/// plays it.
+/// plays it in virtual time, a lab on this machine.
 #pragma once
 
 #include <array>
@@ -46,13 +46,16 @@ constexpr const char *SPEECH_WORDS[] = {"silent", "stp", "better", "random", "mi
 struct node_t {
     std::string name;
     kind_t kind = kind_t::SWITCH;
-    settings_t settings{};         ///< of a SWITCH and an LVT_BRIDGE; of a SPEAKER only those of its bridge
-    bool configured = true;        ///< false: nobody sends it any settings
-    bool rapid = false;            ///< its daemon is asked to be rapid
-    span_t boot{0};                ///< when it gets power
-    span_t second{1'000'000};      ///< what its clock calls a second
-    std::optional<span_t> phase{}; ///< from its start to its first second, or first BPDU; else as the player likes
-    bool swallows = false;         ///< a HUB passes data and no BPDUs, as a bridge does that nobody can see
+    std::string place{};                ///< "office.yml:4:5: ", where a file says so; empty of what has a name only
+    settings_t settings{};              ///< of a SWITCH and an LVT_BRIDGE; of others only those of the bridge
+    bool configured = true;             ///< false: nobody sends it any settings
+    bool rapid = false;                 ///< its daemon is asked to be rapid
+    std::vector<std::string> options{}; ///< further words for its program's command line
+    std::string address{};              ///< of a HOST, "10.0.0.1/24"; empty: as the player likes
+    span_t boot{0};                     ///< when it gets power
+    span_t second{1'000'000};           ///< what its clock calls a second
+    std::optional<span_t> phase{};      ///< from its start to its first second, or first BPDU; else as the player likes
+    bool swallows = false;              ///< a HUB passes data and no BPDUs, as a bridge does that nobody can see
     speech_t speech = speech_t::SILENT;
     std::optional<span_t> hush{}; ///< a SPEAKER is silent from then on
 };

@@ -243,6 +243,7 @@ private:
                 return blame(name.place, fmt::format("a network has at most {} nodes", NODES_MAX));
             node_of_[name.text] = network_.nodes.size();
             network_.nodes.push_back({.name = name.text});
+            network_.nodes.back().place = fmt::format("{}:{}:{}: ", path_, name.place.line, name.place.column);
             read_node(network_.nodes.back(), node);
         });
     }
@@ -252,8 +253,12 @@ private:
     {
         std::vector<std::string> keys = {"kind"};
         if (is_board(kind))
-            for (const char *key : {"config", "configured", "rapid", "boot", "second", "phase"})
+            for (const char *key : {"config", "configured", "rapid", "options", "boot", "second", "phase"})
                 keys.emplace_back(key);
+        if (kind == kind_t::LINUX_BRIDGE)
+            keys.emplace_back("config");
+        if (kind == kind_t::HOST)
+            keys.emplace_back("address");
         if (kind == kind_t::HUB)
             keys.emplace_back("swallows");
         if (kind == kind_t::SPEAKER)
@@ -295,6 +300,15 @@ private:
                         flag(entry, "configured", node.configured);
                     else if (key.text == "rapid")
                         flag(entry, "rapid", node.rapid);
+                    else if (key.text == "options")
+                        each(entry, "options", [&](const yaml_t &word) {
+                            if (word.text == "--rapid")
+                                node.rapid = true;
+                            else
+                                node.options.push_back(word.text);
+                        });
+                    else if (key.text == "address")
+                        value(entry, "address", ADDRESS_FORM, node.address, parse_address);
                 });
     }
 

@@ -142,6 +142,31 @@ std::vector<std::string> shape_forms()
 
 bool is_shape(const std::vector<std::string> &words) { return !words.empty() && find_shape(words[0]); }
 
+void add_hosts(network_t &network, unsigned count)
+{
+    const size_t switches = network.nodes.size();
+    std::vector<unsigned> taken(switches); // a bit for each port
+    for (const link_t &link : network.links)
+        for (const end_t &end : link.ends)
+            taken[end.node] |= 1u << end.port;
+    for (unsigned i = 0; i < count; i++) {
+        const size_t wanted = switches * i / count;
+        for (size_t step = 0; step < switches; step++) {
+            const size_t node = (wanted + step) % switches;
+            unsigned port = SWITCH_PORTS;
+            while (port && taken[node] & 1u << port)
+                port--;
+            if (!port)
+                continue;
+            taken[node] |= 1u << port;
+            network.nodes.push_back({.name = fmt::format("h{}", i + 1), .kind = kind_t::HOST});
+            network.links.push_back({.ends = {{{node, port}, {network.nodes.size() - 1, 1}}}});
+            break;
+        }
+    }
+    give_usual_settings(network);
+}
+
 network_t shape_network(const std::vector<std::string> &words)
 {
     const shape_t *shape = is_shape(words) ? find_shape(words[0]) : nullptr;

@@ -40,4 +40,8 @@ bool is_shape(const std::vector<std::string> &words);
 /// that the shape cannot have.
 network_t shape_network(const std::vector<std::string> &words);
 
+/// Adds hosts h1, h2 ... to a network of switches, each at the highest free port of one that is as far from the
+/// others as may be in the order of the nodes; fewer where there is no room.
+void add_hosts(network_t &network, unsigned count);
+
 } // namespace topology

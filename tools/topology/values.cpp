@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 
 #include "tools/number.h"
@@ -76,6 +77,18 @@ std::string share_text(uint32_t per_million)
     std::string digits = fmt::format("{:04}", rest);
     digits.erase(digits.find_last_not_of('0') + 1);
     return fmt::format("{}.{}%", whole, digits);
+}
+
+std::optional<std::string> parse_address(const std::string &text)
+{
+    constexpr unsigned BITS = 32;
+    const size_t slash = std::min(text.find('/'), text.size());
+    unsigned bits = 24;
+    in_addr address;
+    if (inet_pton(AF_INET, text.substr(0, slash).c_str(), &address) != 1 ||
+        (slash < text.size() && (read_number(text.substr(slash + 1), bits) != std::errc() || bits < 1 || bits > BITS)))
+        return {};
+    return fmt::format("{}/{}", text.substr(0, slash), bits);
 }
 
 std::string toml_value(const std::string &text)

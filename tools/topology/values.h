@@ -22,6 +22,10 @@ constexpr char SHARE_FORM[] = "a share, as in 10% or 0.5%";
 
 std::string share_text(uint32_t per_million);
 
+/// "10.0.0.1/24" of itself or of "10.0.0.1".
+std::optional<std::string> parse_address(const std::string &text);
+constexpr char ADDRESS_FORM[] = "an IPv4 address, as in 10.0.0.1 or 192.168.1.5/16";
+
 /// A value as a configuration file writes it: a number, true, false or a list of numbers as it is, all else in quotes.
 std::string toml_value(const std::string &text);
 

@@ -69,6 +69,14 @@ std::string node_text(const node_t &node, const settings_t &usual)
         entries.emplace_back("configured: false");
     if (node.rapid)
         entries.emplace_back("rapid: true");
+    if (!node.options.empty()) {
+        std::vector<std::string> words;
+        for (const std::string &word : node.options)
+            words.push_back(quoted(word));
+        entries.push_back(fmt::format("options: [{}]", fmt::join(words, ", ")));
+    }
+    if (!node.address.empty())
+        entries.push_back("address: " + node.address);
     if (node.swallows)
         entries.emplace_back("swallows: true");
     if (node.boot != plain.boot)
