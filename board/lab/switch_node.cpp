@@ -86,7 +86,7 @@ switch_t::switch_t(switch_settings_t settings)
 cable_end_t switch_t::port(int number) const { return {&node_, fmt::format("port{}", number), node_.mac(number)}; }
 
 process_t switch_t::launch(std::vector<std::string> argv, std::vector<std::string> environment, const char *output,
-                           const char *error) const
+                           const char *error, std::vector<int> keep_open) const
 {
     const auto create = [this](const char *path) {
         const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
@@ -94,13 +94,19 @@ process_t switch_t::launch(std::vector<std::string> argv, std::vector<std::strin
     };
     const fd_t out = create(output);
     const fd_t err = create(error);
-    return node_.start(
-        {.argv = std::move(argv), .environment = std::move(environment), .out = out.number(), .err = err.number()});
+    return node_.start({.argv = std::move(argv),
+                        .environment = std::move(environment),
+                        .out = out.number(),
+                        .err = err.number(),
+                        .keep_open = std::move(keep_open)});
 }
 
 void switch_t::start_board()
 {
-    board_ = launch({settings_.board, "run", "--log", BOARD_LOG_FILE}, {}, BOARD_OUTPUT_FILE, BOARD_OUTPUT_FILE);
+    const int log = settings_.board_log;
+    board_ = launch(
+        {settings_.board, "run", "--log", log < 0 ? BOARD_LOG_FILE : fmt::format("/proc/self/fd/{}", log)}, {},
+        BOARD_OUTPUT_FILE, BOARD_OUTPUT_FILE, log < 0 ? std::vector<int>() : std::vector{log});
     const bool ready = within(START_PATIENCE, [&] { return is_ready(*this) || !board_.running(); });
     if (!ready || !board_.running())
         throw std::runtime_error(fmt::format("{}: {}\n{}", node_.name(), complaint("board", board_), story()));
@@ -112,6 +118,7 @@ void switch_t::start_daemon()
     argv.push_back(settings_.daemon);
     if (settings_.rapid)
         argv.push_back("--rapid");
+    argv.insert(argv.end(), settings_.daemon_options.begin(), settings_.daemon_options.end());
     std::vector<std::string> environment = settings_.daemon_environment;
     environment.push_back(fmt::format("LVT_CONSOLE={}", CONSOLE_FILE));
 

@@ -40,6 +40,8 @@ struct switch_settings_t {
     std::vector<std::string> daemon_wrapper = {};     ///< words before the daemon's name, say valgrind's
     std::vector<std::string> daemon_environment = {}; ///< NAME=value, say LD_PRELOAD's
     bool rapid = false;                               ///< the daemon is asked to be rapid
+    std::vector<std::string> daemon_options = {};     ///< further words of its command line
+    int board_log = -1;                               ///< what the board saw goes there instead of BOARD_LOG_FILE
 };
 
 /// A program by the name that it has in a node, where the working folder and /tmp are others.
@@ -91,7 +93,7 @@ public:
 
 private:
     process_t launch(std::vector<std::string> argv, std::vector<std::string> environment, const char *output,
-                     const char *error) const;
+                     const char *error, std::vector<int> keep_open = {}) const;
 
     switch_settings_t settings_;
     node_t node_;

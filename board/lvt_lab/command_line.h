@@ -1,0 +1,14 @@
+/// The program's commands, for its command line and for scripts.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace lvt_lab {
+
+/// Does what the words say. Returns the exit status; throws as client.h tells, usage_t for words that make no sense.
+///
+/// lab  the one that is meant where the words name none; empty: as which_lab finds it
+int run_command(const std::vector<std::string> &words, const std::string &lab = {});
+
+} // namespace lvt_lab
