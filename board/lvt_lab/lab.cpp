@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <future>
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
@@ -105,8 +108,6 @@ void demand_playable(const topology::network_t &network)
                 fmt::format("{}{} is an lvt-bridge, and the program lvt_bridge is not there: build it, or make it a "
                             "switch or a linux-bridge",
                             node.place, node.name));
-        if (node.kind == kind_t::LVT_BRIDGE)
-            throw refused_t(fmt::format("{}{} is an lvt-bridge: a lab cannot start these yet", node.place, node.name));
     }
 }
 
@@ -118,6 +119,8 @@ struct lab_t::member_t {
     std::unique_ptr<lab::switch_t> device;
     std::unique_ptr<lab::kernel_bridge_t> bridge;
     std::unique_ptr<lab::host_t> host;
+    lab::process_t ruler;    ///< lvt_bridge, of a bridge that is ruled by the daemon
+    std::string status_path; ///< of the daemon's status file, once that runs
 
     std::mutex mutex; ///< of its processes
     std::atomic<bool> powered = true;
@@ -148,6 +151,10 @@ struct lab_t::member_t {
     const lab::node_t &node() const { return device ? device->node() : bridge ? bridge->node() : host->node(); }
 
     int number() const { return static_cast<int>(index) + 1; }
+
+    bool has_daemon() const { return device || told.kind == kind_t::LVT_BRIDGE; }
+
+    lab::process_t &daemon() { return device ? device->daemon() : ruler; }
 
     std::string interface(unsigned port) const { return host ? "eth0" : fmt::format("port{}", port); }
 
@@ -231,6 +238,9 @@ void lab_t::build(member_t &member)
                                                                                .board_log = member.log_end.number()});
         break;
     }
+    case kind_t::LVT_BRIDGE:
+        member.bridge = std::make_unique<lab::kernel_bridge_t>(told.name, member.number(), lab::bridge_settings_t{});
+        break;
     case kind_t::LINUX_BRIDGE: {
         const lvt_rstp_system_config_t &bridge = told.settings.bridge;
         member.bridge = std::make_unique<lab::kernel_bridge_t>(
@@ -255,6 +265,10 @@ void lab_t::build(member_t &member)
         if (member.host)
             commands += fmt::format("address add {} dev {}\n", told.address, interface);
     }
+    if (told.kind == kind_t::LVT_BRIDGE) {
+        commands += "link set br0 type bridge stp_state 0\n"; // that is for lvt_bridge
+        member.node().run({.argv = {"mount", "-t", "tmpfs", "tmpfs", "/run"}});
+    }
     if (!commands.empty())
         member.node().ip(commands, {net_.number()});
     if (member.bridge)
@@ -266,19 +280,54 @@ void lab_t::build(member_t &member)
 
 void lab_t::start(member_t &member)
 {
-    if (!member.device) {
+    if (!member.has_daemon()) {
         member.runs = !member.host;
         return;
     }
     const std::lock_guard lock(member.mutex);
-    member.device->start();
-    board_client_t board = member.device->client();
-    for (const auto &[port, place] : member.places)
-        if (const topology::link_t &link = network_.links[place.cable]; link.mbit != 1000 || !link.full_duplex)
-            board.set_speed(port, link.mbit, link.full_duplex);
-    if (member.told.configured)
-        configure(member, member.told.settings);
+    if (member.device) {
+        member.device->start();
+        member.status_path = member.node().path(lab::STATUS_FILE);
+        board_client_t board = member.device->client();
+        for (const auto &[port, place] : member.places)
+            if (const topology::link_t &link = network_.links[place.cable]; link.mbit != 1000 || !link.full_duplex)
+                board.set_speed(port, link.mbit, link.full_duplex);
+        if (member.told.configured)
+            configure(member, member.told.settings);
+    } else {
+        std::ofstream(member.node().path(CONFIG)) << config_text(member.told.settings);
+        start_ruler(member);
+    }
     member.runs = true;
+}
+
+void lab_t::start_ruler(member_t &member)
+{
+    constexpr char SAID[] = "/tmp/lvt_bridge.out", REPORT[] = "/run/lvt_bridge/br0.json";
+    std::vector<std::string> ports;
+    for (unsigned port = 1; port <= member.places.rbegin()->first; port++)
+        ports.push_back(member.interface(port));
+    std::vector<std::string> argv = {lab::program("LVT_BRIDGE", "lvt_bridge")};
+    if (member.told.configured)
+        argv.insert(argv.end(), {"--config", CONFIG});
+    argv.insert(argv.end(), {"--ports", fmt::format("{}", fmt::join(ports, ","))});
+    if (member.told.rapid)
+        argv.emplace_back("--rapid");
+    argv.insert(argv.end(), member.told.options.begin(), member.told.options.end());
+    argv.emplace_back("br0");
+    const fd_t said(
+        checked(open(member.node().path(SAID).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), SAID));
+    std::filesystem::remove(member.node().path(REPORT)); // of one that was killed
+    member.ruler = member.node().start({.argv = argv, .out = said.number(), .err = said.number()});
+    const bool ready = lab::within(std::chrono::seconds(10), [&] {
+        const auto report = nlohmann::json::parse(member.node().read(REPORT), nullptr, false);
+        if (report.is_object() && report.contains("pid"))
+            member.status_path = fmt::format("/proc/{}/root{}", report.at("pid").get<int>(), lab::STATUS_FILE);
+        return !member.ruler.running() || access(member.status_path.c_str(), R_OK) == 0;
+    });
+    if (!ready || !member.ruler.running())
+        throw std::runtime_error(
+            fmt::format("{}: lvt_bridge does not get ready\n{}", member.name(), member.node().read(SAID)));
 }
 
 void lab_t::configure(member_t &member, const settings_t &settings)
@@ -413,6 +462,10 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
         if (!member->powered)
             throw refused_t(fmt::format("{} has no power", member->name()));
     };
+    const auto demand_board = [&] {
+        if (!member->device)
+            throw refused_t(fmt::format("{} has no simulated board", member->name()));
+    };
     const auto plug = [&](bool plugged) {
         if (wires_->plugged(event.subject) == plugged)
             throw refused_t(fmt::format("the cable {} is {} already", cable_name(event.subject),
@@ -456,24 +509,28 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
     case verb_t::KILL: {
         demand_power();
         const std::lock_guard lock(member->mutex);
-        if (!member->device->daemon().running())
+        if (!member->daemon().running())
             throw refused_t(fmt::format("the daemon of {} does not run", member->name()));
         prober_->begin();
         announce(fmt::format("the daemon of {} is killed", member->name()));
-        member->device->daemon().signal(SIGKILL);
-        member->device->daemon().wait();
+        member->daemon().signal(SIGKILL);
+        member->daemon().wait();
         member->runs = false;
         break;
     }
     case verb_t::RESTART: {
         demand_power();
         const std::lock_guard lock(member->mutex);
-        member->device->daemon().stop();
+        member->daemon().stop();
         prober_->begin();
         announce(fmt::format("the daemon of {} is started", member->name()));
-        member->device->start_daemon();
-        if (member->told.configured)
-            configure(*member, load_config({.root = "", .path = member->node().path(CONFIG)}));
+        if (!member->device)
+            start_ruler(*member);
+        else {
+            member->device->start_daemon();
+            if (member->told.configured)
+                configure(*member, load_config({.root = "", .path = member->node().path(CONFIG)}));
+        }
         member->runs = true;
         break;
     }
@@ -486,9 +543,11 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
         const std::lock_guard lock(member->mutex);
         member->powered = false;
         member->runs = false;
-        for (lab::process_t *process : {&member->device->daemon(), &member->device->board()}) {
-            process->signal(SIGKILL);
-            process->wait();
+        member->daemon().signal(SIGKILL);
+        member->daemon().wait();
+        if (member->device) {
+            member->device->board().signal(SIGKILL);
+            member->device->board().wait();
         }
         break;
     }
@@ -505,14 +564,23 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
         demand_power();
         const std::lock_guard lock(member->mutex);
         announce(command);
-        return configure(*member, *event.settings);
+        if (member->device)
+            return configure(*member, *event.settings);
+        std::ofstream(member->node().path(CONFIG)) << config_text(*event.settings);
+        const lab::outcome_t applied =
+            member->node().run({.argv = {lab::program("LVT_RSTPCTL", "lvt_rstpctl"), "apply"}});
+        if (applied.exit_code != 0)
+            throw refused_t(applied.output);
+        return;
     }
     case verb_t::REFUSE:
         demand_power();
+        demand_board();
         announce(command);
         return member->device->client().set_mdio_failures(event.times);
     case verb_t::MESSAGE:
         demand_power();
+        demand_board();
         announce(command);
         return member->device->send(event.octets);
     case verb_t::HOLD:
@@ -792,7 +860,7 @@ void lab_t::watch()
                             lines.find(" link port=") != std::string_view::npos;
                 }
                 if (ports)
-                    watch_switch(member, true);
+                    watch_ports(member);
             } else {
                 link_events_read(member.link_events, [](int, bool) {});
                 watch_bridge(member);
@@ -801,18 +869,19 @@ void lab_t::watch()
         if (std::chrono::steady_clock::now() < next_look)
             continue;
         next_look = std::chrono::steady_clock::now() + LOOK;
-        for (const auto &member : members_)
-            if (member->device)
-                watch_switch(*member, false);
-            else if (member->bridge && member->dirty.exchange(false))
+        for (const auto &member : members_) {
+            if (member->has_daemon())
+                watch_daemon(*member);
+            if (member->bridge && member->dirty.exchange(false))
                 watch_bridge(*member);
+        }
         look_for_calm();
     }
 }
 
-void lab_t::watch_switch(member_t &member, bool ports)
+void lab_t::watch_ports(member_t &member)
 {
-    if (ports && member.powered)
+    if (member.powered)
         try {
             if (!member.client)
                 member.client.emplace(member.device->client());
@@ -824,20 +893,28 @@ void lab_t::watch_switch(member_t &member, bool ports)
         } catch (const board_error_t &) {
             member.client.reset(); // it is gone, or not there yet
         }
+}
 
+void lab_t::watch_daemon(member_t &member)
+{
+    std::string path;
     if (member.runs) {
         // Who dies by itself is noticed here.
-        if (const std::unique_lock lock(member.mutex, std::try_to_lock);
-            lock && member.runs && !member.device->daemon().running()) {
+        const std::unique_lock lock(member.mutex, std::try_to_lock);
+        if (!lock)
+            return;
+        path = member.status_path;
+        if (member.runs && !member.daemon().running()) {
             member.runs = false;
             tell("daemon", &member, 0, "dead", fmt::format("the daemon of {} has ended", member.name()));
         }
     }
     struct stat file = {};
-    if (!member.runs || stat(member.node().path(lab::STATUS_FILE).c_str(), &file) != 0 ||
+    if (!member.runs || stat(path.c_str(), &file) != 0 ||
         (file.st_mtim.tv_sec == member.status_time.tv_sec && file.st_mtim.tv_nsec == member.status_time.tv_nsec))
         return;
-    const auto status = member.device->status();
+    std::ifstream stream(path);
+    const auto status = lab::parse_status({std::istreambuf_iterator<char>(stream), {}});
     if (!status)
         return;
     member.status_time = file.st_mtim;
@@ -858,19 +935,22 @@ void lab_t::watch_bridge(member_t &member)
 {
     const lab::kernel_view_t seen = member.bridge->view();
     const std::lock_guard lock(mutex_);
-    member.identifier = bridge_id_text(seen.bridge);
-    set_root(member, bridge_id_text(seen.root), static_cast<unsigned>(seen.root_port));
+    if (!member.has_daemon()) {
+        member.identifier = bridge_id_text(seen.bridge);
+        set_root(member, bridge_id_text(seen.root), static_cast<unsigned>(seen.root_port));
+    }
     for (const auto &[port, place] : member.places) {
         const auto found = seen.ports.find(member.interface(port));
         if (found == seen.ports.end())
             continue;
         const std::string state = kernel_state(found->second.state);
         set_seen(member, port, state != "down", state);
-        set_role(member, port,
-                 state == "down"                          ? "disabled"
-                 : found->second.number == seen.root_port ? "root"
-                 : found->second.state == "blocking"      ? "alternate"
-                                                          : "designated");
+        if (!member.has_daemon())
+            set_role(member, port,
+                     state == "down"                          ? "disabled"
+                     : found->second.number == seen.root_port ? "root"
+                     : found->second.state == "blocking"      ? "alternate"
+                                                              : "designated");
     }
 }
 

@@ -93,6 +93,7 @@ private:
 
     void build(member_t &member);
     void start(member_t &member);
+    void start_ruler(member_t &member);
     void configure(member_t &member, const settings_t &settings);
     void do_event(const topology::event_t &event, const std::string &command);
     void tell(const std::string &what, const member_t *member, unsigned port, const std::string &value,
@@ -104,7 +105,8 @@ private:
     void set_root(member_t &member, const std::string &root, unsigned root_port);
     void later(topology::span_t when, std::function<void()> action);
     void watch();
-    void watch_switch(member_t &member, bool ports);
+    void watch_ports(member_t &member);
+    void watch_daemon(member_t &member);
     void watch_bridge(member_t &member);
     void look_for_calm();
     std::string bridge_name(const std::string &identifier) const;

@@ -242,6 +242,52 @@ topology:
     std::filesystem::remove(file);
 }
 
+#ifdef LVT_BRIDGE
+TEST_F(labs, bridges_that_the_daemon_rules_are_switches_like_others)
+{
+    const std::string file = "/tmp/bridges.yml";
+    std::ofstream(file) << R"(topology:
+  nodes:
+    sw1: {rapid: true, config: {bridge: {priority: 4096}}}
+    br1: {kind: lvt-bridge, rapid: true}
+    br2: {kind: lvt-bridge, options: [--rapid], config: {bridge: {priority: 8192}}}
+    h1: {kind: host}
+    h2: {kind: host}
+  links:
+    - endpoints: [sw1:1, br1:1]
+    - endpoints: [br1:2, br2:2]
+    - endpoints: [br2:1, sw1:2]
+    - endpoints: [br1:4, h1]
+    - endpoints: [sw1:6, h2]
+)";
+    ASSERT_TRUE(does("up " + file));
+    EXPECT_TRUE(holds(R"(
+        expect rest
+        expect root is sw1
+        expect br1:1 is root
+        expect br1:2 is alternate
+        expect br1:2 discards
+        ping h1 h2
+        exec br1 -- lvt_rstpctl expect port 2 is alternate
+        pull sw1-br1
+        expect outage under 1s
+        expect br1:2 is root
+        plug sw1-br1
+        expect br1:2 is alternate
+        set br2 bridge.priority=0
+        expect root is br2 within 20s
+        kill br1
+        expect br1 has no daemon
+        restart br1
+        power br2 off
+        expect root is sw1 within 30s
+        power br2 on
+        expect root is br2 within 30s
+    )"));
+    std::filesystem::remove(file);
+}
+#endif
+
 // ---- what is told --------------------------------------------------------------------------------
 
 TEST_F(labs, all_that_a_picture_needs_is_in_json)
@@ -353,13 +399,16 @@ TEST_P(labs_end, leaves_nothing)
     expect_nothing_left();
 }
 
+std::string end_name(const testing::TestParamInfo<std::pair<unsigned, int>> &row)
+{
+    constexpr const char *PROCESSES[] = {"who_waits", "the_first", "the_lab"};
+    return fmt::format("{}_by_{}", PROCESSES[row.param.first], sigabbrev_np(row.param.second));
+}
+
 INSTANTIATE_TEST_SUITE_P(of, labs_end,
                          testing::Values(std::pair(0, SIGKILL), std::pair(0, SIGTERM), std::pair(1, SIGKILL),
                                          std::pair(2, SIGKILL), std::pair(2, SIGTERM)),
-                         [](const auto &row) {
-                             constexpr const char *PROCESSES[] = {"who_waits", "the_first", "the_lab"};
-                             return fmt::format("{}_by_{}", PROCESSES[row.param.first], sigabbrev_np(row.param.second));
-                         });
+                         end_name);
 
 TEST_F(labs, what_runs_in_a_node_ends_with_the_lab)
 {
@@ -404,10 +453,13 @@ TEST_F(labs, tells_what_it_does_not_do_by_word_and_status)
     const std::pair<const char *, const char *> files[] = {
         {"topology: {nodes: {hub1: {kind: hub}}}", "-:1:19: hub1 is a hub, which only the simulator plays"},
         {"topology: {nodes: {h1: {kind: host, address: 10.0.0}}}", "-:1:46: address should be an IPv4 address"},
-        {"topology: {nodes: {br1: {kind: lvt-bridge}}}", "-:1:20: br1 is an lvt-bridge, and the program lvt_bridge"},
     };
     for (const auto &[text, said] : files)
         EXPECT_THAT(lvt_lab("up -", text).output, HasSubstr(said)) << text;
+    EXPECT_THAT(lab::run({.argv = {LAB, "up", "-"}, .environment = {"LVT_BRIDGE=/no/lvt_bridge"}},
+                         "topology: {nodes: {br1: {kind: lvt-bridge}}}")
+                    .output,
+                HasSubstr("-:1:20: br1 is an lvt-bridge, and the program lvt_bridge is not there"));
 
     ASSERT_TRUE(does("up line 2"));
     const struct {
