@@ -20,8 +20,6 @@ lab::process_t start_apply(const std::string &name, const std::string &settings)
 /// the message before, so an empty one is put into their pipe: once it was taken, all is done.
 class settling_t {
 public:
-    void begin() { asked_ = false; }
-
     /// To be called until it is true, with pauses.
     bool done();
 

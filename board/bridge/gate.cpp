@@ -171,11 +171,17 @@ void gate_t::set(const gate_state_t &state)
             lost_before = true;
         }
     }
-    if (!there_ || lost_before)
-        run(gate_made(table_, state));
-    there_ = true;
     state_ = state;
+    if (!there_ || lost_before)
+        make();
     lost(); // what was told of these changes themselves
+}
+
+void gate_t::make()
+{
+    there_ = false; // until the next attempt, should this one fail
+    run(gate_made(table_, state_));
+    there_ = true;
 }
 
 void gate_t::remove()
@@ -189,7 +195,7 @@ bool gate_t::look_after()
 {
     if (!lost() || !there_)
         return false;
-    run(gate_made(table_, state_));
+    make();
     lost();
     return true;
 }

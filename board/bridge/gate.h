@@ -47,11 +47,13 @@ public:
     /// Readable when the firewall was changed: look_after is due.
     int number() const { return events_.number(); }
 
-    /// Puts the table back when somebody took something of it away. Returns whether that was so.
+    /// Puts the table back when somebody took something of it away. Returns whether that was so. When it cannot, the
+    /// next `set` tries again.
     bool look_after();
 
 private:
     void run(const std::string &commands);
+    void make();
     bool lost();
 
     std::string table_;

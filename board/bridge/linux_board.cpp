@@ -17,6 +17,9 @@ constexpr int CPU_INDEX = 1; ///< of a plug that is there for ever; any number
 bool learns(unsigned code) { return code >= CHIP_LEARNING && code <= CHIP_NO_STP; }
 bool forwards(unsigned code) { return code == CHIP_FORWARDING || code == CHIP_NO_STP; }
 
+/// What the kernel says of an interface that is no port of a bridge, or no more.
+bool is_gone(int error) { return error == ENODEV || error == EINVAL || error == EOPNOTSUPP; }
+
 template <typename predicate_t>
 std::set<int> filtered(const std::set<int> &numbers, predicate_t wanted)
 {
@@ -186,7 +189,9 @@ link_t linux_board_t::sample_link(unsigned plug, int &index)
         return {};
     int named = 0;
     const link_t link = link_sample(plugs[plug].interface, named);
-    return named == index ? link : link_t{};
+    if (named == index)
+        return link;
+    return index == plugs[plug].index ? plugs[plug].link : link_t{}; // it was renamed a moment ago
 }
 
 fd_t linux_board_t::open_wire(unsigned plug, int index)
@@ -206,7 +211,7 @@ void linux_board_t::link_changed(unsigned front)
 {
     if (!plugs[front].link.up)
         held_[front] = true;
-    unsettled_ = true;
+    link_changes_++;
 }
 
 void linux_board_t::look_at_links()
@@ -223,14 +228,13 @@ void linux_board_t::look_at_links()
 void linux_board_t::settled()
 {
     held_.fill(false);
-    unsettled_ = false;
     enforce_or_tell();
 }
 
 void linux_board_t::open_up()
 {
     opened_ = true;
-    settled();
+    enforce_or_tell();
 }
 
 void linux_board_t::block_all()
@@ -304,7 +308,7 @@ int linux_board_t::put(member_t &member)
         return 0;
     }
     member.settled.reset();
-    if (error == ENETDOWN || error == ENODEV || error == EINVAL || error == EOPNOTSUPP) {
+    if (error == ENETDOWN || is_gone(error)) {
         // Its link went, or it left: neither is a refusal, if it is so.
         const auto ports = netlink_.ports_of(settings_.bridge.index);
         const auto now = std::ranges::find(ports, member.now.index, &interface_t::index);
@@ -354,21 +358,21 @@ int linux_board_t::flush(unsigned fronts)
     int refusal = 0;
     for (const auto &[index, member] : members_)
         if ((fronts >> member.front & 1) != 0)
-            if (const int error = netlink_.flush_port(index); error != 0 && error != ENODEV && error != EINVAL)
+            if (const int error = netlink_.flush_port(index); error != 0 && !is_gone(error))
                 refusal = error;
     return refusal;
 }
 
 int linux_board_t::mdio(const mdio_multi_t &batch)
 {
-    const chip_t before = chip;
+    const auto before = chip.states;
     const int result = board_t::mdio(batch);
     if (result != 0)
         return result;
 
     int refusal = 0;
     try {
-        refusal = chip.states == before.states ? 0 : enforce();
+        refusal = chip.states == before ? 0 : enforce();
         for (const chip_step_t &step : steps_)
             if (const auto fronts = flush_in(step); fronts && refusal == 0)
                 refusal = flush(*fronts);
@@ -378,8 +382,6 @@ int linux_board_t::mdio(const mdio_multi_t &batch)
     }
     if (refusal == 0)
         return 0;
-    chip = before;
-    counters.batches_failed++;
-    enforce_or_tell();
+    counters.batches_failed++; // the states stay in the registers, and are tried again: the daemon takes them for true
     return -1;
 }

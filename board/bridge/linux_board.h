@@ -50,10 +50,10 @@ public:
     /// Lets no port pass anything, or all of them everything, whatever the daemon writes.
     void block_all();
 
-    /// Whether links changed that the daemon may not have taken in; until it has, their ports block.
-    bool unsettled() const { return unsettled_; }
+    /// How often links changed. A port that lost its link blocks until the daemon has acted on that.
+    unsigned link_changes() const { return link_changes_; }
 
-    /// What the daemon was told before this call it has acted on.
+    /// The daemon has acted on all links as they are.
     void settled();
 
     /// Which interface is which port; one that is gone keeps its number until another needs it.
@@ -96,7 +96,7 @@ private:
     numbers_t numbers_;
     std::array<bool, BOARD_PORTS + 1> held_{}; ///< blocks until the daemon has heard of its link
     bool opened_ = false;
-    bool unsettled_ = false;
+    unsigned link_changes_ = 0;
     std::string trouble_;
     std::string told_; ///< the latest complaint, so that it is told once
 };

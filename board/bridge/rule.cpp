@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <system_error>
+#include <utility>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -32,7 +33,7 @@ constexpr int IMPATIENT_TURN_MS = 5;
 
 void tell(const std::string &bridge, const std::string &text)
 {
-    fmt::print(stderr, "lvt_bridge: {}: {}\n", bridge, text);
+    std::fputs(fmt::format("lvt_bridge: {}: {}\n", bridge, text).c_str(), stderr);
 }
 
 // ---- before anything is changed ----------------------------------------------------------
@@ -72,6 +73,13 @@ interface_t bridge_to_rule(netlink_t &netlink, const std::string &name)
                         "  ip link set {0} type bridge stp_state 0",
                         name));
     return *bridge;
+}
+
+void refuse_without(const char *variable, const char *name)
+{
+    const std::string path = lab::program(variable, name);
+    if (access(path.c_str(), X_OK) != 0)
+        throw refusal_t(fmt::format("{} cannot be started: {}", path, std::strerror(errno)));
 }
 
 void refuse_crowd(const std::string &bridge, const std::vector<interface_t> &ports, const numbering_t &numbering)
@@ -124,6 +132,16 @@ std::unique_ptr<gate_t> closed_gate(const std::string &bridge, const std::vector
     } catch (const std::runtime_error &problem) {
         fault = problem.what();
         return nullptr;
+    }
+}
+
+void look_after(gate_t &gate, const std::function<void(const std::string &)> &say)
+{
+    try {
+        if (gate.look_after())
+            say(fmt::format("something took away from the firewall's table {}; it is whole again", gate.table()));
+    } catch (const std::exception &problem) {
+        say(problem.what());
     }
 }
 
@@ -221,6 +239,8 @@ void rule(const rule_options_t &options)
     const interface_t bridge = bridge_to_rule(netlink, options.bridge);
     std::vector<interface_t> ports = netlink.ports_of(bridge.index);
     refuse_crowd(options.bridge, ports, wishes.numbering);
+    refuse_without("LVT_RSTPD", "lvt_rstpd");
+    refuse_without("LVT_RSTPCTL", "lvt_rstpctl");
     state_dir_t state_dir(options.state_dir, options.bridge);
     if (bridge.stp == stp_t::user_space && !state_dir.claimed())
         throw refusal_t(
@@ -229,6 +249,7 @@ void rule(const rule_options_t &options)
                         options.bridge));
 
     const std::string settings_file = options.config.empty() ? "" : std::filesystem::absolute(options.config).string();
+    std::signal(SIGPIPE, SIG_IGN);
     const fd_t signals = signals_open({SIGINT, SIGTERM});
     lab::checked(unshare(CLONE_NEWNS), "mount namespace");
     lab::make_mounts_private();
@@ -259,11 +280,16 @@ void rule(const rule_options_t &options)
             ? "the kernel leaves the states of the ports to this program (user-space STP)"
             : fmt::format("the firewall's table {} keeps the kernel from forwarding on its own", gate->table()));
 
+    for (const std::string &name : numbering.listed)
+        if (std::ranges::none_of(ports, [&](const interface_t &port) { return port.name == name; }))
+            say(fmt::format("{} is listed, but no port of the bridge yet", name));
+
     listener_t listener(BOARD_SOCKET);
     lab::process_t daemon = start_daemon(daemon_net.number(), options.rapid);
     beginning_t beginning(options.bridge, wishes.settings);
-    settling_t settling;
-    bool begun = false, ended = false, was_unsettled = false;
+    std::optional<settling_t> settling;
+    unsigned link_changes = 0;
+    bool begun = false, ended = false, unwritten = false;
     auto next_look = clock.now();
     std::string numbers;
     rule_options_t reported = options;
@@ -276,12 +302,8 @@ void rule(const rule_options_t &options)
         waiting_t others;
         others.add(signals.number(), [&] { ended = true; });
         if (gate)
-            others.add(gate->number(), [&] {
-                if (gate->look_after())
-                    say(fmt::format("something took away from the firewall's table {}; it is whole again",
-                                    gate->table()));
-            });
-        board_turn(board, listener, std::move(others), begun && !board.unsettled() ? LINK_LOOK_MS : IMPATIENT_TURN_MS);
+            others.add(gate->number(), [&] { look_after(*gate, say); });
+        board_turn(board, listener, std::move(others), begun && !settling ? LINK_LOOK_MS : IMPATIENT_TURN_MS);
 
         if (!board.trouble().empty())
             throw std::runtime_error(board.trouble());
@@ -292,16 +314,21 @@ void rule(const rule_options_t &options)
             board.open_up();
             say("the daemon rules");
             notify_manager("READY=1");
-        } else if (begun && board.unsettled()) {
-            if (!was_unsettled)
-                settling.begin();
-            if (board.links_told() && settling.done())
-                board.settled();
         }
-        was_unsettled = board.unsettled();
-        if (const std::string now = numbers_text(board.numbers()); now != numbers)
-            state_dir.write_ports(numbers = now);
-        state_dir.write_report(report(reported, board, guard));
+        if (begun && std::exchange(link_changes, board.link_changes()) != board.link_changes())
+            settling.emplace();
+        if (settling && board.links_told() && settling->done()) {
+            settling.reset();
+            board.settled();
+        }
+        try {
+            if (const std::string now = numbers_text(board.numbers()); now != numbers)
+                state_dir.write_ports(numbers = now);
+            state_dir.write_report(report(reported, board, guard));
+        } catch (const std::system_error &problem) { // no reason to end
+            if (!std::exchange(unwritten, true))
+                say(fmt::format("what it rules cannot be noted: {}", problem.what()));
+        }
     }
 
     notify_manager("STOPPING=1");
