@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -27,6 +29,13 @@ bool is_empty(const char *pipe)
     const fd_t fd(open(pipe, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     int count = 0;
     return fd && ioctl(fd.number(), FIONREAD, &count) == 0 && count == 0;
+}
+
+timespec time_of_status()
+{
+    struct stat file = {};
+    stat(RSTP_MONITOR_FILE, &file);
+    return file.st_mtim;
 }
 
 } // namespace
@@ -68,7 +77,14 @@ bool settling_t::done()
     constexpr std::uint8_t nothing[] = {'\n'};
     if (!asked_ && is_empty(RSTP_IF_PIPE))
         asked_ = write_to_empty_pipe(RSTP_DBG_IF_PIPE, nothing, {}).ok();
-    return asked_ && is_empty(RSTP_DBG_IF_PIPE);
+    if (!asked_ || (!taken_ && !is_empty(RSTP_DBG_IF_PIPE)))
+        return false;
+
+    const timespec now = time_of_status();
+    if (std::exchange(taken_, true) && !(now.tv_sec == written_.tv_sec && now.tv_nsec == written_.tv_nsec))
+        writings_--;
+    written_ = now;
+    return writings_ <= 0;
 }
 
 void notify_manager(const std::string &line)

@@ -185,7 +185,7 @@ link_t linux_board_t::sample_link(unsigned plug, int &index)
     }
     const auto member = std::ranges::find_if(members_, [&](const auto &entry) { return entry.second.front == plug; });
     index = member != members_.end() ? member->first : 0;
-    if (index == 0 || !member->second.now.up)
+    if (index == 0 || !member->second.now.up || lost_[plug])
         return {};
     int named = 0;
     const link_t link = link_sample(plugs[plug].interface, named);
@@ -210,7 +210,7 @@ fd_t linux_board_t::open_wire(unsigned plug, int index)
 void linux_board_t::link_changed(unsigned front)
 {
     if (!plugs[front].link.up)
-        held_[front] = true;
+        lost_[front] = true;
     link_changes_++;
 }
 
@@ -227,8 +227,8 @@ void linux_board_t::look_at_links()
 
 void linux_board_t::settled()
 {
-    held_.fill(false);
-    enforce_or_tell();
+    lost_.fill(false);
+    look_at_links();
 }
 
 void linux_board_t::open_up()
@@ -261,7 +261,7 @@ unsigned linux_board_t::code_for(const member_t &member) const
         return CHIP_DISCARDING;
     if (member.front == 0)
         return CHIP_NO_STP;
-    return held_[member.front] ? CHIP_DISCARDING : chip_port_state(chip, chip_port_of_front(member.front));
+    return lost_[member.front] ? CHIP_DISCARDING : chip_port_state(chip, chip_port_of_front(member.front));
 }
 
 /// What the kernel calls it. Without STP it lets a blocking port forward at once, but leaves a disabled one alone.

@@ -50,10 +50,11 @@ public:
     /// Lets no port pass anything, or all of them everything, whatever the daemon writes.
     void block_all();
 
-    /// How often links changed. A port that lost its link blocks until the daemon has acted on that.
+    /// How often links changed. One that was lost stays so, whatever the kernel says, until the daemon has acted on
+    /// it, or else it could come back, at another neighbour, without having been gone.
     unsigned link_changes() const { return link_changes_; }
 
-    /// The daemon has acted on all links as they are.
+    /// The daemon has acted on all that it was told of links.
     void settled();
 
     /// Which interface is which port; one that is gone keeps its number until another needs it.
@@ -94,7 +95,7 @@ private:
     std::function<void(const std::string &)> tell_;
     std::map<int, member_t> members_; ///< by interface number
     numbers_t numbers_;
-    std::array<bool, BOARD_PORTS + 1> held_{}; ///< blocks until the daemon has heard of its link
+    std::array<bool, BOARD_PORTS + 1> lost_{}; ///< the link was, and the daemon has not acted on that yet
     bool opened_ = false;
     unsigned link_changes_ = 0;
     std::string trouble_;

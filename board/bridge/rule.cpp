@@ -29,7 +29,7 @@ using namespace std::chrono_literals;
 constexpr char STP_HELPER[] = "/sbin/bridge-stp"; ///< whom the kernel asks
 constexpr auto START_PATIENCE = 10s;              ///< for the daemon
 constexpr auto APPLY_PATIENCE = 10s;
-constexpr int IMPATIENT_TURN_MS = 5;
+constexpr int IMPATIENT_TURN_MS = 10;
 
 void tell(const std::string &bridge, const std::string &text)
 {
@@ -226,7 +226,7 @@ private:
     stage_t stage_ = stage_t::starts;
     std::chrono::steady_clock::time_point deadline_ = std::chrono::steady_clock::now() + START_PATIENCE;
     lab::process_t apply_;
-    settling_t settling_;
+    settling_t settling_ = settling_t(false);
 };
 
 } // namespace
@@ -316,7 +316,7 @@ void rule(const rule_options_t &options)
             notify_manager("READY=1");
         }
         if (begun && std::exchange(link_changes, board.link_changes()) != board.link_changes())
-            settling.emplace();
+            settling.emplace(options.rapid);
         if (settling && board.links_told() && settling->done()) {
             settling.reset();
             board.settled();

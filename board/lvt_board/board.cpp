@@ -166,10 +166,12 @@ void board_t::look_at_links()
 
     for (unsigned i = 0; i < plugs.size(); i++) {
         int index;
-        const link_t link = sample_link(i, index);
+        link_t link = sample_link(i, index);
         if (index != plugs[i].index) {
-            if (plugs[i].index != 0)
-                observe_link(i, {}); // another interface is another cable
+            if (plugs[i].index != 0) { // another interface is another cable
+                observe_link(i, {});
+                link = sample_link(i, index);
+            }
             attach(i, index);
         }
         observe_link(i, link);

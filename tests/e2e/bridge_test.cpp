@@ -249,6 +249,46 @@ TEST_F(ruled_bridge, forgets_what_was_learned_and_nothing_else)
     EXPECT_THAT(table(), HasSubstr("02:11:22:33:44:66"));
 }
 
+TEST_F(ruled_bridge, lets_nobody_forward_for_another)
+{
+    // The new interface gets the number of one that forwards, at once and with its link up.
+    const lab::ruled_bridge_t &bridge = bridge_with_hosts(2);
+    ASSERT_TRUE(hosts_.front().reaches(hosts_.back(), BY_TIMERS));
+    ASSERT_TRUE(kernel_becomes(bridge, "lan2", "forwarding"));
+    bridge.node().ip("link add other type veth peer name far\nlink set other up\nlink set far up");
+    bridge.node().ip(
+        "link set lan2 nomaster\nlink set lan2 name old\nlink set other name lan2\nlink set lan2 master br0");
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return bridge.said(); },
+        HasSubstr("lan2 left: port 2 is free\nlvt_bridge: br0: lan2 is port 2\n")));
+    EXPECT_EQ(bridge.kernel_state("lan2"), "disabled");
+    EXPECT_TRUE(becomes(bridge, 2, HW_DISCARDING));
+    EXPECT_TRUE(becomes(bridge, 2, HW_FORWARDING));
+}
+
+TEST_F(ruled_bridge, has_neighbours_on_the_same_machine)
+{
+    ruled_bridge_t &bridge = bridge_with_hosts(1);
+    bridge.node().ip(
+        "link add name br-lan address 02:00:00:00:77:00 type bridge\n"
+        "link set br-lan up\n"
+        "link add eth9 type veth peer name far9\n"
+        "link set eth9 up\n"
+        "link set far9 up\n"
+        "link set eth9 master br-lan");
+    std::vector<std::string> command = bridge.command();
+    command.back() = "br-lan";
+    lab::process_t other = bridge.node().start({.argv = command});
+    EXPECT_TRUE(kernel_becomes(bridge, "eth9", "forwarding"));
+    EXPECT_TRUE(kernel_becomes(bridge, "lan1", "forwarding"));
+    const std::string ruleset = bridge.node().run({.argv = {"nft", "list", "ruleset"}}).output;
+    EXPECT_THAT(ruleset, HasSubstr("table bridge lvt_bridge_br0 {"));
+    EXPECT_THAT(ruleset, HasSubstr("table bridge lvt_bridge_br_2dlan {"));
+    EXPECT_EQ(bridge.said().find("something took away"), std::string::npos);
+    EXPECT_EQ(other.stop(SOON), 0);
+    EXPECT_TRUE(bridge.program().running());
+}
+
 // ---- ends --------------------------------------------------------------------------------
 
 TEST_F(ruled_bridge, keeps_its_states_when_it_is_killed_and_begins_anew_from_blocking)
