@@ -25,6 +25,8 @@ struct member_t {
     unsigned front = 0;                       ///< front port; 0: it has none
     std::optional<port_state_t> settled = {}; ///< the state that it was given, and had
     bool refused = false;                     ///< the kernel refused a state, which was told
+
+    bool operator==(const member_t &) const = default;
 };
 
 struct linux_board_settings_t {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include <fmt/format.h>
@@ -29,6 +30,7 @@ using namespace std::chrono_literals;
 constexpr char STP_HELPER[] = "/sbin/bridge-stp"; ///< whom the kernel asks
 constexpr auto START_PATIENCE = 10s;              ///< for the daemon
 constexpr auto APPLY_PATIENCE = 10s;
+constexpr int LOOK_MS = 500; ///< the kernel announces what happens, and links up to a second late
 constexpr int IMPATIENT_TURN_MS = 10;
 
 void tell(const std::string &bridge, const std::string &text)
@@ -291,19 +293,20 @@ void rule(const rule_options_t &options)
     unsigned link_changes = 0;
     bool begun = false, ended = false, unwritten = false;
     auto next_look = clock.now();
-    std::string numbers;
+    std::map<int, member_t> members;
+    decltype(board.chip.states) states{};
     rule_options_t reported = options;
     reported.config = settings_file;
     while (!ended) {
         if (clock.now() >= next_look) {
             board.look_at_links();
-            next_look = clock.now() + std::chrono::milliseconds(LINK_LOOK_MS);
+            next_look = clock.now() + std::chrono::milliseconds(LOOK_MS);
         }
         waiting_t others;
         others.add(signals.number(), [&] { ended = true; });
         if (gate)
             others.add(gate->number(), [&] { look_after(*gate, say); });
-        board_turn(board, listener, std::move(others), begun && !settling ? LINK_LOOK_MS : IMPATIENT_TURN_MS);
+        board_turn(board, listener, std::move(others), begun && !settling ? LOOK_MS : IMPATIENT_TURN_MS);
 
         if (!board.trouble().empty())
             throw std::runtime_error(board.trouble());
@@ -321,9 +324,12 @@ void rule(const rule_options_t &options)
             settling.reset();
             board.settled();
         }
+        if (std::tie(members, states) == std::tie(board.members(), board.chip.states))
+            continue;
+        members = board.members();
+        states = board.chip.states;
         try {
-            if (const std::string now = numbers_text(board.numbers()); now != numbers)
-                state_dir.write_ports(numbers = now);
+            state_dir.write_ports(numbers_text(board.numbers()));
             state_dir.write_report(report(reported, board, guard));
         } catch (const std::system_error &problem) { // no reason to end
             if (!std::exchange(unwritten, true))
