@@ -89,15 +89,16 @@ int role_of(const switch_t &device, int port) { return status_of(device).port(po
 
 int state_of(const switch_t &device, int port) { return status_of(device).port(port).state; }
 
-std::string ports_text(const switch_t &device)
+std::string ports_text(const bridge_status_t &status)
 {
-    const bridge_status_t status = status_of(device);
     std::vector<std::string> texts;
     for (int number = 1; number <= static_cast<int>(RSTP_PORTS); number++)
         if (const port_status_t &port = status.port(number); port.role != ROLE_DISABLED && port.role != ROLE_NON_STP)
             texts.push_back(fmt::format("{} {} {}", number, role_word(port.role), state_verb(port.state)));
     return fmt::format("{}", fmt::join(texts, ", "));
 }
+
+std::string ports_text(const switch_t &device) { return ports_text(status_of(device)); }
 
 testing::AssertionResult becomes(const switch_t &device, const std::string &wanted, std::chrono::milliseconds limit)
 {

@@ -69,6 +69,7 @@ int role_of(const switch_t &device, int port);
 int state_of(const switch_t &device, int port);
 
 /// "1 root forwards, 2 alternate discards": the ports that take part, for people and for comparing.
+std::string ports_text(const bridge_status_t &status);
 std::string ports_text(const switch_t &device);
 
 /// Waits for ports_text to become `wanted`, and tells what it is instead.

@@ -68,6 +68,12 @@ const std::vector<numbered_frame_t> &station_t::received()
     return received_;
 }
 
+void station_t::forget()
+{
+    received();
+    received_.clear();
+}
+
 size_t station_t::times_received(const std::string &from, uint32_t number)
 {
     const auto &frames = received();

@@ -30,6 +30,9 @@ public:
     /// All numbered frames that have come so far, in order.
     const std::vector<numbered_frame_t> &received();
 
+    /// Begins anew: what has come so far does not count.
+    void forget();
+
     /// How often a frame has come.
     size_t times_received(const std::string &from, uint32_t number);
 
