@@ -90,24 +90,30 @@ claim_t claim_of(const bpdu_t &bpdu)
 }
 
 /// The kernel's words as ours.
-std::string kernel_state(const std::string &state)
+std::string kernel_state(bool link, const std::string &state)
 {
-    return state == "blocking" || state == "listening" ? "discarding" : state == "disabled" ? "down" : state;
+    if (!link)
+        return "down";
+    return state == "learning" || state == "forwarding" ? state : "discarding";
 }
 
 } // namespace
 
 void demand_playable(const topology::network_t &network)
 {
+    const auto refuse = [](const topology::node_t &node, const std::string &reason) {
+        const std::string text = fmt::format("{}{} {}", node.place, node.name, reason);
+        if (node.place.empty())
+            throw refused_t(text);
+        throw faults_t(text);
+    };
     for (const topology::node_t &node : network.nodes) {
         if (node.kind == kind_t::HUB || node.kind == kind_t::SPEAKER)
-            throw refused_t(fmt::format("{}{} is a {}, which only the simulator plays (lvt_sim play)", node.place,
-                                        node.name, word_of(node.kind)));
+            refuse(node, fmt::format("is a {}, which only the simulator plays (lvt_sim play)", word_of(node.kind)));
         if (node.kind == kind_t::LVT_BRIDGE && access(lab::program("LVT_BRIDGE", "lvt_bridge").c_str(), X_OK) != 0)
-            throw refused_t(
-                fmt::format("{}{} is an lvt-bridge, and the program lvt_bridge is not there: build it, or make it a "
-                            "switch or a linux-bridge",
-                            node.place, node.name));
+            refuse(node,
+                   "is an lvt-bridge, and the program lvt_bridge is not there: build it, or make it a switch or a "
+                   "linux-bridge");
     }
 }
 
@@ -137,7 +143,7 @@ struct lab_t::member_t {
     fd_t link_events;
     std::optional<board_client_t> client;
     timespec status_time = {};
-    std::atomic<bool> dirty = false;
+    std::atomic<int> looks = 0; ///< at a kernel's bridge, that are due: one may come before it has taken the news in
 
     // Of what was seen.
     std::string identifier, root;
@@ -273,6 +279,8 @@ void lab_t::build(member_t &member)
         member.node().ip(commands, {net_.number()});
     if (member.bridge)
         member.node().in_net([&] { member.link_events = link_events_open(); });
+    if (member.has_daemon() && told.configured)
+        std::ofstream(member.node().path(CONFIG)) << config_text(told.settings);
     const std::lock_guard lock(mutex_);
     if (!member.host)
         member.identifier = fmt::format("{}/{}", told.settings.bridge.bridge_priority, member.node().mac());
@@ -292,12 +300,9 @@ void lab_t::start(member_t &member)
         for (const auto &[port, place] : member.places)
             if (const topology::link_t &link = network_.links[place.cable]; link.mbit != 1000 || !link.full_duplex)
                 board.set_speed(port, link.mbit, link.full_duplex);
-        if (member.told.configured)
-            configure(member, member.told.settings);
-    } else {
-        std::ofstream(member.node().path(CONFIG)) << config_text(member.told.settings);
+        configure(member);
+    } else
         start_ruler(member);
-    }
     member.runs = true;
 }
 
@@ -330,9 +335,11 @@ void lab_t::start_ruler(member_t &member)
             fmt::format("{}: lvt_bridge does not get ready\n{}", member.name(), member.node().read(SAID)));
 }
 
-void lab_t::configure(member_t &member, const settings_t &settings)
+void lab_t::configure(member_t &member)
 {
-    std::ofstream(member.node().path(CONFIG)) << config_text(settings);
+    if (!member.told.configured)
+        return;
+    const settings_t settings = load_config({.root = "", .path = member.node().path(CONFIG)});
     lab::switch_t &device = *member.device;
     device.send(system_config_message(settings.bridge));
     device.send(aggr_config_message(settings.ports[0]));
@@ -413,9 +420,12 @@ void lab_t::up(bool with_story)
     if (with_story)
         for (const topology::event_t &event : story_)
             later(event.at, [this, event] {
+                std::unique_lock lock(acting_);
                 const settings_t before =
                     event.verb == verb_t::SET ? topology::settings_now(network_, event.subject) : settings_t();
-                act(topology::command_text(network_, event, before));
+                const std::string command = topology::command_text(network_, event, before);
+                lock.unlock();
+                act(command);
             });
 }
 
@@ -528,8 +538,7 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
             start_ruler(*member);
         else {
             member->device->start_daemon();
-            if (member->told.configured)
-                configure(*member, load_config({.root = "", .path = member->node().path(CONFIG)}));
+            configure(*member);
         }
         member->runs = true;
         break;
@@ -564,9 +573,9 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
         demand_power();
         const std::lock_guard lock(member->mutex);
         announce(command);
-        if (member->device)
-            return configure(*member, *event.settings);
         std::ofstream(member->node().path(CONFIG)) << config_text(*event.settings);
+        if (member->device)
+            return configure(*member);
         const lab::outcome_t applied =
             member->node().run({.argv = {lab::program("LVT_RSTPCTL", "lvt_rstpctl"), "apply"}});
         if (applied.exit_code != 0)
@@ -808,8 +817,13 @@ void lab_t::note_claim(size_t cable, unsigned from, std::span<const uint8_t> fra
         return;
     claim_t claim = claim_of(bpdu);
     claim.at = journal_.now();
-    sides_[cable][from].claim = claim;
+    side_t &side = sides_[cable][from];
     member_t &member = *members_[network_.links[cable].ends[from].node];
+    // What a kernel's bridge thinks of it is asked for: it tells its states by itself, and no root.
+    if (!side.claim || side.claim->root != claim.root || side.claim->cost != claim.cost ||
+        side.claim->type != claim.type)
+        members_[network_.links[cable].ends[1 - from].node]->looks = 2;
+    side.claim = claim;
     std::pair<std::string, uint32_t> claimed(claim.root, claim.cost);
     if (member.claimed == claimed)
         return;
@@ -820,8 +834,7 @@ void lab_t::note_claim(size_t cable, unsigned from, std::span<const uint8_t> fra
                                                   bridge_name(claim.root), claim.cost));
     last_change_ = journal_.now();
     calm_ = false;
-    if (member.bridge)
-        member.dirty = true;
+    member.looks = 2;
 }
 
 void lab_t::watch()
@@ -838,7 +851,7 @@ void lab_t::watch()
             add(member->log, member->index);
         else if (member->bridge) {
             add(member->link_events, member->index);
-            member->dirty = true;
+            member->looks = 2;
         }
 
     auto next_look = std::chrono::steady_clock::now();
@@ -872,8 +885,10 @@ void lab_t::watch()
         for (const auto &member : members_) {
             if (member->has_daemon())
                 watch_daemon(*member);
-            if (member->bridge && member->dirty.exchange(false))
+            if (member->bridge && member->looks > 0) {
+                member->looks--;
                 watch_bridge(*member);
+            }
         }
         look_for_calm();
     }
@@ -934,6 +949,10 @@ void lab_t::watch_daemon(member_t &member)
 void lab_t::watch_bridge(member_t &member)
 {
     const lab::kernel_view_t seen = member.bridge->view();
+    std::map<size_t, bool> links;
+    for (const auto &[port, place] : member.places)
+        links[place.cable] = wires_->has_link(place.cable);
+
     const std::lock_guard lock(mutex_);
     if (!member.has_daemon()) {
         member.identifier = bridge_id_text(seen.bridge);
@@ -943,14 +962,15 @@ void lab_t::watch_bridge(member_t &member)
         const auto found = seen.ports.find(member.interface(port));
         if (found == seen.ports.end())
             continue;
-        const std::string state = kernel_state(found->second.state);
-        set_seen(member, port, state != "down", state);
+        const auto &[number, state, root] = found->second;
+        const bool link = links[place.cable];
+        set_seen(member, port, link, kernel_state(link, state));
         if (!member.has_daemon())
             set_role(member, port,
-                     state == "down"                          ? "disabled"
-                     : found->second.number == seen.root_port ? "root"
-                     : found->second.state == "blocking"      ? "alternate"
-                                                              : "designated");
+                     !link                      ? "disabled"
+                     : number == seen.root_port ? "root"
+                     : state == "blocking"      ? "alternate"
+                                                : "designated");
     }
 }
 

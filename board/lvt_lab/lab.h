@@ -94,7 +94,7 @@ private:
     void build(member_t &member);
     void start(member_t &member);
     void start_ruler(member_t &member);
-    void configure(member_t &member, const settings_t &settings);
+    void configure(member_t &member);
     void do_event(const topology::event_t &event, const std::string &command);
     void tell(const std::string &what, const member_t *member, unsigned port, const std::string &value,
               const std::string &text, const std::string &cable = {});

@@ -319,7 +319,7 @@ int run_script(const std::string &path, const std::string &given, bool keep)
     std::string lab = given;
     bool started = false;
     const auto end = [&] {
-        if (started && !keep)
+        if (started && !keep && connect_to(lab))
             down(lab);
     };
     for (const step_t &step : steps) {
@@ -333,7 +333,7 @@ int run_script(const std::string &path, const std::string &given, bool keep)
                 wrong = expect(step, lab = which_lab(lab));
             else {
                 const bool is_up = step.words[0] == "up";
-                if (is_up && lab.empty())
+                if (is_up && given.empty())
                     lab = name_for({step.words.begin() + 1, step.words.end()});
                 if (const int status = run_command(without_telling(step.words), lab); status != EXIT_SUCCESS)
                     wrong = fmt::format("the status is {}", status);
@@ -344,7 +344,7 @@ int run_script(const std::string &path, const std::string &given, bool keep)
         }
         if (wrong) {
             fmt::print(stderr, "{}:{}: {}\n", path, step.line, *wrong);
-            if (started)
+            if (started && connect_to(lab))
                 fmt::print(stderr, "{}", tree_text(client_t(lab).view()));
             end();
             return EXIT_FAILURE;

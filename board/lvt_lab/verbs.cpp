@@ -88,7 +88,11 @@ std::string name_for(const std::vector<std::string> &words)
     // "ring 4" gives "ring-4", "nets/office.yml" gives "office"; options may be among them.
     std::vector<std::string> names;
     for (size_t i = 0; i < words.size(); i++)
-        if (words[i] == "--hosts")
+        if (words[i] == "--lab" && i + 1 < words.size())
+            return words[i + 1];
+        else if (words[i].starts_with("--lab="))
+            return words[i].substr(6);
+        else if (words[i] == "--hosts")
             i++;
         else if (!words[i].starts_with("--"))
             names.push_back(words[i]);

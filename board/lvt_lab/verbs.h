@@ -19,7 +19,7 @@ struct up_args_t {
 /// How long a lab may take to come to rest: its default timers run out, and some rest.
 constexpr std::chrono::seconds REST_PATIENCE{90};
 
-/// The name of a lab that is started with these words and --lab without one.
+/// The name of a lab that is started with these words.
 std::string name_for(const std::vector<std::string> &words);
 
 /// Returns the exit status.

@@ -258,6 +258,12 @@ bool wires_t::plugged(size_t cable) const
     return state_->cables[cable].plugged;
 }
 
+bool wires_t::has_link(size_t cable) const
+{
+    const std::lock_guard lock(state_->mutex);
+    return state_->cables[cable].has_link();
+}
+
 void wires_t::set_quality(size_t cable, unsigned from, const topology::quality_t &quality)
 {
     const std::lock_guard lock(state_->mutex);

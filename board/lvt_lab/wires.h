@@ -47,6 +47,7 @@ public:
     void power(size_t cable, unsigned end, bool powered);
 
     bool plugged(size_t cable) const;
+    bool has_link(size_t cable) const;
 
     /// What is done to frames that end `from` sends, from now on.
     void set_quality(size_t cable, unsigned from, const topology::quality_t &quality);
