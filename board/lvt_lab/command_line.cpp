@@ -94,7 +94,7 @@ void add_deeds(CLI::App &app, options_t &options)
     add_deed(app, options, "set", "Change settings of a switch", "SWITCH KEY=VALUE...", false,
              "  lvt_lab set sw3 bridge.priority=4096 port.1.path_cost=200");
     add_deed(app, options, "message", "Send a control message to a daemon", "SWITCH OCTETS", false,
-             "  lvt_lab message sw1 $(lvt_rstpctl raw 6 --dry-run ...)");
+             "  lvt_lab message sw1 bc30118200");
     add_deed(app, options, "refuse", "Let a chip refuse register writes", "SWITCH TIMES", false,
              "  lvt_lab refuse sw1 3");
 }

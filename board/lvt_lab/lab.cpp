@@ -461,10 +461,12 @@ void lab_t::act(const std::string &command)
 void lab_t::do_event(const topology::event_t &event, const std::string &command)
 {
     member_t *member = event.verb >= verb_t::KILL ? members_[event.subject].get() : nullptr;
+    bool announced = false;
     const auto announce = [&](const std::string &text) {
         const std::lock_guard lock(mutex_);
-        last_command_ = journal_.last() + 1;
-        tell("command", member, 0, command, text, member ? "" : cable_name(event.subject));
+        const uint64_t number = tell("command", member, 0, command, text, member ? "" : cable_name(event.subject));
+        if (!std::exchange(announced, true))
+            last_command_ = number;
         last_change_ = journal_.now();
         calm_ = false;
     };
@@ -709,8 +711,8 @@ lab_view_t lab_t::view()
     return view;
 }
 
-void lab_t::tell(const std::string &what, const member_t *member, unsigned port, const std::string &value,
-                 const std::string &text, const std::string &cable)
+uint64_t lab_t::tell(const std::string &what, const member_t *member, unsigned port, const std::string &value,
+                     const std::string &text, const std::string &cable)
 {
     event_t event;
     event.what = what;
@@ -723,7 +725,7 @@ void lab_t::tell(const std::string &what, const member_t *member, unsigned port,
         if (const auto place = member->places.find(port); place != member->places.end())
             event.cable = cable_name(place->second.cable);
     }
-    journal_.add(std::move(event));
+    return journal_.add(std::move(event));
 }
 
 // mutex_ is held in the next three.
@@ -948,7 +950,13 @@ void lab_t::watch_daemon(member_t &member)
 
 void lab_t::watch_bridge(member_t &member)
 {
-    const lab::kernel_view_t seen = member.bridge->view();
+    lab::kernel_view_t seen;
+    try {
+        seen = member.bridge->view();
+    } catch (const std::exception &problem) { // ip was not to be had, say
+        tell("daemon", &member, 0, "", fmt::format("{}: {}", member.name(), problem.what()));
+        return;
+    }
     std::map<size_t, bool> links;
     for (const auto &[port, place] : member.places)
         links[place.cable] = wires_->has_link(place.cable);

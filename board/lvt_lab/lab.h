@@ -96,8 +96,8 @@ private:
     void start_ruler(member_t &member);
     void configure(member_t &member);
     void do_event(const topology::event_t &event, const std::string &command);
-    void tell(const std::string &what, const member_t *member, unsigned port, const std::string &value,
-              const std::string &text, const std::string &cable = {});
+    uint64_t tell(const std::string &what, const member_t *member, unsigned port, const std::string &value,
+                  const std::string &text, const std::string &cable = {});
     void note_frame(size_t cable, unsigned from, std::span<const uint8_t> frame);
     void note_claim(size_t cable, unsigned from, std::span<const uint8_t> frame);
     void set_seen(member_t &member, unsigned port, bool link, const std::string &state);
