@@ -162,9 +162,9 @@ TEST_F(labs, a_rapid_ring_heals_at_once_and_tells_how)
          {"  the cable sw1:1-sw2:2 is pulled out\n", "  sw1:1 has lost its link\n", "  sw2:2 has lost its link\n",
           "  sw2 says that it is the root\n", "  sw3:1 forwards\n", " ms  at rest, after "})
         EXPECT_THAT(told.output, HasSubstr(line));
-    EXPECT_THAT(told.output, testing::ContainsRegex("first ping through from h1 to h2 after [0-9]{2,3} ms without\n"));
+    EXPECT_THAT(told.output, testing::ContainsRegex("first ping through from h1 to h2 after [0-9]{2,4} ms without\n"));
     EXPECT_THAT(lvt_lab("outage").output, HasSubstr("  sw3:1 forwards\n"));
-    EXPECT_TRUE(holds("expect outage under 900ms\nexpect 3-4 carries\nplug 1-2\nexpect rest\nexpect 3-4 is cut"));
+    EXPECT_TRUE(holds("expect outage under 1500ms\nexpect 3-4 carries\nplug 1-2\nexpect rest\nexpect 3-4 is cut"));
 }
 #endif
 
@@ -317,7 +317,7 @@ TEST_F(labs, bridges_that_the_daemon_rules_are_switches_like_others)
         ping h1 h2
         exec br1 -- lvt_rstpctl expect port 2 is alternate
         pull sw1-br1
-        expect outage under 1s
+        expect outage under 1500ms
         expect br1:2 is root
         plug sw1-br1
         expect br1:2 is alternate
@@ -410,6 +410,19 @@ TEST_F(labs, draws_explains_and_exports_the_tree)
     EXPECT_THAT(lvt_lab("export dot").output, HasSubstr("n0 [label=\"sw1\nroot\", penwidth=3]"));
     EXPECT_THAT(lvt_lab("export mermaid").output, HasSubstr("-.-|\""));
     EXPECT_THAT(lvt_lab("export svg").output, HasSubstr("</svg>"));
+
+    const fd_t output(lab::checked(memfd_create("output", MFD_CLOEXEC), "memory"));
+    lab::process_t watch = lab::start({.argv = {LAB, "tree", "--watch"}, .out = output.number()});
+    const auto drawn = [&] {
+        std::ifstream text(fmt::format("/proc/self/fd/{}", output.number()));
+        return std::string(std::istreambuf_iterator<char>(text), {});
+    };
+    ASSERT_TRUE(eventually(SOON, drawn, HasSubstr("sw1, the root")));
+    ASSERT_TRUE(does("pull 2-3 --now"));
+    EXPECT_TRUE(eventually(SOON, drawn, HasSubstr("\npulled out: sw2:1-sw3:2\n")));
+    watch.signal(SIGINT);
+    EXPECT_TRUE(eventually(
+        SOON, [&] { return watch.exit_code(); }, 0));
 }
 
 // ---- several, and none ------------------------------------------------------------------------------

@@ -371,6 +371,21 @@ TEST_F(play, the_page_tells_what_is_not_promised)
     EXPECT_NE(page.find(table), std::string::npos) << "it should be:\n" << table;
 }
 
+TEST_F(play, nodes_that_need_a_lab_are_refused_with_their_places)
+{
+    const std::pair<const char *, const char *> rows[] = {
+        {"br1: {kind: linux-bridge}",
+         "br1 is a linux-bridge, and there is no Linux in the simulator: make it a switch\n"},
+        {"br1: {kind: lvt-bridge}", "br1 is a lvt-bridge, and there is no Linux in the simulator: make it a switch\n"},
+        {"sw1: {options: [--rapid, --loud]}", "sw1 has options, and the simulator starts no program that takes them\n"},
+    };
+    for (const auto &[node, words] : rows) {
+        const run_t outcome = lvt_sim("play " + file_with(fmt::format("topology:\n  nodes:\n    {}\n", node)));
+        EXPECT_EQ(outcome.status, 2) << node;
+        EXPECT_EQ(outcome.output, path("net.yml") + ":3:5: " + words) << node;
+    }
+}
+
 TEST_F(play, what_cannot_be_played_is_said)
 {
     const struct {
@@ -381,10 +396,6 @@ TEST_F(play, what_cannot_be_played_is_said)
         {"play " + path("none.yml"), 3, "lvt_sim: cannot read " + path("none.yml") + ": No such file or directory\n"},
         {"play star 9", 2, "a star has 2 to 7 switches"},
         {"play " + file_with("topology: {nodes: {sw1: {kind: x}}}\n"), 2, path("net.yml") + ":1:32: kind should be "},
-        {"play " + file_with("topology:\n  nodes:\n    br1: {kind: linux-bridge}\n"), 2,
-         path("net.yml") + ":3:5: br1 is a linux-bridge, and there is no Linux in the simulator: make it a switch\n"},
-        {"play " + file_with("topology:\n  nodes:\n    sw1: {options: [--rapid, --loud]}\n"), 2,
-         path("net.yml") + ":3:5: sw1 has options, and the simulator starts no program that takes them\n"},
         {"play ring 3 --until soon", 2, "--until: \"soon\" should be a time"},
         {"play ring 3 --until 1s --at 2s", 2, "--at: the picture is of a moment after the end"},
         {"play ring 3 --until 1s --quiet --svg /dev/full", 3, "cannot write /dev/full: No space left on device"},

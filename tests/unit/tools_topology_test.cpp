@@ -227,7 +227,7 @@ TEST(topology, mistakes_are_told_with_their_places)
         {"topology: {nodes: {sw1: {kind: swich}}}\n",
          "1:32: kind should be switch, lvt-bridge, linux-bridge, hub, host, speaker: did you mean \"switch\"?"},
         {"topology: {nodes: {h: {kind: host, config: {}}}}\n",
-         "1:36: there is no \"config\" in h, a host: known are kind"},
+         "1:36: there is no \"config\" in h, a host: known are kind, address"},
         {"topology: {nodes: {sw1: {second: 3s}}}\n",
          "1:34: second should be 500ms to 2s: it is what the switch takes for a second"},
         {"topology: {nodes: {sw1: {boot: soon}}}\n", "1:32: boot should be a time, as in 20ms, 1.5s or 2min"},
