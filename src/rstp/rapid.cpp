@@ -35,10 +35,11 @@ constexpr uint8_t AGREED_AT = 0x80;
 constexpr size_t SENDER_OCTETS = offsetof(prio_vector_t, bridge_port) - offsetof(prio_vector_t, design_bridge);
 
 /// What a port tells from now on has a number of its own, and a forward delay to be agreed with. An agreement lasts
-/// while it gets no worse (updtInfo in 17.27, UPDATE). When it gets worse the port blocks, until the neighbour has
-/// agreed to that: whoever still counts on the better word may lead back here. So does a root port that becomes
-/// designated, for its neighbour may still forward as such. A neighbour of another kind may become designated and not
-/// block: its agreement ends with the word, so that the port has to sync before this bridge agrees to anything.
+/// while it gets no worse (updtInfo in 17.27, UPDATE). When it gets worse a port to a bridge blocks, agreed or not,
+/// until the neighbour has agreed to that: whoever still counts on the better word may lead back here. So does a root
+/// port that becomes designated, for its neighbour may still forward as such. A neighbour of another kind may become
+/// designated and not block: its agreement ends with the word, so that the port has to sync before this bridge agrees
+/// to anything.
 void tell_anew(port_t *port)
 {
     const bool by_our_kind = port->wordHeld == 0;
@@ -49,17 +50,16 @@ void tell_anew(port_t *port)
     port->rcvdInfoWhile = port->rcvdInfoWhile ? 2 * FRESH : FRESH;
     port->fdWhile = port->owner->rootTimes.ForwardDelay;
     port->helloWhen = 0; // the hello time may be another one now
-    if (port->agreed && port->infoIs == INFO_IS_MINE &&
-        STP_VECT_compare_vector(&port->designatedPrio, &port->portPrio) != VECT_WORSE) {
-        port->agreed = by_our_kind;
-        if (!by_our_kind)
+    if (port->infoIs == INFO_IS_MINE && STP_VECT_compare_vector(&port->designatedPrio, &port->portPrio) != VECT_WORSE) {
+        port->agreed = port->agreed && by_our_kind;
+        if (!port->agreed)
             return;
         port->portPrio = port->designatedPrio;
         port->portTimes = port->designatedTimes;
         port->updtInfo = 0;
         port->newInfo = 1;
         port->synced = 1;
-    } else if ((port->agreed || port->infoIs == INFO_IS_RECEIVED) && port->sendRSTP && port->operPointToPoint)
+    } else if (port->infoIs != INFO_IS_AGED && port->rcvdBpdu && port->sendRSTP && port->operPointToPoint)
         port->sync = 1;
 }
 

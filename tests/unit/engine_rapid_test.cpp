@@ -286,7 +286,7 @@ TEST_F(rapid_bridge, a_port_that_was_agreed_blocks_when_what_it_tells_gets_worse
     EXPECT_TRUE(down->forwarding);
 }
 
-TEST_F(rapid_bridge, a_port_that_forwards_by_its_timers_goes_on)
+TEST_F(rapid_bridge, a_port_that_forwards_by_its_timers_goes_on_where_no_bridge_is)
 {
     for (unsigned i = 0; i < 40; i++) {
         receive(up, heard_t{.flags = 0x3C});
@@ -295,6 +295,11 @@ TEST_F(rapid_bridge, a_port_that_forwards_by_its_timers_goes_on)
     ASSERT_TRUE(down->forwarding && !down->agreed);
     receive(up, heard_t{.flags = 0x3C, .cost = 10});
     EXPECT_TRUE(down->forwarding);
+    receive(down, below(ALTERNATE_AGREES & ~0x40, COST));
+    receive(up, heard_t{.flags = 0x3C, .cost = 9});
+    EXPECT_TRUE(down->forwarding && side->forwarding);
+    receive(up, heard_t{.flags = 0x3C, .cost = 10});
+    EXPECT_TRUE(!down->forwarding && side->forwarding) << "but not to a bridge that may count on the better word";
 }
 
 TEST_F(rapid_bridge, a_new_word_brings_its_hello_time)

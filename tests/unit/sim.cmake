@@ -45,6 +45,9 @@ else()
         foreach(seed 16030 44454 58335 61643 64457 71640 28585)
             add_test(NAME sim.mixed_seed_${seed} COMMAND lvt_sim run --seed ${seed} --mixed --quiet)
         endforeach()
+        # This had one while a port that forwarded by its timers went on when it told something worse.
+        add_test(NAME sim.mixed_mesh COMMAND
+            lvt_sim run --seed 60 --shape mesh --faults outages --mixed --quiet)
         # 9535 lost hosts behind a port that was set as edge when it had been agreed; in the others alternate ports
         # answered whatever the hold count.
         foreach(seed 9535 70932 101037)
