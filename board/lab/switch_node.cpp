@@ -104,9 +104,8 @@ process_t switch_t::launch(std::vector<std::string> argv, std::vector<std::strin
 void switch_t::start_board()
 {
     const int log = settings_.board_log;
-    board_ = launch(
-        {settings_.board, "run", "--log", log < 0 ? BOARD_LOG_FILE : fmt::format("/proc/self/fd/{}", log)}, {},
-        BOARD_OUTPUT_FILE, BOARD_OUTPUT_FILE, log < 0 ? std::vector<int>() : std::vector{log});
+    board_ = launch({settings_.board, "run", "--log", log < 0 ? BOARD_LOG_FILE : fmt::format("/proc/self/fd/{}", log)},
+                    {}, BOARD_OUTPUT_FILE, BOARD_OUTPUT_FILE, log < 0 ? std::vector<int>() : std::vector{log});
     const bool ready = within(START_PATIENCE, [&] { return is_ready(*this) || !board_.running(); });
     if (!ready || !board_.running())
         throw std::runtime_error(fmt::format("{}: {}\n{}", node_.name(), complaint("board", board_), story()));

@@ -47,9 +47,9 @@ std::string graph_of(const picture_t &picture)
     for (size_t id = 0; id < picture.nodes.size(); id++)
         text += fmt::format("  n{} [{}]\n", id, node_words(picture.nodes[id]));
     for (const picture_t::cable_t &cable : picture.cables)
-        text +=
-            fmt::format("  n{} -> n{} [taillabel={}, headlabel={}, {}]\n", cable.upper.node, cable.lower.node,
-                        in_quotes(cable.upper.words), in_quotes(cable.lower.words), STATES[static_cast<size_t>(cable.state)]);
+        text += fmt::format("  n{} -> n{} [taillabel={}, headlabel={}, {}]\n", cable.upper.node, cable.lower.node,
+                            in_quotes(cable.upper.words), in_quotes(cable.lower.words),
+                            STATES[static_cast<size_t>(cable.state)]);
     return text + "}\n";
 }
 
