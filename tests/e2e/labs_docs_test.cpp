@@ -13,8 +13,6 @@ namespace {
 
 using namespace e2e;
 
-constexpr char QUESTIONS_LAB[] = "/tmp/questions";
-
 std::string page()
 {
     std::ifstream file(LVT_DOCS "/lab.md");
@@ -58,10 +56,11 @@ asked_t row_of(int number)
 /// In one line.
 std::string joined(const std::string &text) { return std::regex_replace(text, std::regex("\\s+"), " "); }
 
-lab::outcome_t typed(const std::string &command)
+/// What a command says that is typed in a folder.
+lab::outcome_t typed_in(const std::string &folder, const std::string &command)
 {
     const std::string programs = std::filesystem::path(lab::program("LVT_LAB_PROGRAM", "lvt_lab")).parent_path();
-    return lab::run({.argv = {"sh", "-c", fmt::format("cd {} && {}", QUESTIONS_LAB, command)},
+    return lab::run({.argv = {"sh", "-c", fmt::format("cd {} && {}", folder, command)},
                      .environment = {fmt::format("PATH={}:{}", programs, getenv("PATH"))}});
 }
 
@@ -75,14 +74,16 @@ TEST_P(labs_page, answers_what_people_ask)
 
     const std::string text = page();
     const size_t begin = text.find("```yaml\n") + 8;
-    std::filesystem::create_directories(QUESTIONS_LAB);
-    std::ofstream(fmt::format("{}/office.yml", QUESTIONS_LAB)) << text.substr(begin, text.find("```\n", begin) - begin);
+    char folder[] = "/tmp/questions.XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const auto typed = [&](const std::string &command) { return typed_in(folder, command); };
+    std::ofstream(fmt::format("{}/office.yml", folder)) << text.substr(begin, text.find("```\n", begin) - begin);
     const lab::outcome_t up = typed("lvt_lab up office.yml && echo expect rest | lvt_lab run -");
     ASSERT_EQ(up.exit_code, 0) << up.output << typed("lvt_lab tree").output;
     std::string said;
     for (const std::string &command : asked.typed) {
         if (const size_t at = command.find("lvt_lab run "); at == 0 && !asked.line.empty())
-            std::ofstream(fmt::format("{}/{}", QUESTIONS_LAB, command.substr(12))) << asked.line << "\n";
+            std::ofstream(fmt::format("{}/{}", folder, command.substr(12))) << asked.line << "\n";
         const lab::outcome_t outcome = typed(command);
         said += outcome.output;
         const bool refused = command == "lvt_lab set core bridge.max_age=40";
@@ -91,6 +92,7 @@ TEST_P(labs_page, answers_what_people_ask)
     for (const std::string &read : asked.read)
         EXPECT_THAT(joined(said), HasSubstr(joined(read))) << said;
     EXPECT_EQ(typed("lvt_lab down").exit_code, 0);
+    std::filesystem::remove_all(folder);
 }
 
 INSTANTIATE_TEST_SUITE_P(question, labs_page, testing::Range(1, 16), testing::PrintToStringParamName());

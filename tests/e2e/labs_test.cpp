@@ -92,6 +92,8 @@ class labs : public testing::Test {
 protected:
     void SetUp() override
     {
+        char name[] = "/tmp/labs.XXXXXX";
+        folder_ = mkdtemp(name);
         processes_before_ = processes();
         traces_before_ = traces();
     }
@@ -101,7 +103,11 @@ protected:
         for (const json &lab : json::parse(lvt_lab("ls -j").output))
             EXPECT_TRUE(does("down --lab " + lab.at("lab").get<std::string>()));
         expect_nothing_left();
+        std::filesystem::remove_all(folder_);
     }
+
+    /// A path in a folder of the test's own.
+    std::string path(const std::string &name) const { return folder_ / name; }
 
     void expect_nothing_left() const
     {
@@ -113,13 +119,14 @@ protected:
 
     std::map<std::string, std::string> processes_before_;
     std::string traces_before_;
+    std::filesystem::path folder_;
 };
 
 // ---- what happens -----------------------------------------------------------------------------
 
 TEST_F(labs, a_ring_cuts_its_loop_and_heals)
 {
-    const std::string file = "/tmp/fast.yml";
+    const std::string file = path("fast.yml");
     std::ofstream(file) << R"(topology:
   nodes:
     sw1: {config: {bridge: {priority: 4096, max_age: 6, hello_time: 1, forward_delay: 4}}}
@@ -136,8 +143,7 @@ TEST_F(labs, a_ring_cuts_its_loop_and_heals)
     - endpoints: [sw1:6, h1]
     - endpoints: [sw3:6, h2]
 )";
-    EXPECT_TRUE(holds(R"(
-        up /tmp/fast.yml --lab ring
+    EXPECT_TRUE(holds("up " + file + R"( --lab ring
         expect root is sw1 within 30s
         expect 3-4 is cut within 30s
         expect rest
@@ -148,7 +154,6 @@ TEST_F(labs, a_ring_cuts_its_loop_and_heals)
         expect 3-4 carries within 30s
         ping h1 h2 --within 20s
     )"));
-    std::filesystem::remove(file);
 }
 
 #ifdef LVT_RAPID
@@ -229,7 +234,7 @@ TEST_F(labs, a_flapping_cable_is_pulled_and_plugged)
 
 TEST_F(labs, a_file_has_bridges_hosts_settings_and_addresses)
 {
-    const std::string file = "/tmp/office.yml";
+    const std::string file = path("office.yml");
     std::ofstream(file) << R"(name: an office
 topology:
   nodes:
@@ -262,12 +267,11 @@ topology:
     EXPECT_THAT(told.at("cables").at(2).at("ends").at(0).at("role").get<std::string>(),
                 testing::AnyOf("root", "alternate", "designated"));
     EXPECT_THAT(lvt_lab("exec core -- cat /etc/lvt_rstp.toml").output, HasSubstr("[bridge]\npriority = 4096\n"));
-    std::filesystem::remove(file);
 }
 
 TEST_F(labs, the_times_of_a_file_hold)
 {
-    const std::string file = "/tmp/times.yml";
+    const std::string file = path("times.yml");
     std::ofstream(file) << R"(topology:
   nodes:
     sw1: {rapid: true}
@@ -286,13 +290,12 @@ story:
         expect sw1:1 has no link
     )"));
     EXPECT_THAT(lvt_lab("exec sw2 -- cat /etc/lvt_rstp.toml").output, HasSubstr("priority = 0\n"));
-    std::filesystem::remove(file);
 }
 
 #ifdef LVT_BRIDGE
 TEST_F(labs, bridges_that_the_daemon_rules_are_switches_like_others)
 {
-    const std::string file = "/tmp/bridges.yml";
+    const std::string file = path("bridges.yml");
     std::ofstream(file) << R"(topology:
   nodes:
     sw1: {rapid: true, config: {bridge: {priority: 4096}}}
@@ -331,7 +334,6 @@ TEST_F(labs, bridges_that_the_daemon_rules_are_switches_like_others)
         power br2 on
         expect root is br2 within 30s
     )"));
-    std::filesystem::remove(file);
 }
 #endif
 
@@ -386,14 +388,13 @@ TEST_F(labs, captures_open_in_a_protocol_analyser)
 {
     ASSERT_TRUE(does("up ring 3 --rapid"));
     ASSERT_TRUE(holds("expect rest"));
-    const std::string file = "/tmp/ring.pcapng";
+    const std::string file = path("ring.pcapng");
     ASSERT_TRUE(does("capture all " + file + " --for 2500ms"));
     const lab::outcome_t read =
         lab::run({.argv = {"tshark", "-r", file, "-T", "fields", "-e", "frame.interface_name", "-e", "stp.root.hw"}});
     EXPECT_EQ(read.exit_code, 0) << read.output;
     EXPECT_THAT(read.output, HasSubstr("sw1:1-sw2:2\t02:00:00:00:01:00\n"));
     EXPECT_THAT(read.output, HasSubstr("sw3:1-sw1:2\t02:00:00:00:01:00\n"));
-    std::filesystem::remove(file);
 }
 
 TEST_F(labs, draws_explains_and_exports_the_tree)
