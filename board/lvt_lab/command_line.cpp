@@ -6,6 +6,7 @@
 #include <fmt/ranges.h>
 
 #include "board/lvt_lab/client.h"
+#include "board/lvt_lab/lab.h"
 #include "board/lvt_lab/script.h"
 #include "board/lvt_lab/verbs.h"
 #include "tools/about.h"
@@ -183,7 +184,7 @@ void add_inside(CLI::App &app, options_t &options)
         ->type_name("PROGRAM...");
     exec->callback([&options] {
         if (options.words.empty())
-            options.words = {"bash"};
+            options.words = {"bash", "--rcfile", SHELL_FILE, "-i"};
         options.status = run_in_node(which_lab(options.lab), options.node, options.words);
     });
 

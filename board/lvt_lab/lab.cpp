@@ -279,6 +279,10 @@ void lab_t::build(member_t &member)
         member.node().ip(commands, {net_.number()});
     if (member.bridge)
         member.node().in_net([&] { member.link_events = link_events_open(); });
+    std::ofstream(member.node().path(SHELL_FILE)) << fmt::format(
+        "[ ! -r \"{0}\" ] || . \"{0}\"\nPS1='{1}:\\w\\$ '\nHISTFILE={2}.history\n",
+        (lab::own_program().parent_path().parent_path() / "share/bash-completion/completions/lvt_rstpctl").string(),
+        told.name, SHELL_FILE);
     if (member.has_daemon() && told.configured)
         std::ofstream(member.node().path(CONFIG)) << config_text(told.settings);
     const std::lock_guard lock(mutex_);

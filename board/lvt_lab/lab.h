@@ -23,6 +23,9 @@
 
 namespace lvt_lab {
 
+/// What an interactive bash in a node reads first.
+constexpr char SHELL_FILE[] = "/tmp/node.bashrc";
+
 /// Throws refused_t when a lab cannot have these nodes.
 void demand_playable(const topology::network_t &network);
 

@@ -471,6 +471,17 @@ INSTANTIATE_TEST_SUITE_P(of, labs_end,
                                          std::pair(2, SIGKILL), std::pair(2, SIGTERM)),
                          end_name);
 
+TEST_F(labs, a_shell_in_a_node_has_its_prompt_and_the_tools)
+{
+    ASSERT_TRUE(does("up line 2"));
+    const lab::outcome_t outcome = lab::run(
+        {.argv = {LAB, "exec", "sw2"}},
+        "complete -p lvt_rstpctl\nlvt_rstpctl expect port 2 is not off --within 10 && ip -brief link\nexit 6\n");
+    EXPECT_EQ(outcome.exit_code, 6) << outcome.output;
+    for (const char *part : {"sw2:", "complete -F ", "\nport2@"})
+        EXPECT_THAT(outcome.output, HasSubstr(part));
+}
+
 TEST_F(labs, what_runs_in_a_node_ends_with_the_lab)
 {
     ASSERT_TRUE(does("up line 2"));
