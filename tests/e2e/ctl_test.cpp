@@ -332,6 +332,7 @@ TEST_F(ctl, groups_of_the_file_are_formed)
     done(leaf, "apply /tmp/switch.toml");
     ASSERT_TRUE(is_so(leaf, "port 7 is root"));
     ASSERT_TRUE(is_so(leaf, "ports 1,2 are member"));
+    ASSERT_TRUE(ticks(leaf, 2)); // and so both links are known, by which the group is formed
     ASSERT_TRUE(is_so(leaf, "ports 1,2,7 forward"));
     EXPECT_THAT(done(leaf, "show ports"), testing::HasSubstr("\n7 (1, 2)  root  "));
 
