@@ -478,7 +478,7 @@ TEST_F(labs, a_shell_in_a_node_has_its_prompt_and_the_tools)
         {.argv = {LAB, "exec", "sw2"}},
         "complete -p lvt_rstpctl\nlvt_rstpctl expect port 2 is not off --within 10 && ip -brief link\nexit 6\n");
     EXPECT_EQ(outcome.exit_code, 6) << outcome.output;
-    for (const char *part : {"sw2:", "complete -F ", "\nport2@"})
+    for (const char *part : {"sw2:", "-F _lvt_rstpctl lvt_rstpctl\n", "\nport2@"})
         EXPECT_THAT(outcome.output, HasSubstr(part));
 }
 
@@ -601,7 +601,7 @@ TEST_F(labs, bash_completes_commands_nodes_and_cables)
     const auto completions = [](const std::string &words) {
         const std::string script = LVT_COMPLETION;
         return lab::run({.argv = {"bash", "-c",
-                                  fmt::format(". '{}'; COMP_WORDS=({} {}); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); "
+                                  fmt::format(". '{}'; COMP_WORDS=('{}' {}); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); "
                                               "_lvt_lab; printf '%s ' \"${{COMPREPLY[@]}}\"",
                                               script, LAB, words)}})
             .output;
