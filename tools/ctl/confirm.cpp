@@ -136,12 +136,15 @@ void start_guard(const ctl_t &ctl, std::chrono::nanoseconds patience, const std:
 
     flush_output();
     const auto deadline = steady_clock::now() + patience;
+    int stands[2]; // closed by the guard when it stands on its own
+    if (pipe2(stands, O_CLOEXEC) < 0)
+        throw refused_t(fmt::format("cannot make a pipe: {}", std::strerror(errno)));
     const pid_t child = fork();
     if (child < 0)
         throw refused_t(fmt::format("cannot start a process: {}", std::strerror(errno)));
     if (child == 0) {
-        close_all_but(lock);
         leave_the_terminal();
+        close_all_but(lock);
         try {
             guard(ctl, deadline, go_back);
         } catch (const std::exception &) {
@@ -150,6 +153,12 @@ void start_guard(const ctl_t &ctl, std::chrono::nanoseconds patience, const std:
         _exit(EXIT_SUCCESS);
     }
     close(lock); // the guard's copy holds it
+    close(stands[1]);
+    // The terminal may end with this command: not before its end can't reach the guard any more.
+    char none;
+    while (read(stands[0], &none, sizeof none) < 0 && errno == EINTR)
+        continue;
+    close(stands[0]);
 }
 
 void confirm_change(const ctl_t &ctl)
