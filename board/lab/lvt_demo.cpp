@@ -1,9 +1,10 @@
 // lvt_demo: a simulated switch cuts a loop with a neighbour that speaks the older spanning tree
 // protocol, recovers from pulled cables and becomes the root. It judges what it sees.
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <functional>
+#include <map>
+#include <string>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -29,6 +30,7 @@ terminal, from 60 columns on. Ctrl-C ends it; whatever way it ends, nothing is l
 Options:
   --rapid      Play another one: three of our switches in a ring, by default and asked to be
                rapid, of which cables are pulled, and how long two hosts are apart. A minute, too
+  --bridge     The same with Linux bridges that the daemon rules in the place of our switches
   -h,--help    Print this and exit
   --version    Print the version and exit
 
@@ -230,15 +232,16 @@ int main(int argc, char **argv)
 {
     if (told_about(argc, argv, HELP))
         return EXIT_SUCCESS;
-    const bool rapid = argc == 2 && strcmp(argv[1], "--rapid") == 0;
-    if (argc > 1 && !rapid) {
+    const std::map<std::string, std::function<bool()>> others = {{"--rapid", play_rings}, {"--bridge", play_bridges}};
+    const auto other = others.find(argc == 2 ? argv[1] : "");
+    if (argc > 1 && other == others.end()) {
         fmt::print(stderr, "lvt_demo does not know '{}'; --help tells what it knows\n",
                    printable(fmt::format("{}", fmt::join(argv + 1, argv + argc, " "))));
         return EXIT_NOT_UNDERSTOOD;
     }
     try {
         enter_world(argv, FAREWELL);
-        return (rapid ? play_rings() : demo_t().play()) ? EXIT_SUCCESS : EXIT_FAILURE;
+        return (other != others.end() ? other->second() : demo_t().play()) ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const cannot_run_t &reason) {
         fmt::print(stderr, "{}", reason.what());
         return EXIT_UNTOLD;

@@ -279,10 +279,12 @@ TEST_P(lab_demo, fits_its_terminal_and_leaves_nothing_when_it_is_ended_early)
 }
 
 #ifdef LVT_RAPID
-TEST(lab_demo_of_rings, tells_how_long_hosts_were_apart)
+class lab_demo_of_rings : public testing::TestWithParam<const char *> {};
+
+TEST_P(lab_demo_of_rings, tells_how_long_hosts_were_apart)
 {
     const fd_t output(lab::checked(memfd_create("output", MFD_CLOEXEC), "memory for the output"));
-    lab::process_t demo = lab::start({.argv = {DEMO, "--rapid"},
+    lab::process_t demo = lab::start({.argv = {DEMO, GetParam()},
                                       .environment = {"NO_COLOR=1", "COLUMNS=60"},
                                       .out = output.number(),
                                       .err = output.number()});
@@ -292,10 +294,22 @@ TEST(lab_demo_of_rings, tells_how_long_hosts_were_apart)
     demo.signal(SIGINT);
     EXPECT_TRUE(eventually(
         SOON, [&] { return demo.exit_code(); }, 128 + SIGINT));
-    std::istringstream lines(text_of(output));
+    const std::string said = text_of(output);
+    if (GetParam() == std::string("--bridge")) {
+        EXPECT_THAT(said, HasSubstr("\nbridge 3  root (forwarding)        alternate (disabled)\n"));
+    }
+    std::istringstream lines(said);
     for (std::string line; std::getline(lines, line);)
         EXPECT_LE(line.size(), 60u) << line;
 }
+
+#ifdef LVT_BRIDGE
+const auto demos_of_rings = testing::Values("--rapid", "--bridge");
+#else
+const auto demos_of_rings = testing::Values("--rapid");
+#endif
+INSTANTIATE_TEST_SUITE_P(, lab_demo_of_rings, demos_of_rings,
+                         [](const auto &one) { return std::string(one.param).substr(2); });
 #endif
 
 INSTANTIATE_TEST_SUITE_P(at, lab_demo, testing::Values(60, 80, 120, 200), testing::PrintToStringParamName());
