@@ -7,6 +7,7 @@
 
 #include "board/lvt_lab/client.h"
 #include "board/lvt_lab/lab.h"
+#include "board/lvt_lab/page/page.h"
 #include "board/lvt_lab/script.h"
 #include "board/lvt_lab/verbs.h"
 #include "tools/about.h"
@@ -26,6 +27,7 @@ struct options_t {
     std::string node, from, to, cables, file, within = "5s", length = "0";
     bool json = false, watch = false, now = false, keep = false;
     export_t format = export_t::DOT;
+    uint16_t port = 0;
 };
 
 CLI::App *add(CLI::App &app, options_t &options, const char *name, const char *what, const std::string &examples)
@@ -137,6 +139,21 @@ void add_looks(CLI::App &app, options_t &options)
     });
 }
 
+void add_page(CLI::App &app, options_t &options)
+{
+    CLI::App *shown =
+        add(app, options, "page", "Show the lab in a browser, until Ctrl-C or the lab's end",
+            "  lvt_lab page\n"
+            "  lvt_lab page --port 8080\n"
+            "Open the address that it prints. Cables are pulled by a click, and a switch shows its tables; "
+            "what was\n"
+            "before is seen by the time line. Only this machine's browsers can reach it.");
+    shown->add_option("--port", options.port, "Where it listens, at 127.0.0.1; else a port that is free")
+        ->type_name("N")
+        ->check(CLI::Range(1, 65535).description(""));
+    shown->callback([&options] { page(which_lab(options.lab), options.port); });
+}
+
 void add_explanations(CLI::App &app, options_t &options)
 {
     CLI::App *reason =
@@ -226,6 +243,7 @@ int run_command(const std::vector<std::string> &words, const std::string &lab)
     CLI::App *ended = add(app, options, "down", "End a lab", "  lvt_lab down\n  lvt_lab down --lab fast");
     ended->callback([&options] { down(which_lab(options.lab)); });
     add_looks(app, options);
+    add_page(app, options);
     add_deeds(app, options);
     add_explanations(app, options);
     add_script(app, options);

@@ -16,7 +16,9 @@ extern "C" const char *__lsan_default_suppressions()
 
 namespace topology {
 
-std::string svg_of(const std::string &graph)
+namespace {
+
+std::string rendered(const std::string &graph, const char *format)
 {
     const std::unique_ptr<GVC_t, int (*)(GVC_t *)> context(gvContext(), gvFreeContext);
     const std::unique_ptr<Agraph_t, int (*)(Agraph_t *)> tree(agmemread(graph.c_str()), agclose);
@@ -24,7 +26,7 @@ std::string svg_of(const std::string &graph)
         throw std::runtime_error("Graphviz cannot lay the picture out");
     char *text = nullptr;
     unsigned length = 0;
-    const int result = gvRenderData(context.get(), tree.get(), "svg", &text, &length);
+    const int result = gvRenderData(context.get(), tree.get(), format, &text, &length);
     const std::string picture = result == 0 && text ? std::string(text, length) : "";
     gvFreeRenderData(text);
     gvFreeLayout(context.get(), tree.get());
@@ -32,5 +34,11 @@ std::string svg_of(const std::string &graph)
         throw std::runtime_error("Graphviz cannot draw the picture: are its plugins installed?");
     return picture;
 }
+
+} // namespace
+
+std::string svg_of(const std::string &graph) { return rendered(graph, "svg"); }
+
+std::string layout_of(const std::string &graph) { return rendered(graph, "json0"); }
 
 } // namespace topology

@@ -8,4 +8,7 @@ namespace topology {
 /// A graph as SVG. Throws std::runtime_error.
 std::string svg_of(const std::string &graph);
 
+/// Where a graph's nodes and edges would be drawn, as Graphviz' JSON. Throws std::runtime_error.
+std::string layout_of(const std::string &graph);
+
 } // namespace topology
