@@ -395,9 +395,10 @@ void lab_t::up(bool with_story)
     prober_ = std::make_unique<prober_t>(
         std::move(hosts),
         [this](size_t cable, unsigned from, std::span<const uint8_t> frame) { wires_->put_in(cable, from, frame); },
-        [this](const std::string &from, const std::string &to, double ms) {
+        [this](const prober_t::result_t &pair, double ms) {
             tell("ping", nullptr, 0, fmt::format("{:.0f}", ms),
-                 fmt::format("first ping through from {} to {} after {:.0f} ms without", from, to, ms));
+                 fmt::format("first ping through from {} to {} after {:.0f} ms without{}", pair.from, pair.to, ms,
+                             pair.before ? "" : ": they were apart before"));
         });
     wires_->begin();
 
@@ -998,7 +999,7 @@ void lab_t::look_for_calm()
     for (const prober_t::result_t &pair : prober_->end()) {
         const std::string names = fmt::format("{} and {}", pair.from, pair.to);
         if (!pair.reached)
-            tell("ping", nullptr, 0, "never", names + " do not reach each other");
+            tell("ping", nullptr, 0, "never", names + " do not reach each other, nor did they before");
         else if (pair.apart)
             tell("ping", nullptr, 0, "apart", names + " reach each other no more");
         else if (pair.longest_ms == 0)

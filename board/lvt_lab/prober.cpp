@@ -50,7 +50,7 @@ void prober_t::begin()
         const std::lock_guard order(life_);
         pairs_.clear();
         owed_.clear();
-        number_ = 0;
+        number_ = first_ = 0;
         began_ = std::chrono::steady_clock::now();
         // Round in a circle: who reaches the next reaches all.
         const size_t count = hosts_.size() == 2 ? 1 : std::min(hosts_.size(), PAIRS_MAX);
@@ -62,6 +62,8 @@ void prober_t::begin()
         thread_ = std::thread([this] { run(); });
     }
     std::this_thread::sleep_for(FIRST_ANSWERS);
+    const std::lock_guard lock(mutex_);
+    first_ = number_;
 }
 
 std::vector<prober_t::result_t> prober_t::end()
@@ -149,11 +151,12 @@ bool prober_t::arrived(size_t cable, unsigned to, std::span<const uint8_t> frame
 void prober_t::note_answer(pair_t &pair, uint32_t number)
 {
     const uint32_t missed = number - pair.last_answered - 1;
-    if (pair.result.reached && missed) {
-        pair.result.longest_ms = std::max(pair.result.longest_ms, ms_of(missed));
-        back_(pair.result.from, pair.result.to, ms_of(missed));
-    }
+    pair.result.before = pair.result.before || !first_ || number <= first_;
     pair.result.reached = true;
+    if (missed) {
+        pair.result.longest_ms = std::max(pair.result.longest_ms, ms_of(missed));
+        back_(pair.result, ms_of(missed));
+    }
     pair.last_answered = number;
 }
 

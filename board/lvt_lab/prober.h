@@ -26,9 +26,18 @@ class prober_t {
 public:
     static constexpr std::chrono::milliseconds PAUSE{10}; ///< from one ping to the next
 
+    /// What became of two hosts since the first ping.
+    struct result_t {
+        std::string from, to;
+        bool before = false;   ///< they reached each other when begin() returned
+        bool reached = false;  ///< at least once
+        bool apart = false;    ///< now
+        double longest_ms = 0; ///< without an answered ping, from one ping to a later one; 0: none was lost
+    };
+
     using put_in_t = std::function<void(size_t cable, unsigned from, std::span<const uint8_t> frame)>;
-    /// Told when a pair that was apart is together again, after so long without a ping that was answered.
-    using back_t = std::function<void(const std::string &from, const std::string &to, double milliseconds)>;
+    /// Told when a pair that was apart is together, after so long without a ping that was answered.
+    using back_t = std::function<void(const result_t &pair, double milliseconds)>;
 
     prober_t(std::vector<host_end_t> hosts, put_in_t put_in, back_t back);
     ~prober_t();
@@ -37,13 +46,6 @@ public:
 
     /// Begins to ping, or to count anew, and waits a moment for the first answers.
     void begin();
-
-    struct result_t {
-        std::string from, to;
-        bool reached = false;  ///< at least once
-        bool apart = false;    ///< now
-        double longest_ms = 0; ///< without an answered ping, from one ping to a later one; 0: none was lost
-    };
 
     /// Ends it. Returns what became of each pair; empty when it did not run.
     std::vector<result_t> end();
@@ -76,6 +78,7 @@ private:
     };
     std::vector<answer_t> owed_; ///< answers that are to be sent
     uint32_t number_ = 0;        ///< of the latest ping
+    uint32_t first_ = 0;         ///< of the latest one when begin() returned; 0 until then
     std::chrono::steady_clock::time_point began_{};
     std::atomic<bool> runs_ = false;
     std::thread thread_;

@@ -170,6 +170,9 @@ TEST_F(labs, a_rapid_ring_heals_at_once_and_tells_how)
     EXPECT_THAT(told.output, testing::ContainsRegex("first ping through from h1 to h2 after [0-9]{2,4} ms without\n"));
     EXPECT_THAT(lvt_lab("outage").output, HasSubstr("  sw3:1 forwards\n"));
     EXPECT_TRUE(holds("expect outage under 1500ms\nexpect 3-4 carries\nplug 1-2\nexpect rest\nexpect 3-4 is cut"));
+    EXPECT_THAT(lvt_lab("pull 1-h1").output, HasSubstr("  h1 and h2 reach each other no more\n"));
+    EXPECT_THAT(lvt_lab("plug 1-h1").output,
+                testing::ContainsRegex("first ping .* after [0-9]{2,4} ms without: they were apart before\n"));
 }
 #endif
 

@@ -110,7 +110,13 @@ struct pinged_t {
                     EXPECT_TRUE(prober->arrived(1 - cable, 1, frame));
                 }
             },
-            [this](const std::string &, const std::string &, double ms) { back.push_back(ms); });
+            [this](const prober_t::result_t &, double ms) { back.push_back(ms); });
+    }
+
+    void wait_until_back() const
+    {
+        for (int i = 0; i < 500 && back.empty(); i++)
+            std::this_thread::sleep_for(10ms);
     }
 };
 
@@ -123,16 +129,34 @@ TEST(prober, tells_how_long_hosts_were_apart)
     net.cut = true;
     std::this_thread::sleep_for(200ms);
     net.cut = false;
-    for (int i = 0; i < 500 && net.back.empty(); i++)
-        std::this_thread::sleep_for(10ms);
+    net.wait_until_back();
     const auto results = prober.end();
     ASSERT_EQ(results.size(), 1u);
+    EXPECT_TRUE(results[0].before);
     EXPECT_TRUE(results[0].reached);
     EXPECT_FALSE(results[0].apart);
     ASSERT_EQ(net.back.size(), 1u);
     EXPECT_EQ(results[0].longest_ms, net.back[0]);
     EXPECT_GE(net.back[0], 150);
     EXPECT_FALSE(prober.runs());
+}
+
+TEST(prober, counts_from_the_first_ping_for_hosts_that_were_apart_before)
+{
+    pinged_t net;
+    prober_t prober = net.make();
+    net.prober = &prober;
+    net.cut = true;
+    prober.begin();
+    std::this_thread::sleep_for(100ms);
+    net.cut = false;
+    net.wait_until_back();
+    const auto results = prober.end();
+    EXPECT_FALSE(results.at(0).before);
+    EXPECT_TRUE(results[0].reached);
+    ASSERT_EQ(net.back.size(), 1u);
+    EXPECT_EQ(results[0].longest_ms, net.back[0]);
+    EXPECT_GE(net.back[0], 120);
 }
 
 TEST(prober, tells_of_hosts_that_do_not_reach_each_other)
