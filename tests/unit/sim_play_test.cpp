@@ -339,6 +339,7 @@ TEST_F(play, a_switch_at_rest_has_a_cost)
     EXPECT_EQ(lvt_sim("cost --switches 0").status, 2);
 }
 
+#ifdef LVT_RAPID
 /// The command that makes the plots of docs/network.md, with few small networks.
 TEST_F(play, the_plots_are_made_by_one_command)
 {
@@ -348,6 +349,7 @@ TEST_F(play, the_plots_are_made_by_one_command)
     for (const char *name : {"settle-default", "settle-fast", "settle-rapid", "traffic", "cost"})
         EXPECT_THAT(text_of(fmt::format("network-{}.svg", name)), HasSubstr("</svg>")) << plots.output;
 }
+#endif
 
 /// The page tells which faults break what, as the program has it: one row for each fault and rule.
 TEST_F(play, the_page_tells_what_is_not_promised)
