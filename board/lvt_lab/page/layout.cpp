@@ -70,12 +70,20 @@ std::vector<double> numbers_of(const std::string &text)
 
 std::string graph_text(const lab_view_t &view, const std::string &top)
 {
-    std::string text =
-        "digraph lab {\n"
-        "  graph [ranksep=1.05, nodesep=0.75]\n"
-        "  node [shape=box, fixedsize=true, label=\"\"]\n"
-        "  edge [dir=none]\n";
+    constexpr unsigned MANY_RANKS = 8;
     const std::map<std::string, unsigned> depths = depths_of(view, top);
+    unsigned deepest = 0;
+    for (const auto &[name, depth] : depths)
+        deepest = std::max(deepest, depth);
+    const bool side_by_side = std::ranges::any_of(view.cables, [&](const cable_view_t &cable) {
+        return depths.at(cable.ends[0].node) == depths.at(cable.ends[1].node);
+    });
+    std::string text = fmt::format(
+        "digraph lab {{\n"
+        "  graph [ranksep={}, nodesep={}]\n"
+        "  node [shape=box, fixedsize=true, label=\"\"]\n"
+        "  edge [dir=none]\n",
+        deepest > MANY_RANKS ? 0.95 : 1.3, side_by_side ? 1.8 : 0.9);
     std::map<std::string, size_t> numbers;
     std::map<unsigned, std::string> ranks;
     for (const node_view_t &node : view.nodes) {

@@ -105,12 +105,13 @@ lookout_t::news_t lookout_t::wait(known_t &known, milliseconds patience)
     return news;
 }
 
-void lookout_t::add_reader()
+lookout_t::known_t lookout_t::add_reader(uint64_t event)
 {
     const std::lock_guard lock(mutex_);
     readers_++;
     stale_ = true;
     changed_.notify_all();
+    return {event, looks_};
 }
 
 void lookout_t::remove_reader()

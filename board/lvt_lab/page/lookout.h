@@ -40,7 +40,8 @@ public:
     news_t wait(known_t &known, std::chrono::milliseconds patience);
 
     /// While there are readers the lab is looked at once a second, for what no event tells.
-    void add_reader();
+    /// Returns what the reader knows who has heard until this event: no look of before.
+    known_t add_reader(uint64_t event);
     void remove_reader();
 
     /// Lets all who wait return.

@@ -89,6 +89,7 @@ private:
     {
         server_.new_task_queue = [] { return new httplib::ThreadPool(THREADS); };
         server_.set_keep_alive_max_count(1); // an idle connection would keep its thread
+        server_.set_keep_alive_timeout(1);
         server_.set_payload_max_length(COMMAND_MAX);
         server_.set_default_headers({{"Content-Security-Policy",
                                       "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; "
@@ -175,10 +176,9 @@ private:
             readers_--;
             return answer(response, 503, "the page is open too often");
         }
-        lookout_t::known_t known;
         // A browser that has lost the stream says what it had.
-        known.event = std::strtoull(request.get_header_value("Last-Event-ID").c_str(), nullptr, 10);
-        lookout_.add_reader();
+        lookout_t::known_t known =
+            lookout_.add_reader(std::strtoull(request.get_header_value("Last-Event-ID").c_str(), nullptr, 10));
         response.set_chunked_content_provider(
             "text/event-stream",
             [this, known](size_t, httplib::DataSink &sink) mutable {

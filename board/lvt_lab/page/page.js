@@ -149,10 +149,12 @@ function viewAfter(count) {
 
 // ---- words ---------------------------------------------------------------------------------------
 
-const LETTERS = {root: 'R', designated: 'D', alternate: 'A', backup: 'B', disabled: '–', off: '○'};
+const LETTERS = {root: 'R', designated: 'D', alternate: 'A', backup: 'B', disabled: '·', off: '○'};
 const VERBS = {discarding: 'discards', learning: 'learns', forwarding: 'forwards'};
 
 const isHost = (view, name) => view.nodes.find(node => node.name === name).kind === 'host';
+
+const isUsual = end => end.link && end.state === 'forwarding' && !['alternate', 'backup'].includes(end.role);
 
 /** "root", "alternate, discards": the state is told where it is not the usual one. */
 function endWords(view, end) {
@@ -163,10 +165,12 @@ function endWords(view, end) {
     return 'not known';
   if (!end.link)
     return 'no link';
-  if (!end.role || end.role === 'off')
-    return end.role || VERBS[end.state] || '';
-  const usual = ['root', 'designated'].includes(end.role) && end.state === 'forwarding';
-  return usual ? end.role : `${end.role}, ${VERBS[end.state] || end.state}`;
+  // States are told at once, roles once a second: of a link that has just come the role is not known yet.
+  if (!end.role || end.role === 'disabled')
+    return VERBS[end.state] || end.state;
+  if (end.role === 'off')
+    return 'off';
+  return isUsual(end) ? end.role : `${end.role}, ${VERBS[end.state] || end.state}`;
 }
 
 function endState(view, end) {
@@ -207,7 +211,7 @@ function nodeNote(node) {
 
 // ---- the picture -----------------------------------------------------------------------------------
 
-const drawn = {nodes: new Map(), cables: new Map()};
+const drawn = {nodes: new Map(), cables: new Map(), badges: []};
 
 function drawAll() {
   const picture = $('picture');
@@ -215,6 +219,7 @@ function drawAll() {
   picture.replaceChildren();
   drawn.nodes.clear();
   drawn.cables.clear();
+  drawn.badges = [];
   for (const node of live.nodes)
     drawNode(picture, node, layout.nodes[node.name]);
   for (const cable of live.cables)
@@ -278,7 +283,9 @@ function drawCable(picture, cable, path) {
   const at = distance => wire.getPointAtLength(distance);
   const middle = at(length / 2);
   const remark = shape('text', {class: 'remark', x: middle.x, y: middle.y + 4});
-  const rate = shape('text', {class: 'rate', x: middle.x, y: middle.y - 9});
+  const [first, last] = [at(0), at(length)];
+  const flat = Math.abs(first.y - last.y) < 30;
+  const rate = shape('text', {class: flat ? 'rate flat' : 'rate', x: middle.x + (flat ? 0 : 9), y: middle.y + (flat ? -9 : 4)});
   // The two ends of a cable that is pulled out hang apart.
   const plugs = [0.3, 0.7].map(share => {
     const point = at(length * share);
@@ -291,19 +298,25 @@ function drawCable(picture, cable, path) {
 
 function drawEnd(end, i, at, length) {
   const place = distance => at(i === 0 ? distance : length - distance);
-  const distance = Math.min(22, length * 0.2);
+  const [from, to] = [place(0), place(Math.min(30, length))];
+  const turned = Math.atan2(to.y - from.y, to.x - from.x);
+  // How far the badge reaches along the cable.
+  const reach = Math.min(15 / Math.abs(Math.cos(turned)), 9 / Math.abs(Math.sin(turned)));
+  let distance = Math.min(reach + 6, length / 3);
+  const isTaken = point => drawn.badges.some(other => Math.abs(other.x - point.x) < 32 && Math.abs(other.y - point.y) < 20);
+  while (isTaken(place(distance)) && distance + reach < length / 2)
+    distance += 6;
   const {x, y} = place(distance);
+  drawn.badges.push({x, y});
   const text = shape('text', {class: 'badge', x, y: y + 4});
   const group = shape('g', {}, shape('rect', {x: x - 15, y: y - 9, width: 30, height: 18, rx: 6}), text);
   // Bars across the cable, as of a gate: two shut it, one lets nothing through but learns.
-  [18, 25].forEach((more, number) => {
-    const before = place(Math.min(distance + more, length / 2));
-    const after = place(Math.min(distance + more, length / 2) + 1);
-    const turned = Math.atan2(after.y - before.y, after.x - before.x);
-    const across = {x: -Math.sin(turned) * 11, y: Math.cos(turned) * 11};
+  const across = {x: -Math.sin(turned) * 11, y: Math.cos(turned) * 11};
+  [5, 12].forEach((more, number) => {
+    const bar = place(Math.min(distance + reach + more, length));
     group.append(shape('path', {
       class: number === 0 ? 'bar first' : 'bar',
-      d: `M${before.x - across.x},${before.y - across.y}L${before.x + across.x},${before.y + across.y}`,
+      d: `M${bar.x - across.x},${bar.y - across.y}L${bar.x + across.x},${bar.y + across.y}`,
     }));
   });
   // Words stand outside of where the cable leads to.
@@ -327,7 +340,7 @@ function paint(view) {
     put(note, words);
     name.setAttribute('y', words ? y : y + 5);
     putClass(group, ['node', node.kind === 'host' ? 'host' : '', node.is_root ? 'root' : '',
-      !node.power ? 'dark' : !node.daemon ? 'mute' : '', node.name === selected ? 'selected' : ''].join(' '));
+      !node.power ? 'dark' : !node.daemon && node.kind !== 'host' ? 'mute' : '', node.name === selected ? 'selected' : ''].join(' '));
     describe(group, `${node.kind === 'host' ? 'Host' : 'Switch'} ${node.name}${words ? ', ' + words : ''}`);
   }
   for (const cable of view.cables) {
@@ -347,7 +360,8 @@ function paint(view) {
         return;
       putClass(its.ends[i].group, `end ${endState(view, end)}`);
       put(its.ends[i].text, `${end.port} ${end.link && LETTERS[end.role] || '·'}`);
-      put(its.ends[i].words, state === 'pulled' ? '' : endWords(view, end));
+      put(its.ends[i].words, !['pulled', 'unknown', 'dead'].includes(state) && ['discarding', 'learning'].includes(end.state)
+        ? VERBS[end.state] : '');
     });
     const flowing = moment === null ? Math.max(...cable.ends.map(end => rates.get(end.name + cable.name) || 0)) : 0;
     put(its.rate, flowing > 0 && state !== 'pulled' ? `${flowing < 10 ? flowing.toFixed(1) : Math.round(flowing)}/s` : '');
@@ -453,7 +467,7 @@ function showDetails(view) {
   });
   for (const button of $('deeds').children)
     button.disabled = moment !== null || ended;
-  listEvents($('its-events'), moment === null ? events.length : moment, 12, event => event.node === node.name);
+  listEvents($('its-events'), moment === null ? events.length : moment, 8, event => event.node === node.name);
 }
 
 /** Makes the children anew where what they tell has changed. */
@@ -574,11 +588,12 @@ async function arrange(top) {
   if (asks)
     return;
   asks = true;
+  const settled = live.at_rest;
   try {
     const answer = await fetch(`layout?top=${encodeURIComponent(top)}`, {headers: {'X-Lab-Token': token}});
     if (answer.ok) {
       layout = await answer.json();
-      layout.settled = live.at_rest;
+      layout.settled = settled;
       drawAll();
       render();
     } else
