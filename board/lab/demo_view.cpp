@@ -115,10 +115,34 @@ std::string demo_view_t::paint(const char *colour, const std::string &text) cons
     return colourful_ ? fmt::format("\033[{}m{}\033[0m", colour, text) : text;
 }
 
-void demo_view_t::act(const std::string &name, const std::string &story)
+void demo_view_t::act(const std::string &name, const std::string &story, bool has_rows)
 {
     fmt::print("\n{}\n{}\n\n", paint(BOLD, fmt::format("{}. {}", ++act_, name)), wrapped(story));
-    show_header();
+    if (has_rows)
+        show_header();
+    std::fflush(stdout);
+}
+
+void demo_view_t::typed(const std::string &command) const
+{
+    fmt::print("{}\n", paint(CYAN, "$ " + wrapped(command, 2)));
+    std::fflush(stdout);
+}
+
+void demo_view_t::said(const std::string &line) const
+{
+    // Its columns stay where they are as far as there is room.
+    constexpr size_t INDENT = 14;
+    const size_t room = std::max<size_t>(static_cast<size_t>(columns()), 2 * INDENT);
+    std::string rest = line;
+    for (size_t cut; rest.size() > room; rest = std::string(INDENT, ' ') + rest.substr(cut + 1)) {
+        cut = rest.rfind(' ', room);
+        if (cut == std::string::npos || cut <= INDENT)
+            break;
+        fmt::print("{}\n", rest.substr(0, cut));
+    }
+    fmt::print("{}\n", rest);
+    std::fflush(stdout);
 }
 
 void demo_view_t::show_header()

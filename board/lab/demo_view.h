@@ -18,7 +18,13 @@ public:
     demo_view_t(const std::string &title, const std::string &drawing, const std::string &legend);
 
     /// Begins an act: its name, and what will happen and why.
-    void act(const std::string &name, const std::string &story);
+    ///
+    /// has_rows  it shows a table
+    void act(const std::string &name, const std::string &story, bool has_rows = true);
+
+    /// A command that is typed, and a line of what it says.
+    void typed(const std::string &command) const;
+    void said(const std::string &line) const;
 
     /// One table row, after a line about what changed on the kernel bridge's side.
     void row(const frame_t &frame);

@@ -1,5 +1,5 @@
 // lvt_demo: a simulated switch cuts a loop with a neighbour that speaks the older spanning tree
-// protocol, recovers from pulled cables and becomes the root. It judges what it sees.
+// protocol, recovers from pulled cables and becomes the root, and a ring of four heals. It judges what it sees.
 #include <cstdlib>
 #include <exception>
 #include <functional>
@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "board/lab/demo_lab.h"
 #include "board/lab/demo_ring.h"
 #include "board/lab/demo_stage.h"
 #include "board/lab/demo_view.h"
@@ -24,13 +25,15 @@ using std::chrono::steady_clock;
 
 constexpr char HELP[] =
     R"(lvt_demo: a simulated switch with the spanning tree daemon cuts a loop with a Linux kernel bridge,
-survives pulled cables and becomes the root. It takes about a minute, asks nothing, and fits the
-terminal, from 60 columns on. Ctrl-C ends it; whatever way it ends, nothing is left behind.
+survives pulled cables and becomes the root; then a lab of four switches in a ring heals. It takes
+about a minute, asks nothing, and fits the terminal, from 60 columns on. Ctrl-C ends it; whatever
+way it ends, nothing is left behind.
 
 Options:
   --rapid      Play another one: three of our switches in a ring, by default and asked to be
                rapid, of which cables are pulled, and how long two hosts are apart. A minute, too
   --bridge     The same with Linux bridges that the daemon rules in the place of our switches
+  --lab        Play the last act only, the lab
   -h,--help    Print this and exit
   --version    Print the version and exit
 
@@ -91,6 +94,9 @@ public:
         lose_the_root_port();
         become_the_root();
         lose_the_open_cable();
+#ifdef LVT_LAB
+        lab_.play(view_);
+#endif
 
         view_.epilogue();
         view_.check(!stage_.pings().any_answered_twice(),
@@ -222,6 +228,9 @@ private:
     }
 
     demo_view_t view_{TITLE, DRAWING, LEGEND}; // before the stage is set, which takes a moment
+#ifdef LVT_LAB
+    lab_act_t lab_;
+#endif
     stage_t stage_;
     frame_t last_ = {};
 };
@@ -232,7 +241,13 @@ int main(int argc, char **argv)
 {
     if (told_about(argc, argv, HELP))
         return EXIT_SUCCESS;
-    const std::map<std::string, std::function<bool()>> others = {{"--rapid", play_rings}, {"--bridge", play_bridges}};
+    const std::map<std::string, std::function<bool()>> others = {
+        {"--rapid", play_rings},
+        {"--bridge", play_bridges},
+#ifdef LVT_LAB
+        {"--lab", play_lab},
+#endif
+    };
     const auto other = others.find(argc == 2 ? argv[1] : "");
     if (argc > 1 && other == others.end()) {
         fmt::print(stderr, "lvt_demo does not know '{}'; --help tells what it knows\n",

@@ -189,7 +189,7 @@ process_t start(const command_t &command)
     return process;
 }
 
-outcome_t run(command_t command, const std::string &input)
+outcome_t run(command_t command, const std::string &input, const std::function<void(const std::string &)> &hear)
 {
     const fd_t in(checked(memfd_create("input", MFD_CLOEXEC), "memfd"));
     for (size_t at = 0; at < input.size();)
@@ -208,13 +208,15 @@ outcome_t run(command_t command, const std::string &input)
 
     outcome_t outcome = {};
     char octets[4096];
-    for (;;) {
+    for (size_t heard = 0;;) {
         const ssize_t got = read(output.number(), octets, sizeof octets);
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
             break;
         outcome.output.append(octets, static_cast<size_t>(got));
+        for (size_t end; hear && (end = outcome.output.find('\n', heard)) != std::string::npos; heard = end + 1)
+            hear(outcome.output.substr(heard, end - heard));
     }
     outcome.exit_code = process.wait();
     return outcome;

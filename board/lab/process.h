@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -74,9 +75,10 @@ struct outcome_t {
     std::string output; ///< standard output and standard error together
 };
 
-/// Runs a program to its end, with `input` as its standard input.
+/// Runs a program to its end, with `input` as its standard input; `hear` gets each line of the output at once.
 /// Throws std::system_error when it cannot be started.
-outcome_t run(command_t command, const std::string &input = {});
+outcome_t run(command_t command, const std::string &input = {},
+              const std::function<void(const std::string &line)> &hear = {});
 
 /// Looks a program up in PATH; empty, with errno, when there is none.
 std::string find_program(const std::string &name);

@@ -1,5 +1,6 @@
 #include "board/lvt_lab/command_line.h"
 
+#include <exception>
 #include <map>
 
 #include <fmt/format.h>
@@ -255,6 +256,26 @@ int run_command(const std::vector<std::string> &words, const std::string &lab)
         return tell(app, error) ? EXIT_SUCCESS : EXIT_NOT_UNDERSTOOD;
     }
     return options.status;
+}
+
+int run_program(int argc, char **argv)
+{
+    understand_help(argc, argv);
+    try {
+        return run_command(std::vector<std::string>(argv + 1, argv + argc));
+    } catch (const faults_t &faults) {
+        complain(faults.what());
+        return EXIT_NOT_UNDERSTOOD;
+    } catch (const usage_t &error) {
+        complain(fmt::format("lvt_lab: {}\nRun with --help for more information.", error.what()));
+        return EXIT_NOT_UNDERSTOOD;
+    } catch (const untold_t &error) {
+        complain(fmt::format("lvt_lab: {}", error.what()));
+        return EXIT_UNTOLD;
+    } catch (const std::exception &error) {
+        complain(fmt::format("lvt_lab: {}", error.what()));
+    }
+    return EXIT_FAILURE;
 }
 
 } // namespace lvt_lab

@@ -11,4 +11,7 @@ namespace lvt_lab {
 /// lab  the one that is meant where the words name none; empty: as which_lab finds it
 int run_command(const std::vector<std::string> &words, const std::string &lab = {});
 
+/// What main does with its words. Says what goes wrong; returns the exit status.
+int run_program(int argc, char **argv);
+
 } // namespace lvt_lab

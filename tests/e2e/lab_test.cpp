@@ -288,7 +288,8 @@ TEST_P(lab_demo_of_rings, tells_how_long_hosts_were_apart)
                                       .environment = {"NO_COLOR=1", "COLUMNS=60"},
                                       .out = output.number(),
                                       .err = output.number()});
-    const std::string row = "\ncable 2 is pulled +[0-9<. ]+ s +[0-9<. ]+ s\n";
+    const std::string row = GetParam() == std::string("--lab") ? "\npulled out: sw1:1-sw2:2\n"
+                                                               : "\ncable 2 is pulled +[0-9<. ]+ s +[0-9<. ]+ s\n";
     EXPECT_TRUE(eventually(
         60s, [&] { return text_of(output); }, testing::ContainsRegex(row)));
     demo.signal(SIGINT);
@@ -303,13 +304,29 @@ TEST_P(lab_demo_of_rings, tells_how_long_hosts_were_apart)
         EXPECT_LE(line.size(), 60u) << line;
 }
 
+const std::vector<const char *> demos_of_rings = {
+    "--rapid",
 #ifdef LVT_BRIDGE
-const auto demos_of_rings = testing::Values("--rapid", "--bridge");
-#else
-const auto demos_of_rings = testing::Values("--rapid");
+    "--bridge",
 #endif
-INSTANTIATE_TEST_SUITE_P(, lab_demo_of_rings, demos_of_rings,
+#ifdef LVT_LAB
+    "--lab",
+#endif
+};
+INSTANTIATE_TEST_SUITE_P(, lab_demo_of_rings, testing::ValuesIn(demos_of_rings),
                          [](const auto &one) { return std::string(one.param).substr(2); });
+
+#ifdef LVT_LAB
+TEST(lab_demo_of_a_lab, says_when_it_is_not_right)
+{
+    const lab::outcome_t outcome =
+        lab::run({.argv = {DEMO, "--lab"}, .environment = {"LVT_LAB_PROGRAM=/bin/false", "COLUMNS=80"}});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_THAT(outcome.output, HasSubstr("\n  FAILED  the ring by default: lvt_lab up ring 4 --lab by-default\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("\n  FAILED  the ring that is rapid: lvt_lab up ring 4 --rapid\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("\n0 of 4 ok after "));
+}
+#endif
 #endif
 
 INSTANTIATE_TEST_SUITE_P(at, lab_demo, testing::Values(60, 80, 120, 200), testing::PrintToStringParamName());
