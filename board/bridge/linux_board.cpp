@@ -207,6 +207,13 @@ fd_t linux_board_t::open_wire(unsigned plug, int index)
     return wire;
 }
 
+/// Elsewhere on the machine a lot may happen.
+bool linux_board_t::concerns(const link_news_t &news) const
+{
+    const int bridge = settings_.bridge.index;
+    return news.index == 0 || news.index == bridge || news.master == bridge || members_.contains(news.index);
+}
+
 void linux_board_t::link_changed(unsigned front)
 {
     if (!plugs[front].link.up)

@@ -74,6 +74,7 @@ public:
 protected:
     link_t sample_link(unsigned plug, int &index) override;
     fd_t open_wire(unsigned plug, int index) override;
+    bool concerns(const link_news_t &news) const override;
     void link_changed(unsigned front) override;
     void forward(std::uint8_t, wire_frame_t &) override {}
 

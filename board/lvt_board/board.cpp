@@ -156,14 +156,28 @@ void board_t::attach(unsigned number, int index)
     }
 }
 
+/// Returns whether one of them concerns this board.
+bool board_t::read_announcements()
+{
+    bool any = false;
+    link_events_read(link_events, [&](const link_news_t &news) {
+        for (unsigned i = 0; i < plugs.size(); i++)
+            if (!news.carrier && plugs[i].index == news.index && news.index != 0)
+                observe_link(i, {});
+        any = any || concerns(news);
+    });
+    return any;
+}
+
+void board_t::take_announcements()
+{
+    if (read_announcements())
+        look_at_links();
+}
+
 void board_t::look_at_links()
 {
-    link_events_read(link_events, [this](int index, bool carrier) {
-        for (unsigned i = 0; i < plugs.size(); i++)
-            if (!carrier && plugs[i].index == index)
-                observe_link(i, {});
-    });
-
+    read_announcements();
     for (unsigned i = 0; i < plugs.size(); i++) {
         int index;
         link_t link = sample_link(i, index);

@@ -81,6 +81,9 @@ public:
     /// tells the daemon what changed.
     virtual void look_at_links();
 
+    /// The same, if an announcement is about what concerns this board.
+    void take_announcements();
+
     void read_lacp();
     void read_mux();
 
@@ -117,6 +120,9 @@ protected:
     /// A socket on the interface of a plug. Throws std::system_error.
     virtual fd_t open_wire(unsigned plug, int index);
 
+    /// Whether to look at the links for this.
+    virtual bool concerns(const link_news_t &) const { return true; }
+
     /// A front port's link is another one now.
     virtual void link_changed(unsigned) {}
 
@@ -131,6 +137,7 @@ protected:
 private:
     void attach(unsigned number, int index);
     void observe_link(unsigned plug, const link_t &link);
+    bool read_announcements();
     void report_links();
     void deliver_bpdu(unsigned front, std::span<const std::uint8_t> frame);
     void from_cpu(wire_frame_t &frame);

@@ -59,6 +59,19 @@ link_t settings_of(int fd, const std::string &name)
     return {true, std::min<unsigned>(settings->speed, PHY_SPEEDS.back()), settings->duplex != DUPLEX_HALF};
 }
 
+int master_in(nlmsghdr *message)
+{
+    auto left = static_cast<unsigned>(message->nlmsg_len - NLMSG_LENGTH(sizeof(ifinfomsg)));
+    for (rtattr *attribute = IFLA_RTA(NLMSG_DATA(message)); RTA_OK(attribute, left);
+         attribute = RTA_NEXT(attribute, left))
+        if (attribute->rta_type == IFLA_MASTER && RTA_PAYLOAD(attribute) == sizeof(int)) {
+            int master;
+            std::memcpy(&master, RTA_DATA(attribute), sizeof master);
+            return master;
+        }
+    return 0;
+}
+
 } // namespace
 
 std::uint8_t link_speed_code(unsigned mbit)
@@ -89,14 +102,16 @@ fd_t link_events_open()
     return events;
 }
 
-void link_events_read(const fd_t &events, const std::function<void(int index, bool carrier)> &carrier_seen)
+void link_events_read(const fd_t &events, const std::function<void(const link_news_t &)> &take)
 {
     constexpr unsigned both = IFF_UP | IFF_LOWER_UP;
     alignas(nlmsghdr) std::array<char, 32768> buffer;
     for (;;) {
         const ssize_t got = recv(events.number(), buffer.data(), buffer.size(), 0);
-        if (got < 0 && errno == ENOBUFS)
-            continue; // some were lost; the caller looks at the interfaces anyway
+        if (got < 0 && errno == ENOBUFS) {
+            take({});
+            continue;
+        }
         if (got <= 0)
             return;
 
@@ -107,9 +122,9 @@ void link_events_read(const fd_t &events, const std::function<void(int index, bo
                 continue;
             const auto *info = static_cast<const ifinfomsg *>(NLMSG_DATA(message));
             if (message->nlmsg_type == RTM_NEWLINK)
-                carrier_seen(info->ifi_index, (info->ifi_flags & both) == both);
+                take({info->ifi_index, (info->ifi_flags & both) == both, master_in(message)});
             else if (message->nlmsg_type == RTM_DELLINK)
-                carrier_seen(info->ifi_index, false);
+                take({info->ifi_index, false, master_in(message)});
         }
     }
 }

@@ -32,6 +32,12 @@ link_t link_sample(const std::string &name, int &index);
 /// A socket on which the kernel announces changes of interfaces; throws std::system_error.
 fd_t link_events_open();
 
-/// Reads what was announced: `carrier_seen` gets each interface number and its carrier at that
-/// moment, in order, so that a short interruption is not missed.
-void link_events_read(const fd_t &events, const std::function<void(int index, bool carrier)> &carrier_seen);
+/// What was announced of an interface.
+struct link_news_t {
+    int index;    ///< its number; 0: announcements were lost, and nobody knows of which
+    bool carrier; ///< at that moment
+    int master;   ///< the bridge, or the like, that it belongs to; 0: to none
+};
+
+/// Reads what was announced, in order, so that a short interruption is not missed.
+void link_events_read(const fd_t &events, const std::function<void(const link_news_t &)> &take);

@@ -29,7 +29,7 @@ void waiting_t::run(int timeout_ms)
 
 void board_turn(board_t &board, listener_t &listener, waiting_t waiting, int timeout_ms)
 {
-    waiting.add(board.link_events.number(), [&] { board.look_at_links(); });
+    waiting.add(board.link_events.number(), [&] { board.take_announcements(); });
     for (unsigned i = 0; i < board.plugs.size(); i++)
         if (board.plugs[i].wire)
             waiting.add(board.plugs[i].wire.number(), [&, i] { board.receive(i); });

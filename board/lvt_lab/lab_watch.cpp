@@ -149,7 +149,7 @@ void lab_t::watch()
                 if (ports)
                     watch_ports(member);
             } else {
-                link_events_read(member.link_events, [](int, bool) {});
+                link_events_read(member.link_events, [](const link_news_t &) {});
                 watch_bridge(member);
             }
         }

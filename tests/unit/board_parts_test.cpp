@@ -1,11 +1,17 @@
 // Parts of the board's process that need neither network nor namespaces.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include <fcntl.h>
+#include <fmt/format.h>
+#include <linux/if.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "platform/messages.h"
@@ -165,6 +171,45 @@ TEST(board_links, an_interface_that_does_not_exist_is_down)
     int index = 99;
     EXPECT_EQ(link_sample("nosuchport", index), link_t{});
     EXPECT_EQ(index, 0);
+}
+
+/// An announcement as the kernel sends it.
+std::vector<char> announcement(std::uint16_t type, int index, unsigned flags, int master)
+{
+    struct {
+        nlmsghdr header;
+        ifinfomsg info;
+        rtattr name_head;
+        char name[8];
+        rtattr master_head;
+        int master;
+    } message = {};
+    message.header.nlmsg_len = master != 0 ? sizeof message : offsetof(decltype(message), master_head);
+    message.header.nlmsg_type = type;
+    message.info.ifi_index = index;
+    message.info.ifi_flags = flags;
+    message.name_head = {RTA_LENGTH(sizeof message.name), IFLA_IFNAME};
+    message.master_head = {RTA_LENGTH(sizeof message.master), IFLA_MASTER};
+    message.master = master;
+    const auto *octets = reinterpret_cast<const char *>(&message);
+    return {octets, octets + message.header.nlmsg_len};
+}
+
+TEST(board_links, announcements_tell_of_which_interface_they_are)
+{
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
+    const fd_t kernel(ends[0]), events(ends[1]);
+    const std::vector<char> cut = announcement(RTM_NEWLINK, 9, IFF_UP, 1);
+    for (const auto &octets : {announcement(RTM_NEWLINK, 3, IFF_UP | IFF_LOWER_UP, 7),
+                               announcement(RTM_NEWLINK, 4, IFF_UP, 0), announcement(RTM_DELLINK, 5, IFF_LOWER_UP, 0),
+                               announcement(RTM_NEWADDR, 6, IFF_UP, 7), std::vector(cut.begin(), cut.end() - 1)})
+        ASSERT_EQ(send(kernel.number(), octets.data(), octets.size(), 0), static_cast<ssize_t>(octets.size()));
+    std::string told;
+    link_events_read(events, [&](const link_news_t &news) {
+        told += fmt::format("{} {} of {}, ", news.index, news.carrier ? "up" : "down", news.master);
+    });
+    EXPECT_EQ(told, "3 up of 7, 4 down of 0, 5 down of 0, ");
 }
 
 TEST(board_log, has_one_line_per_event_written_at_once)
