@@ -20,14 +20,19 @@
 
 namespace lab {
 
-node_t::node_t(std::string name, int number, const std::vector<std::filesystem::path> &programs)
+node_t::node_t(std::string name, int number, const std::vector<std::filesystem::path> &programs, int net)
     : name_(std::move(name)), number_(number)
 {
     in_thread([&] {
         checked(unshare(CLONE_NEWNS), "mount namespace of " + name_); // with the world's mounts, as private
         make_etc();
         make_tmp(programs);
-        net_ = enter_new_net();
+        if (net < 0) {
+            net_ = enter_new_net();
+        } else {
+            checked(setns(net, CLONE_NEWNET), "network namespace of " + name_);
+            net_ = fd_t(checked(fcntl(net, F_DUPFD_CLOEXEC, 0), "network namespace of " + name_));
+        }
         // For tools that look there; not every container allows it.
         mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_RDONLY, nullptr);
         mount_ = fd_t(checked(open("/proc/thread-self/ns/mnt", O_RDONLY | O_CLOEXEC), "mount namespace"));

@@ -1,6 +1,6 @@
-/// A machine of the lab: a network namespace, a /tmp and an /etc of its own; its other files are this
-/// machine's. It lives as long as its object and the processes started in it; nothing of it is visible
-/// in the file system outside.
+/// A machine of the lab: a network namespace (or one that is there), a /tmp and an /etc of its own; its other files are
+/// this machine's. It lives as long as its object and the processes started in it; nothing of it is visible in the file
+/// system outside.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +20,9 @@ public:
     /// name      for people and error messages.
     /// number    1 to 65535, different for every node of a lab; its MAC addresses are made from it.
     /// programs  what is to be started in it and may lie below /tmp, as make_tmp takes it.
+    /// net       a network namespace that it shares with others; -1: it gets one of its own.
     /// Throws std::system_error.
-    node_t(std::string name, int number, const std::vector<std::filesystem::path> &programs = {});
+    node_t(std::string name, int number, const std::vector<std::filesystem::path> &programs = {}, int net = -1);
 
     const std::string &name() const { return name_; }
 

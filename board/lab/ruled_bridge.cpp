@@ -10,6 +10,7 @@
 
 #include "board/lab/switch_node.h"
 #include "board/lab/within.h"
+#include "tools/bridge_notes.h"
 
 namespace lab {
 
@@ -44,30 +45,59 @@ ruled_bridge_t::ruled_bridge_t(ruled_bridge_settings_t settings)
     : settings_(completed(std::move(settings))),
       node_(settings_.name, settings_.number,
             {settings_.program, where(lab::program("LVT_RSTPD", "lvt_rstpd")),
-             where(lab::program("LVT_RSTPCTL", "lvt_rstpctl"))})
+             where(lab::program("LVT_RSTPCTL", "lvt_rstpctl"))},
+            settings_.first.net)
 {
     node_.ip(
-        fmt::format("link add name br0 address {} type bridge\n"
-                    "link set br0 addrgenmode none\n"
-                    "link set br0 up",
-                    node_.mac()));
+        fmt::format("link add name {0} address {1} type bridge\n"
+                    "link set {0} addrgenmode none\n"
+                    "link set {0} up",
+                    interface("br0"), node_.mac()));
     if (!settings_.settings.empty())
         std::ofstream(node_.path(SETTINGS_FILE)) << settings_.settings;
 }
 
+/// A network namespace of its own goes by itself.
+ruled_bridge_t::~ruled_bridge_t()
+{
+    if (!has_user_stp())
+        return;
+    program_ = process_t();
+    try {
+        std::string names = interface("br0");
+        for (int number = 1; number <= static_cast<int>(FRONT_PORTS); number++)
+            names += "\nlink delete " + port(number).interface;
+        node_.run({.argv = {"ip", "-force", "-batch", "-"}}, "link delete " + names + "\n");
+    } catch (const std::exception &) { // whoever guards the namespace takes them away later
+    }
+}
+
+std::string ruled_bridge_t::interface(const std::string &name) const
+{
+    return settings_.first.name(settings_.number, name);
+}
+
+std::string ruled_bridge_t::state_dir() const { return has_user_stp() ? BRIDGE_NOTES_FOLDER : STATE_DIR; }
+
 std::vector<std::string> ruled_bridge_t::command() const
 {
-    std::vector<std::string> words = {settings_.program, "--state-dir", STATE_DIR};
+    std::vector<std::string> words = {settings_.program, "--state-dir", state_dir()};
     if (!settings_.settings.empty())
         words.insert(words.end(), {"--config", SETTINGS_FILE});
     words.insert(words.end(), settings_.options.begin(), settings_.options.end());
-    words.push_back("br0");
+    words.push_back(interface("br0"));
     return words;
 }
 
-cable_end_t ruled_bridge_t::port(int number) const { return {&node_, fmt::format("lan{}", number), node_.mac(number)}; }
+cable_end_t ruled_bridge_t::port(int number) const
+{
+    return {&node_, interface(fmt::format("lan{}", number)), node_.mac(number)};
+}
 
-void ruled_bridge_t::join(int number) const { node_.ip(fmt::format("link set lan{} master br0", number)); }
+void ruled_bridge_t::join(int number) const
+{
+    node_.ip(fmt::format("link set {} master {}", port(number).interface, interface("br0")));
+}
 
 void ruled_bridge_t::start()
 {
@@ -104,9 +134,9 @@ int ruled_bridge_t::state(int number) const
     return now ? now->port(number).state : -1;
 }
 
-std::string ruled_bridge_t::kernel_state(const std::string &interface) const
+std::string ruled_bridge_t::kernel_state(const std::string &name) const
 {
-    const outcome_t outcome = node_.run({.argv = {"ip", "-details", "-json", "link", "show", "dev", interface}});
+    const outcome_t outcome = node_.run({.argv = {"ip", "-details", "-json", "link", "show", "dev", interface(name)}});
     const auto links = nlohmann::json::parse(outcome.output, nullptr, false);
     if (!links.is_array() || links.empty() || !links[0].contains("linkinfo"))
         return "";
@@ -115,8 +145,8 @@ std::string ruled_bridge_t::kernel_state(const std::string &interface) const
 
 outcome_t ruled_bridge_t::ctl(std::vector<std::string> words) const
 {
-    words.insert(words.begin(),
-                 {where(lab::program("LVT_RSTPCTL", "lvt_rstpctl")), "--bridge", "br0", "--state-dir", STATE_DIR});
+    words.insert(words.begin(), {where(lab::program("LVT_RSTPCTL", "lvt_rstpctl")), "--bridge", interface("br0"),
+                                 "--state-dir", state_dir()});
     return node_.run({.argv = std::move(words)});
 }
 

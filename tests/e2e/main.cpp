@@ -1,11 +1,13 @@
 // Entry of the end-to-end tests: into a world of namespaces first, then GoogleTest as usual.
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "board/lab/first_net.h"
 #include "board/lab/world.h"
 
 namespace {
@@ -33,6 +35,8 @@ int main(int argc, char **argv)
         return RUN_ALL_TESTS();
 
     try {
+        if (const char *helper = getenv("LVT_BRIDGE_STP")) // then its Linux bridges are in the first network namespace
+            lab::guard_first_net(helper);
         lab::enter_world(arguments.data());
         return RUN_ALL_TESTS();
     } catch (const lab::cannot_run_t &reason) {

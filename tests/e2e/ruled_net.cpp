@@ -90,18 +90,20 @@ ruled_bridge_t &ruled_test_t::add_ruled(int priority, int ports, std::initialize
 {
     std::string settings = fmt::format("[bridge]\npriority = {}\nmax_age = {}\nhello_time = {}\nforward_delay = {}\n",
                                        priority, MAX_AGE, HELLO_TIME, FORWARD_DELAY);
+    const first_net_t first = first_net();
+    const int number = next_number_++;
     std::vector<std::string> names;
     for (int port = 1; port <= ports; port++) {
         const bool edge = std::ranges::find(to_bridges, port) == to_bridges.end();
         settings += fmt::format("[port.{}]\nspanning_tree = true\nedge = {}\n", port, edge);
-        names.push_back(fmt::format("\"lan{}\"", port));
+        names.push_back(fmt::format("\"{}\"", first.name(number, fmt::format("lan{}", port))));
     }
     settings += fmt::format("[linux]\nports = [{}]\n", fmt::join(names, ", "));
-    const int number = next_number_++;
     return ruled_.emplace_back(ruled_bridge_settings_t{.name = fmt::format("bridge {}", number - 100),
                                                        .number = number,
                                                        .settings = settings,
-                                                       .options = std::move(options)});
+                                                       .options = std::move(options),
+                                                       .first = first});
 }
 
 const cable_t &ruled_test_t::connect(const ruled_bridge_t &near, int near_port, const ruled_bridge_t &far, int far_port)
