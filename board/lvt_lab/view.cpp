@@ -1,47 +1,152 @@
 #include "board/lvt_lab/view.h"
 
+#include <concepts>
+
 #include <nlohmann/json.hpp>
 
 namespace lvt_lab {
 
 using nlohmann::json;
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(claim_t, type, root, cost, bridge, port, flags, at)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(node_view_t, name, kind, power, daemon, rapid, is_root, bridge, root, root_port, mac)
-
 namespace {
 
-json json_of(const end_view_t &end)
+// Each record's fields are listed once, for who writes them and who reads them.
+
+struct writer_t {
+    json &told;
+
+    template <typename value_t>
+    void must(const char *name, const value_t &value)
+    {
+        told[name] = value;
+    }
+
+    /// What is left out while it has no value.
+    template <typename value_t>
+    void may(const char *name, const value_t &value)
+    {
+        if (value != value_t())
+            told[name] = value;
+    }
+
+    template <typename value_t>
+    void may(const char *name, const std::optional<value_t> &value)
+    {
+        if (value)
+            told[name] = *value;
+    }
+};
+
+struct reader_t {
+    const json &told;
+
+    template <typename value_t>
+    void must(const char *name, value_t &value)
+    {
+        told.at(name).get_to(value);
+    }
+
+    template <typename value_t>
+    void may(const char *name, value_t &value)
+    {
+        if (const auto found = told.find(name); found != told.end())
+            found->get_to(value);
+    }
+
+    template <typename value_t>
+    void may(const char *name, std::optional<value_t> &value)
+    {
+        if (const auto found = told.find(name); found != told.end())
+            value = found->get<value_t>();
+    }
+};
+
+template <typename one_t, typename other_t>
+concept a = std::same_as<std::remove_const_t<one_t>, other_t>;
+
+void list(auto fields, a<claim_t> auto &claim)
 {
-    json told = {{"name", end.name},     {"node", end.node},   {"port", end.port},   {"link", end.link},
-                 {"role", end.role},     {"cost", end.cost},   {"state", end.state}, {"frames", end.frames},
-                 {"octets", end.octets}, {"bpdus", end.bpdus}, {"lost", end.lost},   {"quality", end.quality}};
-    if (end.claim)
-        told["claim"] = *end.claim;
-    return told;
+    fields.must("type", claim.type);
+    fields.must("root", claim.root);
+    fields.must("cost", claim.cost);
+    fields.must("bridge", claim.bridge);
+    fields.must("port", claim.port);
+    fields.must("flags", claim.flags);
+    fields.must("at", claim.at);
 }
 
-end_view_t end_of(const json &told)
+void list(auto fields, a<end_view_t> auto &end)
 {
-    end_view_t end;
-    told.at("name").get_to(end.name);
-    told.at("node").get_to(end.node);
-    told.at("port").get_to(end.port);
-    told.at("link").get_to(end.link);
-    told.at("role").get_to(end.role);
-    told.at("state").get_to(end.state);
-    told.at("cost").get_to(end.cost);
-    told.at("frames").get_to(end.frames);
-    told.at("octets").get_to(end.octets);
-    told.at("bpdus").get_to(end.bpdus);
-    told.at("lost").get_to(end.lost);
-    told.at("quality").get_to(end.quality);
-    if (told.contains("claim"))
-        end.claim = told["claim"].get<claim_t>();
-    return end;
+    fields.must("name", end.name);
+    fields.must("node", end.node);
+    fields.must("port", end.port);
+    fields.must("link", end.link);
+    fields.must("role", end.role);
+    fields.must("state", end.state);
+    fields.must("cost", end.cost);
+    fields.must("frames", end.frames);
+    fields.must("octets", end.octets);
+    fields.must("bpdus", end.bpdus);
+    fields.must("lost", end.lost);
+    fields.must("quality", end.quality);
+    fields.may("claim", end.claim);
+}
+
+void list(auto fields, a<cable_view_t> auto &cable)
+{
+    fields.must("name", cable.name);
+    fields.must("plugged", cable.plugged);
+    fields.must("carries", cable.carries);
+    fields.must("ends", cable.ends);
+}
+
+void list(auto fields, a<node_view_t> auto &node)
+{
+    fields.must("name", node.name);
+    fields.must("kind", node.kind);
+    fields.must("power", node.power);
+    fields.must("daemon", node.daemon);
+    fields.must("rapid", node.rapid);
+    fields.must("is_root", node.is_root);
+    fields.must("bridge", node.bridge);
+    fields.must("root", node.root);
+    fields.must("root_port", node.root_port);
+    fields.must("mac", node.mac);
+}
+
+void list(auto fields, a<lab_view_t> auto &view)
+{
+    fields.must("lab", view.lab);
+    fields.must("network", view.network);
+    fields.must("ms", view.ms);
+    fields.must("at_rest", view.at_rest);
+    fields.must("nodes", view.nodes);
+    fields.must("cables", view.cables);
+}
+
+void list(auto fields, a<event_t> auto &event)
+{
+    fields.must("number", event.number);
+    fields.must("ms", event.ms);
+    fields.must("unix_ms", event.unix_ms);
+    fields.must("what", event.what);
+    fields.must("text", event.text);
+    fields.must("value", event.value);
+    fields.may("node", event.node);
+    fields.may("port", event.port);
+    fields.may("cable", event.cable);
 }
 
 } // namespace
+
+// What the library looks for.
+template <typename record_t>
+requires requires(record_t &record, writer_t writer) { list(writer, record); }
+void to_json(json &told, const record_t &record) { list(writer_t{told}, record); }
+
+template <typename record_t>
+requires requires(record_t &record, reader_t reader) { list(reader, record); }
+void from_json(const json &told, record_t &record) { list(reader_t{told}, record); }
 
 const node_view_t *lab_view_t::node(const std::string &wanted) const
 {
@@ -60,60 +165,12 @@ const end_view_t *lab_view_t::end(const std::string &wanted) const
     return nullptr;
 }
 
-json to_json(const lab_view_t &view)
-{
-    json cables = json::array();
-    for (const cable_view_t &cable : view.cables)
-        cables.push_back({{"name", cable.name},
-                          {"plugged", cable.plugged},
-                          {"carries", cable.carries},
-                          {"ends", {json_of(cable.ends[0]), json_of(cable.ends[1])}}});
-    return {{"lab", view.lab},         {"network", view.network}, {"ms", view.ms},
-            {"at_rest", view.at_rest}, {"nodes", view.nodes},     {"cables", std::move(cables)}};
-}
+json to_json(const lab_view_t &view) { return view; }
 
-lab_view_t view_of(const json &told)
-{
-    lab_view_t view;
-    told.at("lab").get_to(view.lab);
-    told.at("network").get_to(view.network);
-    told.at("ms").get_to(view.ms);
-    told.at("at_rest").get_to(view.at_rest);
-    told.at("nodes").get_to(view.nodes);
-    for (const json &cable : told.at("cables"))
-        view.cables.push_back({cable.at("name"),
-                               cable.at("plugged"),
-                               cable.at("carries"),
-                               {end_of(cable.at("ends").at(0)), end_of(cable.at("ends").at(1))}});
-    return view;
-}
+lab_view_t view_of(const json &told) { return told.get<lab_view_t>(); }
 
-json to_json(const event_t &event)
-{
-    json told = {{"number", event.number}, {"ms", event.ms},     {"unix_ms", event.unix_ms},
-                 {"what", event.what},     {"text", event.text}, {"value", event.value}};
-    if (!event.node.empty())
-        told["node"] = event.node;
-    if (event.port)
-        told["port"] = event.port;
-    if (!event.cable.empty())
-        told["cable"] = event.cable;
-    return told;
-}
+json to_json(const event_t &event) { return event; }
 
-event_t event_of(const json &told)
-{
-    event_t event;
-    told.at("number").get_to(event.number);
-    told.at("ms").get_to(event.ms);
-    told.at("unix_ms").get_to(event.unix_ms);
-    told.at("what").get_to(event.what);
-    told.at("text").get_to(event.text);
-    told.at("value").get_to(event.value);
-    event.node = told.value("node", "");
-    event.port = told.value("port", 0u);
-    event.cable = told.value("cable", "");
-    return event;
-}
+event_t event_of(const json &told) { return told.get<event_t>(); }
 
 } // namespace lvt_lab

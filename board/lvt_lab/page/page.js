@@ -276,7 +276,7 @@ function drawCable(picture, cable, path) {
   const wire = shape('path', {class: 'wire', d: path});
   const hit = shape('path', {class: 'hit', d: path});
   const flows = ['flow', 'flow back'].map(words => shape('path', {class: words, d: path}));
-  const group = shape('g', {class: 'cable'}, hit, wire, ...flows);
+  const group = shape('g', {class: 'cable'}, wire, ...flows, hit);
   makeButton(group, `cable ${cable.name}`, () => turn(cable.name));
   picture.append(group);
   const length = wire.getTotalLength();
@@ -405,9 +405,9 @@ function eventLine(event, index) {
 /** The latest events up to the moment, the latest one first. */
 function listEvents(list, count, max, wanted) {
   const key = `${count} ${max} ${events.length && events[0].number} ${selected}`;
-  if (list.dataset.key === key)
+  if (list.dataset.told === key)
     return;
-  list.dataset.key = key;
+  list.dataset.told = key;
   const lines = [];
   for (let i = count - 1; i >= 0 && lines.length < max; i--)
     if (wanted(events[i]))
@@ -473,9 +473,9 @@ function showDetails(view) {
 /** Makes the children anew where what they tell has changed. */
 function fill(target, rows, make) {
   const key = JSON.stringify(rows);
-  if (target.dataset.key === key)
+  if (target.dataset.told === key)
     return;
-  target.dataset.key = key;
+  target.dataset.told = key;
   target.replaceChildren(...rows.flatMap(make));
 }
 
