@@ -617,6 +617,8 @@ TEST_F(labs, bash_completes_commands_nodes_and_cables)
     EXPECT_EQ(completions("export m"), "mermaid ");
     EXPECT_EQ(completions("up ri"), "ring ");
     EXPECT_EQ(completions("tree --w"), "--watch ");
+    EXPECT_EQ(completions("pa"), "page ");
+    EXPECT_EQ(completions("page --p"), "--port ");
     EXPECT_EQ(completions("down --lab l"), "line-2 ");
 }
 

@@ -429,6 +429,11 @@ TEST_F(page_in_browser, shows_nodes_and_cables_and_follows_a_click)
     EXPECT_TRUE(eventually(
         60s, [this] { return names("cut"); }, IsEmpty()));
     EXPECT_EQ(names("carries").size(), 5u);
+    // The picture in the documents, made anew.
+    if (const char *path = getenv("LVT_PAGE_PICTURE")) {
+        browser_->click("[data-key='node sw3']");
+        browser_->take_picture(path);
+    }
     EXPECT_TRUE(eventually(
         60s, [this] { return browser_->value_of("document.getElementById('mood').textContent"); }, "at rest"));
 }

@@ -5,6 +5,6 @@
 
 namespace lvt_lab {
 
-extern const std::string PAGE_HTML, PAGE_CSS, PAGE_JS, ICON_SVG;
+extern const std::string PAGE_HTML, PAGE_CSS, VIEW_JS, PICTURE_JS, PAGE_JS, ICON_SVG;
 
 } // namespace lvt_lab

@@ -110,7 +110,10 @@ private:
         });
         add_file("/", PAGE_HTML, "text/html; charset=utf-8");
         add_file("/page.css", PAGE_CSS, "text/css; charset=utf-8");
-        add_file("/page.js", PAGE_JS, "text/javascript; charset=utf-8");
+        const char *script = "text/javascript; charset=utf-8";
+        add_file("/view.js", VIEW_JS, script);
+        add_file("/picture.js", PICTURE_JS, script);
+        add_file("/page.js", PAGE_JS, script);
         add_file("/icon.svg", ICON_SVG, "image/svg+xml");
         guarded_["/events"] = guarded_["/layout"] = guarded_["/act"] = true;
         server_.Get("/events", [this](const Request &request, Response &response) { stream(request, response); });
