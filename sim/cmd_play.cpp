@@ -107,7 +107,7 @@ void tell_commands(stage_t &stage, teller_t &teller, const topology::network_t &
 void write_svg(stage_t &stage, const std::string &path)
 {
     std::ofstream file(path);
-    file << topology::svg_of(topology::graph_of(picture_of(stage)));
+    file << topology::svg_of(picture_of(stage));
     file.close();
     if (!file)
         throw could_not_t(fmt::format("cannot write {}: {}", path, std::strerror(errno)));

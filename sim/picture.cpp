@@ -8,9 +8,9 @@ namespace sim {
 
 namespace {
 
+using topology::figure_t;
 using topology::outline_t;
 using topology::picture_t;
-using topology::figure_t;
 
 bool is_cut_there(const world_t &world, const end_t &end)
 {
@@ -24,17 +24,15 @@ std::string end_words(world_t &world, const end_t &end)
         return "";
     const switch_t &device = world.device(end.node);
     const unsigned state = switch_port_state(device, end.port);
-    const std::string port = fmt::format("{}: ", end.port);
     if (!device.links[end.port - 1].up)
-        return port + "no link";
+        return "no link";
     if (!device.daemon_runs)
-        return fmt::format("{}{}", port, state_verb(static_cast<int>(state)));
+        return state_verb(static_cast<int>(state));
     const lvt_rstp_port_role_t role = world.port(end.node, end.port).role;
     const bool usual =
         (role == ROLE_ROOT || role == ROLE_DESIGNATED || role == ROLE_NON_STP) == (state >= HW_FORWARDING);
-    return usual && role != ROLE_NON_STP
-               ? port + role_word(role)
-               : fmt::format("{}{}, {}", port, role_word(role), state_verb(static_cast<int>(state)));
+    return usual && role != ROLE_NON_STP ? role_word(role)
+                                         : fmt::format("{}, {}", role_word(role), state_verb(static_cast<int>(state)));
 }
 
 picture_t::node_t pictured(world_t &world, node_id_t id)
@@ -91,13 +89,14 @@ picture_t picture_of(stage_t &stage)
     for (cable_id_t id = 0; id < world.cables(); id++) {
         const cable_t &cable = world.cable(id);
         const unsigned upper = points_up(world, cable) ? 1 : 0;
-        const end_t &top = cable.ends[upper], &bottom = cable.ends[1 - upper];
-        const bool is_cut = is_cut_there(world, top) || is_cut_there(world, bottom);
-        picture.cables.push_back({{top.node, end_words(world, top)},
-                                  {bottom.node, end_words(world, bottom)},
-                                  !cable.plugged ? topology::cable_state_t::PULLED
-                                  : is_cut       ? topology::cable_state_t::CUT
-                                                 : topology::cable_state_t::CARRIES});
+        const auto end_of = [&](const end_t &end) {
+            return picture_t::end_t{end.node, end.port, end_words(world, end), is_cut_there(world, end)};
+        };
+        const picture_t::end_t top = end_of(cable.ends[upper]), bottom = end_of(cable.ends[1 - upper]);
+        picture.cables.push_back({top, bottom,
+                                  !cable.plugged            ? topology::cable_state_t::PULLED
+                                  : top.cuts || bottom.cuts ? topology::cable_state_t::CUT
+                                                            : topology::cable_state_t::CARRIES});
     }
     return picture;
 }

@@ -350,7 +350,7 @@ topology::picture_t picture_of(const lab_view_t &view)
         numbers[node.name] = picture.nodes.size();
         const bool is_host = node.kind == "host";
         const char *note = !node.power             ? "no power"
-                           : is_host               ? ""
+                           : is_host               ? node.bridge.c_str()
                            : !node.daemon          ? "no daemon"
                            : node.is_root          ? "root"
                            : node.kind != "switch" ? node.kind.c_str()
@@ -362,17 +362,14 @@ topology::picture_t picture_of(const lab_view_t &view)
                                                             : outline_t::USUAL});
     }
     for (const cable_view_t &cable : view.cables) {
-        const auto words = [&](const end_view_t &end) {
-            const std::string text = end_words(view, end);
-            return text.empty() ? text : fmt::format("{}: {}", end.port, text);
+        const auto end_of = [&](const end_view_t &end) {
+            return topology::picture_t::end_t{numbers[end.node], end.port, end_words(view, end), end.cuts()};
         };
         const unsigned upper =
             cable.ends[0].role == "root" || (cable.ends[1].role == "designated" && cable.ends[0].role != "designated")
                 ? 1
                 : 0;
-        const end_view_t &top = cable.ends[upper], &bottom = cable.ends[1 - upper];
-        picture.cables.push_back({{numbers[top.node], words(top)},
-                                  {numbers[bottom.node], words(bottom)},
+        picture.cables.push_back({end_of(cable.ends[upper]), end_of(cable.ends[1 - upper]),
                                   !cable.plugged  ? topology::cable_state_t::PULLED
                                   : cable.carries ? topology::cable_state_t::CARRIES
                                                   : topology::cable_state_t::CUT});
@@ -388,8 +385,7 @@ void export_tree(const std::string &lab, export_t format)
     if (format == export_t::MERMAID)
         fmt::print("{}", topology::mermaid_of(picture));
     else
-        fmt::print("{}", format == export_t::DOT ? topology::graph_of(picture)
-                                                 : topology::svg_of(topology::graph_of(picture)));
+        fmt::print("{}", format == export_t::DOT ? topology::graph_of(picture) : topology::svg_of(picture));
 }
 
 } // namespace lvt_lab

@@ -411,7 +411,7 @@ TEST_F(labs, draws_explains_and_exports_the_tree)
                       HasSubstr("it costs 0 + 8000 = 8000, and the other 8000 + 8000 = 16000.\n")));
     EXPECT_THAT(lvt_lab("why 1-2").output, HasSubstr("Nobody cuts sw1:1-sw2:2: it carries data.\n"));
     EXPECT_THAT(lvt_lab("show").output, HasSubstr("alternate   discards"));
-    EXPECT_THAT(lvt_lab("export dot").output, HasSubstr("n0 [label=\"sw1\nroot\", penwidth=3]"));
+    EXPECT_THAT(lvt_lab("export dot").output, HasSubstr("<b>sw1</b><br/><font point-size=\"11\">root</font>"));
     EXPECT_THAT(lvt_lab("export mermaid").output, HasSubstr("-.-|\""));
     EXPECT_THAT(lvt_lab("export svg").output, HasSubstr("</svg>"));
 
@@ -427,6 +427,26 @@ TEST_F(labs, draws_explains_and_exports_the_tree)
     watch.signal(SIGINT);
     EXPECT_TRUE(eventually(
         SOON, [&] { return watch.exit_code(); }, 0));
+}
+
+TEST_F(labs, the_picture_of_the_first_page_is_made_by_one_command)
+{
+    const std::string drawn = path("ring.svg");
+    const lab::outcome_t made = lab::run({.argv = {LVT_PICTURE, drawn}, .environment = {"LVT_LAB_PROGRAM=" + LAB}});
+    ASSERT_EQ(made.exit_code, 0) << made.output;
+    // Where it is drawn is up to Graphviz and its fonts.
+    const auto texts = [](const std::string &file) {
+        std::ifstream stream(file);
+        const std::string svg(std::istreambuf_iterator<char>(stream), {});
+        std::vector<std::string> found;
+        for (size_t end = 0, begin; (end = svg.find("</text>", end)) != std::string::npos; end++) {
+            begin = svg.rfind('>', end) + 1;
+            found.push_back(svg.substr(begin, end - begin));
+        }
+        return found;
+    };
+    EXPECT_THAT(texts(drawn), testing::IsSupersetOf({"sw1", "root", "1: alternate, discards"}));
+    EXPECT_EQ(texts(drawn), texts(LVT_DOCS "/ring.svg"));
 }
 
 // ---- several, and none ------------------------------------------------------------------------------

@@ -218,11 +218,15 @@ TEST_F(play, the_picture_shows_what_carries_data_and_what_is_cut)
     told_t told(ring_with("story: {40s: pull 1-2}\n"));
     told.until(39 * SECOND);
     const std::string whole = graph_of(picture_of(told.stage));
-    EXPECT_THAT(whole, HasSubstr("n0 [label=\"sw1\nroot\", penwidth=3]"));
-    EXPECT_THAT(whole, HasSubstr("n0 -> n1 [taillabel=\"1: designated\", headlabel=\"2: root\", penwidth=2]"));
-    EXPECT_THAT(whole, HasSubstr("n1 -> n2 [taillabel=\"1: designated\", headlabel=\"2: alternate\", style=dashed"));
+    for (const char *part : {"<b>sw1</b><br/><font point-size=\"11\">root</font>", ">1: designated</font>",
+                             ">2: root</font>", "\n  n0:u0:s -> n1:l0:n [penwidth=2.5, ", ">2: alternate</font>",
+                             "\n  n1:u1:s -> n2:l1:n [penwidth=2, style=dashed, "})
+        EXPECT_THAT(whole, HasSubstr(part));
+    const std::string dark = topology::dark_style();
+    for (size_t at = 0; (at = whole.find("\"#", at)) != std::string::npos; at++)
+        EXPECT_THAT(dark, HasSubstr(fmt::format("[fill={}]{{fill:#", whole.substr(at, 9)))) << "not for a dark ground";
     told.until(60 * SECOND);
-    EXPECT_THAT(graph_of(picture_of(told.stage)), HasSubstr("label=\"pulled out\""));
+    EXPECT_THAT(graph_of(picture_of(told.stage)), HasSubstr("label=\" pulled out\""));
 }
 
 // ---- the program ---------------------------------------------------------------------------

@@ -24,7 +24,9 @@ struct picture_t {
     };
     struct end_t {
         size_t node;
-        std::string words; ///< "1: designated"
+        unsigned port;
+        std::string words; ///< "designated"; empty for what has no ports to tell of
+        bool cuts;         ///< it lets nothing through
     };
     struct cable_t {
         end_t upper, lower; ///< the upper end is the one that is nearer to the root
@@ -34,8 +36,12 @@ struct picture_t {
     std::vector<cable_t> cables;
 };
 
-/// What Graphviz draws: the root on top, cables that carry data as lines, others dashed, words at each end.
+/// What Graphviz draws: the root on top, each port at the side of its node that its cable leaves by, cables that carry
+/// data as lines, others dashed.
 std::string graph_of(const picture_t &picture);
+
+/// What a drawing of such a graph needs to have other colours where the reader's ground is dark: an element of SVG.
+std::string dark_style();
 
 /// The same as Mermaid draws it, where words have room in the middle of a cable only.
 std::string mermaid_of(const picture_t &picture);

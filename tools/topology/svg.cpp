@@ -37,7 +37,13 @@ std::string rendered(const std::string &graph, const char *format)
 
 } // namespace
 
-std::string svg_of(const std::string &graph) { return rendered(graph, "svg"); }
+std::string svg_of(const picture_t &picture)
+{
+    std::string drawn = rendered(graph_of(picture), "svg");
+    if (const size_t at = drawn.find("<g id=\"graph0\""); at != std::string::npos)
+        drawn.insert(at, dark_style());
+    return drawn;
+}
 
 std::string layout_of(const std::string &graph) { return rendered(graph, "json0"); }
 
