@@ -99,6 +99,8 @@ private:
     void start_ruler(member_t &member);
     void configure(member_t &member);
     void do_event(const topology::event_t &event, const std::string &command);
+    void take_power(member_t &member); ///< whose mutex is held
+    void forget(member_t &member);     ///< what was seen of one that runs no more
     uint64_t tell(const std::string &what, const member_t *member, unsigned port, const std::string &value,
                   const std::string &text, const std::string &cable = {});
     void note_frame(size_t cable, unsigned from, std::span<const uint8_t> frame);

@@ -32,6 +32,9 @@ void lab_t::act(const std::string &command)
 void lab_t::do_event(const topology::event_t &event, const std::string &command)
 {
     member_t *member = event.verb >= verb_t::KILL ? members_[event.subject].get() : nullptr;
+    std::unique_lock<std::recursive_mutex> turn;
+    if (member)
+        turn = std::unique_lock(member->mutex);
     bool announced = false;
     const auto announce = [&](const std::string &text) {
         const std::lock_guard lock(mutex_);
@@ -91,7 +94,6 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
     }
     case verb_t::KILL: {
         demand_power();
-        const std::lock_guard lock(member->mutex);
         if (!member->daemon().running())
             throw refused_t(fmt::format("the daemon of {} does not run", member->name()));
         prober_->begin();
@@ -103,7 +105,6 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
     }
     case verb_t::RESTART: {
         demand_power();
-        const std::lock_guard lock(member->mutex);
         member->daemon().stop();
         prober_->begin();
         announce(fmt::format("the daemon of {} is started", member->name()));
@@ -116,23 +117,11 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
         member->runs = true;
         break;
     }
-    case verb_t::POWER_OFF: {
+    case verb_t::POWER_OFF:
         demand_power();
         prober_->begin();
         announce(fmt::format("{} loses power", member->name()));
-        for (const auto &[port, place] : member->places)
-            wires_->power(place.cable, place.end, false);
-        const std::lock_guard lock(member->mutex);
-        member->powered = false;
-        member->runs = false;
-        member->daemon().signal(SIGKILL);
-        member->daemon().wait();
-        if (member->device) {
-            member->device->board().signal(SIGKILL);
-            member->device->board().wait();
-        }
-        break;
-    }
+        return take_power(*member);
     case verb_t::POWER_ON:
         if (member->powered)
             throw refused_t(fmt::format("{} has power already", member->name()));
@@ -144,7 +133,6 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
         break;
     case verb_t::SET: {
         demand_power();
-        const std::lock_guard lock(member->mutex);
         announce(command);
         std::ofstream(member->node().path(CONFIG)) << config_text(*event.settings);
         if (member->device)
@@ -168,18 +156,37 @@ void lab_t::do_event(const topology::event_t &event, const std::string &command)
     case verb_t::HOLD:
         throw refused_t("a lab cannot hold a clock: that is for the simulator");
     }
-    if (!member->runs) {
-        const std::lock_guard lock(mutex_);
-        member->root.clear();
-        member->root_port = 0;
-        member->claimed = {};
-        for (const auto &[port, place] : member->places) {
-            side_t &side = sides_[place.cable][place.end];
-            side.role.clear();
-            side.claim.reset();
-            if (!member->powered)
-                side = {};
-        }
+    if (!member->runs)
+        forget(*member);
+}
+
+void lab_t::take_power(member_t &member)
+{
+    for (const auto &[port, place] : member.places)
+        wires_->power(place.cable, place.end, false);
+    member.powered = false;
+    member.runs = false;
+    member.daemon().signal(SIGKILL);
+    member.daemon().wait();
+    if (member.device) {
+        member.device->board().signal(SIGKILL);
+        member.device->board().wait();
+    }
+    forget(member);
+}
+
+void lab_t::forget(member_t &member)
+{
+    const std::lock_guard lock(mutex_);
+    member.root.clear();
+    member.root_port = 0;
+    member.claimed = {};
+    for (const auto &[port, place] : member.places) {
+        side_t &side = sides_[place.cable][place.end];
+        side.role.clear();
+        side.claim.reset();
+        if (!member.powered)
+            side = {};
     }
 }
 

@@ -37,7 +37,7 @@ struct lab_t::member_t {
     lab::process_t ruler;    ///< lvt_bridge, of a bridge that is ruled by the daemon
     std::string status_path; ///< of the daemon's status file, once that runs
 
-    std::mutex mutex; ///< of its processes
+    std::recursive_mutex mutex; ///< of its processes, and of what is done to it
     std::atomic<bool> powered = true;
     std::atomic<bool> runs = false; ///< its daemon does
 

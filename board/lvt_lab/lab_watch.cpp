@@ -193,7 +193,11 @@ void lab_t::watch_daemon(member_t &member)
         if (!lock)
             return;
         path = member.status_path;
-        if (member.runs && !member.daemon().running()) {
+        if (member.runs && member.device && !member.device->board().running()) {
+            tell("daemon", &member, 0, "dead",
+                 fmt::format("the board of {} has ended: it has no power", member.name()));
+            take_power(member);
+        } else if (member.runs && !member.daemon().running()) {
             member.runs = false;
             tell("daemon", &member, 0, "dead", fmt::format("the daemon of {} has ended", member.name()));
         }

@@ -45,9 +45,10 @@ void prober_t::begin()
 {
     if (hosts_.size() < 2)
         return;
-    end();
     {
         const std::lock_guard order(life_);
+        stop();
+        const std::lock_guard lock(mutex_);
         pairs_.clear();
         owed_.clear();
         number_ = first_ = 0;
@@ -69,9 +70,8 @@ void prober_t::begin()
 std::vector<prober_t::result_t> prober_t::end()
 {
     const std::lock_guard order(life_);
-    if (!runs_.exchange(false))
+    if (!stop())
         return {};
-    thread_.join();
     std::vector<result_t> results;
     const std::lock_guard lock(mutex_);
     for (const pair_t &pair : pairs_) {
@@ -83,6 +83,14 @@ std::vector<prober_t::result_t> prober_t::end()
             results.back().longest_ms = std::max(results.back().longest_ms, ms_of(missing));
     }
     return results;
+}
+
+bool prober_t::stop()
+{
+    if (!runs_.exchange(false))
+        return false;
+    thread_.join();
+    return true;
 }
 
 void prober_t::run()

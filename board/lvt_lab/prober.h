@@ -62,6 +62,7 @@ private:
         uint32_t last_answered = 0; ///< number of the latest ping that was
     };
 
+    bool stop(); ///< with life_ held; returns whether it ran
     void run();
     void note_answer(pair_t &pair, uint32_t number);
     void send(size_t from, size_t to, uint8_t kind, size_t pair, uint32_t number);

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -157,6 +158,11 @@ int run_server()
     const std::string name = orders + name_at;
     unsetenv(ORDERS);
     const fd_t listener(listener_number), text(network_number);
+    rlimit files; // a large lab has thousands of them
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
     for (const fd_t *fd : {&listener, &text})
         fcntl(fd->number(), F_SETFD, FD_CLOEXEC);
 

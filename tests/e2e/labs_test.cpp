@@ -4,6 +4,7 @@
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <thread>
 
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
@@ -503,6 +504,40 @@ TEST_F(labs, a_shell_in_a_node_has_its_prompt_and_the_tools)
     EXPECT_EQ(outcome.exit_code, 6) << outcome.output;
     for (const char *part : {"sw2:", "-F _lvt_rstpctl lvt_rstpctl\n", "\nport2@"})
         EXPECT_THAT(outcome.output, HasSubstr(part));
+}
+
+TEST_F(labs, a_switch_whose_board_dies_has_no_power)
+{
+    ASSERT_TRUE(does("up line 2 --rapid"));
+    for (const pid_t board : named(lab::program("LVT_BOARD", "lvt_board")))
+        kill(board, SIGKILL);
+    EXPECT_TRUE(
+        holds("expect sw1 has no power\nexpect sw2 has no power\nexpect 1-2 is cut\n"
+              "power sw1 on\npower sw2 on\nexpect rest\nping h1 h2"));
+}
+
+TEST_F(labs, starts_without_standard_input_and_with_few_descriptors)
+{
+    for (const char *lack : {"exec <&-", "ulimit -Sn 50"}) {
+        const lab::outcome_t up =
+            lab::run({.argv = {"bash", "-c", fmt::format("{}; exec \"$0\" up ring 6 --rapid", lack), LAB}});
+        EXPECT_EQ(up.exit_code, 0) << lack << "\n" << up.output;
+        EXPECT_TRUE(does("down"));
+    }
+}
+
+TEST_F(labs, commands_at_once_are_done_in_turn)
+{
+    ASSERT_TRUE(does("up ring 3 --rapid"));
+    std::vector<std::jthread> typed;
+    for (const char *words : {"pull 1-2 --now", "plug 1-2 --now", "power sw3 off --now", "power sw3 on --now",
+                              "restart sw2 --now", "flap 2-3 2 20ms --now"})
+        for (int i = 0; i < 3; i++)
+            typed.emplace_back([words] { lvt_lab(words); });
+    typed.clear();
+    lvt_lab("plug 1-2 --now");
+    lvt_lab("power sw3 on --now");
+    EXPECT_TRUE(holds("expect rest\nexpect 2-3 is cut\nping h1 h2"));
 }
 
 TEST_F(labs, what_runs_in_a_node_ends_with_the_lab)

@@ -159,6 +159,23 @@ TEST(prober, counts_from_the_first_ping_for_hosts_that_were_apart_before)
     EXPECT_GE(net.back[0], 120);
 }
 
+TEST(prober, counts_anew_for_several_who_begin_at_once)
+{
+    pinged_t net;
+    prober_t prober = net.make();
+    net.prober = &prober;
+    {
+        std::vector<std::jthread> commands;
+        for (int i = 0; i < 8; i++)
+            commands.emplace_back([&] {
+                for (int j = 0; j < 5; j++)
+                    prober.begin();
+            });
+    }
+    EXPECT_TRUE(prober.end().at(0).before);
+    EXPECT_TRUE(prober.end().empty());
+}
+
 TEST(prober, tells_of_hosts_that_do_not_reach_each_other)
 {
     pinged_t net;
