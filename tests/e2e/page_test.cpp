@@ -489,6 +489,35 @@ TEST_F(page_in_browser, goes_back_by_the_time_line)
     }
 }
 
+TEST_F(page_in_browser, draws_the_root_on_top_when_asked_and_tells_of_the_end)
+{
+    const auto top = [this] {
+        return browser_->value_of(
+            "live.nodes.map(node => node.name).sort((one, other) => "
+            "layout.nodes[one].y - layout.nodes[other].y)[0]");
+    };
+    const json drawn = browser_->value_of("layout");
+    EXPECT_EQ(top(), "sw1");
+    EXPECT_EQ(browser_->value_of("document.getElementById('arrange').hidden"), true);
+    ASSERT_EQ(lvt_lab({"set", "sw3", "bridge.priority=0"}).exit_code, 0);
+    EXPECT_TRUE(eventually(
+        60s, [this] { return names("root"); }, ElementsAre("node sw3")));
+    EXPECT_EQ(browser_->value_of("layout"), drawn) << "the picture stays as it is";
+    browser_->click("#arrange");
+    EXPECT_TRUE(eventually(FOLLOWS, top, "sw3"));
+    EXPECT_TRUE(eventually(
+        FOLLOWS, [this] { return names("root"); }, ElementsAre("node sw3")));
+
+    ASSERT_EQ(lvt_lab({"down", "--lab", "ring"}).exit_code, 0);
+    EXPECT_TRUE(eventually(
+        FOLLOWS, [this] { return browser_->value_of("document.getElementById('mood').textContent"); },
+        "the lab has ended"));
+    browser_->click("#before-deed");
+    EXPECT_THAT(browser_->value_of("document.getElementById('moment').textContent").get<std::string>(),
+                HasSubstr("s: set sw3 bridge.priority=0"))
+        << "the time line stays";
+}
+
 TEST_F(page_in_browser, is_used_by_keyboard_and_in_the_dark)
 {
     focus("cables.get('sw1:1-sw2:2')");

@@ -195,7 +195,10 @@ private:
                     text += "event: ended\ndata: {}\n\n";
                 if (text.empty())
                     text = ":\n\n";
-                return sink.write(text.data(), text.size()) && !news.over;
+                const bool arrived = sink.write(text.data(), text.size());
+                if (news.over)
+                    sink.done();
+                return arrived;
             },
             [this](bool) {
                 lookout_.remove_reader();

@@ -307,8 +307,10 @@ function render() {
   document.title = `${live.lab}: ${shownRoot ? `root ${shownRoot.name}` : 'no root'}`;
   put($('lab'), live.lab);
   const hosts = live.nodes.filter(node => node.kind === 'host').length;
-  put($('summary'), `${live.nodes.length - hosts} switches, ${live.cables.length} cables, ${hosts} hosts` +
-    (shownRoot ? `; the root is ${shownRoot.name}` : '; no root'));
+  const count = (number, one, more) => `${number} ${number === 1 ? one : more}`;
+  put($('summary'), `${count(live.nodes.length - hosts, 'switch', 'switches')}, ` +
+    `${count(live.cables.length, 'cable', 'cables')}, ${count(hosts, 'host', 'hosts')}; ` +
+    (shownRoot ? `the root is ${shownRoot.name}` : 'no root'));
   if (ended)
     mood('the lab has ended', 'lost');
   else if (!connected)
