@@ -29,29 +29,30 @@ TEST(bridge_gate, a_closed_one_lets_nothing_pass_and_hears_nothing)
     EXPECT_EQ(gate_made("t", {{3, 4}, {3, 4}, {}}), R"(table bridge t
 delete table bridge t
 table bridge t {
-  set ports { type iface_index; elements = { 3, 4 }; }
-  set deaf { type iface_index; elements = { 3, 4 }; }
-  set open { type iface_index; }
+  set ports { type iface_index; size 1024; elements = { 3, 4 }; }
+  set deaf { type iface_index; size 1024; elements = { 3, 4 }; }
+  set open { type iface_index; size 1024; }
   chain prerouting {
     type filter hook prerouting priority -350; policy accept;
-    iif @ports ether daddr 01:80:c2:00:00:00 drop
+    ether daddr 01:80:c2:00:00:00 iif @ports drop
     iif @deaf drop
   }
   chain input {
     type filter hook input priority -350; policy accept;
-    iif @ports iif != @open drop
+    iif @open accept
+    iif @ports drop
   }
   chain forward {
     type filter hook forward priority -350; policy accept;
-    iif @ports iif != @open drop
-    iif @ports oif != @open drop
-    oif @ports iif != @open drop
-    oif @ports oif != @open drop
+    iif @open oif @open accept
+    iif @ports drop
+    oif @ports drop
   }
   chain output {
     type filter hook output priority -350; policy accept;
-    oif @ports oif != @open drop
-    oif @ports ether daddr 01:80:c2:00:00:00 drop
+    ether daddr 01:80:c2:00:00:00 oif @ports drop
+    oif @open accept
+    oif @ports drop
   }
 }
 )");
