@@ -187,9 +187,9 @@ void guard_first_net(const fs::path &helper)
     const pid_t child = checked(fork(), "fork");
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        try_out(prefix);
         const int net = checked(open("/proc/self/ns/net", O_RDONLY), "/proc/self/ns/net");
         setenv(FOUND, fmt::format("{}:{}", net, prefix).c_str(), 1);
-        try_out(prefix);
         return;
     }
     int status = 0;
