@@ -265,7 +265,7 @@ void lab_t::look_for_calm()
         if (calm_ || journal_.now() - last_change_ < CALM_AFTER)
             return;
     }
-    if (!rests(view()))
+    if (!rests(view()) || prober_->is_in_doubt())
         return;
     for (const prober_t::result_t &pair : prober_->end()) {
         const std::string names = fmt::format("{} and {}", pair.from, pair.to);

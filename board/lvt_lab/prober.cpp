@@ -13,7 +13,8 @@ namespace {
 constexpr size_t PAIRS_MAX = 8;
 constexpr uint8_t ASK = 1, ANSWER = 2;
 constexpr std::chrono::milliseconds FIRST_ANSWERS{60};
-constexpr std::chrono::minutes LENGTH_MAX{2}; ///< of pinging a network that does not come to rest
+constexpr std::chrono::milliseconds LATE_ANSWERS{500}; ///< on a busy machine
+constexpr std::chrono::minutes LENGTH_MAX{2};          ///< of pinging a network that does not come to rest
 
 /// Of the type that is free for experiments.
 struct probe_t {
@@ -52,12 +53,12 @@ void prober_t::begin()
         pairs_.clear();
         owed_.clear();
         number_ = first_ = 0;
-        began_ = std::chrono::steady_clock::now();
+        began_ = asked_at_ = std::chrono::steady_clock::now();
         // Round in a circle: who reaches the next reaches all.
         const size_t count = hosts_.size() == 2 ? 1 : std::min(hosts_.size(), PAIRS_MAX);
         for (size_t i = 0; i < count; i++) {
             const size_t to = (i + 1) % hosts_.size();
-            pairs_.push_back({i, to, {hosts_[i].name, hosts_[to].name}});
+            pairs_.push_back({i, to, {hosts_[i].name, hosts_[to].name}, 0, began_});
         }
         runs_ = true;
         thread_ = std::thread([this] { run(); });
@@ -76,13 +77,23 @@ std::vector<prober_t::result_t> prober_t::end()
     const std::lock_guard lock(mutex_);
     for (const pair_t &pair : pairs_) {
         results.push_back(pair.result);
-        const uint32_t missing = number_ - pair.last_answered;
-        // The latest may still be under way.
-        results.back().apart = ms_of(missing) > static_cast<double>(FIRST_ANSWERS.count());
+        results.back().apart = is_apart(pair, LATE_ANSWERS);
         if (results.back().apart)
-            results.back().longest_ms = std::max(results.back().longest_ms, ms_of(missing));
+            results.back().longest_ms = std::max(results.back().longest_ms, ms_of(number_ - pair.last_answered));
     }
     return results;
+}
+
+bool prober_t::is_in_doubt()
+{
+    const std::lock_guard lock(mutex_);
+    return std::ranges::any_of(
+        pairs_, [this](const pair_t &pair) { return is_apart(pair, FIRST_ANSWERS) && !is_apart(pair, LATE_ANSWERS); });
+}
+
+bool prober_t::is_apart(const pair_t &pair, std::chrono::milliseconds patience) const
+{
+    return asked_at_ - pair.answered_at > patience;
 }
 
 bool prober_t::stop()
@@ -102,6 +113,7 @@ void prober_t::run()
             if (next - began_ > LENGTH_MAX)
                 return;
             number_++;
+            asked_at_ = std::chrono::steady_clock::now();
             for (size_t i = 0; i < pairs_.size(); i++)
                 asks.push_back({pairs_[i].a, pairs_[i].b, i, number_});
         }
@@ -166,6 +178,7 @@ void prober_t::note_answer(pair_t &pair, uint32_t number)
         back_(pair.result, ms_of(missed));
     }
     pair.last_answered = number;
+    pair.answered_at = std::chrono::steady_clock::now();
 }
 
 } // namespace lvt_lab

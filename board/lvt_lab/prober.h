@@ -47,6 +47,9 @@ public:
     /// Begins to ping, or to count anew, and waits a moment for the first answers.
     void begin();
 
+    /// Whether a pair may have come apart a moment ago, or answers are only late.
+    bool is_in_doubt();
+
     /// Ends it. Returns what became of each pair; empty when it did not run.
     std::vector<result_t> end();
 
@@ -60,8 +63,10 @@ private:
         size_t a, b; ///< in hosts_
         result_t result;
         uint32_t last_answered = 0; ///< number of the latest ping that was
+        std::chrono::steady_clock::time_point answered_at{};
     };
 
+    bool is_apart(const pair_t &pair, std::chrono::milliseconds patience) const;
     bool stop(); ///< with life_ held; returns whether it ran
     void run();
     void note_answer(pair_t &pair, uint32_t number);
@@ -80,7 +85,7 @@ private:
     std::vector<answer_t> owed_; ///< answers that are to be sent
     uint32_t number_ = 0;        ///< of the latest ping
     uint32_t first_ = 0;         ///< of the latest one when begin() returned; 0 until then
-    std::chrono::steady_clock::time_point began_{};
+    std::chrono::steady_clock::time_point began_{}, asked_at_{}; ///< the latest ping
     std::atomic<bool> runs_ = false;
     std::thread thread_;
 };
