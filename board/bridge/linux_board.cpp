@@ -197,7 +197,7 @@ link_t linux_board_t::sample_link(unsigned plug, int &index)
 fd_t linux_board_t::open_wire(unsigned plug, int index)
 {
     if (plug != 0)
-        return wire_open(index, ear_t::bpdus);
+        return wire_open(index, settings_.guard == guard_t::user_stp ? ear_t::passed_bpdus : ear_t::bpdus);
     fd_t wire;
     lab::in_net(settings_.daemon_net, [&] {
         int number = 0;

@@ -81,12 +81,12 @@ fd_t wire_open(int index, ear_t ear)
     set_option(wire, PACKET_IGNORE_OUTGOING, 1);
     set_option(wire, PACKET_AUXDATA, 1);
     set_option(wire, PACKET_VNET_HDR, 1);
-    if (ear == ear_t::bpdus)
+    if (ear != ear_t::everything)
         hear_bpdus_only(wire);
 
     sockaddr_ll address = {};
     address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_protocol = htons(ear == ear_t::passed_bpdus ? ETH_P_802_2 : ETH_P_ALL);
     address.sll_ifindex = index;
     if (bind(wire.number(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         throw std::system_error(errno, std::generic_category(), "cannot bind a packet socket");
@@ -94,7 +94,7 @@ fd_t wire_open(int index, ear_t ear)
     packet_mreq wanted = {};
     wanted.mr_ifindex = index;
     wanted.mr_type = PACKET_MR_PROMISC;
-    if (ear == ear_t::bpdus) {
+    if (ear != ear_t::everything) {
         wanted.mr_type = PACKET_MR_MULTICAST;
         wanted.mr_alen = BRIDGE_GROUP.size();
         std::copy(BRIDGE_GROUP.begin(), BRIDGE_GROUP.end(), wanted.mr_address);

@@ -35,7 +35,8 @@ struct wire_frame_t {
 /// What a socket hears.
 enum class ear_t {
     everything,
-    bpdus, ///< frames without VLAN tag to 01:80:c2:00:00:00; all others pass without waking anybody
+    bpdus,        ///< frames without VLAN tag to 01:80:c2:00:00:00; all others pass without waking anybody
+    passed_bpdus, ///< the same, of what a bridge with spanning tree leaves to others; no other frame is looked at
 };
 
 /// A socket that hears frames that come in at the interface with number `index`, and none that

@@ -31,9 +31,10 @@ protected:
 
     testing::AssertionResult settles() const
     {
-        const auto result = becomes(b, "1 root forwards, 2 alternate discards, 3 designated forwards", BY_TIMERS);
-        return result ? becomes(a, "1 designated forwards, 2 designated forwards, 3 designated forwards", BY_TIMERS)
-                      : result;
+        return eventually(
+            2 * BY_TIMERS, [&] { return fmt::format("a: {}; b: {}", ports_of(a), ports_of(b)); },
+            "a: 1 designated forwards, 2 designated forwards, 3 designated forwards; "
+            "b: 1 root forwards, 2 alternate discards, 3 designated forwards");
     }
 
     void expect_each_once(const std::string &what)

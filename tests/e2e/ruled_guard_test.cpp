@@ -75,9 +75,9 @@ TEST_F(bridge_guard, bpdus_are_heard_and_not_forwarded)
     const uint32_t before = ruled.status().value().port(1).received.all();
     speaker.say(rst_bpdu(root_bridge(61440, 0x99)), 100ms);
     EXPECT_TRUE(eventually(
-        AT_ONCE, [&] { return ruled.status().value_or(bridge_status_t{}).port(1).received.all(); }, Gt(before + 10)));
+        BY_TIMERS, [&] { return ruled.status().value_or(bridge_status_t{}).port(1).received.all(); }, Gt(before + 10)));
     EXPECT_TRUE(eventually(
-        AT_ONCE, [&] { return listener.count(std::not_fn(is_neighbours)); }, Gt(1u)))
+        BY_TIMERS, [&] { return listener.count(std::not_fn(is_neighbours)); }, Gt(1u)))
         << "the bridge's own";
     EXPECT_EQ(listener.count(is_neighbours), 0u);
 }
