@@ -1,8 +1,10 @@
 #include "board/bridge/gate.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -14,52 +16,55 @@
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
 #include <linux/netlink.h>
+#include <net/if.h>
 #include <nftables/libnftables.h>
 #include <sys/socket.h>
 
 namespace {
 
-/// Before the kernel's own filters, which may change a frame. What goes to a port is dropped where it would leave, so
-/// that a port may hear and learn and yet let nothing through. Every frame pays for what is looked up, so what usually
-/// passes is found first, with three questions on its way from port to port.
-constexpr char CHAINS[] = R"(  chain prerouting {{
-    type filter hook prerouting priority -350; policy accept;
-    ether daddr 01:80:c2:00:00:00 iif @ports drop
-    iif @deaf drop
-  }}
-  chain input {{
-    type filter hook input priority -350; policy accept;
-    iif @open accept
-    iif @ports drop
-  }}
-  chain forward {{
-    type filter hook forward priority -350; policy accept;
-    iif @open oif @open accept
-    iif @ports drop
-    oif @ports drop
-  }}
-  chain output {{
-    type filter hook output priority -350; policy accept;
-    ether daddr 01:80:c2:00:00:00 oif @ports drop
-    oif @open accept
-    oif @ports drop
-  }}
+constexpr char BPDUS[] = "ether daddr 01:80:c2:00:00:00 ";
+
+/// Deaf ports drop what they hear, and no other port pays for that.
+constexpr char DEAF_DEVICES[] = R"(table netdev {0} {{
+  chain deaf {{ type filter hook ingress devices = {{ {1} }} priority -350; policy drop; }}
+}}
 )";
 
-constexpr int PORTS_MAX = 1024; ///< that the kernel gives a bridge; sets that cannot grow are quicker
-
-std::string set_text(const char *name, const std::set<int> &numbers)
+/// A rule against some frames that come from ports ("iif") or go to them ("oif").
+std::string drop(const char *way, const std::set<int> &ports, const char *frames = "")
 {
-    const std::string elements = numbers.empty() ? "" : fmt::format(" elements = {{ {} }};", fmt::join(numbers, ", "));
-    return fmt::format("  set {} {{ type iface_index; size {};{} }}\n", name, PORTS_MAX, elements);
+    if (ports.empty())
+        return {};
+    const std::string numbers = fmt::format("{}", fmt::join(ports, ", "));
+    return fmt::format("    {}{} {} drop\n", frames, way, ports.size() == 1 ? numbers : "{ " + numbers + " }");
 }
 
-std::string change_text(const std::string &table, const char *name, const std::set<int> &numbers)
+/// Before the kernel's own filters, which may change a frame.
+std::string chain(const char *hook, const std::string &rules)
 {
-    std::string text = fmt::format("flush set bridge {} {}\n", table, name);
-    if (!numbers.empty())
-        text += fmt::format("add element bridge {} {} {{ {} }}\n", table, name, fmt::join(numbers, ", "));
-    return text;
+    static constexpr char text[] = "  chain {0} {{\n    type filter hook {0} priority -350; policy accept;\n{1}  }}\n";
+    return rules.empty() ? "" : fmt::format(text, hook, rules);
+}
+
+std::set<int> without(const std::set<int> &all, const std::set<int> &some)
+{
+    std::set<int> rest;
+    std::ranges::set_difference(all, some, std::inserter(rest, rest.end()));
+    return rest;
+}
+
+/// A table that is made anew, or goes: made first, so that there is one to be deleted.
+std::string gone(const char *family, const std::string &table)
+{
+    return fmt::format("table {0} {1}\ndelete table {0} {1}\n", family, table);
+}
+
+std::string deaf_text(const std::string &table, const std::vector<std::string> &devices)
+{
+    if (devices.empty())
+        return gone("netdev", table);
+    return gone("netdev", table) +
+           fmt::format(DEAF_DEVICES, table, fmt::format("\"{}\"", fmt::join(devices, "\", \"")));
 }
 
 } // namespace
@@ -75,18 +80,18 @@ std::string gate_table(const std::string &bridge)
     return name;
 }
 
-std::string gate_made(const std::string &table, const gate_state_t &state)
+/// What goes to a port is dropped where it would leave, so that a port may hear and learn and yet let nothing through.
+/// Every frame is held against every rule, so there are none but those that are needed now.
+std::string gate_made(const std::string &table, const gate_state_t &state, const deaf_devices_t &devices)
 {
-    // Made first, so that there is one to be deleted.
-    return fmt::format("table bridge {0}\ndelete table bridge {0}\ntable bridge {0} {{\n{1}{2}{3}{4}}}\n", table,
-                       set_text("ports", state.ports), set_text("deaf", state.deaf), set_text("open", state.open),
-                       fmt::format(CHAINS));
-}
-
-std::string gate_changed(const std::string &table, const gate_state_t &state)
-{
-    return change_text(table, "ports", state.ports) + change_text(table, "deaf", state.deaf) +
-           change_text(table, "open", state.open);
+    const std::set<int> shut = without(state.ports, state.open);
+    const std::set<int> heard = devices ? without(shut, state.deaf) : shut;
+    return gone("bridge", table) + fmt::format("table bridge {} {{\n", table) +
+           (devices ? "" : chain("prerouting", drop("iif", state.deaf))) +
+           chain("input", drop("iif", state.ports, BPDUS) + drop("iif", heard)) +
+           chain("forward", drop("iif", state.ports, BPDUS) + drop("iif", heard) + drop("oif", shut)) +
+           chain("output", drop("oif", state.ports, BPDUS) + drop("oif", shut)) + "}\n" +
+           (devices ? deaf_text(table, *devices) : "");
 }
 
 bool tells_of_loss(const std::string &table, const void *message, std::size_t length)
@@ -99,7 +104,8 @@ bool tells_of_loss(const std::string &table, const void *message, std::size_t le
     const bool loss = type == NFT_MSG_DELTABLE || type == NFT_MSG_DELCHAIN || type == NFT_MSG_DELRULE ||
                       type == NFT_MSG_DELSET || type == NFT_MSG_DELSETELEM;
     const auto *family = static_cast<const nfgenmsg *>(mnl_nlmsg_get_payload(header));
-    if (subsystem != NFNL_SUBSYS_NFTABLES || !loss || family->nfgen_family != NFPROTO_BRIDGE)
+    if (subsystem != NFNL_SUBSYS_NFTABLES || !loss ||
+        (family->nfgen_family != NFPROTO_BRIDGE && family->nfgen_family != NFPROTO_NETDEV))
         return false;
 
     struct search_t {
@@ -167,30 +173,51 @@ void gate_t::set(const gate_state_t &state)
 {
     if (there_ && state == state_)
         return;
-    bool lost_before = there_ && lost();
-    if (there_ && !lost_before) {
-        try {
-            run(gate_changed(table_, state));
-        } catch (const std::runtime_error &) {
-            lost_before = true;
-        }
-    }
     state_ = state;
-    if (!there_ || lost_before)
-        make();
+    make();
     lost(); // what was told of these changes themselves
+}
+
+/// The names of what is deaf now; what is gone has none, and says nothing.
+deaf_devices_t gate_t::deaf_devices() const
+{
+    if (!by_device_)
+        return {};
+    std::vector<std::string> names;
+    std::array<char, IF_NAMESIZE> name;
+    for (const int index : state_.deaf)
+        if (if_indextoname(static_cast<unsigned>(index), name.data()) != nullptr)
+            names.emplace_back(name.data());
+    return names;
 }
 
 void gate_t::make()
 {
     there_ = false; // until the next attempt, should this one fail
-    run(gate_made(table_, state_));
+    try {
+        run(gate_made(table_, state_, deaf_devices()));
+    } catch (const std::runtime_error &) {
+        if (!by_device_)
+            throw;
+        remove_devices();
+        by_device_ = false;
+        run(gate_made(table_, state_, {}));
+    }
     there_ = true;
+}
+
+void gate_t::remove_devices()
+{
+    try {
+        run(gone("netdev", table_));
+    } catch (const std::runtime_error &) { // there are none where it knows none
+    }
 }
 
 void gate_t::remove()
 {
-    run(fmt::format("table bridge {0}\ndelete table bridge {0}\n", table_));
+    run(gone("bridge", table_));
+    remove_devices();
     there_ = false;
     lost();
 }

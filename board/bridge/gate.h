@@ -2,8 +2,10 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "board/lvt_board/fd.h"
 
@@ -21,11 +23,12 @@ struct gate_state_t {
 /// The name of the table for a bridge: letters that are none in such a name stand there in hex.
 std::string gate_table(const std::string &bridge);
 
-/// The commands that put a table into the place of one that may be there, in one step.
-std::string gate_made(const std::string &table, const gate_state_t &state);
+/// The names of the interfaces that are deaf; nothing where the firewall cannot be told of single devices.
+using deaf_devices_t = std::optional<std::vector<std::string>>;
 
-/// Those that change what such a table lets pass, in one step.
-std::string gate_changed(const std::string &table, const gate_state_t &state);
+/// The commands that put a table into the place of one that may be there, in one step. Deaf devices have another
+/// table, of the same name, so that frames of others are not looked at for their sake.
+std::string gate_made(const std::string &table, const gate_state_t &state, const deaf_devices_t &devices);
 
 /// Whether a message of the kernel tells that something of the table was taken away.
 bool tells_of_loss(const std::string &table, const void *message, std::size_t length);
@@ -55,10 +58,13 @@ private:
     void run(const std::string &commands);
     void make();
     bool lost();
+    deaf_devices_t deaf_devices() const;
+    void remove_devices();
 
     std::string table_;
     std::unique_ptr<nft_ctx, void (*)(nft_ctx *)> firewall_;
     fd_t events_;
     gate_state_t state_;
     bool there_ = false;
+    bool by_device_ = true;
 };

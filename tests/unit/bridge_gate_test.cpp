@@ -26,48 +26,92 @@ TEST(bridge_gate, its_name_says_whose_it_is)
 
 TEST(bridge_gate, a_closed_one_lets_nothing_pass_and_hears_nothing)
 {
-    EXPECT_EQ(gate_made("t", {{3, 4}, {3, 4}, {}}), R"(table bridge t
+    EXPECT_EQ(gate_made("t", {{3, 4}, {3, 4}, {}}, {{"lan1", "lan2"}}), R"(table bridge t
 delete table bridge t
 table bridge t {
-  set ports { type iface_index; size 1024; elements = { 3, 4 }; }
-  set deaf { type iface_index; size 1024; elements = { 3, 4 }; }
-  set open { type iface_index; size 1024; }
-  chain prerouting {
-    type filter hook prerouting priority -350; policy accept;
-    ether daddr 01:80:c2:00:00:00 iif @ports drop
-    iif @deaf drop
-  }
   chain input {
     type filter hook input priority -350; policy accept;
-    iif @open accept
-    iif @ports drop
+    ether daddr 01:80:c2:00:00:00 iif { 3, 4 } drop
   }
   chain forward {
     type filter hook forward priority -350; policy accept;
-    iif @open oif @open accept
-    iif @ports drop
-    oif @ports drop
+    ether daddr 01:80:c2:00:00:00 iif { 3, 4 } drop
+    oif { 3, 4 } drop
   }
   chain output {
     type filter hook output priority -350; policy accept;
-    ether daddr 01:80:c2:00:00:00 oif @ports drop
-    oif @open accept
-    oif @ports drop
+    ether daddr 01:80:c2:00:00:00 oif { 3, 4 } drop
+    oif { 3, 4 } drop
   }
+}
+table netdev t
+delete table netdev t
+table netdev t {
+  chain deaf { type filter hook ingress devices = { "lan1", "lan2" } priority -350; policy drop; }
 }
 )");
 }
 
-TEST(bridge_gate, a_change_replaces_all_that_passes)
+TEST(bridge_gate, frames_of_open_ports_meet_no_rule_but_that_about_bpdus)
 {
-    EXPECT_EQ(gate_changed("t", {{3, 4, 5}, {4}, {3}}),
-              "flush set bridge t ports\n"
-              "add element bridge t ports { 3, 4, 5 }\n"
-              "flush set bridge t deaf\n"
-              "add element bridge t deaf { 4 }\n"
-              "flush set bridge t open\n"
-              "add element bridge t open { 3 }\n");
-    EXPECT_EQ(gate_changed("t", {}), "flush set bridge t ports\nflush set bridge t deaf\nflush set bridge t open\n");
+    EXPECT_EQ(gate_made("t", {{3, 4}, {}, {3, 4, 5}}, deaf_devices_t(std::vector<std::string>())), R"(table bridge t
+delete table bridge t
+table bridge t {
+  chain input {
+    type filter hook input priority -350; policy accept;
+    ether daddr 01:80:c2:00:00:00 iif { 3, 4 } drop
+  }
+  chain forward {
+    type filter hook forward priority -350; policy accept;
+    ether daddr 01:80:c2:00:00:00 iif { 3, 4 } drop
+  }
+  chain output {
+    type filter hook output priority -350; policy accept;
+    ether daddr 01:80:c2:00:00:00 oif { 3, 4 } drop
+  }
+}
+table netdev t
+delete table netdev t
+)");
+}
+
+TEST(bridge_gate, a_port_that_learns_is_heard_and_passes_nothing)
+{
+    EXPECT_THAT(gate_made("t", {{3, 4}, {}, {4}}, deaf_devices_t(std::vector<std::string>())), HasSubstr(R"(
+    ether daddr 01:80:c2:00:00:00 iif { 3, 4 } drop
+    iif 3 drop
+    oif 3 drop
+  }
+)"));
+}
+
+TEST(bridge_gate, a_firewall_that_knows_no_devices_looks_at_every_frame)
+{
+    EXPECT_EQ(gate_made("t", {{3, 4}, {3}, {4}}, {}), R"(table bridge t
+delete table bridge t
+table bridge t {
+  chain prerouting {
+    type filter hook prerouting priority -350; policy accept;
+    iif 3 drop
+  }
+  chain input {
+    type filter hook input priority -350; policy accept;
+    ether daddr 01:80:c2:00:00:00 iif { 3, 4 } drop
+    iif 3 drop
+  }
+  chain forward {
+    type filter hook forward priority -350; policy accept;
+    ether daddr 01:80:c2:00:00:00 iif { 3, 4 } drop
+    iif 3 drop
+    oif 3 drop
+  }
+  chain output {
+    type filter hook output priority -350; policy accept;
+    ether daddr 01:80:c2:00:00:00 oif { 3, 4 } drop
+    oif 3 drop
+  }
+}
+)");
 }
 
 /// A message of the kernel about a table, with what may be wrong about it.
@@ -96,6 +140,7 @@ TEST(bridge_gate, only_what_is_taken_from_this_table_is_a_loss)
     EXPECT_FALSE(is_loss(news(NFT_MSG_NEWRULE, "t")));
     EXPECT_FALSE(is_loss(news(NFT_MSG_DELTABLE, "tt")));
     EXPECT_FALSE(is_loss(news(NFT_MSG_DELTABLE, "")));
+    EXPECT_TRUE(is_loss(news(NFT_MSG_DELTABLE, "t", NFPROTO_NETDEV)));
     EXPECT_FALSE(is_loss(news(NFT_MSG_DELTABLE, "t", NFPROTO_IPV4)));
     EXPECT_FALSE(is_loss(news(NFT_MSG_DELTABLE, "t", NFPROTO_BRIDGE, NFNL_SUBSYS_CTNETLINK)));
 }
