@@ -331,7 +331,7 @@ protected:
         try {
             browser_.emplace();
         } catch (const std::runtime_error &reason) {
-            GTEST_SKIP() << "no browser can be used here: " << reason.what();
+            GTEST_SKIP() << "cannot run here: no browser: " << reason.what();
         }
         expect_rest();
         browser_->open(address_);
