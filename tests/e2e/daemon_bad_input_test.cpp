@@ -338,7 +338,7 @@ octets_t drawn_message(std::mt19937 &random)
     if (random() % 10 == 0)
         message = with_length(std::move(message), random() % 2 == 0 ? random() % 1500 : random());
     if (random() % 10 == 0)
-        message.resize(std::max<size_t>(16, message.size() - random() % 20));
+        message.resize(message.size() - std::min<size_t>(random() % 20, message.size() - sizeof(rstp_frame_header_t)));
     return message;
 }
 
