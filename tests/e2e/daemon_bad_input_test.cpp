@@ -337,8 +337,10 @@ octets_t drawn_message(std::mt19937 &random)
     octets_t message = raw_message(type, body, port, stated);
     if (random() % 10 == 0)
         message = with_length(std::move(message), random() % 2 == 0 ? random() % 1500 : random());
+    // A frame header alone is waited for.
+    constexpr size_t headers = sizeof(rstp_frame_header_t) + sizeof(rstp_msg_header_t);
     if (random() % 10 == 0)
-        message.resize(message.size() - std::min<size_t>(random() % 20, message.size() - sizeof(rstp_frame_header_t)));
+        message.resize(message.size() - std::min<size_t>(random() % 20, message.size() - headers));
     return message;
 }
 
