@@ -234,7 +234,11 @@ void linux_board_t::look_at_links()
 
 void linux_board_t::settled()
 {
-    lost_.fill(false);
+    for (unsigned front = 1; front <= BOARD_PORTS; front++)
+        if (std::exchange(lost_[front], false))
+            awaited_[front] = true; // the daemon writes no state for a loss, but for the link that comes back
+        else if (plugs[front].link.up)
+            awaited_[front] = false;
     look_at_links();
 }
 
@@ -268,7 +272,8 @@ unsigned linux_board_t::code_for(const member_t &member) const
         return CHIP_DISCARDING;
     if (member.front == 0)
         return CHIP_NO_STP;
-    return lost_[member.front] ? CHIP_DISCARDING : chip_port_state(chip, chip_port_of_front(member.front));
+    const unsigned code = chip_port_state(chip, chip_port_of_front(member.front));
+    return lost_[member.front] || (awaited_[member.front] && code != CHIP_NO_STP) ? CHIP_DISCARDING : code;
 }
 
 /// What the kernel calls it. Without STP it lets a blocking port forward at once, but leaves a disabled one alone.
@@ -377,6 +382,9 @@ int linux_board_t::mdio(const mdio_multi_t &batch)
     if (result != 0)
         return result;
 
+    for (unsigned front = 1; front <= BOARD_PORTS; front++)
+        if (!forwards(chip_port_state(chip, chip_port_of_front(front))))
+            awaited_[front] = false;
     int refusal = 0;
     try {
         refusal = chip.states == before ? 0 : enforce();

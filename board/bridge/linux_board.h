@@ -99,6 +99,8 @@ private:
     std::map<int, member_t> members_; ///< by interface number
     numbers_t numbers_;
     std::array<bool, BOARD_PORTS + 1> lost_{}; ///< the link was, and the daemon has not acted on that yet
+    /// It did, but the state is the one from before: not to be believed of the link that comes back.
+    std::array<bool, BOARD_PORTS + 1> awaited_{};
     bool opened_ = false;
     unsigned link_changes_ = 0;
     std::string trouble_;

@@ -253,17 +253,38 @@ TEST_F(ruled_bridge, forgets_what_was_learned_and_nothing_else)
 TEST_F(ruled_bridge, lets_nobody_forward_for_another)
 {
     // The new interface gets the number of one that forwards, at once and with its link up.
-    const lab::ruled_bridge_t &bridge = bridge_with_hosts(2);
+    ruled_bridge_t &bridge = bridge_with_hosts(2);
     ASSERT_TRUE(hosts_.front().reaches(hosts_.back(), BY_TIMERS));
     ASSERT_TRUE(kernel_becomes(bridge, "lan2", "forwarding"));
     bridge.node().ip("link add other type veth peer name far\nlink set other up\nlink set far up");
+    const lab::process_t monitor = bridge.node().start({.argv = {"sh", "-c", "exec nft monitor >/tmp/firewall"}});
+    const auto firewall = [&] { return bridge.node().read("/tmp/firewall"); };
+    ASSERT_TRUE(eventually(
+        SOON,
+        [&] {
+            bridge.node().run({.argv = {"nft", "add table bridge probe; delete table bridge probe"}});
+            return firewall();
+        },
+        HasSubstr("probe")));
+
+    bridge.program().signal(SIGSTOP); // it learns of both at the same time
+    const size_t before = firewall().size();
     bridge.node().ip(
         "link set lan2 nomaster\nlink set lan2 name old\nlink set other name lan2\nlink set lan2 master br0");
+    bridge.program().signal(SIGCONT);
     EXPECT_TRUE(eventually(
         SOON, [&] { return bridge.said(); },
         HasSubstr("lan2 left: port 2 is free\nlvt_bridge: br0: lan2 is port 2\n")));
-    EXPECT_EQ(bridge.kernel_state("lan2"), "disabled");
+    EXPECT_TRUE(kernel_becomes(bridge, "lan2", "disabled"));
     EXPECT_TRUE(becomes(bridge, 2, HW_DISCARDING));
+    int tables = 0;
+    std::string told = firewall().substr(before);
+    for (size_t end; (end = told.find("# new generation")) != std::string::npos; told.erase(0, end + 1))
+        if (const std::string table = told.substr(0, end); table.find("add table bridge lvt_bridge_br0") < end) {
+            tables++;
+            EXPECT_THAT(table, HasSubstr("forward oif \"lan2\" drop"));
+        }
+    EXPECT_GT(tables, 0);
     EXPECT_TRUE(becomes(bridge, 2, HW_FORWARDING));
 }
 
