@@ -17,12 +17,12 @@ class bridge_faults : public ruled_test_t {
 protected:
     void SetUp() override
     {
+        a.start();
+        b.start();
         first_ = &connect(a, 1, b, 1);
         second_ = &connect(a, 2, b, 2);
         at_a_ = &add_host_at(a, 3);
         at_b_ = &add_host_at(b, 3);
-        a.start();
-        b.start();
         ASSERT_TRUE(settles());
         near_.emplace(at_a_->node());
         far_.emplace(at_b_->node());

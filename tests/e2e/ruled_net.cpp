@@ -109,8 +109,10 @@ ruled_bridge_t &ruled_test_t::add_ruled(int priority, int ports, std::initialize
 const cable_t &ruled_test_t::connect(const ruled_bridge_t &near, int near_port, const ruled_bridge_t &far, int far_port)
 {
     const cable_t &cable = ruled_cables_.emplace_back(near.port(near_port), far.port(far_port));
+    cable.pull();
     near.join(near_port);
     far.join(far_port);
+    cable.plug();
     return cable;
 }
 

@@ -49,6 +49,8 @@ protected:
     ruled_bridge_t &add_ruled(int priority, int ports, std::initializer_list<int> to_bridges,
                               std::vector<std::string> options = {});
 
+    /// Both have to be started before a cable closes a ring: until then they forward everything, and a storm takes
+    /// the machine's processors from all that runs on it.
     const cable_t &connect(const ruled_bridge_t &near, int near_port, const ruled_bridge_t &far, int far_port);
     const cable_t &connect(const ruled_bridge_t &near, int near_port, const switch_t &far, int far_port);
     const cable_t &connect(const ruled_bridge_t &near, int near_port, const kernel_bridge_t &far, int far_port);

@@ -23,13 +23,13 @@ protected:
             GetParam() ? std::vector<std::string>{"--rapid"} : std::vector<std::string>{};
         for (const int priority : {4096, 8192, 12288})
             bridges_.push_back(&add_ruled(priority, 3, {1, 2}, options));
-        a_to_b_ = &connect(a(), 1, b(), 1);
-        b_to_c_ = &connect(b(), 2, c(), 2);
-        a_to_c_ = &connect(a(), 2, c(), 1);
         for (ruled_bridge_t *bridge : bridges_) {
             hosts_.push_back(&add_host_at(*bridge, 3));
             bridge->start();
         }
+        a_to_b_ = &connect(a(), 1, b(), 1);
+        b_to_c_ = &connect(b(), 2, c(), 2);
+        a_to_c_ = &connect(a(), 2, c(), 1);
         ASSERT_TRUE(settles());
     }
 
