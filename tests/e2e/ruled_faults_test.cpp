@@ -118,6 +118,8 @@ struct victims_t {
     bool daemon, program;
 };
 
+std::ostream &operator<<(std::ostream &out, const victims_t &victims) { return out << victims.name; }
+
 class bridge_killed : public bridge_faults, public testing::WithParamInterface<victims_t> {};
 
 constexpr victims_t victims[] = {{"daemon", true, false}, {"program", false, true}, {"both", true, true}};

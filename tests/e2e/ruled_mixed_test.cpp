@@ -10,6 +10,8 @@ struct priorities_t {
     int ruled, simulated, kernel;
 };
 
+std::ostream &operator<<(std::ostream &out, const priorities_t &order) { return out << order.root << " is root"; }
+
 //   ruled          A host is at port 3 of the first two.
 //    / \.
 // sim - kernel

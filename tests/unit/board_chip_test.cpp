@@ -135,6 +135,8 @@ struct command_register_t {
     std::uint32_t command;
 };
 
+std::ostream &operator<<(std::ostream &out, const command_register_t &row) { return out << row.name; }
+
 class chip_busy : public testing::TestWithParam<command_register_t> {};
 
 TEST_P(chip_busy, becomes_busy_and_clears)

@@ -62,6 +62,8 @@ struct state_row_t {
     bool traps, learns, lets_in, lets_out, cpu_sends;
 };
 
+std::ostream &operator<<(std::ostream &out, const state_row_t &row) { return out << "state " << row.state; }
+
 class chip_state : public testing::TestWithParam<state_row_t> {};
 
 TEST_P(chip_state, decides_what_a_port_does)

@@ -10,6 +10,8 @@ struct words_row_t {
     const char *words;
 };
 
+std::ostream &operator<<(std::ostream &out, const words_row_t &row) { return out << row.words; }
+
 class chip_words : public testing::TestWithParam<words_row_t> {};
 
 TEST_P(chip_words, say_what_an_operation_does)
