@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstring>
 #include <iterator>
 #include <stdexcept>
@@ -19,6 +18,8 @@
 #include <net/if.h>
 #include <nftables/libnftables.h>
 #include <sys/socket.h>
+
+#include "board/bridge/gate_table.h"
 
 namespace {
 
@@ -68,17 +69,6 @@ std::string deaf_text(const std::string &table, const std::vector<std::string> &
 }
 
 } // namespace
-
-std::string gate_table(const std::string &bridge)
-{
-    std::string name = "lvt_bridge_";
-    for (const char letter : bridge)
-        if (std::isalnum(static_cast<unsigned char>(letter)) != 0)
-            name += letter;
-        else
-            name += fmt::format("_{:02x}", static_cast<unsigned char>(letter));
-    return name;
-}
 
 /// What goes to a port is dropped where it would leave, so that a port may hear and learn and yet let nothing through.
 /// Every frame is held against every rule, so there are none but those that are needed now.

@@ -20,9 +20,6 @@ struct gate_state_t {
     bool operator==(const gate_state_t &) const = default;
 };
 
-/// The name of the table for a bridge: letters that are none in such a name stand there in hex.
-std::string gate_table(const std::string &bridge);
-
 /// The names of the interfaces that are deaf; nothing where the firewall cannot be told of single devices.
 using deaf_devices_t = std::optional<std::vector<std::string>>;
 

@@ -17,6 +17,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "board/bridge/gate_table.h"
 #include "board/lab/privileges.h"
 #include "board/lab/process.h"
 #include "board/lab/within.h"
@@ -83,6 +84,18 @@ std::vector<std::string> interfaces(const std::string &prefix)
     return names;
 }
 
+/// An lvt_bridge that is killed while it starts leaves its tables behind.
+void sweep_firewall(const std::string &prefix)
+{
+    try {
+        std::istringstream tables(run({.argv = {"nft", "list", "tables"}}).output);
+        for (std::string word, family, name; tables >> word >> family >> name;)
+            if (name.starts_with(gate_table(prefix)))
+                run({.argv = {"nft", "delete", "table", family, name}});
+    } catch (const std::system_error &) { // there is no nft
+    }
+}
+
 void sweep(const fd_t &folder, const std::string &prefix)
 {
     within(
@@ -93,6 +106,7 @@ void sweep(const fd_t &folder, const std::string &prefix)
             return interfaces(prefix).empty();
         },
         100ms);
+    sweep_firewall(prefix);
     std::error_code refused;
     for (const auto &entry : fs::directory_iterator(BRIDGE_NOTES_FOLDER, refused)) {
         const std::string name = entry.path().filename();

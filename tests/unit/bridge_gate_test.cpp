@@ -10,6 +10,7 @@
 #include <linux/netlink.h>
 
 #include "board/bridge/gate.h"
+#include "board/bridge/gate_table.h"
 
 using testing::HasSubstr;
 using testing::Not;
