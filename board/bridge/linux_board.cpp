@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <set>
+#include <utility>
 
 #include <fmt/format.h>
 
